@@ -1,0 +1,292 @@
+#include "cli/json.h"
+
+#include <cmath>
+#include <cstdio>
+#include <stdexcept>
+
+const Json* Json::Find(const std::string& key) const
+{
+  if (!IsObject())
+    return nullptr;
+  for (const auto& [name, value] : AsObject())
+    if (name == key)
+      return &value;
+  return nullptr;
+}
+
+void Json::Set(const std::string& key, Json value)
+{
+  if (IsNull())
+    Value = Object{};
+  for (auto& [name, existing] : AsObject())
+    if (name == key) {
+      existing = std::move(value);
+      return;
+    }
+  AsObject().emplace_back(key, std::move(value));
+}
+
+namespace {
+
+void DumpString(std::string& out, const std::string& s)
+{
+  out += '"';
+  for (unsigned char c : s) {
+    switch (c) {
+    case '"': out += "\\\""; break;
+    case '\\': out += "\\\\"; break;
+    case '\n': out += "\\n"; break;
+    case '\r': out += "\\r"; break;
+    case '\t': out += "\\t"; break;
+    default:
+      if (c < 0x20) {
+        char buf[8];
+        std::snprintf(buf, sizeof buf, "\\u%04x", c);
+        out += buf;
+      } else {
+        out += static_cast<char>(c);
+      }
+    }
+  }
+  out += '"';
+}
+
+void DumpNumber(std::string& out, double v)
+{
+  if (!std::isfinite(v)) {
+    out += "null"; // JSON has no NaN or infinity
+    return;
+  }
+  char buf[32];
+  if (v == std::floor(v) && std::fabs(v) < 1e15)
+    std::snprintf(buf, sizeof buf, "%.0f", v);
+  else
+    std::snprintf(buf, sizeof buf, "%.17g", v);
+  out += buf;
+}
+
+void NewLine(std::string& out, int indent, int depth)
+{
+  if (indent < 0)
+    return;
+  out += '\n';
+  out.append(static_cast<std::size_t>(indent * depth), ' ');
+}
+
+class Parser {
+public:
+  explicit Parser(const std::string& text) : Text(text) {}
+
+  Json ParseDocument()
+  {
+    Json value = ParseValue();
+    SkipSpace();
+    if (Pos != Text.size())
+      Fail("unexpected text after the value");
+    return value;
+  }
+
+private:
+  [[noreturn]] void Fail(const std::string& what)
+  {
+    throw std::runtime_error("JSON error at offset " + std::to_string(Pos) + ": " + what);
+  }
+  void SkipSpace()
+  {
+    while (Pos < Text.size() && (Text[Pos] == ' ' || Text[Pos] == '\n' || Text[Pos] == '\t' || Text[Pos] == '\r'))
+      ++Pos;
+  }
+  bool Consume(const char* word)
+  {
+    const std::string w(word);
+    if (Text.compare(Pos, w.size(), w) == 0) {
+      Pos += w.size();
+      return true;
+    }
+    return false;
+  }
+  Json ParseValue()
+  {
+    SkipSpace();
+    if (Pos >= Text.size())
+      Fail("unexpected end");
+    const char c = Text[Pos];
+    if (c == '{')
+      return ParseObject();
+    if (c == '[')
+      return ParseArray();
+    if (c == '"')
+      return Json(ParseString());
+    if (Consume("true"))
+      return Json(true);
+    if (Consume("false"))
+      return Json(false);
+    if (Consume("null"))
+      return Json();
+    return ParseNumber();
+  }
+  Json ParseNumber()
+  {
+    const char* begin = Text.c_str() + Pos;
+    char* end = nullptr;
+    const double v = std::strtod(begin, &end);
+    if (end == begin)
+      Fail("expected a value");
+    Pos += static_cast<std::size_t>(end - begin);
+    return Json(v);
+  }
+  std::string ParseString()
+  {
+    ++Pos; // opening quote
+    std::string s;
+    while (Pos < Text.size() && Text[Pos] != '"') {
+      char c = Text[Pos++];
+      if (c != '\\') {
+        s += c;
+        continue;
+      }
+      if (Pos >= Text.size())
+        Fail("unterminated escape");
+      c = Text[Pos++];
+      switch (c) {
+      case 'n': s += '\n'; break;
+      case 't': s += '\t'; break;
+      case 'r': s += '\r'; break;
+      case 'b': s += '\b'; break;
+      case 'f': s += '\f'; break;
+      case 'u': {
+        if (Pos + 4 > Text.size())
+          Fail("short \\u escape");
+        const unsigned code = static_cast<unsigned>(std::stoul(Text.substr(Pos, 4), nullptr, 16));
+        Pos += 4;
+        if (code < 0x80) {
+          s += static_cast<char>(code);
+        } else if (code < 0x800) {
+          s += static_cast<char>(0xC0 | (code >> 6));
+          s += static_cast<char>(0x80 | (code & 0x3F));
+        } else {
+          s += static_cast<char>(0xE0 | (code >> 12));
+          s += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+          s += static_cast<char>(0x80 | (code & 0x3F));
+        }
+        break;
+      }
+      default: s += c; break;
+      }
+    }
+    if (Pos >= Text.size())
+      Fail("unterminated string");
+    ++Pos;
+    return s;
+  }
+  Json ParseArray()
+  {
+    ++Pos;
+    Json::Array items;
+    SkipSpace();
+    if (Pos < Text.size() && Text[Pos] == ']') {
+      ++Pos;
+      return Json(items);
+    }
+    for (;;) {
+      items.push_back(ParseValue());
+      SkipSpace();
+      if (Pos < Text.size() && Text[Pos] == ',') {
+        ++Pos;
+        continue;
+      }
+      if (Pos < Text.size() && Text[Pos] == ']') {
+        ++Pos;
+        return Json(items);
+      }
+      Fail("expected ',' or ']'");
+    }
+  }
+  Json ParseObject()
+  {
+    ++Pos;
+    Json::Object members;
+    SkipSpace();
+    if (Pos < Text.size() && Text[Pos] == '}') {
+      ++Pos;
+      return Json(members);
+    }
+    for (;;) {
+      SkipSpace();
+      if (Pos >= Text.size() || Text[Pos] != '"')
+        Fail("expected a member name");
+      std::string key = ParseString();
+      SkipSpace();
+      if (Pos >= Text.size() || Text[Pos] != ':')
+        Fail("expected ':'");
+      ++Pos;
+      members.emplace_back(std::move(key), ParseValue());
+      SkipSpace();
+      if (Pos < Text.size() && Text[Pos] == ',') {
+        ++Pos;
+        continue;
+      }
+      if (Pos < Text.size() && Text[Pos] == '}') {
+        ++Pos;
+        return Json(members);
+      }
+      Fail("expected ',' or '}'");
+    }
+  }
+
+  const std::string& Text;
+  std::size_t Pos = 0;
+};
+
+} // namespace
+
+void Json::DumpTo(std::string& out, int indent, int depth) const
+{
+  if (IsNull()) {
+    out += "null";
+  } else if (IsBool()) {
+    out += AsBool() ? "true" : "false";
+  } else if (IsNumber()) {
+    DumpNumber(out, AsNumber());
+  } else if (IsString()) {
+    DumpString(out, AsString());
+  } else if (IsArray()) {
+    const Array& a = AsArray();
+    out += '[';
+    for (std::size_t k = 0; k < a.size(); ++k) {
+      if (k > 0)
+        out += ',';
+      NewLine(out, indent, depth + 1);
+      a[k].DumpTo(out, indent, depth + 1);
+    }
+    if (!a.empty())
+      NewLine(out, indent, depth);
+    out += ']';
+  } else {
+    const Object& o = AsObject();
+    out += '{';
+    for (std::size_t k = 0; k < o.size(); ++k) {
+      if (k > 0)
+        out += ',';
+      NewLine(out, indent, depth + 1);
+      DumpString(out, o[k].first);
+      out += indent < 0 ? ":" : ": ";
+      o[k].second.DumpTo(out, indent, depth + 1);
+    }
+    if (!o.empty())
+      NewLine(out, indent, depth);
+    out += '}';
+  }
+}
+
+std::string Json::Dump(int indent) const
+{
+  std::string out;
+  DumpTo(out, indent, 0);
+  return out;
+}
+
+Json Json::Parse(const std::string& text)
+{
+  return Parser(text).ParseDocument();
+}

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+// A JSON value, enough for the numerical results the program prints and the
+// descriptions it saves and reads back.
+class Json {
+public:
+  using Array = std::vector<Json>;
+  using Object = std::vector<std::pair<std::string, Json>>; // keeps insertion order
+
+  Json() = default; // null
+  Json(std::nullptr_t) {}
+  Json(bool b) : Value(b) {}
+  Json(int v) : Value(static_cast<double>(v)) {}
+  Json(unsigned v) : Value(static_cast<double>(v)) {}
+  Json(long v) : Value(static_cast<double>(v)) {}
+  Json(long long v) : Value(static_cast<double>(v)) {}
+  Json(short v) : Value(static_cast<double>(v)) {}
+  Json(unsigned short v) : Value(static_cast<double>(v)) {}
+  Json(float v) : Value(static_cast<double>(v)) {}
+  Json(double v) : Value(v) {}
+  Json(const char* s) : Value(std::string(s)) {}
+  Json(std::string s) : Value(std::move(s)) {}
+  Json(Array a) : Value(std::move(a)) {}
+  Json(Object o) : Value(std::move(o)) {}
+
+  bool IsNull() const { return std::holds_alternative<std::monostate>(Value); }
+  bool IsBool() const { return std::holds_alternative<bool>(Value); }
+  bool IsNumber() const { return std::holds_alternative<double>(Value); }
+  bool IsString() const { return std::holds_alternative<std::string>(Value); }
+  bool IsArray() const { return std::holds_alternative<Array>(Value); }
+  bool IsObject() const { return std::holds_alternative<Object>(Value); }
+
+  bool AsBool() const { return std::get<bool>(Value); }
+  double AsNumber() const { return std::get<double>(Value); }
+  const std::string& AsString() const { return std::get<std::string>(Value); }
+  const Array& AsArray() const { return std::get<Array>(Value); }
+  Array& AsArray() { return std::get<Array>(Value); }
+  const Object& AsObject() const { return std::get<Object>(Value); }
+  Object& AsObject() { return std::get<Object>(Value); }
+
+  // Object member access; Find returns null when absent or not an object.
+  const Json* Find(const std::string& key) const;
+  // Adds or replaces a member (turns a null value into an object first).
+  void Set(const std::string& key, Json value);
+
+  // Compact when indent < 0, else pretty-printed with that many spaces.
+  std::string Dump(int indent = 2) const;
+  // Throws std::runtime_error with the position of the first error.
+  static Json Parse(const std::string& text);
+
+private:
+  void DumpTo(std::string& out, int indent, int depth) const;
+  std::variant<std::monostate, bool, double, std::string, Array, Object> Value;
+};

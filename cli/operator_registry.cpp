@@ -1,0 +1,130 @@
+#include "cli/operator_registry.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+
+namespace {
+
+std::vector<std::unique_ptr<CliOperator>>& Registry()
+{
+  static std::vector<std::unique_ptr<CliOperator>> operators;
+  return operators;
+}
+
+std::string Lower(std::string s)
+{
+  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return std::tolower(c); });
+  return s;
+}
+
+[[noreturn]] void BadValue(const std::string& parameter, const std::string& text, const char* type)
+{
+  throw CliUsageError("parameter " + parameter + ": '" + text + "' is not " + type);
+}
+
+long long ParseInteger(const std::string& parameter, const std::string& text, long long lo, long long hi)
+{
+  errno = 0;
+  char* end = nullptr;
+  const long long v = std::strtoll(text.c_str(), &end, 10);
+  if (text.empty() || end == text.c_str() || *end != '\0' || errno == ERANGE)
+    BadValue(parameter, text, "an integer");
+  if (v < lo || v > hi)
+    throw CliUsageError("parameter " + parameter + ": " + text + " is out of range [" + std::to_string(lo) +
+                        ", " + std::to_string(hi) + "]");
+  return v;
+}
+
+double ParseReal(const std::string& parameter, const std::string& text)
+{
+  errno = 0;
+  char* end = nullptr;
+  const double v = std::strtod(text.c_str(), &end);
+  if (text.empty() || end == text.c_str() || *end != '\0' || errno == ERANGE)
+    BadValue(parameter, text, "a real number");
+  return v;
+}
+
+} // namespace
+
+bool Cli_Register(std::unique_ptr<CliOperator> op)
+{
+  Registry().push_back(std::move(op));
+  return true;
+}
+
+std::vector<const CliOperator*> Cli_Operators()
+{
+  std::vector<const CliOperator*> list;
+  for (const auto& op : Registry())
+    list.push_back(op.get());
+  std::sort(list.begin(), list.end(), [](const CliOperator* a, const CliOperator* b) { return a->Name() < b->Name(); });
+  return list;
+}
+
+const CliOperator* Cli_FindOperator(const std::string& name)
+{
+  for (const auto& op : Registry())
+    if (Lower(op->Name()) == Lower(name))
+      return op.get();
+  return nullptr;
+}
+
+template <> bool Cli_ParseValue<bool>(const std::string& parameter, const std::string& text)
+{
+  const std::string t = Lower(text);
+  if (t == "1" || t == "true" || t == "yes" || t == "on")
+    return true;
+  if (t == "0" || t == "false" || t == "no" || t == "off")
+    return false;
+  BadValue(parameter, text, "a boolean (true/false)");
+}
+
+template <> int Cli_ParseValue<int>(const std::string& parameter, const std::string& text)
+{
+  return static_cast<int>(ParseInteger(parameter, text, INT_MIN, INT_MAX));
+}
+
+template <> long Cli_ParseValue<long>(const std::string& parameter, const std::string& text)
+{
+  return static_cast<long>(ParseInteger(parameter, text, LONG_MIN, LONG_MAX));
+}
+
+template <> short Cli_ParseValue<short>(const std::string& parameter, const std::string& text)
+{
+  return static_cast<short>(ParseInteger(parameter, text, SHRT_MIN, SHRT_MAX));
+}
+
+template <> unsigned Cli_ParseValue<unsigned>(const std::string& parameter, const std::string& text)
+{
+  return static_cast<unsigned>(ParseInteger(parameter, text, 0, UINT_MAX));
+}
+
+template <> unsigned short Cli_ParseValue<unsigned short>(const std::string& parameter, const std::string& text)
+{
+  return static_cast<unsigned short>(ParseInteger(parameter, text, 0, USHRT_MAX));
+}
+
+template <> char Cli_ParseValue<char>(const std::string& parameter, const std::string& text)
+{
+  return static_cast<char>(ParseInteger(parameter, text, CHAR_MIN, CHAR_MAX));
+}
+
+template <> float Cli_ParseValue<float>(const std::string& parameter, const std::string& text)
+{
+  return static_cast<float>(ParseReal(parameter, text));
+}
+
+template <> double Cli_ParseValue<double>(const std::string& parameter, const std::string& text)
+{
+  return ParseReal(parameter, text);
+}
+
+template <> std::string Cli_ParseValue<std::string>(const std::string&, const std::string& text)
+{
+  return text;
+}

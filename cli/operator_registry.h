@@ -1,0 +1,273 @@
+#pragma once
+
+#include "cli/json.h"
+#include "dcm/dcm_struct.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+// Bad usage of the program (exit status 2): unknown class, parameter or value.
+class CliUsageError : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
+
+// The images a run is given; only `in` is always present.
+struct CliImages {
+  DCM_STRUCT* in = nullptr;
+  DCM_STRUCT* second = nullptr;
+  DCM_STRUCT* roi = nullptr;
+};
+
+// What the user asked for on the command line.
+struct CliSettings {
+  std::optional<int> tools;
+  std::optional<short> mode;
+  std::vector<std::pair<std::string, std::string>> values; // --set Name=Value, in order
+};
+
+// What a run produced: Apply()'s result, the images to write (first one is the
+// main output) and the numerical results as a JSON object.
+struct CliRunOutcome {
+  bool applied = false;
+  std::vector<std::pair<std::string, std::unique_ptr<DCM_STRUCT>>> images;
+  Json results = Json(Json::Object{});
+};
+
+struct CliCode {
+  int code;
+  std::string method;
+};
+
+struct CliParameter {
+  std::string name;
+  std::string type;
+  std::string description;
+};
+
+// One operator class as the program sees it.
+class CliOperator {
+public:
+  virtual ~CliOperator() = default;
+  virtual const std::string& Name() const = 0;
+  virtual const std::string& Summary() const = 0;
+  virtual const std::vector<CliCode>& Codes() const = 0;
+  virtual const std::vector<CliParameter>& Parameters() const = 0;
+  virtual const std::vector<std::string>& ResultNames() const = 0;
+  virtual bool NeedsSecondInput() const = 0;
+  virtual bool WritesImage() const = 0;
+  // Throws CliUsageError for an unknown parameter or a value of the wrong type.
+  virtual CliRunOutcome Run(const CliImages& images, const CliSettings& settings) const = 0;
+};
+
+// Adds an operator class; returns true so that it can initialise a static.
+bool Cli_Register(std::unique_ptr<CliOperator> op);
+// Every registered class, sorted by name.
+std::vector<const CliOperator*> Cli_Operators();
+// The class of that name (case-insensitive), or null.
+const CliOperator* Cli_FindOperator(const std::string& name);
+
+// Parses a command-line value into T; throws CliUsageError naming the parameter.
+template <typename T>
+T Cli_ParseValue(const std::string& parameter, const std::string& text);
+template <> bool Cli_ParseValue<bool>(const std::string& parameter, const std::string& text);
+template <> int Cli_ParseValue<int>(const std::string& parameter, const std::string& text);
+template <> long Cli_ParseValue<long>(const std::string& parameter, const std::string& text);
+template <> short Cli_ParseValue<short>(const std::string& parameter, const std::string& text);
+template <> unsigned Cli_ParseValue<unsigned>(const std::string& parameter, const std::string& text);
+template <> unsigned short Cli_ParseValue<unsigned short>(const std::string& parameter, const std::string& text);
+template <> char Cli_ParseValue<char>(const std::string& parameter, const std::string& text);
+template <> float Cli_ParseValue<float>(const std::string& parameter, const std::string& text);
+template <> double Cli_ParseValue<double>(const std::string& parameter, const std::string& text);
+template <> std::string Cli_ParseValue<std::string>(const std::string& parameter, const std::string& text);
+
+template <typename T>
+const char* Cli_TypeName()
+{
+  if constexpr (std::is_same_v<T, bool>) return "bool";
+  else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>) return "real";
+  else if constexpr (std::is_same_v<T, std::string>) return "text";
+  else return "integer";
+}
+
+// The registration table of one operator class. Each class's file in cli/ builds
+// one of these: a factory that constructs the operator as a host would (its
+// constructor calls SetDefaultParameters()), its operation codes, its settable
+// parameters (by setter), its numerical results (by getter) and its outputs.
+template <class Op>
+class CliOperatorTable : public CliOperator {
+public:
+  using Factory = std::function<std::unique_ptr<Op>(const CliImages&)>;
+  using Setter = std::function<void(Op&, const std::string&)>;
+  using Getter = std::function<Json(Op&)>;
+  using Attach = std::function<void(Op&, DCM_STRUCT*)>;
+  using Hook = std::function<void(Op&, const CliImages&, CliRunOutcome&)>;
+
+  CliOperatorTable(std::string name, std::string summary, Factory make)
+      : ClassName(std::move(name)), Description(std::move(summary)), Make(std::move(make)),
+        ApplyFn([](Op& op) { return static_cast<bool>(op.Apply()); })
+  {
+  }
+
+  CliOperatorTable& Code(int code, std::string method)
+  {
+    CodeList.push_back({code, std::move(method)});
+    return *this;
+  }
+
+  // --set Name=Value calls setter with the value parsed as the setter's type.
+  template <typename T, typename R>
+  CliOperatorTable& Param(const std::string& name, R (Op::*setter)(T), std::string description)
+  {
+    using Value = std::remove_cvref_t<T>;
+    ParamList.push_back({name, Cli_TypeName<Value>(), std::move(description)});
+    Setters.emplace_back(name, [name, setter](Op& op, const std::string& text) {
+      (op.*setter)(Cli_ParseValue<Value>(name, text));
+    });
+    return *this;
+  }
+  // A parameter set by custom code (several arguments, points, kernels...).
+  CliOperatorTable& ParamFn(const std::string& name, std::string type, std::string description, Setter set)
+  {
+    ParamList.push_back({name, std::move(type), std::move(description)});
+    Setters.emplace_back(name, std::move(set));
+    return *this;
+  }
+
+  // A numerical result printed under name, read with getter after Apply().
+  template <typename R>
+  CliOperatorTable& Result(const std::string& name, R (Op::*getter)() const)
+  {
+    ResultList.push_back(name);
+    Getters.emplace_back(name, [getter](Op& op) { return Json((op.*getter)()); });
+    return *this;
+  }
+  CliOperatorTable& ResultFn(const std::string& name, Getter get)
+  {
+    ResultList.push_back(name);
+    Getters.emplace_back(name, std::move(get));
+    return *this;
+  }
+
+  // An output image of the input's geometry, allocated before the run and handed
+  // to the operator with attach; written as the label's file ("out" is -o).
+  CliOperatorTable& Output(const std::string& label, Attach attach)
+  {
+    Outputs.emplace_back(label, std::move(attach));
+    return *this;
+  }
+  // The second input image (--second), required when `required`.
+  CliOperatorTable& SecondInput(Attach attach, bool required = true)
+  {
+    AttachSecond = std::move(attach);
+    SecondRequired = required;
+    return *this;
+  }
+  // How the ROI (--roi) reaches the operator when not through SetRoi.
+  CliOperatorTable& RoiInput(Attach attach)
+  {
+    AttachRoi = std::move(attach);
+    return *this;
+  }
+  // Replaces op.Apply() as the run.
+  CliOperatorTable& ApplyWith(std::function<bool(Op&)> apply)
+  {
+    ApplyFn = std::move(apply);
+    return *this;
+  }
+  // Runs after Apply(): extra result images or values.
+  CliOperatorTable& After(Hook hook)
+  {
+    Hooks.push_back(std::move(hook));
+    return *this;
+  }
+
+  const std::string& Name() const override { return ClassName; }
+  const std::string& Summary() const override { return Description; }
+  const std::vector<CliCode>& Codes() const override { return CodeList; }
+  const std::vector<CliParameter>& Parameters() const override { return ParamList; }
+  const std::vector<std::string>& ResultNames() const override { return ResultList; }
+  bool NeedsSecondInput() const override { return static_cast<bool>(AttachSecond) && SecondRequired; }
+  bool WritesImage() const override { return !Outputs.empty(); }
+
+  CliRunOutcome Run(const CliImages& images, const CliSettings& settings) const override
+  {
+    if (images.in == nullptr)
+      throw CliUsageError(ClassName + " needs an input image");
+    if (NeedsSecondInput() && images.second == nullptr)
+      throw CliUsageError(ClassName + " needs a second input image (--second FILE)");
+    std::unique_ptr<Op> op = Make(images);
+    if (images.second != nullptr && AttachSecond)
+      AttachSecond(*op, images.second);
+    if (images.roi != nullptr) {
+      if (AttachRoi)
+        AttachRoi(*op, images.roi);
+      else if constexpr (requires(Op& o, DCM_STRUCT* r) { o.SetRoi(r); })
+        op->SetRoi(images.roi);
+    }
+    for (const auto& [name, text] : settings.values)
+      FindSetter(name)(*op, text);
+    if constexpr (requires(Op& o) { o.SetTools(0); }) {
+      if (settings.tools)
+        op->SetTools(*settings.tools);
+    }
+    if constexpr (requires(Op& o) { o.SetMode(short{0}); }) {
+      if (settings.mode)
+        op->SetMode(*settings.mode);
+    }
+
+    CliRunOutcome outcome;
+    for (const auto& [label, attach] : Outputs) {
+      auto image = std::make_unique<DCM_STRUCT>(*images.in, false);
+      attach(*op, image.get());
+      outcome.images.emplace_back(label, std::move(image));
+    }
+    outcome.applied = ApplyFn(*op);
+    outcome.results.Set("class", ClassName);
+    if constexpr (requires(Op& o) { o.GetTools(); })
+      outcome.results.Set("tools", Json(op->GetTools()));
+    outcome.results.Set("applied", outcome.applied);
+    if constexpr (requires(Op& o) { o.GetResult(); })
+      outcome.results.Set("Result", Json(op->GetResult()));
+    for (const auto& [name, get] : Getters)
+      outcome.results.Set(name, get(*op));
+    for (const Hook& hook : Hooks)
+      hook(*op, images, outcome);
+    return outcome;
+  }
+
+private:
+  const Setter& FindSetter(const std::string& name) const
+  {
+    const std::string bare = name.rfind("Set", 0) == 0 && name.size() > 3 ? name.substr(3) : name;
+    for (const auto& [known, set] : Setters)
+      if (known == name || known == bare)
+        return set;
+    std::string list;
+    for (const auto& p : ParamList)
+      list += (list.empty() ? "" : ", ") + p.name;
+    throw CliUsageError("unknown parameter '" + name + "' for " + ClassName +
+                        (list.empty() ? " (it has none)" : " (known: " + list + ")"));
+  }
+
+  std::string ClassName;
+  std::string Description;
+  Factory Make;
+  std::function<bool(Op&)> ApplyFn;
+  std::vector<CliCode> CodeList;
+  std::vector<CliParameter> ParamList;
+  std::vector<std::pair<std::string, Setter>> Setters;
+  std::vector<std::string> ResultList;
+  std::vector<std::pair<std::string, Getter>> Getters;
+  std::vector<std::pair<std::string, Attach>> Outputs;
+  Attach AttachSecond;
+  bool SecondRequired = true;
+  Attach AttachRoi;
+  std::vector<Hook> Hooks;
+};
