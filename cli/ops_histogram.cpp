@@ -1,0 +1,47 @@
+#include "cli/operator_registry.h"
+#include "ipg/filtering/ipg_histo.h"
+
+#include <string>
+
+namespace {
+
+// The histogram as the program runs it: Save takes a path and writes the text
+// file after the run.
+class CliHisto : public IPG_HISTO {
+public:
+  using IPG_HISTO::IPG_HISTO;
+  std::string SavePath;
+};
+
+Json CountsOf(const CliHisto& h)
+{
+  Json::Array counts;
+  for (int i = 0; h.GetHistoAddress() != nullptr && i < h.GetNbOfValues(); ++i)
+    counts.emplace_back(h.GetHistoAddress()[i]);
+  return Json(std::move(counts));
+}
+
+const bool registered = [] {
+  auto table = std::make_unique<CliOperatorTable<CliHisto>>(
+      "IPG_HISTO", "histogram of the grey levels of an image, one bin per level", [](const CliImages& im) {
+        auto op = std::make_unique<CliHisto>(im.in);
+        op->SetTools(1400); // the only code; hosts set it before Apply()
+        return op;
+      });
+  table->Code(1400, "ComputeHisto");
+  table->ParamFn("Save", "path", "write the histogram as text to this file after the run",
+                 [](CliHisto& op, const std::string& path) { op.SavePath = path; });
+  table->ResultFn("MinHisto", [](CliHisto& op) { return Json(op.GetMinHisto()); });
+  table->ResultFn("MaxHisto", [](CliHisto& op) { return Json(op.GetMaxHisto()); });
+  table->ResultFn("NbOfValues", [](CliHisto& op) { return Json(op.GetNbOfValues()); });
+  table->ResultFn("CurrentMaxIndice", [](CliHisto& op) { return Json(op.GetCurrentMaxIndice()); });
+  table->ResultFn("Max", [](CliHisto& op) { return Json(op.GetMax()); });
+  table->ResultFn("Histo", [](CliHisto& op) { return CountsOf(op); });
+  table->After([](CliHisto& op, const CliImages&, CliRunOutcome&) {
+    if (!op.SavePath.empty())
+      op.Save(op.SavePath.c_str());
+  });
+  return Cli_Register(std::move(table));
+}();
+
+} // namespace

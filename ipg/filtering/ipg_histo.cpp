@@ -1,0 +1,126 @@
+#include "ipg/filtering/ipg_histo.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <new>
+
+namespace {
+
+constexpr int kHistoTools = 1400;
+
+std::unique_ptr<int[]> AllocateCounts(long long count)
+{
+  if (count <= 0 || count > INT_MAX)
+    return nullptr;
+  return std::unique_ptr<int[]>(new (std::nothrow) int[static_cast<std::size_t>(count)]());
+}
+
+} // namespace
+
+IPG_HISTO::IPG_HISTO() = default;
+
+IPG_HISTO::IPG_HISTO(DCM_STRUCT* in) { SetImaIn(in); }
+
+IPG_HISTO::IPG_HISTO(std::vector<int> values)
+{
+  OwnValues = std::make_unique<int[]>(values.size() + 1);
+  std::copy(values.begin(), values.end(), OwnValues.get());
+  Values = OwnValues.get();
+  NbValues = values.size();
+  MinHisto = 0;
+  MaxHisto = 0;
+  for (const int v : values) {
+    if (v <= MinHisto)
+      MinHisto = v;
+    else if (v >= MaxHisto)
+      MaxHisto = v;
+  }
+}
+
+IPG_HISTO::IPG_HISTO(const IPG_HISTO& source)
+    : IPG_ONE_INPUT_NO_OUTPUT(), NbOfValues(source.NbOfValues), CurrentMaxIndice(source.CurrentMaxIndice),
+      MinHisto(source.MinHisto), MaxHisto(source.MaxHisto)
+{
+  if (source.Histo != nullptr) {
+    Histo = std::make_unique<int[]>(static_cast<std::size_t>(NbOfValues));
+    std::copy(source.Histo.get(), source.Histo.get() + NbOfValues, Histo.get());
+  }
+}
+
+IPG_HISTO::~IPG_HISTO() = default;
+
+bool IPG_HISTO::Apply()
+{
+  if (Tools != kHistoTools)
+    return false;
+  return ComputeHisto();
+}
+
+bool IPG_HISTO::ComputeHisto()
+{
+  Histo.reset();
+  if (Values == nullptr) {
+    if (ImaIn == nullptr)
+      return false;
+    DCM_DATA* data = ImaIn->Data;
+    NbValues = data->GetSize();
+    data->SetMin();
+    data->SetMax();
+    MinHisto = data->GetMin();
+    MaxHisto = data->GetMax();
+    Values = data->GetIDataAddress();
+  }
+  CurrentMaxIndice = 0;
+  const long long binCount = static_cast<long long>(MaxHisto) - MinHisto + 1;
+  Histo = AllocateCounts(binCount);
+  if (Histo == nullptr) {
+    NbOfValues = 0;
+    return false;
+  }
+  NbOfValues = static_cast<int>(binCount);
+  for (std::size_t k = 0; k < NbValues; ++k) {
+    const int v = Values[k];
+    if (v < MinHisto || v > MaxHisto || v == kIpgRoiValue)
+      continue;
+    const int bin = v - MinHisto;
+    if (++Histo[bin] > Histo[CurrentMaxIndice])
+      CurrentMaxIndice = bin;
+  }
+  return true;
+}
+
+int IPG_HISTO::GetHistoValue(int i)
+{
+  if (i < 0 || i > NbOfValues || Histo == nullptr)
+    return -1;
+  if (i == NbOfValues)
+    return 0;
+  return Histo[i];
+}
+
+int IPG_HISTO::GetHistoValueFromGreyLevel(int g) const
+{
+  if (g < MinHisto || g > MaxHisto || Histo == nullptr)
+    return -1;
+  return Histo[static_cast<long long>(g) - MinHisto];
+}
+
+int IPG_HISTO::GetMax() const { return Histo != nullptr ? Histo[CurrentMaxIndice] : 0; }
+
+void IPG_HISTO::Save(const char* path) const
+{
+  if (path == nullptr)
+    return;
+  std::FILE* file = std::fopen(path, "w");
+  if (file == nullptr)
+    return;
+  std::fprintf(file, "min = %d \n", MinHisto);
+  std::fprintf(file, "max = %d \n", MaxHisto);
+  for (int i = 0; Histo != nullptr && i < NbOfValues; ++i)
+    std::fprintf(file, "%d\n", Histo[i]);
+  std::fclose(file);
+}

@@ -1,0 +1,184 @@
+#include "ipg/filtering/ipg_histo.h"
+
+#include "dcm/dcm_struct.h"
+#include "support/message_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+// A cols x rows image holding the given pixels, row after row.
+std::unique_ptr<DCM_STRUCT> ImageOf(unsigned cols, unsigned rows, const std::vector<int>& pixels)
+{
+  auto image = std::make_unique<DCM_STRUCT>(cols, rows);
+  for (unsigned r = 0; r < rows; ++r)
+    for (unsigned c = 0; c < cols; ++c)
+      image->Data->SetValue(c, r, pixels[r * cols + c]);
+  return image;
+}
+
+std::vector<int> Bins(const IPG_HISTO& h)
+{
+  return std::vector<int>(h.GetHistoAddress(), h.GetHistoAddress() + h.GetNbOfValues());
+}
+
+} // namespace
+
+TEST(IpgHisto, ConstantImageGivesOneFullBin)
+{
+  auto image = ImageOf(3, 2, {7, 7, 7, 7, 7, 7});
+  IPG_HISTO h(image.get());
+  h.SetTools(1400);
+  ASSERT_TRUE(h.Apply());
+  EXPECT_EQ(h.GetMinHisto(), 7);
+  EXPECT_EQ(h.GetMaxHisto(), 7);
+  EXPECT_EQ(h.GetNbOfValues(), 1);
+  EXPECT_EQ(h.GetCurrentMaxIndice(), 0);
+  EXPECT_EQ(h.GetMax(), 6);
+  EXPECT_EQ(h.GetHistoValueFromGreyLevel(7), 6);
+}
+
+TEST(IpgHisto, CountsEveryLevelOfTheImageRange)
+{
+  auto image = ImageOf(3, 2, {-2, 0, 3, 3, -2, 3});
+  IPG_HISTO h(image.get());
+  ASSERT_TRUE(h.ComputeHisto());
+  EXPECT_EQ(h.GetMinHisto(), -2);
+  EXPECT_EQ(h.GetMaxHisto(), 3);
+  EXPECT_EQ(Bins(h), (std::vector<int>{2, 0, 1, 0, 0, 3}));
+  EXPECT_EQ(h.GetCurrentMaxIndice(), 5); // an index, not the grey level 3
+  EXPECT_EQ(h.GetMax(), 3);
+}
+
+TEST(IpgHisto, MarkValueWidensTheRangeButIsNotCounted)
+{
+  auto image = ImageOf(3, 1, {1, 2, 16777217});
+  IPG_HISTO h(image.get());
+  ASSERT_TRUE(h.ComputeHisto());
+  EXPECT_EQ(h.GetMinHisto(), 1);
+  EXPECT_EQ(h.GetMaxHisto(), 16777217);
+  EXPECT_EQ(h.GetNbOfValues(), 16777217);
+  EXPECT_EQ(h.GetHistoValueFromGreyLevel(16777217), 0);
+  EXPECT_EQ(h.GetHistoValueFromGreyLevel(1), 1);
+}
+
+TEST(IpgHisto, OutOfRangeLookups)
+{
+  IPG_HISTO h(std::vector<int>{1, 2, 2});
+  EXPECT_EQ(h.GetHistoValue(0), -1) << "nothing computed yet";
+  EXPECT_EQ(h.GetHistoValueFromGreyLevel(1), -1);
+  EXPECT_EQ(h.GetMax(), 0);
+  ASSERT_TRUE(h.ComputeHisto());
+  ASSERT_EQ(h.GetNbOfValues(), 3);
+  EXPECT_EQ(h.GetHistoValue(-1), -1);
+  EXPECT_EQ(h.GetHistoValue(2), 2);
+  EXPECT_EQ(h.GetHistoValue(3), 0) << "the index equal to the bin count reads as an empty bin";
+  EXPECT_EQ(h.GetHistoValue(4), -1);
+  EXPECT_EQ(h.GetHistoValueFromGreyLevel(-1), -1);
+  EXPECT_EQ(h.GetHistoValueFromGreyLevel(3), -1);
+  EXPECT_EQ(h.GetHistoValueFromGreyLevel(0), 0);
+}
+
+TEST(IpgHisto, ListRangeAlwaysContainsZero)
+{
+  IPG_HISTO positive(std::vector<int>{5, 7, 9});
+  EXPECT_EQ(positive.GetMinHisto(), 0);
+  EXPECT_EQ(positive.GetMaxHisto(), 9);
+  ASSERT_TRUE(positive.ComputeHisto());
+  EXPECT_EQ(positive.GetNbOfValues(), 10);
+  EXPECT_EQ(Bins(positive), (std::vector<int>{0, 0, 0, 0, 0, 1, 0, 1, 0, 1}));
+
+  IPG_HISTO negative(std::vector<int>{-3, -5, -1});
+  EXPECT_EQ(negative.GetMinHisto(), -5);
+  EXPECT_EQ(negative.GetMaxHisto(), 0);
+  ASSERT_TRUE(negative.ComputeHisto());
+  EXPECT_EQ(Bins(negative), (std::vector<int>{1, 0, 1, 0, 1, 0}));
+}
+
+TEST(IpgHisto, TieKeepsTheBinThatReachedTheCountFirst)
+{
+  IPG_HISTO h(std::vector<int>{5, 5, 3, 3});
+  ASSERT_TRUE(h.ComputeHisto());
+  EXPECT_EQ(h.GetCurrentMaxIndice(), 5);
+  EXPECT_EQ(h.GetMax(), 2);
+}
+
+TEST(IpgHisto, ApplyRunsOnlyCode1400)
+{
+  auto image = ImageOf(2, 1, {1, 2});
+  IPG_HISTO h(image.get());
+  EXPECT_DOUBLE_EQ(h.GetTools(), 0.0);
+  EXPECT_FALSE(h.Apply());
+  EXPECT_EQ(h.GetHistoAddress(), nullptr);
+  EXPECT_EQ(h.GetMinHisto(), -1);
+  EXPECT_EQ(h.GetMaxHisto(), -1);
+  h.SetTools(1400);
+  EXPECT_TRUE(h.Apply());
+  EXPECT_NE(h.GetHistoAddress(), nullptr);
+}
+
+TEST(IpgHisto, WithoutInputNothingIsComputed)
+{
+  IPG_HISTO h;
+  h.SetTools(1400);
+  EXPECT_FALSE(h.Apply());
+  EXPECT_EQ(h.GetHistoAddress(), nullptr);
+}
+
+TEST(IpgHisto, RecomputingKeepsTheFirstRangeAndRecountsThePixels)
+{
+  auto image = ImageOf(3, 1, {1, 2, 3});
+  IPG_HISTO h(image.get());
+  ASSERT_TRUE(h.ComputeHisto());
+  image->Data->SetValue(0u, 0u, 10);
+  image->Data->SetValue(2u, 0u, 2);
+  ASSERT_TRUE(h.ComputeHisto());
+  EXPECT_EQ(h.GetMinHisto(), 1);
+  EXPECT_EQ(h.GetMaxHisto(), 3);
+  EXPECT_EQ(Bins(h), (std::vector<int>{0, 2, 0}));
+  EXPECT_EQ(h.GetCurrentMaxIndice(), 1);
+}
+
+TEST(IpgHisto, CopyTakesTheBinsAndRangeOnly)
+{
+  auto image = ImageOf(4, 1, {4, 6, 6, 5});
+  IPG_HISTO source(image.get());
+  source.SetTools(1400);
+  ASSERT_TRUE(source.Apply());
+  IPG_HISTO copy(source);
+  EXPECT_NE(copy.GetHistoAddress(), source.GetHistoAddress());
+  EXPECT_EQ(Bins(copy), (std::vector<int>{1, 1, 2}));
+  EXPECT_EQ(copy.GetCurrentMaxIndice(), 2);
+  EXPECT_EQ(copy.GetMinHisto(), 4);
+  EXPECT_EQ(copy.GetMaxHisto(), 6);
+  EXPECT_DOUBLE_EQ(copy.GetTools(), 0.0);
+  EXPECT_EQ(copy.GetImaIn(), nullptr);
+
+  const IPG_HISTO blank;
+  IPG_HISTO blankCopy(blank);
+  EXPECT_EQ(blankCopy.GetHistoAddress(), nullptr);
+  EXPECT_EQ(blankCopy.GetMinHisto(), -1);
+}
+
+TEST(IpgHisto, SaveWritesTheRangeThenOneCountPerLine)
+{
+  MessageCapture capture;
+  IPG_HISTO h(std::vector<int>{-1, 1, 1});
+  ASSERT_TRUE(h.ComputeHisto());
+  const std::string path = ::testing::TempDir() + "ipg_histo_save.txt";
+  h.Save(path.c_str());
+  std::ifstream file(path);
+  std::stringstream text;
+  text << file.rdbuf();
+  EXPECT_EQ(text.str(), "min = -1 \nmax = 1 \n1\n0\n2\n");
+  std::remove(path.c_str());
+
+  h.Save("/nonexistent-directory/histo.txt");
+  EXPECT_TRUE(capture.Texts.empty());
+}
