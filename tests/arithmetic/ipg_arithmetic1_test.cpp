@@ -1,0 +1,292 @@
+#include "dcm/dcm_struct.h"
+#include "ipg/arithmetic/ipg_arithmetic1.h"
+#include "support/message_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cmath>
+#include <memory>
+#include <vector>
+
+namespace {
+
+// Runs one operation on a one-row image and returns the output as real values.
+// The output keeps precision 10000 and mode 302, so results are read before any
+// re-scaling, to four decimals.
+struct PointRun {
+  PointRun(int tools, float variable, const std::vector<double>& input, const std::vector<int>* roi = nullptr)
+      : In(static_cast<unsigned>(input.size()), 1, nullptr), Out(In, false)
+  {
+    In.Data->SetPrecision(10000);
+    Out.Data->SetPrecision(10000);
+    for (unsigned c = 0; c < input.size(); ++c)
+      In.Data->SetValue(c, 0u, input[c]);
+    if (roi != nullptr) {
+      RoiImage = std::make_unique<DCM_STRUCT>(In, false);
+      for (unsigned c = 0; c < roi->size(); ++c)
+        RoiImage->Data->SetValue(c, 0u, (*roi)[c]);
+    }
+    IPG_ARITHMETIC1 op(&In, RoiImage.get());
+    op.SetTools(tools);
+    op.SetVariable(variable);
+    op.SetMode(302);
+    op.SetImaOut(&Out);
+    Applied = op.Apply();
+  }
+  double at(unsigned c) const { return Out.Data->GetValueReal(c, 0); }
+  int raw(unsigned c) const { return Out.Data->GetValue(c, 0); }
+
+  DCM_STRUCT In;
+  DCM_STRUCT Out;
+  std::unique_ptr<DCM_STRUCT> RoiImage;
+  bool Applied = false;
+};
+
+// Runs with precision 1 (whole grey levels), for the over-range guard near 2^24.
+std::vector<int> RunWhole(int tools, float variable, const std::vector<int>& input)
+{
+  DCM_STRUCT in(static_cast<unsigned>(input.size()), 1, nullptr);
+  for (unsigned c = 0; c < input.size(); ++c)
+    in.Data->SetValue(c, 0u, input[c]);
+  DCM_STRUCT out(in, false);
+  IPG_ARITHMETIC1 op(&in);
+  op.SetTools(tools);
+  op.SetVariable(variable);
+  op.SetMode(302);
+  op.SetImaOut(&out);
+  EXPECT_TRUE(op.Apply());
+  std::vector<int> result;
+  for (unsigned c = 0; c < input.size(); ++c)
+    result.push_back(out.Data->GetValue(c, 0));
+  return result;
+}
+
+} // namespace
+
+TEST(Arithmetic1, DefaultsAndPartialCopy)
+{
+  DCM_STRUCT in(2, 2, nullptr);
+  IPG_ARITHMETIC1 op(&in);
+  EXPECT_EQ(op.GetTools(), 200.0);
+  EXPECT_EQ(op.GetVariable(), 200.0f);
+  EXPECT_EQ(op.GetMode(), 301);
+  EXPECT_EQ(op.GetImaIn(), &in);
+
+  op.SetVariable(3.0f);
+  DCM_STRUCT out(in, false);
+  op.SetImaOut(&out);
+  IPG_ARITHMETIC1 copy(op);
+  EXPECT_EQ(copy.GetVariable(), 3.0f);
+  EXPECT_EQ(copy.GetTools(), 0.0);
+  EXPECT_EQ(copy.GetImaIn(), nullptr);
+  EXPECT_EQ(copy.GetImaOut(), nullptr);
+  EXPECT_FALSE(copy.Apply()) << "a copy does nothing until a code is set";
+  copy.SetTools(999);
+  MessageCapture capture;
+  EXPECT_FALSE(copy.Apply());
+  EXPECT_TRUE(capture.Texts.empty()) << "unknown codes are silent";
+}
+
+TEST(Arithmetic1, OverRangeGuardKeepsTheInputAndIsInclusive)
+{
+  EXPECT_EQ(RunWhole(200, 10.0f, {16777210, 16777206}), (std::vector<int>{16777210, 16777216}));
+  EXPECT_EQ(RunWhole(203, 0.0f, {5000, -4000, 3}), (std::vector<int>{5000, 16000000, 9}));
+  EXPECT_EQ(RunWhole(201, 10.0f, {16777210}), (std::vector<int>{167772100})) << "multiplication is unguarded";
+  EXPECT_EQ(RunWhole(209, 0.0f, {8}), (std::vector<int>{8}));
+}
+
+TEST(Arithmetic1, RootsAndLogarithmsOfBadValuesKeepTheInput)
+{
+  PointRun root(204, 0.0f, {-4.0, 16.0, 2.0});
+  EXPECT_DOUBLE_EQ(root.at(0), -4.0);
+  EXPECT_DOUBLE_EQ(root.at(1), 4.0);
+  EXPECT_EQ(root.raw(2), 14142);
+
+  PointRun logTen(207, 0.0f, {0.0, -10.0, 0.001, 1000.0, -0.0005});
+  EXPECT_EQ(logTen.raw(0), INT_MIN) << "-16777216 at precision 10000 saturates the store";
+  EXPECT_DOUBLE_EQ(logTen.at(1), -10.0);
+  EXPECT_DOUBLE_EQ(logTen.at(2), -3.0) << "exactly 0.001 is not below the limit";
+  EXPECT_DOUBLE_EQ(logTen.at(3), 3.0);
+  EXPECT_EQ(logTen.raw(4), INT_MIN) << "|v| below 0.001 gives the floor value";
+
+  PointRun ln(208, 0.0f, {1.0, -1.0});
+  EXPECT_DOUBLE_EQ(ln.at(0), 0.0);
+  EXPECT_DOUBLE_EQ(ln.at(1), -1.0);
+}
+
+TEST(Arithmetic1, LogarithmFloorBeforeRescaling)
+{
+  EXPECT_EQ(RunWhole(207, 0.0f, {0, 100}), (std::vector<int>{-16777216, 2}));
+  EXPECT_EQ(RunWhole(208, 0.0f, {0}), (std::vector<int>{-16777216}));
+}
+
+TEST(Arithmetic1, ExponentialsAndPowers)
+{
+  PointRun inv(209, 0.0f, {0.0, 2.0, -1.0});
+  EXPECT_DOUBLE_EQ(inv.at(0), 1.0);
+  EXPECT_NEAR(inv.at(1), 100.0, 2e-4); // the store truncates at four decimals
+  EXPECT_NEAR(inv.at(2), 0.1, 2e-4);
+
+  PointRun exp(210, 0.0f, {1.0, 0.0});
+  EXPECT_EQ(exp.raw(0), 27182);
+  EXPECT_DOUBLE_EQ(exp.at(1), 1.0);
+
+  PointRun square(206, 2.0f, {-3.0, 3.0, 0.0});
+  EXPECT_DOUBLE_EQ(square.at(0), -9.0) << "the sign of the input is kept";
+  EXPECT_DOUBLE_EQ(square.at(1), 9.0);
+  EXPECT_DOUBLE_EQ(square.at(2), 0.0);
+  PointRun zeroth(206, 0.0f, {0.0, -5.0});
+  EXPECT_DOUBLE_EQ(zeroth.at(0), 1.0);
+  EXPECT_DOUBLE_EQ(zeroth.at(1), 1.0);
+  PointRun half(206, 0.5f, {0.0, -16.0});
+  EXPECT_DOUBLE_EQ(half.at(0), 0.0);
+  EXPECT_DOUBLE_EQ(half.at(1), -4.0);
+}
+
+TEST(Arithmetic1, AngleConversionsAreNamedTheOtherWayRound)
+{
+  PointRun toDegrees(211, 0.0f, {1.0});
+  EXPECT_EQ(toDegrees.raw(0), 572957); // 57.29577951308232 truncated at 4 decimals
+  PointRun toRadians(212, 0.0f, {180.0});
+  EXPECT_EQ(toRadians.raw(0), 31415);
+}
+
+TEST(Arithmetic1, ConstantOperations)
+{
+  PointRun add(200, 2.5f, {1.0, -1.0});
+  EXPECT_DOUBLE_EQ(add.at(0), 3.5);
+  EXPECT_DOUBLE_EQ(add.at(1), 1.5);
+  PointRun mul(201, -2.0f, {1.5});
+  EXPECT_DOUBLE_EQ(mul.at(0), -3.0);
+  PointRun div(205, -0.001f, {1.0});
+  ASSERT_TRUE(div.Applied);
+  EXPECT_NEAR(div.at(0), -1000.0, 0.1);
+}
+
+TEST(Arithmetic1, AbsoluteValueOnRawPixelsSetsTheDynamicRange)
+{
+  DCM_STRUCT in(3, 1, nullptr);
+  in.Data->SetValue(0u, 0u, -7);
+  in.Data->SetValue(1u, 0u, 4);
+  in.Data->SetValue(2u, 0u, -2);
+  DCM_STRUCT out(in, false);
+  DCM_STRUCT roi(in, false);
+  roi.Data->SetValue(0u, 0u, 16777217);
+  roi.Data->SetValue(2u, 0u, 1);
+  IPG_ARITHMETIC1 op(&in, &roi);
+  op.SetTools(202);
+  op.SetMode(302);
+  op.SetImaOut(&out);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(out.Data->GetValue(0, 0), 7);
+  EXPECT_EQ(out.Data->GetValue(1, 0), 4);
+  EXPECT_EQ(out.Data->GetValue(2, 0), -2);
+  EXPECT_EQ(out.Data->GetDynMax(), 10u);
+}
+
+TEST(Arithmetic1, RoiSelectsOnlyTheExactRoiValue)
+{
+  const std::vector<int> roi = {16777217, 1, 16777216, 16777217};
+  PointRun run(200, 10.0f, {1.0, 2.0, 3.0, 4.0}, &roi);
+  EXPECT_DOUBLE_EQ(run.at(0), 11.0);
+  EXPECT_DOUBLE_EQ(run.at(1), 2.0);
+  EXPECT_DOUBLE_EQ(run.at(2), 3.0);
+  EXPECT_DOUBLE_EQ(run.at(3), 14.0);
+
+  const std::vector<int> ones = {1, 1, 1};
+  PointRun outside(203, 0.0f, {2.0, 3.0, -4.0}, &ones);
+  for (unsigned c = 0; c < 3; ++c)
+    EXPECT_DOUBLE_EQ(outside.at(c), outside.In.Data->GetValueReal(c, 0));
+}
+
+TEST(Arithmetic1, DefaultModeRescalesTheResult)
+{
+  DCM_STRUCT in(3, 1, nullptr);
+  DCM_HEADER h = in.GetHeader();
+  h.BitsStored = 8;
+  in.SetHeader(h);
+  for (unsigned c = 0; c < 3; ++c)
+    in.Data->SetValue(c, 0u, static_cast<int>(c) * 10);
+  DCM_STRUCT out(in, false);
+  IPG_ARITHMETIC1 op(&in);
+  op.SetVariable(5.0f);
+  op.SetImaOut(&out);
+  ASSERT_TRUE(op.Apply());
+  // 5, 15, 25 with the stored minimum still 0 from construction: v / 25 * 256
+  EXPECT_EQ(out.Data->GetValue(0, 0), 51);
+  EXPECT_EQ(out.Data->GetValue(1, 0), 154);
+  EXPECT_EQ(out.Data->GetValue(2, 0), 256);
+}
+
+TEST(Arithmetic1, FailureMessagesAndTheirSpellings)
+{
+  DCM_STRUCT in(2, 1, nullptr);
+  IPG_ARITHMETIC1 op(&in);
+  MessageCapture capture;
+  for (int tools : {200, 201, 202, 203, 204, 205, 206, 207, 208, 209, 210, 211, 212}) {
+    op.SetTools(tools);
+    op.SetVariable(2.0f);
+    EXPECT_FALSE(op.Apply()) << tools;
+  }
+  ASSERT_EQ(capture.Texts.size(), 13u);
+  const std::string accented = "image de sortie non allou\xC3\xA9" "e";
+  const std::string plain = "image de sortie non allouee";
+  for (std::size_t k = 0; k < 13; ++k) {
+    const bool unaccented = k == 1 || k == 5; // MultiplyConstant, DivideConstant
+    EXPECT_EQ(capture.Texts[k], unaccented ? plain : accented) << "code " << 200 + k;
+    EXPECT_EQ(capture.Captions[k], "Information");
+  }
+
+  capture.Texts.clear();
+  op.SetTools(205);
+  op.SetVariable(0.0005f);
+  EXPECT_FALSE(op.Apply());
+  ASSERT_EQ(capture.Texts.size(), 1u) << "division by zero is reported before the missing output";
+  EXPECT_EQ(capture.Texts[0], "Division par Z\xC3\xA9ro");
+
+  DCM_STRUCT out(in, false);
+  out.Data->SetValue(0u, 0u, 42);
+  op.SetImaOut(&out);
+  capture.Texts.clear();
+  EXPECT_FALSE(op.DivideConstant());
+  EXPECT_EQ(out.Data->GetValue(0, 0), 42) << "output untouched";
+}
+
+TEST(Arithmetic1, ColourOutputFailsAfterWritingThePixels)
+{
+  DCM_STRUCT in(1, 1, nullptr);
+  in.Data->SetValue(0u, 0u, 3);
+  DCM_STRUCT out(in, false);
+  DCM_HEADER h = out.GetHeader();
+  h.PhotometricInterpretation = 2;
+  out.SetHeader(h);
+  IPG_ARITHMETIC1 op(&in);
+  op.SetVariable(1.0f);
+  op.SetImaOut(&out);
+  MessageCapture capture;
+  EXPECT_FALSE(op.Apply());
+  EXPECT_EQ(out.Data->GetValue(0, 0), 4);
+  ASSERT_EQ(capture.Texts.size(), 1u);
+}
+
+TEST(Arithmetic1, SmallerOutputOrMissingInputNeverCrashes)
+{
+  DCM_STRUCT in(5, 5, nullptr);
+  in.Data->Init(-3.0);
+  DCM_STRUCT small(2, 2, nullptr);
+  IPG_ARITHMETIC1 op(&in);
+  op.SetImaOut(&small);
+  op.SetMode(302);
+  for (int tools = 200; tools <= 212; ++tools) {
+    op.SetTools(tools);
+    op.Apply();
+  }
+  EXPECT_EQ(small.Data->GetValue(1, 1), 0) << "RadToDeg of -3 ran last over the overlap";
+
+  IPG_ARITHMETIC1 noInput(nullptr);
+  noInput.SetImaOut(&small);
+  EXPECT_TRUE(noInput.Apply());
+  noInput.SetTools(202);
+  EXPECT_TRUE(noInput.Apply());
+}

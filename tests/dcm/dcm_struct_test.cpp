@@ -1,0 +1,122 @@
+#include "dcm/dcm_struct.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+std::unique_ptr<DCM_STRUCT> MakeRamp(unsigned cols, unsigned rows)
+{
+  auto image = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
+  for (unsigned r = 0; r < rows; ++r)
+    for (unsigned c = 0; c < cols; ++c)
+      image->Data->SetValue(c, r, static_cast<int>(100 * r + c));
+  return image;
+}
+
+} // namespace
+
+TEST(DcmStruct, NewImageIsBlackWithTheDefaultHeader)
+{
+  DCM_STRUCT image(4, 3, nullptr);
+  EXPECT_EQ(image.GetNbOfCols(), 4u);
+  EXPECT_EQ(image.GetNbOfRows(), 3u);
+  EXPECT_EQ(image.Data->GetSize(), 12u);
+  EXPECT_EQ(image.Data->GetPrecision(), 1);
+  EXPECT_EQ(image.Data->GetMin(), 0);
+  EXPECT_EQ(image.Data->GetMax(), 0);
+  const DCM_HEADER h = image.GetHeader();
+  EXPECT_EQ(h.BitsStored, 16);
+  EXPECT_EQ(h.PhotometricInterpretation, 1);
+  EXPECT_EQ(h.Columns, 4);
+  EXPECT_EQ(h.Rows, 3);
+  for (unsigned r = 0; r < 3; ++r)
+    for (unsigned c = 0; c < 4; ++c)
+      EXPECT_EQ(image.Data->GetValue(c, r), 0);
+}
+
+TEST(DcmStruct, ParentGivesItsHeaderButNotItsSize)
+{
+  DCM_STRUCT parent(8, 8, nullptr);
+  DCM_HEADER h = parent.GetHeader();
+  h.BitsStored = 12;
+  h.PhotometricInterpretation = 0;
+  h.PixelSpacing[0] = 0.5;
+  parent.SetHeader(h);
+  DCM_STRUCT child(3, 2, &parent);
+  EXPECT_EQ(child.GetHeader().BitsStored, 12);
+  EXPECT_EQ(child.GetHeader().PhotometricInterpretation, 0);
+  EXPECT_DOUBLE_EQ(child.GetHeader().PixelSpacing[0], 0.5);
+  EXPECT_EQ(child.GetHeader().Columns, 3);
+  EXPECT_EQ(child.GetHeader().Rows, 2);
+}
+
+TEST(DcmStruct, CopyingConstructorCopiesPixelsOnlyWhenAsked)
+{
+  auto src = MakeRamp(5, 4);
+  src->Data->SetPrecision(100);
+  DCM_HEADER h = src->GetHeader();
+  h.BitsStored = 10;
+  src->SetHeader(h);
+
+  DCM_STRUCT full(*src, true);
+  EXPECT_EQ(full.GetHeader().BitsStored, 10);
+  EXPECT_EQ(full.Data->GetPrecision(), 100);
+  EXPECT_EQ(full.Data->GetValue(4, 3), 304);
+  EXPECT_EQ(full.Data->GetMax(), 304);
+  full.Data->SetValue(0u, 0u, 7);
+  EXPECT_EQ(src->Data->GetValue(0, 0), 0) << "the copy owns its pixels";
+
+  DCM_STRUCT empty(*src, false);
+  EXPECT_EQ(empty.GetHeader().BitsStored, 10);
+  EXPECT_EQ(empty.Data->GetPrecision(), 100);
+  EXPECT_EQ(empty.Data->GetValue(4, 3), 0);
+  EXPECT_EQ(empty.Data->GetMax(), 0);
+}
+
+TEST(DcmStruct, ResizingCopyKeepsTheOverlap)
+{
+  auto src = MakeRamp(5, 4);
+  DCM_STRUCT smaller(*src, true, 2, 3);
+  EXPECT_EQ(smaller.GetNbOfCols(), 2u);
+  EXPECT_EQ(smaller.GetNbOfRows(), 3u);
+  EXPECT_EQ(smaller.GetHeader().Columns, 2);
+  EXPECT_EQ(smaller.Data->GetValue(1, 2), 201);
+
+  DCM_STRUCT larger(*src, true, 7, -1);
+  EXPECT_EQ(larger.GetNbOfCols(), 7u);
+  EXPECT_EQ(larger.GetNbOfRows(), 4u);
+  EXPECT_EQ(larger.Data->GetValue(4, 3), 304);
+  EXPECT_EQ(larger.Data->GetValue(6, 3), 0);
+}
+
+TEST(DcmStruct, RefusesSidesAbove65535)
+{
+  EXPECT_THROW(DCM_STRUCT(65536, 1, nullptr), DCM_SIZE_ERROR);
+  EXPECT_THROW(DCM_STRUCT(1, 70000, nullptr), DCM_SIZE_ERROR);
+  DCM_STRUCT src(2, 2, nullptr);
+  EXPECT_THROW(DCM_STRUCT(src, false, 65536, 2), DCM_SIZE_ERROR);
+  EXPECT_NO_THROW(DCM_STRUCT(65535, 1, nullptr));
+}
+
+TEST(DcmStruct, PatientGeometryMapsPixelsToSpace)
+{
+  DCM_STRUCT image(10, 10, nullptr);
+  DCM_HEADER h = image.GetHeader();
+  h.PixelSpacing[0] = 2.0; // between rows
+  h.PixelSpacing[1] = 0.5; // between columns
+  image.SetHeader(h);
+  MTH_3D_DOUBLE origin(10.0, 20.0, 30.0);
+  MTH_3D_VECT_DOUBLE rowDir(0.0, 1.0, 0.0), colDir(0.0, 0.0, -1.0);
+  image.SetImagePosition(&origin);
+  image.SetRowDirection(&rowDir);
+  image.SetColumnDirection(&colDir);
+  MTH_3D_DOUBLE p;
+  image.Get3DCoord(4, 3, &p);
+  EXPECT_DOUBLE_EQ(p.GetX(), 10.0);
+  EXPECT_DOUBLE_EQ(p.GetY(), 22.0);
+  EXPECT_DOUBLE_EQ(p.GetZ(), 24.0);
+  EXPECT_DOUBLE_EQ(image.GetRowDirection().GetY(), 1.0);
+  EXPECT_DOUBLE_EQ(image.GetColumnDirection().GetZ(), -1.0);
+}
