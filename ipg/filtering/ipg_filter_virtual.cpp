@@ -1,0 +1,62 @@
+#include "ipg/filtering/ipg_filter_virtual.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
+
+#include <algorithm>
+
+IPG_FILTER_VIRTUAL::IPG_FILTER_VIRTUAL(const IPG_FILTER_VIRTUAL& source) : IPG_ONE_INPUT_ONE_OUTPUT()
+{
+  if (source.DefineFilter != nullptr) {
+    DefineFilter = new IPG_FILTER(source.DefineFilter);
+    DefinedFilterNumber = source.DefinedFilterNumber;
+  }
+  if (source.UserFilter != nullptr)
+    UserFilter = new IPG_FILTER(source.UserFilter);
+  ImageBorderType = source.ImageBorderType;
+}
+
+IPG_FILTER_VIRTUAL::~IPG_FILTER_VIRTUAL()
+{
+  delete DefineFilter;
+  delete UserFilter;
+}
+
+void IPG_FILTER_VIRTUAL::SetDefinedFilter(int n)
+{
+  delete DefineFilter;
+  DefineFilter = new IPG_FILTER(n);
+  DefinedFilterNumber = n;
+}
+
+void IPG_FILTER_VIRTUAL::SetUserFilter(int* data, int sizeX, int sizeY)
+{
+  delete UserFilter;
+  UserFilter = new IPG_FILTER(data, static_cast<short>(sizeX), static_cast<short>(sizeY));
+  DefinedFilterNumber = -1;
+}
+
+bool IPG_FILTER_VIRTUAL::RotateDefinedFilter(bool direction) const
+{
+  return DefineFilter != nullptr && DefineFilter->RotateFilter(direction);
+}
+
+bool IPG_FILTER_VIRTUAL::RotateUserFilter(bool direction) const
+{
+  return UserFilter != nullptr && UserFilter->RotateFilter(direction);
+}
+
+void IPG_FILTER_VIRTUAL::PrepareOutputBorder(DCM_STRUCT* out) const
+{
+  if (out == nullptr)
+    return;
+  DCM_DATA& data = *out->Data;
+  if (ImageBorderType == 0 || ImageBorderType == 1) {
+    data.Init(0);
+  } else if (ImageBorderType == 3) {
+    // The raw mark, whatever the precision of the output.
+    std::fill(data.GetIDataAddress(), data.GetIDataAddress() + data.GetSize(), kIpgMarginValue);
+    data.SetMin(kIpgMarginValue);
+    data.SetMax(kIpgMarginValue);
+  }
+}
