@@ -18,6 +18,7 @@
 #include "ipg/framework/ipg_two_inputs_one_output.h"
 #include "ipg/framework/tlinked_list.h"
 #include "ipg/framework/tlist.h"
+#include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 #include "mth/mth_2d_double.h"
