@@ -1,0 +1,195 @@
+#include "ipg/frequency/ipg_fft_one_input.h"
+
+#include "dcm/dcm_struct.h"
+#include "mth/mth_complex_buffer.h"
+#include "mth/mth_fft.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace {
+
+constexpr long double kPi = 3.141592653589793238462643383279502884L;
+
+bool HasPixels(const DCM_STRUCT* image)
+{
+  return image != nullptr && image->Data->GetNbOfCols() > 0 && image->Data->GetNbOfRows() > 0;
+}
+
+// Loads the raw input pixels (imaginary parts 0) and transforms forward.
+bool LoadAndTransform(DCM_STRUCT* in, MTH_COMPLEX_BUFFER& buffer)
+{
+  const int cols = buffer.GetNbOfCols();
+  const int rows = buffer.GetNbOfRows();
+  for (int c = 0; c < cols; ++c)
+    for (int r = 0; r < rows; ++r)
+      buffer[c][r] = MTH_COMPLEX{static_cast<double>(in->Data->GetValue(c, r)), 0.0};
+  return Mth_FFT2D(buffer.Get(), cols, rows, 1);
+}
+
+int ClampToInt(long double v)
+{
+  if (std::isnan(v))
+    return 0;
+  if (v >= static_cast<long double>(INT_MAX))
+    return INT_MAX;
+  if (v <= static_cast<long double>(INT_MIN))
+    return INT_MIN;
+  return static_cast<int>(v); // truncation toward zero
+}
+
+} // namespace
+
+IPG_FFT_ONE_INPUT::IPG_FFT_ONE_INPUT(DCM_STRUCT* in, DCM_STRUCT* out)
+{
+  SetImaIn(in);
+  SetImaOut(out);
+  SetDefaultParameters();
+}
+
+IPG_FFT_ONE_INPUT::IPG_FFT_ONE_INPUT(const IPG_FFT_ONE_INPUT& source) : IPG_ONE_INPUT_ONE_OUTPUT()
+{
+  Threshold = source.Threshold;
+}
+
+void IPG_FFT_ONE_INPUT::SetDefaultParameters()
+{
+  Tools = 1210;
+  Threshold = 0;
+}
+
+bool IPG_FFT_ONE_INPUT::Apply()
+{
+  switch (Tools) {
+  case 1202: return FourierLowPass();
+  case 1203: return FourierHighPass();
+  case 1210: return GetReal();
+  case 1211: return GetImaginary();
+  case 1212: return GetPhaseDeg();
+  case 1213: return GetPhaseRad();
+  case 1216: return GetModule();
+  default: return false;
+  }
+}
+
+template <typename Zero>
+bool IPG_FFT_ONE_INPUT::Filter(Zero zeroBand)
+{
+  if (!HasPixels(ImaIn) || ImaOut == nullptr)
+    return false;
+  const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
+  MTH_COMPLEX_BUFFER buffer(cols, rows);
+  if (!LoadAndTransform(ImaIn, buffer))
+    return false;
+  zeroBand(buffer, static_cast<short>(Threshold));
+  Mth_FFT2D(buffer.Get(), cols, rows, -1);
+  for (int c = 0; c < cols; ++c)
+    for (int r = 0; r < rows; ++r)
+      ImaOut->Data->SetValue(c, r, buffer[c][r].re);
+  return true;
+}
+
+bool IPG_FFT_ONE_INPUT::FourierLowPass()
+{
+  return Filter([](MTH_COMPLEX_BUFFER& b, int t) {
+    const int cols = b.GetNbOfCols(), rows = b.GetNbOfRows();
+    const int r0 = std::max(0, rows / 2 - t), r1 = std::min(rows, rows / 2 + t);
+    const int c0 = std::max(0, cols / 2 - t), c1 = std::min(cols, cols / 2 + t);
+    for (int c = 0; c < cols; ++c)
+      for (int r = r0; r < r1; ++r)
+        b.Zero(c, r);
+    for (int c = c0; c < c1; ++c)
+      for (int r = 0; r < rows; ++r)
+        b.Zero(c, r);
+  });
+}
+
+bool IPG_FFT_ONE_INPUT::FourierHighPass()
+{
+  return Filter([](MTH_COMPLEX_BUFFER& b, int t) {
+    const int cols = b.GetNbOfCols(), rows = b.GetNbOfRows();
+    const int tc = std::clamp(t, 0, cols), tr = std::clamp(t, 0, rows);
+    auto zeroBlock = [&b](int cFrom, int cTo, int rFrom, int rTo) {
+      for (int c = cFrom; c < cTo; ++c)
+        for (int r = rFrom; r < rTo; ++r)
+          b.Zero(c, r);
+    };
+    zeroBlock(0, tc, 0, tr);
+    zeroBlock(cols - tc, cols, rows - tr, rows);
+    zeroBlock(cols - tc, cols, 0, tr);
+    zeroBlock(0, tc, rows - tr, rows);
+  });
+}
+
+bool IPG_FFT_ONE_INPUT::CentredSpectrum(Part part)
+{
+  if (!HasPixels(ImaIn) || ImaOut == nullptr)
+    return false;
+  const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
+  MTH_COMPLEX_BUFFER buffer(cols, rows);
+  if (!LoadAndTransform(ImaIn, buffer))
+    return false;
+  ImaOut->Data->SetPrecision(10);
+  for (int c = 0; c < cols; ++c) {
+    const int outCol = (c + cols / 2) % cols;
+    for (int r = 0; r < rows; ++r) {
+      const int outRow = (r + rows / 2) % rows;
+      const MTH_COMPLEX& z = buffer[c][r];
+      ImaOut->Data->SetValue(outCol, outRow, part == Part::Real ? z.re : z.im);
+    }
+  }
+  return true;
+}
+
+bool IPG_FFT_ONE_INPUT::GetReal() { return CentredSpectrum(Part::Real); }
+bool IPG_FFT_ONE_INPUT::GetImaginary() { return CentredSpectrum(Part::Imaginary); }
+
+bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
+{
+  if (!HasPixels(ImaIn) || ImaOut == nullptr)
+    return false;
+  auto realPart = std::make_unique<DCM_STRUCT>(*ImaIn, false);
+  auto imagPart = std::make_unique<DCM_STRUCT>(*ImaIn, false);
+  {
+    IPG_FFT_ONE_INPUT real(ImaIn, realPart.get());
+    real.SetTools(1210);
+    if (!real.Apply())
+      return false;
+  }
+  {
+    IPG_FFT_ONE_INPUT imaginary(ImaIn, imagPart.get());
+    imaginary.SetTools(1211);
+    if (!imaginary.Apply())
+      return false;
+  }
+  ImaOut->Data->SetPrecision(kind == Derived::Module ? 10 : 100);
+  int* out = ImaOut->Data->GetIDataAddress();
+  const int* re = realPart->Data->GetIDataAddress();
+  const int* im = imagPart->Data->GetIDataAddress();
+  const std::size_t n = std::min(ImaOut->Data->GetSize(), realPart->Data->GetSize());
+  for (std::size_t k = 0; k < n; ++k) {
+    const long double x = re[k] * 0.1L;
+    const long double y = im[k] * 0.1L;
+    if (kind == Derived::Module) {
+      const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
+      out[k] = s == 0 ? 0 : ClampToInt(std::sqrt(static_cast<long double>(s)) * 10);
+    } else {
+      const long double angle = re[k] == 0 ? std::atan(0.0L) : std::atan(y / x);
+      // Stored in tenths under a precision of 100: phase images are read that way.
+      out[k] = kind == Derived::PhaseDeg ? ClampToInt(angle * 180 * (1 / kPi) * 10) : ClampToInt(angle * 10);
+    }
+  }
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return true;
+}
+
+bool IPG_FFT_ONE_INPUT::GetModule() { return DerivedSpectrum(Derived::Module); }
+bool IPG_FFT_ONE_INPUT::GetPhaseDeg() { return DerivedSpectrum(Derived::PhaseDeg); }
+bool IPG_FFT_ONE_INPUT::GetPhaseRad() { return DerivedSpectrum(Derived::PhaseRad); }
