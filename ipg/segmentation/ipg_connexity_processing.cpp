@@ -1,0 +1,584 @@
+#include "ipg/segmentation/ipg_connexity_processing.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/ui/ipg_message.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstdint>
+#include <new>
+#include <vector>
+
+namespace {
+
+constexpr unsigned short kNoLabel = 65535;
+constexpr int kLargestLabelCount = 65535; // labels are 16-bit, 65535 meaning "no label"
+constexpr const char* kMsgAllocation = "Allocation mémoire impossible";
+constexpr const char* kMsgTooManyLabels = "Nombre d'étiquettes max dépassés";
+constexpr const char* kMsgOutputSize = "Taille de l'image de sortie invalide";
+constexpr double kZeroDistance = 1e-9;
+
+// Truncation toward zero; sums out of the 32-bit range (or not numbers) give
+// INT_MIN, the value the x86 conversion has always produced for them.
+int TruncToInt(double v)
+{
+  if (!(v > -2147483649.0 && v < 2147483648.0))
+    return INT_MIN;
+  return static_cast<int>(v);
+}
+
+template <typename T>
+std::unique_ptr<T[]> TryAllocate(std::size_t n)
+{
+  return std::unique_ptr<T[]>(new (std::nothrow) T[n]);
+}
+
+// Scratch memory shared by both labellings: the label image and the counts.
+struct LabelScratch {
+  std::unique_ptr<unsigned short[]> labels;
+  std::unique_ptr<int[]> counts;
+  int issued = 0;
+
+  bool Allocate(std::size_t pixels, int nbCompMax)
+  {
+    labels = TryAllocate<unsigned short>(pixels);
+    counts = TryAllocate<int>(static_cast<std::size_t>(nbCompMax));
+    if (!labels || !counts)
+      return false;
+    std::fill_n(labels.get(), pixels, kNoLabel);
+    std::fill_n(counts.get(), nbCompMax, 0);
+    return true;
+  }
+};
+
+// First raster pass: provisional labels from the neighbours above, above-left,
+// above-right and left, in that order. mark(a, b), a < b, records that two
+// labels meet. The label limit is tested at every pixel before its value is
+// read, so reaching it with pixels left to visit fails even when none of them
+// is an object pixel: callers rely on that count.
+template <class Mark>
+bool FirstPass(const int* pixels, int cols, int rows, int value, int nbCompMax, LabelScratch& s, Mark mark)
+{
+  unsigned short* labels = s.labels.get();
+  int* counts = s.counts.get();
+  unsigned short neighbours[8];
+  unsigned short distinct[8];
+  int n = 0;
+  for (int row = 0; row < rows; ++row)
+    for (int col = 0; col < cols; ++col) {
+      if (n == nbCompMax) {
+        Ipg_Inform(kMsgTooManyLabels);
+        return false;
+      }
+      const std::size_t at = static_cast<std::size_t>(row) * cols + col;
+      if (pixels[at] != value)
+        continue;
+      short found = 0;
+      if (row > 0) {
+        const std::size_t up = at - cols;
+        if (pixels[up] == value) neighbours[found++] = labels[up];
+        if (col >= 1 && pixels[up - 1] == value) neighbours[found++] = labels[up - 1];
+        if (col < cols - 1 && pixels[up + 1] == value) neighbours[found++] = labels[up + 1];
+      }
+      if (col >= 1 && pixels[at - 1] == value) neighbours[found++] = labels[at - 1];
+      short nbDistinct = 0;
+      Ipg_LabelsNumberCalculation(neighbours, found, distinct, &nbDistinct);
+      if (nbDistinct == 0) {
+        labels[at] = static_cast<unsigned short>(n);
+        ++counts[n];
+        ++n;
+        continue;
+      }
+      const unsigned short first = distinct[0];
+      labels[at] = first;
+      ++counts[first];
+      for (short k = 1; k < nbDistinct; ++k)
+        mark(std::min(first, distinct[k]), std::max(first, distinct[k]));
+    }
+  s.issued = n;
+  return true;
+}
+
+// Equivalence pairs packed as (a << 16) | b, kept sorted and unique on demand.
+class PairSet {
+public:
+  void Add(unsigned a, unsigned b)
+  {
+    const std::uint32_t key = (a << 16) | b;
+    if (key == Last)
+      return; // neighbouring pixels repeat the same pair along a seam
+    Last = key;
+    Keys.push_back(key);
+    if (Keys.size() >= CompactAt) {
+      Compact();
+      CompactAt = std::max<std::size_t>(2 * Keys.size(), kMinCompact);
+    }
+  }
+  const std::vector<std::uint32_t>& Sorted()
+  {
+    Compact();
+    return Keys;
+  }
+
+private:
+  static constexpr std::size_t kMinCompact = 1 << 20;
+  void Compact()
+  {
+    std::sort(Keys.begin(), Keys.end());
+    Keys.erase(std::unique(Keys.begin(), Keys.end()), Keys.end());
+  }
+  std::vector<std::uint32_t> Keys;
+  std::uint32_t Last = UINT32_MAX;
+  std::size_t CompactAt = kMinCompact;
+};
+
+// Union-find whose every set carries a representative label. Joining the sets of
+// i and j makes the representative of j's set the representative of the union,
+// which is what merging map[i] into map[j] does in the table resolution.
+class RepresentativeSets {
+public:
+  explicit RepresentativeSets(int n) : Parent(n), Size(n, 1), Rep(n)
+  {
+    for (int l = 0; l < n; ++l)
+      Parent[l] = Rep[l] = l;
+  }
+  int Find(int l)
+  {
+    while (Parent[l] != l) {
+      Parent[l] = Parent[Parent[l]];
+      l = Parent[l];
+    }
+    return l;
+  }
+  void Join(int i, int j)
+  {
+    int ri = Find(i), rj = Find(j);
+    if (ri == rj)
+      return;
+    const int rep = Rep[rj];
+    if (Size[ri] > Size[rj])
+      std::swap(ri, rj);
+    Parent[ri] = rj;
+    Size[rj] += Size[ri];
+    Rep[rj] = rep;
+  }
+  int RepresentativeOf(int l) { return Rep[Find(l)]; }
+
+private:
+  std::vector<int> Parent;
+  std::vector<int> Size;
+  std::vector<int> Rep;
+};
+
+} // namespace
+
+void Ipg_LabelsNumberCalculation(unsigned short* labels, short count, unsigned short* distinct,
+                                 short* nbDistinct)
+{
+  short found = 0;
+  for (short i = 0; labels != nullptr && distinct != nullptr && i < count; ++i) {
+    if (labels[i] == kNoLabel)
+      continue;
+    if (std::find(distinct, distinct + found, labels[i]) == distinct + found)
+      distinct[found++] = labels[i];
+  }
+  if (nbDistinct != nullptr)
+    *nbDistinct = found;
+}
+
+int Ipg_CompareNrOfResidents(void* a, void* b)
+{
+  const long long na = static_cast<IPG_CONNECTED_COMPONENT*>(a)->GetNbResidents();
+  const long long nb = static_cast<IPG_CONNECTED_COMPONENT*>(b)->GetNbResidents();
+  return static_cast<int>(std::clamp<long long>(na - nb, INT_MIN, INT_MAX));
+}
+
+IPG_CONNEXITY_PROCESSING::IPG_CONNEXITY_PROCESSING(DCM_STRUCT* in, int value)
+    : IPG_CONNEXITY_PROCESSING(in, nullptr, value)
+{
+}
+
+IPG_CONNEXITY_PROCESSING::IPG_CONNEXITY_PROCESSING(DCM_STRUCT* in, DCM_STRUCT* roi, int value) : Value(value)
+{
+  SetImaIn(in);
+  SetRoi(roi);
+  NrOfComponentsToKeep = 1;
+  NbCompMax = 2000;
+  SetDefaultParameters();
+}
+
+IPG_CONNEXITY_PROCESSING::IPG_CONNEXITY_PROCESSING(const IPG_CONNEXITY_PROCESSING& source)
+    : IPG_ONE_INPUT_ONE_OUTPUT(), NbCompMax(source.NbCompMax), Value(source.Value),
+      NrOfComponentsToKeep(source.NrOfComponentsToKeep), P(source.P), Q(source.Q),
+      MinimalSizeOfComponent(source.MinimalSizeOfComponent)
+{
+  CopyResults(source);
+}
+
+IPG_CONNEXITY_PROCESSING::~IPG_CONNEXITY_PROCESSING()
+{
+  DestroyComponents();
+}
+
+void IPG_CONNEXITY_PROCESSING::CopyResults(const IPG_CONNEXITY_PROCESSING& source)
+{
+  if (source.Components != nullptr) {
+    Components = new TList;
+    for (int i = 0; i < source.Components->Count(); ++i)
+      Components->Add(new IPG_CONNECTED_COMPONENT(*source.GetComponent(i)));
+  }
+  auto copyArray = [](const std::unique_ptr<double[]>& from, int n) {
+    std::unique_ptr<double[]> to;
+    if (from) {
+      to.reset(new double[static_cast<std::size_t>(std::max(n, 0))]);
+      std::copy_n(from.get(), std::max(n, 0), to.get());
+    }
+    return to;
+  };
+  MomentGeo = copyArray(source.MomentGeo, NbMomentGeo = source.NbMomentGeo);
+  MomentCent = copyArray(source.MomentCent, NbMomentCent = source.NbMomentCent);
+  if (source.ShapeFeat) {
+    NbShapeFeat = source.NbShapeFeat;
+    Orientations = copyArray(source.Orientations, NbShapeFeat);
+    Elongations = copyArray(source.Elongations, NbShapeFeat);
+    ShapeFeat = std::make_unique<TList>();
+    ShapeFeat->Add(Orientations.get());
+    ShapeFeat->Add(Elongations.get());
+  }
+}
+
+void IPG_CONNEXITY_PROCESSING::SetDefaultParameters()
+{
+  Tools = 800;
+  StatFeat = nullptr;
+  ClearShapeFeat();
+  MomentGeo.reset();
+  NbMomentGeo = 0;
+  MomentCent.reset();
+  NbMomentCent = 0;
+}
+
+bool IPG_CONNEXITY_PROCESSING::Apply()
+{
+  if (Tools == 800)
+    return Labelling_8Neighbors();
+  if (Tools < 801 || Tools > 806 || Components == nullptr)
+    return false;
+  switch (Tools) {
+  case 801: return KeepLargestConnectedComponent();
+  case 802: return KeepNLargestConnectedComponent();
+  case 804: return ComputeGeometricMomentOfComponents();
+  case 805: return ComputeCentralMomentOfComponents();
+  case 806: return ShapesFeaturesOfComponents();
+  default: return false; // 803 does nothing
+  }
+}
+
+IPG_CONNECTED_COMPONENT* IPG_CONNEXITY_PROCESSING::GetComponent(int i) const
+{
+  return Components != nullptr ? static_cast<IPG_CONNECTED_COMPONENT*>(Components->Get(i)) : nullptr;
+}
+
+void IPG_CONNEXITY_PROCESSING::DestroyComponents()
+{
+  if (Components == nullptr)
+    return;
+  for (int i = 0; i < Components->Count(); ++i)
+    delete GetComponent(i);
+  delete Components;
+  Components = nullptr;
+}
+
+void IPG_CONNEXITY_PROCESSING::ClearShapeFeat()
+{
+  ShapeFeat.reset();
+  Orientations.reset();
+  Elongations.reset();
+  NbShapeFeat = 0;
+}
+
+// Step 1 of both labellings. NbCompMax beyond what 16-bit labels can number (or
+// negative) cannot be honoured and is refused as an allocation would be.
+bool IPG_CONNEXITY_PROCESSING::StartLabelling()
+{
+  if (ImaIn == nullptr)
+    return false;
+  DestroyComponents();
+  if (NbCompMax < 0 || NbCompMax > kLargestLabelCount) {
+    Ipg_Inform(kMsgAllocation);
+    return false;
+  }
+  return true;
+}
+
+// Creates the components in the order of componentOfLabel's numbering and fills
+// their residents in raster order.
+bool IPG_CONNEXITY_PROCESSING::BuildComponents(const unsigned short* labels, const int* componentOfLabel,
+                                               const int* sizes, int nbComponents)
+{
+  Components = new TList;
+  for (int k = 0; k < nbComponents; ++k) {
+    auto* component = new (std::nothrow) IPG_CONNECTED_COMPONENT(sizes[k], k);
+    if (component == nullptr || !component->IsAllocated()) {
+      delete component;
+      DestroyComponents();
+      return false;
+    }
+    Components->Add(component);
+  }
+  std::vector<int> next(static_cast<std::size_t>(nbComponents), 0);
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  const int* pixels = ImaIn->Data->GetIDataAddress();
+  for (int row = 0; row < rows; ++row)
+    for (int col = 0; col < cols; ++col) {
+      const std::size_t at = static_cast<std::size_t>(row) * cols + col;
+      if (pixels[at] != Value)
+        continue;
+      const int k = componentOfLabel[labels[at]];
+      GetComponent(k)->SetResidents(col, row, next[static_cast<std::size_t>(k)]++);
+    }
+  return true;
+}
+
+bool IPG_CONNEXITY_PROCESSING::Labelling_8NeighborsTwoPass()
+{
+  if (!StartLabelling())
+    return false;
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  const int N = NbCompMax;
+  LabelScratch scratch;
+  const std::size_t tableSize = static_cast<std::size_t>(static_cast<int>(N * (N - 1.0) * 0.5));
+  auto table = TryAllocate<unsigned char>(tableSize);
+  if (!scratch.Allocate(static_cast<std::size_t>(cols) * rows, N) || !table) {
+    Ipg_Inform(kMsgAllocation);
+    return false;
+  }
+  std::fill_n(table.get(), tableSize, 0);
+  // Packed upper triangle of the N x N equivalence matrix.
+  auto slot = [N](int a, int b) {
+    return static_cast<std::size_t>(static_cast<int>((2.0 * N - 1 - a) * a * 0.5) + b - a - 1);
+  };
+  const int* pixels = ImaIn->Data->GetIDataAddress();
+  if (!FirstPass(pixels, cols, rows, Value, N, scratch,
+                 [&](unsigned short a, unsigned short b) { table[slot(a, b)] = 1; }))
+    return false;
+
+  const int n = scratch.issued;
+  int* counts = scratch.counts.get();
+  std::vector<int> map(static_cast<std::size_t>(n));
+  for (int l = 0; l < n; ++l)
+    map[l] = l;
+  for (int i = 0; i < n; ++i)
+    for (int j = i + 1; j < n; ++j) {
+      if (table[slot(i, j)] == 0 || map[i] == map[j])
+        continue;
+      const int r = map[i], s = map[j]; // toward the representative of the higher label
+      counts[s] += counts[r];
+      counts[r] = 0;
+      std::replace(map.begin(), map.end(), r, s);
+    }
+  std::vector<int> sizes;
+  for (int l = 0; l < n; ++l) {
+    if (counts[l] <= 0)
+      continue;
+    std::replace(map.begin(), map.end(), l, static_cast<int>(sizes.size()));
+    sizes.push_back(counts[l]);
+  }
+  return BuildComponents(scratch.labels.get(), map.data(), sizes.data(), static_cast<int>(sizes.size()));
+}
+
+bool IPG_CONNEXITY_PROCESSING::Labelling_8Neighbors()
+{
+  if (!StartLabelling())
+    return false;
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  LabelScratch scratch;
+  if (!scratch.Allocate(static_cast<std::size_t>(cols) * rows, NbCompMax)) {
+    Ipg_Inform(kMsgAllocation);
+    return false;
+  }
+  PairSet pairs;
+  const int* pixels = ImaIn->Data->GetIDataAddress();
+  if (!FirstPass(pixels, cols, rows, Value, NbCompMax, scratch,
+                 [&](unsigned short a, unsigned short b) { pairs.Add(a, b); }))
+    return false;
+
+  // The table is resolved pair by pair in (i, j) order; replaying the same pairs
+  // in the same order on representative-carrying sets gives the same classes
+  // and the same surviving label for each.
+  const int n = scratch.issued;
+  RepresentativeSets sets(n);
+  for (const std::uint32_t key : pairs.Sorted())
+    sets.Join(static_cast<int>(key >> 16), static_cast<int>(key & 0xFFFFu));
+  std::vector<int> componentOfRep(static_cast<std::size_t>(n), -1);
+  std::vector<int> sizes;
+  for (int l = 0; l < n; ++l)
+    if (sets.RepresentativeOf(l) == l) {
+      componentOfRep[l] = static_cast<int>(sizes.size());
+      sizes.push_back(0);
+    }
+  std::vector<int> componentOfLabel(static_cast<std::size_t>(n));
+  for (int l = 0; l < n; ++l) {
+    const int k = componentOfRep[sets.RepresentativeOf(l)];
+    componentOfLabel[l] = k;
+    sizes[k] += scratch.counts[l];
+  }
+  return BuildComponents(scratch.labels.get(), componentOfLabel.data(), sizes.data(),
+                         static_cast<int>(sizes.size()));
+}
+
+bool IPG_CONNEXITY_PROCESSING::KeepCheck() const
+{
+  if (ImaIn == nullptr || ImaOut == nullptr || Components == nullptr)
+    return false;
+  if (ImaOut->GetNbOfCols() != ImaIn->GetNbOfCols() || ImaOut->GetNbOfRows() != ImaIn->GetNbOfRows()) {
+    Ipg_Inform(kMsgOutputSize);
+    return false;
+  }
+  std::copy_n(ImaIn->Data->GetIDataAddress(), ImaIn->Data->GetSize(), ImaOut->Data->GetIDataAddress());
+  return true;
+}
+
+// Binary masks (16777217 on 0, or 0 on 16777217) lose the component; for any
+// other Value the output deliberately stays a copy of the input.
+void IPG_CONNEXITY_PROCESSING::EraseComponent(const IPG_CONNECTED_COMPONENT* component)
+{
+  int background;
+  if (Value == kIpgRoiValue)
+    background = 0;
+  else if (Value == 0)
+    background = kIpgRoiValue;
+  else
+    return;
+  const MTH_2D_DOUBLE* residents = component->GetResidents();
+  const int n = std::min(component->GetNbResidents(), component->GetCapacity());
+  for (int i = 0; i < n; ++i)
+    ImaOut->Data->SetValue(static_cast<unsigned>(residents[i].GetX()), static_cast<unsigned>(residents[i].GetY()),
+                           background);
+}
+
+bool IPG_CONNEXITY_PROCESSING::KeepLargestConnectedComponent()
+{
+  if (!KeepCheck())
+    return false;
+  int largest = 0;
+  for (int i = 1; i < GetNbComponents(); ++i)
+    if (GetComponent(i)->GetNbResidents() > GetComponent(largest)->GetNbResidents())
+      largest = i; // strictly greater: a tie keeps the earlier one
+  for (int i = 0; i < GetNbComponents(); ++i)
+    if (i != largest)
+      EraseComponent(GetComponent(i));
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return true;
+}
+
+bool IPG_CONNEXITY_PROCESSING::KeepNLargestConnectedComponent()
+{
+  if (!KeepCheck())
+    return false;
+  Components->Sort(Ipg_CompareNrOfResidents); // the list stays sorted afterwards
+  int kept = 0;
+  for (int i = GetNbComponents() - 1; i >= 0; --i) {
+    if (kept < NrOfComponentsToKeep)
+      ++kept;
+    else
+      EraseComponent(GetComponent(i));
+  }
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return true;
+}
+
+bool IPG_CONNEXITY_PROCESSING::ComputeGeometricMomentOfComponents()
+{
+  if (ImaIn == nullptr || Components == nullptr)
+    return false;
+  NbMomentGeo = GetNbComponents();
+  MomentGeo.reset(new double[static_cast<std::size_t>(NbMomentGeo)]);
+  for (int k = 0; k < NbMomentGeo; ++k) {
+    const IPG_CONNECTED_COMPONENT* component = GetComponent(k);
+    const MTH_2D_DOUBLE* residents = component->GetResidents();
+    const int n = std::min(component->GetNbResidents(), component->GetCapacity());
+    int sum = 0; // integer running sum, truncated after every addition: hosts compare with it
+    for (int i = 0; i < n; ++i) {
+      const double term = std::pow(static_cast<int>(residents[i].GetX()), P) *
+                          std::pow(static_cast<int>(residents[i].GetY()), Q);
+      sum = TruncToInt(sum + term);
+    }
+    MomentGeo[k] = sum;
+  }
+  return true;
+}
+
+bool IPG_CONNEXITY_PROCESSING::ComputeCentralMomentOfComponents()
+{
+  if (ImaIn == nullptr || Components == nullptr)
+    return false;
+  const int savedP = P, savedQ = Q;
+  auto geometric = [this](int p, int q) {
+    P = p;
+    Q = q;
+    ComputeGeometricMomentOfComponents();
+    return std::vector<double>(MomentGeo.get(), MomentGeo.get() + NbMomentGeo);
+  };
+  const std::vector<double> m10 = geometric(1, 0);
+  const std::vector<double> m01 = geometric(0, 1);
+  const std::vector<double> m00 = geometric(0, 0); // MomentGeo is left holding m00
+  P = savedP;
+  Q = savedQ;
+  NbMomentCent = GetNbComponents();
+  MomentCent.reset(new double[static_cast<std::size_t>(NbMomentCent)]);
+  for (int k = 0; k < NbMomentCent; ++k) {
+    const IPG_CONNECTED_COMPONENT* component = GetComponent(k);
+    const MTH_2D_DOUBLE* residents = component->GetResidents();
+    const int n = std::min(component->GetNbResidents(), component->GetCapacity());
+    const double xMean = m10[k] / m00[k];
+    const double yMean = m01[k] / m00[k];
+    double mu = 0.0;
+    for (int i = 0; i < n; ++i) {
+      double dx = residents[i].GetX() - xMean;
+      double dy = residents[i].GetY() - yMean;
+      if (dx == 0.0) dx = kZeroDistance; // keeps negative orders finite
+      if (dy == 0.0) dy = kZeroDistance;
+      mu += std::pow(dx, P) * std::pow(dy, Q);
+    }
+    MomentCent[k] = mu;
+  }
+  return true;
+}
+
+bool IPG_CONNEXITY_PROCESSING::ShapesFeaturesOfComponents()
+{
+  if (ImaIn == nullptr || Components == nullptr)
+    return false;
+  auto central = [this](int p, int q) {
+    P = p;
+    Q = q;
+    ComputeCentralMomentOfComponents();
+    return std::vector<double>(MomentCent.get(), MomentCent.get() + NbMomentCent);
+  };
+  const std::vector<double> mu20 = central(2, 0);
+  const std::vector<double> mu02 = central(0, 2);
+  const std::vector<double> mu11 = central(1, 1); // P and Q stay at (1, 1)
+  ClearShapeFeat();
+  NbShapeFeat = GetNbComponents();
+  Orientations.reset(new double[static_cast<std::size_t>(NbShapeFeat)]);
+  Elongations.reset(new double[static_cast<std::size_t>(NbShapeFeat)]);
+  for (int k = 0; k < NbShapeFeat; ++k) {
+    const double diff = mu20[k] - mu02[k];
+    const double sum = mu20[k] + mu02[k];
+    // The squared difference in the denominator is the historical formula.
+    Orientations[k] = 0.5 * std::atan(2.0 * mu11[k] / (diff * diff));
+    Elongations[k] = std::fabs((diff * diff - 4.0 * mu11[k] * mu11[k]) / (sum * sum));
+  }
+  ShapeFeat = std::make_unique<TList>();
+  ShapeFeat->Add(Orientations.get());
+  ShapeFeat->Add(Elongations.get());
+  return true;
+}

@@ -1,0 +1,415 @@
+#include "ipg/segmentation/ipg_connexity_processing.h"
+
+#include "segmentation_images.h"
+#include "support/message_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <queue>
+#include <random>
+#include <set>
+#include <utility>
+
+namespace {
+
+constexpr int kSet = 16777217;
+
+using Pixels = std::vector<std::pair<int, int>>;
+
+Pixels ResidentsOf(const IPG_CONNECTED_COMPONENT* component)
+{
+  Pixels out;
+  for (int i = 0; i < component->GetNbResidents(); ++i)
+    out.emplace_back(static_cast<int>(component->GetResidents()[i].GetX()),
+                     static_cast<int>(component->GetResidents()[i].GetY()));
+  return out;
+}
+
+std::vector<Pixels> ComponentsOf(const IPG_CONNEXITY_PROCESSING& op)
+{
+  std::vector<Pixels> out;
+  for (int k = 0; k < op.GetNbComponents(); ++k)
+    out.push_back(ResidentsOf(op.GetComponent(k)));
+  return out;
+}
+
+TEST(LabelsNumberCalculation, KeepsFirstAppearanceOrderAndSkipsNoLabel)
+{
+  unsigned short labels[] = {65535, 7, 3, 7, 65535, 2, 3};
+  unsigned short distinct[8] = {};
+  short n = -1;
+  Ipg_LabelsNumberCalculation(labels, 7, distinct, &n);
+  ASSERT_EQ(n, 3);
+  EXPECT_EQ(distinct[0], 7);
+  EXPECT_EQ(distinct[1], 3);
+  EXPECT_EQ(distinct[2], 2);
+
+  unsigned short none[] = {65535, 65535};
+  Ipg_LabelsNumberCalculation(none, 2, distinct, &n);
+  EXPECT_EQ(n, 0);
+  unsigned short last[] = {65535, 65535, 4};
+  Ipg_LabelsNumberCalculation(last, 3, distinct, &n);
+  ASSERT_EQ(n, 1);
+  EXPECT_EQ(distinct[0], 4);
+  Ipg_LabelsNumberCalculation(last, 0, distinct, &n);
+  EXPECT_EQ(n, 0);
+}
+
+TEST(Labelling, EmptyImageGivesAnEmptyListAndSucceeds)
+{
+  auto image = MaskFromText({"...", "..."});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  EXPECT_EQ(op.GetTools(), 800);
+  EXPECT_TRUE(op.Apply());
+  ASSERT_NE(op.GetComponents(), nullptr);
+  EXPECT_EQ(op.GetNbComponents(), 0);
+}
+
+TEST(Labelling, UShapeIsOneComponentWithResidentsInRasterOrder)
+{
+  auto image = MaskFromText({"X.X",
+                             "X.X",
+                             "XXX"});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  ASSERT_EQ(op.GetNbComponents(), 1);
+  EXPECT_EQ(ResidentsOf(op.GetComponent(0)),
+            (Pixels{{0, 0}, {2, 0}, {0, 1}, {2, 1}, {0, 2}, {1, 2}, {2, 2}}));
+  EXPECT_EQ(op.GetComponent(0)->GetIndex(), 0);
+}
+
+TEST(Labelling, DiagonalContactJoinsInBothDirections)
+{
+  auto image = MaskFromText({"..X.",
+                             ".X..",
+                             "X...",
+                             ".X.."});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  EXPECT_EQ(op.GetNbComponents(), 1);
+}
+
+TEST(Labelling, ComponentsAreNumberedBySurvivingProvisionalLabel)
+{
+  // The U takes provisional labels 0 and 2 and merges toward 2; the dot keeps 1,
+  // so it comes first although the U starts earlier in raster order.
+  auto image = MaskFromText({"X.X.X",
+                             "X...X",
+                             "XXXXX"});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  ASSERT_EQ(op.GetNbComponents(), 2);
+  EXPECT_EQ(ResidentsOf(op.GetComponent(0)), (Pixels{{2, 0}}));
+  EXPECT_EQ(op.GetComponent(1)->GetNbResidents(), 9);
+  EXPECT_EQ(op.GetComponent(1)->GetIndex(), 1);
+}
+
+TEST(Labelling, ValueSelectsTheGreyLevel)
+{
+  auto image = MaskFromText({"X.X", "..."}, 5, 9);
+  IPG_CONNEXITY_PROCESSING op(image.get(), 9);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  ASSERT_EQ(op.GetNbComponents(), 1);
+  EXPECT_EQ(op.GetComponent(0)->GetNbResidents(), 4);
+}
+
+TEST(Labelling, LabelLimitStrikesBeforeAnyRemainingPixel)
+{
+  MessageCapture capture;
+  // Three separate pixels issue labels 0, 1, 2; the third is issued at (4, 0).
+  auto early = MaskFromText({"X.X.X", "....."});
+  IPG_CONNEXITY_PROCESSING op(early.get(), kSet);
+  op.SetNbCompMax(3);
+  EXPECT_FALSE(op.Labelling_8Neighbors());
+  EXPECT_EQ(op.GetComponents(), nullptr);
+  ASSERT_EQ(capture.Texts.size(), 1u);
+  EXPECT_EQ(capture.Texts[0], "Nombre d'étiquettes max dépassés");
+  EXPECT_EQ(capture.Captions[0], "Information");
+  EXPECT_FALSE(op.Labelling_8NeighborsTwoPass());
+  EXPECT_EQ(capture.Texts.size(), 2u);
+
+  // Issued at the very last pixel: success.
+  auto last = MaskFromText({".....", "X.X.X"});
+  IPG_CONNEXITY_PROCESSING atEnd(last.get(), kSet);
+  atEnd.SetNbCompMax(3);
+  EXPECT_TRUE(atEnd.Labelling_8Neighbors());
+  EXPECT_EQ(atEnd.GetNbComponents(), 3);
+  EXPECT_TRUE(atEnd.Labelling_8NeighborsTwoPass());
+  EXPECT_EQ(capture.Texts.size(), 2u);
+
+  // Provisional labels count, not components: the U issues two.
+  auto u = MaskFromText({"X.X", "XXX", "..."});
+  IPG_CONNEXITY_PROCESSING twoLabels(u.get(), kSet);
+  twoLabels.SetNbCompMax(2);
+  EXPECT_FALSE(twoLabels.Labelling_8Neighbors());
+}
+
+TEST(Labelling, UnusableLabelLimitIsRefusedAsAnAllocation)
+{
+  MessageCapture capture;
+  auto image = MaskFromText({"X"});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  op.SetNbCompMax(-1);
+  EXPECT_FALSE(op.Labelling_8Neighbors());
+  op.SetNbCompMax(70000);
+  EXPECT_FALSE(op.Labelling_8NeighborsTwoPass());
+  EXPECT_EQ(capture.Texts, (std::vector<std::string>{"Allocation mémoire impossible", "Allocation mémoire impossible"}));
+  IPG_CONNEXITY_PROCESSING noInput(nullptr, kSet);
+  EXPECT_FALSE(noInput.Apply());
+}
+
+// 8-connected components by breadth-first search, each as a sorted pixel set.
+std::set<std::set<std::pair<int, int>>> FloodComponents(const DCM_STRUCT& image, int value)
+{
+  const int cols = static_cast<int>(image.GetNbOfCols()), rows = static_cast<int>(image.GetNbOfRows());
+  std::vector<char> seen(static_cast<std::size_t>(cols * rows), 0);
+  std::set<std::set<std::pair<int, int>>> out;
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < cols; ++c) {
+      if (seen[r * cols + c] || image.Data->GetValue(c, r) != value)
+        continue;
+      std::set<std::pair<int, int>> component;
+      std::queue<std::pair<int, int>> todo;
+      todo.push({c, r});
+      seen[r * cols + c] = 1;
+      while (!todo.empty()) {
+        auto [x, y] = todo.front();
+        todo.pop();
+        component.insert({x, y});
+        for (int dy = -1; dy <= 1; ++dy)
+          for (int dx = -1; dx <= 1; ++dx) {
+            const int nx = x + dx, ny = y + dy;
+            if (nx < 0 || ny < 0 || nx >= cols || ny >= rows || seen[ny * cols + nx] ||
+                image.Data->GetValue(nx, ny) != value)
+              continue;
+            seen[ny * cols + nx] = 1;
+            todo.push({nx, ny});
+          }
+      }
+      out.insert(component);
+    }
+  return out;
+}
+
+TEST(Labelling, FastResolutionMatchesTheEquivalenceTableOnRandomImages)
+{
+  std::mt19937 random(12345);
+  int compared = 0;
+  for (int trial = 0; trial < 60; ++trial) {
+    const unsigned cols = 8 + random() % 50, rows = 8 + random() % 40;
+    const double density = 0.2 + 0.05 * (trial % 10);
+    std::bernoulli_distribution set(density);
+    DCM_STRUCT image(cols, rows);
+    for (unsigned r = 0; r < rows; ++r)
+      for (unsigned c = 0; c < cols; ++c)
+        image.Data->SetValue(c, r, set(random) ? 1 : 0);
+    for (const int limit : {2000, 40}) {
+      MessageCapture capture;
+      IPG_CONNEXITY_PROCESSING fast(&image, 1), plain(&image, 1);
+      fast.SetNbCompMax(limit);
+      plain.SetNbCompMax(limit);
+      const bool fastOk = fast.Labelling_8Neighbors();
+      ASSERT_EQ(fastOk, plain.Labelling_8NeighborsTwoPass());
+      ASSERT_EQ(ComponentsOf(fast), ComponentsOf(plain)) << "trial " << trial;
+      for (int k = 0; k < fast.GetNbComponents(); ++k)
+        ASSERT_EQ(fast.GetComponent(k)->GetIndex(), plain.GetComponent(k)->GetIndex());
+      if (!fastOk)
+        continue;
+      ++compared;
+      std::set<std::set<std::pair<int, int>>> found;
+      for (const Pixels& p : ComponentsOf(fast))
+        found.insert(std::set<std::pair<int, int>>(p.begin(), p.end()));
+      ASSERT_EQ(found, FloodComponents(image, 1)) << "trial " << trial;
+    }
+  }
+  EXPECT_GT(compared, 60);
+}
+
+TEST(Labelling, ResolutionFollowsTheTableOrderWhenMergesChain)
+{
+  // Provisional labels 0..3 meet as (0,1), (0,3), (1,2): the table resolution
+  // leaves label 2 as representative, not the highest label 3.
+  auto image = MaskFromText({"X.X.X.X",
+                             "X.X.X.X",
+                             "XXX.X.X",
+                             "..XXX.X",
+                             "X.....X",
+                             "XXXXXXX"});
+  IPG_CONNEXITY_PROCESSING fast(image.get(), kSet), plain(image.get(), kSet);
+  ASSERT_TRUE(fast.Labelling_8Neighbors());
+  ASSERT_TRUE(plain.Labelling_8NeighborsTwoPass());
+  EXPECT_EQ(ComponentsOf(fast), ComponentsOf(plain));
+}
+
+class KeepComponents : public ::testing::Test {
+protected:
+  std::unique_ptr<DCM_STRUCT> In = MaskFromText({"XX...X.",
+                                                  "XX...X.",
+                                                  "X..X.X.",
+                                                  "...X.X."});
+  DCM_STRUCT Out{7, 4};
+  MessageCapture Capture;
+};
+
+TEST_F(KeepComponents, LargestKeepsOnlyTheBiggest)
+{
+  IPG_CONNEXITY_PROCESSING op(In.get(), kSet);
+  op.SetImaOut(&Out);
+  ASSERT_TRUE(op.Apply());
+  op.SetTools(801);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(TextFromMask(Out), (std::vector<std::string>{"XX.....", "XX.....", "X......", "......."}));
+  EXPECT_EQ(Out.Data->GetMax(), kSet);
+}
+
+TEST_F(KeepComponents, TieKeepsTheFirstListed)
+{
+  auto in = MaskFromText({"X.X", "X.X"});
+  DCM_STRUCT out(3, 2);
+  IPG_CONNEXITY_PROCESSING op(in.get(), kSet);
+  op.SetImaOut(&out);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  ASSERT_TRUE(op.KeepLargestConnectedComponent());
+  EXPECT_EQ(TextFromMask(out), (std::vector<std::string>{"X..", "X.."}));
+}
+
+TEST_F(KeepComponents, ValueRuleDecidesWhatErasingWrites)
+{
+  // Value 0: the background components are the objects; erased ones become 16777217.
+  auto inverse = MaskFromText({"XX...X.", "......."}, 0, kSet);
+  DCM_STRUCT out(7, 2);
+  IPG_CONNEXITY_PROCESSING zero(inverse.get(), 0);
+  zero.SetImaOut(&out);
+  ASSERT_TRUE(zero.Labelling_8Neighbors());
+  ASSERT_TRUE(zero.KeepLargestConnectedComponent());
+  EXPECT_EQ(TextFromMask(out, 0), (std::vector<std::string>{"XX.....", "......."}));
+  EXPECT_EQ(out.Data->GetValue(5, 0), kSet);
+
+  // Any other Value: the output stays a copy of the input.
+  auto grey = MaskFromText({"XX...X.", "......."}, 5, 2);
+  IPG_CONNEXITY_PROCESSING five(grey.get(), 5);
+  five.SetImaOut(&out);
+  ASSERT_TRUE(five.Labelling_8Neighbors());
+  ASSERT_TRUE(five.KeepLargestConnectedComponent());
+  EXPECT_EQ(TextFromMask(out, 5), (std::vector<std::string>{"XX...X.", "......."}));
+  EXPECT_EQ(out.Data->GetValue(2, 0), 2);
+}
+
+TEST_F(KeepComponents, NLargestSortsTheListAscending)
+{
+  IPG_CONNEXITY_PROCESSING op(In.get(), kSet);
+  op.SetImaOut(&Out);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  op.SetNrOfComponentsToKeep(2);
+  op.SetTools(802);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(TextFromMask(Out), (std::vector<std::string>{"XX...X.", "XX...X.", "X....X.", ".....X."}));
+  ASSERT_EQ(op.GetNbComponents(), 3);
+  EXPECT_EQ(op.GetComponent(0)->GetNbResidents(), 2);
+  EXPECT_EQ(op.GetComponent(1)->GetNbResidents(), 4);
+  EXPECT_EQ(op.GetComponent(2)->GetNbResidents(), 5);
+
+  op.SetNrOfComponentsToKeep(0);
+  ASSERT_TRUE(op.KeepNLargestConnectedComponent());
+  EXPECT_EQ(Out.Data->GetMax(), 0);
+}
+
+TEST_F(KeepComponents, NeedsAListAnOutputAndTheInputSize)
+{
+  IPG_CONNEXITY_PROCESSING op(In.get(), kSet);
+  op.SetImaOut(&Out);
+  for (int code = 801; code <= 807; ++code) {
+    op.SetTools(code);
+    EXPECT_FALSE(op.Apply()) << code;
+  }
+  EXPECT_TRUE(Capture.Texts.empty());
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  op.SetTools(803);
+  EXPECT_FALSE(op.Apply());
+  DCM_STRUCT wrong(7, 5);
+  op.SetImaOut(&wrong);
+  EXPECT_FALSE(op.KeepLargestConnectedComponent());
+  EXPECT_FALSE(op.KeepNLargestConnectedComponent());
+  EXPECT_EQ(Capture.Texts, (std::vector<std::string>{"Taille de l'image de sortie invalide",
+                                                      "Taille de l'image de sortie invalide"}));
+  op.SetImaOut(nullptr);
+  EXPECT_FALSE(op.KeepLargestConnectedComponent());
+  EXPECT_EQ(Capture.Texts.size(), 2u);
+}
+
+TEST(Moments, GeometricSumIsTruncatedAfterEveryAddition)
+{
+  auto image = MaskFromText({"...", ".X.", ".X.", ".X."});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  op.SetP(1);
+  op.SetQ(1);
+  op.SetTools(804);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_DOUBLE_EQ(op.GetMomentGeo()[0], 6.0); // 1*1 + 1*2 + 1*3
+  op.SetP(0);
+  op.SetQ(-1); // 1 + 1/2 + 1/3 truncates to 1 at each step
+  ASSERT_TRUE(op.ComputeGeometricMomentOfComponents());
+  EXPECT_DOUBLE_EQ(op.GetMomentGeo()[0], 1.0);
+}
+
+TEST(Moments, CentralMomentsUseTinyDistancesAtTheMean)
+{
+  auto image = MaskFromText({"X..", "...", "..X"});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  ASSERT_EQ(op.GetNbComponents(), 2);
+  op.SetP(1);
+  op.SetQ(0);
+  op.SetTools(805);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_DOUBLE_EQ(op.GetMomentCent()[0], 1e-9);
+  EXPECT_DOUBLE_EQ(op.GetMomentCent()[1], 1e-9);
+  EXPECT_EQ(op.GetP(), 1);
+  EXPECT_EQ(op.GetQ(), 0);
+  EXPECT_DOUBLE_EQ(op.GetMomentGeo()[1], 1.0); // m00 is left behind
+}
+
+TEST(Moments, ShapeFeaturesOfABarAndADiagonal)
+{
+  auto image = MaskFromText({"XXX..X...",
+                             "XXX...X..",
+                             ".......X."});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  ASSERT_EQ(op.GetNbComponents(), 2);
+  op.SetTools(806);
+  ASSERT_TRUE(op.Apply());
+  ASSERT_NE(op.GetShapeFeat(), nullptr);
+  ASSERT_EQ(op.GetShapeFeat()->Count(), 2);
+  const double* orientation = static_cast<double*>(op.GetShapeFeat()->Get(0));
+  const double* elongation = static_cast<double*>(op.GetShapeFeat()->Get(1));
+  // 3 x 2 block: mu20 = 4, mu02 = 1.5, mu11 ~ 0.
+  EXPECT_NEAR(orientation[0], 0.0, 1e-12);
+  EXPECT_NEAR(elongation[0], 6.25 / 30.25, 1e-12);
+  // Diagonal: mu20 = mu02, so the squared difference is 0 and the angle pi/4.
+  EXPECT_NEAR(orientation[1], std::atan(1.0), 1e-12);
+  EXPECT_NEAR(elongation[1], 1.0, 1e-12);
+  EXPECT_EQ(op.GetP(), 1);
+  EXPECT_EQ(op.GetQ(), 1);
+}
+
+TEST(ConnexityProcessing, CopyKeepsComponentsAndResetsTheBase)
+{
+  auto image = MaskFromText({"X.X"});
+  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  op.SetNbCompMax(77);
+  ASSERT_TRUE(op.Labelling_8Neighbors());
+  ASSERT_TRUE(op.ComputeGeometricMomentOfComponents());
+  IPG_CONNEXITY_PROCESSING copy(op);
+  EXPECT_EQ(copy.GetTools(), 0);
+  EXPECT_EQ(copy.GetImaIn(), nullptr);
+  EXPECT_EQ(copy.GetNbCompMax(), 77);
+  EXPECT_EQ(ComponentsOf(copy), ComponentsOf(op));
+  EXPECT_NE(copy.GetComponent(0), op.GetComponent(0));
+  EXPECT_EQ(copy.GetNbMomentGeo(), 2);
+  EXPECT_NE(copy.GetMomentGeo(), op.GetMomentGeo());
+}
+
+} // namespace
