@@ -1,6 +1,9 @@
 #include "cli/operator_registry.h"
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
+#include "ipg/segmentation/ipg_roi.h"
+
+#include <sstream>
 
 namespace {
 
@@ -10,6 +13,17 @@ Json DoubleArray(const double* values, int n)
   for (int i = 0; values != nullptr && i < n; ++i)
     out.emplace_back(values[i]);
   return Json(std::move(out));
+}
+
+// "x,y" as two integers.
+MTH_2D_INTEGER ParsePoint(const std::string& name, const std::string& text)
+{
+  std::istringstream in(text);
+  int x = 0, y = 0;
+  char comma = 0;
+  if (!(in >> x >> comma >> y) || comma != ',' || !(in >> std::ws).eof())
+    throw CliUsageError("parameter " + name + " expects x,y (two integers), got '" + text + "'");
+  return MTH_2D_INTEGER(x, y);
 }
 
 Json ComponentsJson(const IPG_CONNEXITY_PROCESSING& op)
@@ -66,6 +80,44 @@ const bool connexityRegistered = [] {
     return out;
   });
   table->Output("out", [](Op& op, DCM_STRUCT* out) { op.SetImaOut(out); });
+  return Cli_Register(std::move(table));
+}();
+
+const bool roiRegistered = [] {
+  auto table = std::make_unique<CliOperatorTable<IPG_ROI>>(
+      "IPG_ROI", "region-of-interest image from a box, a circle or a mask (--roi)",
+      [](const CliImages& im) { return std::make_unique<IPG_ROI>(im.in, im.roi); });
+  table->Code(1000, "MakeRoi");
+  table->Param("OutValueColor", &IPG_ROI::SetOutValueColor, "value outside the region (16777217)");
+  table->Param("InValueColor", &IPG_ROI::SetInValueColor, "value inside; negative copies the input (-1)");
+  table->Param("ROIType", &IPG_ROI::SetROIType, "0 box, 2 circle, 3 mask");
+  table->Param("Resize", &IPG_ROI::SetResize, "crop the output to the box");
+  table->Param("Radius", &IPG_ROI::SetRadius, "radius of the circle in pixels");
+  auto point = [](const char* name, void (IPG_ROI::*set)(MTH_2D_INTEGER*)) {
+    return [name, set](IPG_ROI& op, const std::string& text) {
+      MTH_2D_INTEGER p = ParsePoint(name, text);
+      (op.*set)(&p);
+    };
+  };
+  table->ParamFn("TLCorner", "x,y", "top-left corner of the box, inclusive", point("TLCorner", &IPG_ROI::SetTLCorner));
+  table->ParamFn("LRCorner", "x,y", "lower-right corner of the box, inclusive", point("LRCorner", &IPG_ROI::SetLRCorner));
+  table->ParamFn("Centre", "x,y", "centre of the circle", point("Centre", &IPG_ROI::SetCentre));
+  table->Output("out", [](IPG_ROI& op, DCM_STRUCT* out) { op.SetImaOut(out); });
+  // The output is allocated at the input's size; a cropped run keeps the box.
+  table->After([](IPG_ROI& op, const CliImages&, CliRunOutcome& outcome) {
+    if (!op.GetResize() || outcome.images.empty())
+      return;
+    const int cols = op.GetLRCorner()->GetX() - op.GetTLCorner()->GetX() + 1;
+    const int rows = op.GetLRCorner()->GetY() - op.GetTLCorner()->GetY() + 1;
+    DCM_STRUCT* full = outcome.images[0].second.get();
+    if (cols < 1 || rows < 1 || cols > static_cast<int>(full->GetNbOfCols()) ||
+        rows > static_cast<int>(full->GetNbOfRows()))
+      return;
+    auto cropped = std::make_unique<DCM_STRUCT>(*full, true, cols, rows);
+    cropped->Data->SetMin();
+    cropped->Data->SetMax();
+    outcome.images[0].second = std::move(cropped);
+  });
   return Cli_Register(std::move(table));
 }();
 

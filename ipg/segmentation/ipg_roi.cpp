@@ -1,0 +1,166 @@
+#include "ipg/segmentation/ipg_roi.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/ui/ipg_message.h"
+
+#include <algorithm>
+
+namespace {
+
+constexpr const char* kMsgNoTool = "Aucun outil de traitement d'image correspondant";
+constexpr const char* kMsgNotHandled = "Non géré actuellement : IPG_ROI, ipg_roi";
+constexpr const char* kMsgUnknownType = "Erreur : aucun type de ROI correspondant";
+constexpr const char* kMsgNoOutput = "image de sortie non allouée";
+
+} // namespace
+
+IPG_ROI::IPG_ROI(DCM_STRUCT* in) : IPG_ROI(in, nullptr, nullptr) {}
+
+IPG_ROI::IPG_ROI(DCM_STRUCT* in, DCM_STRUCT* roi) : IPG_ROI(in, roi, nullptr) {}
+
+IPG_ROI::IPG_ROI(DCM_STRUCT* in, DCM_STRUCT* roi, DCM_STRUCT* out)
+{
+  SetImaIn(in);
+  SetRoi(roi);
+  SetImaOut(out);
+  if (in != nullptr) {
+    InCols = static_cast<unsigned short>(in->GetNbOfCols());
+    InRows = static_cast<unsigned short>(in->GetNbOfRows());
+  }
+  if (out != nullptr) {
+    OutCols = static_cast<unsigned short>(out->GetNbOfCols());
+    OutRows = static_cast<unsigned short>(out->GetNbOfRows());
+  }
+  MakePoints();
+  SetDefaultParameters();
+}
+
+IPG_ROI::IPG_ROI(const IPG_ROI&) : IPG_ONE_INPUT_ONE_OUTPUT()
+{
+  MakePoints();
+  SetDefaultParameters();
+}
+
+void IPG_ROI::MakePoints()
+{
+  TLCorner = std::make_unique<MTH_2D_INTEGER>(0, 0);
+  LRCorner = std::make_unique<MTH_2D_INTEGER>(0, 0);
+  Centre = std::make_unique<MTH_2D_INTEGER>(0, 0);
+}
+
+void IPG_ROI::SetDefaultParameters()
+{
+  OutValueColor = 16777217;
+  InValueColor = -1;
+  ROIType = kRectangle;
+  Resize = false;
+  Tools = 1000;
+}
+
+void IPG_ROI::SetTLCorner(MTH_2D_INTEGER* corner)
+{
+  if (corner != nullptr)
+    *TLCorner = *corner;
+}
+
+void IPG_ROI::SetLRCorner(MTH_2D_INTEGER* corner)
+{
+  if (corner != nullptr)
+    *LRCorner = *corner;
+}
+
+void IPG_ROI::SetCentre(MTH_2D_INTEGER* centre)
+{
+  if (centre != nullptr)
+    *Centre = *centre;
+}
+
+bool IPG_ROI::Apply()
+{
+  if (Tools != 1000) {
+    Ipg_Inform(kMsgNoTool);
+    return false;
+  }
+  MakeRoi(); // hosts read the output, not this result
+  return true;
+}
+
+bool IPG_ROI::MakeRoi()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kMsgNoOutput);
+    return false;
+  }
+  if (ImaIn == nullptr)
+    return false;
+  InCols = static_cast<unsigned short>(ImaIn->GetNbOfCols());
+  InRows = static_cast<unsigned short>(ImaIn->GetNbOfRows());
+  OutCols = static_cast<unsigned short>(ImaOut->GetNbOfCols());
+  OutRows = static_cast<unsigned short>(ImaOut->GetNbOfRows());
+  DCM_DATA* out = ImaOut->Data;
+  std::fill_n(out->GetIDataAddress(), out->GetSize(), OutValueColor);
+
+  const int x0 = TLCorner->GetX(), y0 = TLCorner->GetY();
+  const int x1 = LRCorner->GetX(), y1 = LRCorner->GetY();
+  if (ROIType == kNotHandled)
+    Ipg_Inform(kMsgNotHandled);
+  else if (ROIType != kRectangle && ROIType != kCircle && ROIType != kMask)
+    Ipg_Inform(kMsgUnknownType);
+  else {
+    const DCM_DATA* in = ImaIn->Data;
+    const long long radius2 = Radius * Radius;
+    // Clipped to the input: the box may reach past it.
+    const int firstCol = std::max(x0, 0), lastCol = std::min(x1, static_cast<int>(InCols) - 1);
+    const int firstRow = std::max(y0, 0), lastRow = std::min(y1, static_cast<int>(InRows) - 1);
+    for (int row = firstRow; row <= lastRow; ++row)
+      for (int col = firstCol; col <= lastCol; ++col) {
+        const unsigned c = static_cast<unsigned>(col), r = static_cast<unsigned>(row);
+        bool inside = true;
+        if (ROIType == kCircle) {
+          const long long dx = col - static_cast<long long>(Centre->GetX());
+          const long long dy = row - static_cast<long long>(Centre->GetY());
+          inside = static_cast<double>(dx * dx + dy * dy) <= static_cast<double>(radius2);
+        } else if (ROIType == kMask) {
+          inside = Roi != nullptr && Roi->Data->GetValue(c, r) != 0; // no mask: nothing inside
+        }
+        // The circle is always written from the output's top-left corner, with or
+        // without Resize: hosts place its output by the recorded origin.
+        const bool shifted = Resize || ROIType == kCircle;
+        const unsigned oc = static_cast<unsigned>(shifted ? col - x0 : col);
+        const unsigned orow = static_cast<unsigned>(shifted ? row - y0 : row);
+        if (!inside)
+          out->SetValue(oc, orow, OutValueColor);
+        else if (InValueColor >= 0)
+          out->SetValue(oc, orow, InValueColor);
+        else
+          out->SetValue(oc, orow, in->GetValueReal(c, r));
+      }
+  }
+  CopyHeader(x0, y0, x1, y1);
+  out->SetMin();
+  out->SetMax();
+  out->SetDynMax(static_cast<unsigned>(static_cast<long long>(out->GetMax()) - out->GetMin() + 1));
+  out->SetRoi(static_cast<unsigned>(std::max(x0, 0)), static_cast<unsigned>(std::max(y0, 0)));
+  return true;
+}
+
+void IPG_ROI::CopyHeader(int x0, int y0, int x1, int y1)
+{
+  DCM_HEADER header = ImaIn->GetHeader();
+  if (Resize) {
+    header.Columns = static_cast<unsigned short>(x1 - x0 + 1);
+    header.Rows = static_cast<unsigned short>(y1 - y0 + 1);
+  }
+  ImaOut->SetHeader(header); // the store's own size wins over the header's
+  if (!Resize)
+    return;
+  if (x0 >= 0 && y0 >= 0 && x0 < InCols && y0 < InRows) { // a corner off the input has no position
+    MTH_3D_DOUBLE position;
+    ImaIn->Get3DCoord(static_cast<unsigned>(x0), static_cast<unsigned>(y0), &position);
+    ImaOut->SetImagePosition(&position);
+  }
+  MTH_3D_VECT_DOUBLE rowDirection = ImaIn->GetRowDirection();
+  MTH_3D_VECT_DOUBLE columnDirection = ImaIn->GetColumnDirection();
+  ImaOut->SetRowDirection(&rowDirection);
+  ImaOut->SetColumnDirection(&columnDirection);
+}

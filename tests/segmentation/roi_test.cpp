@@ -1,0 +1,185 @@
+#include "ipg/segmentation/ipg_roi.h"
+
+#include "dcm/dcm_struct.h"
+#include "segmentation_images.h"
+#include "support/message_capture.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+constexpr int kSet = 16777217;
+
+// 5 x 4 input whose pixel (c, r) holds 10 * r + c + 1.
+std::unique_ptr<DCM_STRUCT> Ramp()
+{
+  auto image = std::make_unique<DCM_STRUCT>(5, 4);
+  for (unsigned r = 0; r < 4; ++r)
+    for (unsigned c = 0; c < 5; ++c)
+      image->Data->SetValue(c, r, static_cast<int>(10 * r + c + 1));
+  return image;
+}
+
+std::vector<std::vector<int>> Pixels(const DCM_STRUCT& image)
+{
+  std::vector<std::vector<int>> out(image.GetNbOfRows());
+  for (unsigned r = 0; r < image.GetNbOfRows(); ++r)
+    for (unsigned c = 0; c < image.GetNbOfCols(); ++c)
+      out[r].push_back(image.Data->GetValue(c, r));
+  return out;
+}
+
+void SetBox(IPG_ROI& op, int x0, int y0, int x1, int y1)
+{
+  MTH_2D_INTEGER tl(x0, y0), lr(x1, y1);
+  op.SetTLCorner(&tl);
+  op.SetLRCorner(&lr);
+}
+
+constexpr int O = kSet;
+
+TEST(Roi, DefaultsCopyTheInputInsideTheBox)
+{
+  auto in = Ramp();
+  DCM_STRUCT out(5, 4);
+  IPG_ROI op(in.get(), nullptr, &out);
+  EXPECT_EQ(op.GetTools(), 1000);
+  EXPECT_EQ(op.GetOutValueColor(), kSet);
+  EXPECT_EQ(op.GetInValueColor(), -1);
+  SetBox(op, 1, 1, 3, 2);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
+                             {O, O, O, O, O}, {O, 12, 13, 14, O}, {O, 22, 23, 24, O}, {O, O, O, O, O}}));
+  EXPECT_EQ(out.Data->GetMin(), 12);
+  EXPECT_EQ(out.Data->GetMax(), kSet);
+  EXPECT_EQ(out.Data->GetDynMax(), static_cast<unsigned>(kSet - 12 + 1));
+  EXPECT_EQ(out.Data->GetRoiCol(), 1u);
+  EXPECT_EQ(out.Data->GetRoiRow(), 1u);
+}
+
+TEST(Roi, ZeroIsAColourAndCornersAreInclusive)
+{
+  auto in = Ramp();
+  DCM_STRUCT out(5, 4);
+  IPG_ROI op(in.get(), nullptr, &out);
+  op.SetInValueColor(0);
+  op.SetOutValueColor(9);
+  SetBox(op, 2, 1, 2, 1);
+  ASSERT_TRUE(op.MakeRoi());
+  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
+                             {9, 9, 9, 9, 9}, {9, 9, 0, 9, 9}, {9, 9, 9, 9, 9}, {9, 9, 9, 9, 9}}));
+}
+
+TEST(Roi, ResizeCropsAndMovesTheHeader)
+{
+  auto in = Ramp();
+  DCM_HEADER header = in->GetHeader();
+  header.ImagePosition[0] = 100.0;
+  header.PixelSpacing[0] = 2.0; // rows
+  header.PixelSpacing[1] = 0.5; // columns
+  in->SetHeader(header);
+  DCM_STRUCT out(2, 3);
+  IPG_ROI op(in.get(), nullptr, &out);
+  op.SetResize(true);
+  SetBox(op, 3, 1, 4, 3);
+  ASSERT_TRUE(op.MakeRoi());
+  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{{14, 15}, {24, 25}, {34, 35}}));
+  const MTH_3D_DOUBLE position = out.GetImagePosition();
+  EXPECT_DOUBLE_EQ(position.GetX(), 100.0 + 3 * 0.5);
+  EXPECT_DOUBLE_EQ(position.GetY(), 1 * 2.0);
+  EXPECT_EQ(out.GetHeader().Columns, 2);
+  EXPECT_EQ(out.GetHeader().Rows, 3);
+  EXPECT_DOUBLE_EQ(out.GetHeader().PixelSpacing[1], 0.5);
+}
+
+TEST(Roi, CircleIsWrittenFromTheTopLeftEvenWithoutResize)
+{
+  auto in = Ramp();
+  DCM_STRUCT out(5, 4);
+  IPG_ROI op(in.get(), nullptr, &out);
+  op.SetROIType(IPG_ROI::kCircle);
+  MTH_2D_INTEGER centre(3, 2);
+  op.SetCentre(&centre);
+  op.SetRadius(1);
+  op.SetOutValueColor(0);
+  SetBox(op, 2, 1, 4, 3);
+  ASSERT_TRUE(op.MakeRoi());
+  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
+                             {0, 14, 0, 0, 0}, {23, 24, 25, 0, 0}, {0, 34, 0, 0, 0}, {0, 0, 0, 0, 0}}));
+
+  op.SetRadius(0); // only the centre
+  ASSERT_TRUE(op.MakeRoi());
+  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
+                             {0, 0, 0, 0, 0}, {0, 24, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}}));
+}
+
+TEST(Roi, MaskSelectsItsNonZeroPixels)
+{
+  auto in = Ramp();
+  auto mask = MaskFromText({"X....", ".X...", "..X..", "....."}, 1, 0);
+  DCM_STRUCT out(5, 4);
+  IPG_ROI op(in.get(), mask.get(), &out);
+  op.SetROIType(IPG_ROI::kMask);
+  op.SetInValueColor(7);
+  op.SetOutValueColor(0);
+  SetBox(op, 0, 0, 4, 3);
+  ASSERT_TRUE(op.MakeRoi());
+  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
+                             {7, 0, 0, 0, 0}, {0, 7, 0, 0, 0}, {0, 0, 7, 0, 0}, {0, 0, 0, 0, 0}}));
+}
+
+TEST(Roi, BoxesReachingOutsideAreClipped)
+{
+  auto in = Ramp();
+  DCM_STRUCT out(5, 4);
+  IPG_ROI op(in.get(), nullptr, &out);
+  op.SetInValueColor(1);
+  op.SetOutValueColor(0);
+  SetBox(op, -3, 2, 70000, 65535);
+  ASSERT_TRUE(op.MakeRoi());
+  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
+                             {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {1, 1, 1, 1, 1}, {1, 1, 1, 1, 1}}));
+  // Cropping into a smaller output drops what does not fit.
+  DCM_STRUCT small(2, 2);
+  op.SetImaOut(&small);
+  op.SetResize(true);
+  SetBox(op, 1, 1, 4, 3);
+  ASSERT_TRUE(op.MakeRoi());
+  EXPECT_EQ(Pixels(small), (std::vector<std::vector<int>>{{1, 1}, {1, 1}}));
+}
+
+TEST(Roi, MessagesForBadCodesTypesAndOutput)
+{
+  MessageCapture capture;
+  auto in = Ramp();
+  DCM_STRUCT out(5, 4);
+  IPG_ROI op(in.get());
+  EXPECT_FALSE(op.MakeRoi());
+  op.SetImaOut(&out);
+  op.SetTools(999);
+  EXPECT_FALSE(op.Apply());
+  op.SetTools(1000);
+  op.SetInValueColor(3);
+  SetBox(op, 0, 0, 4, 3);
+  op.SetROIType(1);
+  EXPECT_TRUE(op.Apply());
+  EXPECT_EQ(out.Data->GetMax(), kSet);
+  EXPECT_EQ(out.Data->GetMin(), kSet);
+  op.SetROIType(7);
+  EXPECT_TRUE(op.Apply());
+  EXPECT_EQ(capture.Texts, (std::vector<std::string>{"image de sortie non allouée",
+                                                      "Aucun outil de traitement d'image correspondant",
+                                                      "Non géré actuellement : IPG_ROI, ipg_roi",
+                                                      "Erreur : aucun type de ROI correspondant"}));
+  for (const std::string& caption : capture.Captions)
+    EXPECT_EQ(caption, "Information");
+
+  op.SetResize(true);
+  IPG_ROI copy(op);
+  EXPECT_FALSE(copy.GetResize());
+  EXPECT_EQ(copy.GetROIType(), 0);
+  EXPECT_EQ(copy.GetTools(), 1000);
+  EXPECT_NE(copy.GetTLCorner(), op.GetTLCorner());
+}
+
+} // namespace
