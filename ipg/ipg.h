@@ -20,6 +20,8 @@
 #include "ipg/framework/ipg_two_inputs_one_output.h"
 #include "ipg/framework/tlinked_list.h"
 #include "ipg/framework/tlist.h"
+#include "ipg/measurement/ipg_holder.h"
+#include "ipg/measurement/ipg_holder_fast_measures.h"
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/segmentation/ipg_connected_component.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
