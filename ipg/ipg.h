@@ -7,6 +7,8 @@
 #include "dcm/obj_object.h"
 #include "dcm/obj_objects_list.h"
 #include "ipg/arithmetic/ipg_arithmetic1.h"
+#include "ipg/arithmetic/ipg_arithmetic2.h"
+#include "ipg/arithmetic/ipg_change_dynamic.h"
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/filtering/ipg_filter_virtual.h"
 #include "ipg/filtering/ipg_histo.h"

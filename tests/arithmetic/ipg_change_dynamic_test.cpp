@@ -1,0 +1,203 @@
+#include "ipg/arithmetic/ipg_change_dynamic.h"
+
+#include "dcm/dcm_struct.h"
+#include "support/message_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr int kMark = 16777217;
+using V = std::vector<int>;
+
+std::unique_ptr<DCM_STRUCT> ImageOf(unsigned cols, unsigned rows, const V& pixels)
+{
+  auto image = std::make_unique<DCM_STRUCT>(cols, rows);
+  for (unsigned r = 0; r < rows; ++r)
+    for (unsigned c = 0; c < cols; ++c)
+      image->Data->SetValue(c, r, pixels[r * cols + c]);
+  image->Data->SetMin();
+  image->Data->SetMax();
+  return image;
+}
+
+V PixelsOf(const DCM_STRUCT& image)
+{
+  const int* p = image.Data->GetIDataAddress();
+  return V(p, p + image.Data->GetSize());
+}
+
+// The re-dynamisation of v from [0, 1000] onto [0, 4095].
+int Redyn1000(int v) { return static_cast<int>(std::floor(v / 1000.0L * 4095 + 0.5L)); }
+
+} // namespace
+
+TEST(IpgChangeDynamic, DefaultsAndIntegerLimits)
+{
+  IPG_CHANGE_DYNAMIC op(nullptr, nullptr);
+  EXPECT_DOUBLE_EQ(op.GetTools(), 301.0);
+  EXPECT_EQ(op.GetLimitInf(), 0);
+  EXPECT_EQ(op.GetLimitSup(), 4095);
+  op.SetLimitSup(100.9f);
+  op.SetLimitInf(-3.7f);
+  EXPECT_EQ(op.GetLimitSup(), 100);
+  EXPECT_EQ(op.GetLimitInf(), -3);
+}
+
+TEST(IpgChangeDynamic, CopyTakesImagesCodeAndTruncatedLimits)
+{
+  auto in = ImageOf(2, 1, {0, 0});
+  in->Data->SetPrecision(10);
+  in->Data->SetValue(0u, 0u, 20.5); // raw 205
+  in->Data->SetValue(1u, 0u, 10.0);
+  DCM_STRUCT out(2, 1), roi(2, 1);
+  out.Data->SetPrecision(10);
+  IPG_CHANGE_DYNAMIC source(in.get(), &out);
+  source.SetRoi(&roi);
+  source.SetMode(300);
+  source.SetTools(300);
+  source.SetLimitInf(10.0f);
+  source.SetLimitSup(20.5f);
+  IPG_CHANGE_DYNAMIC copy(source);
+  EXPECT_EQ(copy.GetImaIn(), in.get());
+  EXPECT_EQ(copy.GetImaOut(), &out);
+  EXPECT_EQ(copy.GetRoi(), nullptr);
+  EXPECT_EQ(copy.GetMode(), 301);
+  EXPECT_DOUBLE_EQ(copy.GetTools(), 300.0);
+
+  source.SetRoi(nullptr);
+  ASSERT_TRUE(source.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{205, 100}));
+  ASSERT_TRUE(copy.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{0, 100})) << "the copy cuts at 20, not 20.5";
+}
+
+TEST(IpgChangeDynamic, CutKeepsTheClosedWindowAndMarks)
+{
+  auto in = ImageOf(5, 1, {9, 10, 20, 21, kMark});
+  DCM_STRUCT out(5, 1);
+  IPG_CHANGE_DYNAMIC op(in.get(), &out);
+  op.SetTools(300);
+  op.SetLimitInf(10.0f);
+  op.SetLimitSup(20.0f);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{0, 10, 20, 0, kMark}));
+  EXPECT_EQ(out.Data->GetMin(), 0);
+  EXPECT_EQ(out.Data->GetMax(), kMark);
+}
+
+TEST(IpgChangeDynamic, AnyNonZeroRoiValueSelectsAPixel)
+{
+  auto in = ImageOf(3, 1, {-5, -6, -7});
+  auto roi = ImageOf(3, 1, {1, 0, kMark});
+  DCM_STRUCT out(3, 1);
+  IPG_CHANGE_DYNAMIC op(in.get(), &out);
+  op.SetRoi(roi.get());
+  op.SetTools(303);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{5, 0, 7}));
+  // Called directly, outside pixels keep what the output held.
+  out.Data->Init(42.0);
+  ASSERT_TRUE(op.GetAbsoluteImage());
+  EXPECT_EQ(PixelsOf(out), (V{5, 42, 7}));
+}
+
+TEST(IpgChangeDynamic, AbsoluteValueCopiesMarks)
+{
+  auto in = ImageOf(4, 1, {-5, 5, 16777218, kMark});
+  DCM_STRUCT out(4, 1);
+  IPG_CHANGE_DYNAMIC op(in.get(), &out);
+  op.SetTools(303);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{5, 5, 16777218, kMark}));
+}
+
+TEST(IpgChangeDynamic, RedynMapsTheStoredRangeOntoTheLimits)
+{
+  auto in = ImageOf(4, 1, {0, 500, 1000, kMark});
+  in->Data->SetMax(1000);
+  DCM_STRUCT out(4, 1);
+  IPG_CHANGE_DYNAMIC op(in.get(), &out);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{0, 2048, 4095, 0})) << "2047.5 rounds up; marks stay unwritten";
+}
+
+TEST(IpgChangeDynamic, RedynTableGivesTheSamePixelsAsTheDirectFormula)
+{
+  // 2500 pixels over a range of 1000: tabulated; 4 pixels: computed one by one.
+  V many, few{0, 333, 777, 1000};
+  for (int k = 0; k < 2500; ++k)
+    many.push_back(k * 37 % 1001);
+  for (const V& pixels : {many, few}) {
+    const auto cols = static_cast<unsigned>(pixels.size() / (pixels.size() == 2500 ? 50 : 1));
+    const auto rows = static_cast<unsigned>(pixels.size() / cols);
+    auto in = ImageOf(cols, rows, pixels);
+    ASSERT_EQ(in->Data->GetMax(), 1000);
+    DCM_STRUCT out(cols, rows);
+    IPG_CHANGE_DYNAMIC op(in.get(), &out);
+    ASSERT_TRUE(op.Apply());
+    const V got = PixelsOf(out);
+    for (std::size_t k = 0; k < pixels.size(); ++k)
+      ASSERT_EQ(got[k], Redyn1000(pixels[k])) << "value " << pixels[k];
+  }
+}
+
+TEST(IpgChangeDynamic, RedynUsesThePrecisionAndHandlesEqualExtremes)
+{
+  auto in = ImageOf(2, 1, {10, 20});
+  in->Data->SetPrecision(10);
+  DCM_STRUCT out(2, 1);
+  IPG_CHANGE_DYNAMIC op(in.get(), &out);
+  op.SetLimitInf(1.0f);
+  op.SetLimitSup(3.0f);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{10, 30}));
+  EXPECT_EQ(out.Data->GetPrecision(), 10);
+
+  auto flat = ImageOf(2, 1, {5, 5});
+  op.SetImaIn(flat.get());
+  op.SetLimitInf(7.0f);
+  op.SetLimitSup(100.0f);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{7, 7})) << "equal extremes map every pixel to the lower limit";
+}
+
+TEST(IpgChangeDynamic, UnknownCodeZeroesInputAndOutput)
+{
+  auto in = ImageOf(2, 2, {1, 2, 3, 4});
+  DCM_STRUCT out(2, 2);
+  out.Data->Init(9.0);
+  IPG_CHANGE_DYNAMIC op(in.get(), &out);
+  op.SetTools(302);
+  EXPECT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(*in), (V{0, 0, 0, 0}));
+  EXPECT_EQ(PixelsOf(out), (V{0, 0, 0, 0}));
+}
+
+TEST(IpgChangeDynamic, SizeAndOutputChecks)
+{
+  MessageCapture capture;
+  auto in = ImageOf(4, 4, V(16, 3));
+  IPG_CHANGE_DYNAMIC op(in.get(), nullptr);
+  EXPECT_FALSE(op.Apply());
+  EXPECT_TRUE(capture.Texts.empty()) << "Apply() refuses a missing output silently";
+  EXPECT_FALSE(op.GetCutImage());
+  EXPECT_FALSE(op.GetRedynImage());
+  EXPECT_FALSE(op.GetAbsoluteImage());
+  ASSERT_EQ(capture.Texts.size(), 3u);
+  EXPECT_EQ(capture.Texts[0], "image de sortie non allouée");
+
+  DCM_STRUCT halfHeight(4, 2);
+  op.SetImaOut(&halfHeight);
+  EXPECT_TRUE(op.Apply()) << "one differing dimension passes";
+  DCM_STRUCT smaller(2, 2);
+  op.SetImaOut(&smaller);
+  EXPECT_FALSE(op.Apply());
+  ASSERT_EQ(capture.Texts.size(), 4u);
+  EXPECT_EQ(capture.Texts[3], "Les images n'ont pas les mêmes dimensions : IPG_FILTER_PROCESSING::Apply()");
+  EXPECT_EQ(capture.Captions[3], "Information");
+}
