@@ -1,0 +1,385 @@
+#include "ipg/filtering/ipg_morpho_processing.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/filtering/ipg_filter.h"
+#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/ui/ipg_message.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <vector>
+
+namespace {
+
+constexpr const char* kMsgNoUserFilter = "Le filtre utilisateur n'est pas défini";
+constexpr double kSkeletonStopShare = 5.0; // percent of pixels changed by a pass
+constexpr int kThinningTurns = 8;
+constexpr double kHighestContrast = 1.0 - 1e-7; // keeps E (1 + C') / (1 - C') finite
+
+std::size_t At(int col, int row, int cols)
+{
+  return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
+}
+
+int Cols(const DCM_STRUCT& image) { return static_cast<int>(image.Data->GetNbOfCols()); }
+int Rows(const DCM_STRUCT& image) { return static_cast<int>(image.Data->GetNbOfRows()); }
+
+// A copy of image (pixels included), or null when it cannot be made.
+std::unique_ptr<DCM_STRUCT> CopyOf(DCM_STRUCT& image)
+{
+  try {
+    return std::make_unique<DCM_STRUCT>(image, true);
+  } catch (const std::exception&) {
+    return nullptr;
+  }
+}
+
+// Copies the pixels that both images have (the output may differ in size).
+void CopyOverlap(const DCM_STRUCT& from, DCM_STRUCT& to)
+{
+  const int cols = std::min(Cols(from), Cols(to)), rows = std::min(Rows(from), Rows(to));
+  const int* src = from.Data->GetIDataAddress();
+  int* dst = to.Data->GetIDataAddress();
+  for (int row = 0; row < rows; ++row)
+    std::copy_n(src + At(0, row, Cols(from)), cols, dst + At(0, row, Cols(to)));
+}
+
+bool InsideRoi(const DCM_STRUCT* roi, int col, int row)
+{
+  return roi == nullptr || roi->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row)) == kIpgRoiValue;
+}
+
+// The element's flags as GetFilterValue reads them, row-major.
+std::vector<unsigned char> ElementFlags(IPG_FILTER& element)
+{
+  const short sizeX = element.GetSizeX(), sizeY = element.GetSizeY();
+  std::vector<unsigned char> flags(static_cast<std::size_t>(sizeX) * sizeY);
+  for (short y = 0; y < sizeY; ++y)
+    for (short x = 0; x < sizeX; ++x)
+      flags[At(x, y, sizeX)] = element.GetFilterValue(x, y) != 0 ? 1 : 0;
+  return flags;
+}
+
+bool OddAndPositive(int side) { return side > 0 && side % 2 == 1; }
+
+// Sum of values over the window rows [r0, r1] x columns [c0, c1] from a summed-area table.
+std::int64_t WindowSum(const std::vector<std::int64_t>& table, int cols, int c0, int r0, int c1, int r1)
+{
+  const int stride = cols + 1;
+  return table[At(c1 + 1, r1 + 1, stride)] - table[At(c0, r1 + 1, stride)] - table[At(c1 + 1, r0, stride)] +
+         table[At(c0, r0, stride)];
+}
+
+std::vector<std::int64_t> SummedArea(const int* values, int cols, int rows)
+{
+  const int stride = cols + 1;
+  std::vector<std::int64_t> table(static_cast<std::size_t>(stride) * (rows + 1), 0);
+  for (int row = 0; row < rows; ++row) {
+    std::int64_t rowSum = 0;
+    for (int col = 0; col < cols; ++col) {
+      rowSum += values[At(col, row, cols)];
+      table[At(col + 1, row + 1, stride)] = table[At(col + 1, row, stride)] + rowSum;
+    }
+  }
+  return table;
+}
+
+} // namespace
+
+IPG_MORPHO_PROCESSING::IPG_MORPHO_PROCESSING(DCM_STRUCT* in) : IPG_MORPHO_PROCESSING(in, nullptr) {}
+
+IPG_MORPHO_PROCESSING::IPG_MORPHO_PROCESSING(DCM_STRUCT* in, DCM_STRUCT* roi)
+{
+  SetImaIn(in);
+  SetRoi(roi);
+  SetDefaultParameters();
+}
+
+IPG_MORPHO_PROCESSING::IPG_MORPHO_PROCESSING(const IPG_MORPHO_PROCESSING& source) : IPG_FILTER_VIRTUAL(source) {}
+
+void IPG_MORPHO_PROCESSING::SetDefaultParameters()
+{
+  SetDefinedFilter(200);
+  Tools = 1101;
+  SetImageBorderType(0);
+}
+
+int IPG_MORPHO_PROCESSING::Apply()
+{
+  switch (Tools) {
+  case 1100: return Dilate(GetDefineFilter());
+  case 1101: return Erode(GetDefineFilter());
+  case 1102: return Open(GetDefineFilter());
+  case 1103: return Close(GetDefineFilter());
+  case 1104: return UserElementCode(&IPG_MORPHO_PROCESSING::Erode);
+  case 1105: return UserElementCode(&IPG_MORPHO_PROCESSING::Dilate);
+  case 1106: return UserElementCode(&IPG_MORPHO_PROCESSING::Open);
+  case 1107: return UserElementCode(&IPG_MORPHO_PROCESSING::Close);
+  case 1108: return Skeleton();
+  case 1109: return Thinning();
+  case 1110: return EnhancedImage();
+  default: return 0;
+  }
+}
+
+int IPG_MORPHO_PROCESSING::UserElementCode(int (IPG_MORPHO_PROCESSING::*operation)(IPG_FILTER*))
+{
+  IPG_FILTER* element = GetUserFilter();
+  if (element == nullptr) {
+    Ipg_Inform(kMsgNoUserFilter);
+    return 0;
+  }
+  return (this->*operation)(element);
+}
+
+int IPG_MORPHO_PROCESSING::Erode(IPG_FILTER* element) { return RunScan(element, Ipg_MorphoKind::Erosion); }
+
+int IPG_MORPHO_PROCESSING::Dilate(IPG_FILTER* element) { return RunScan(element, Ipg_MorphoKind::Dilation); }
+
+int IPG_MORPHO_PROCESSING::Open(IPG_FILTER* element)
+{
+  return RunTwoSteps(element, Ipg_MorphoKind::Erosion, Ipg_MorphoKind::Dilation);
+}
+
+int IPG_MORPHO_PROCESSING::Close(IPG_FILTER* element)
+{
+  return RunTwoSteps(element, Ipg_MorphoKind::Dilation, Ipg_MorphoKind::Erosion);
+}
+
+int IPG_MORPHO_PROCESSING::RunScan(IPG_FILTER* element, Ipg_MorphoKind kind)
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return 0;
+  }
+  if (element == nullptr || !OddAndPositive(element->GetSizeX()) || !OddAndPositive(element->GetSizeY()))
+    return 0;
+  if (ImaIn == nullptr)
+    return 0;
+  PrepareOutputBorder(ImaOut);
+  const int sizeX = element->GetSizeX(), sizeY = element->GetSizeY();
+  const std::vector<unsigned char> flags = ElementFlags(*element);
+  // Under a ROI both scans start at the top grey level: a dilation there never
+  // yields less than 16777216, which ROI-driven callers rely on.
+  const int init = Roi != nullptr ? kIpgMaxGrey : (kind == Ipg_MorphoKind::Erosion ? kIpgMarginValue : 0);
+  const Ipg_MorphoField field = Ipg_MorphoPrepare(*ImaIn, Roi, kind);
+  std::vector<int> result(field.Values.size());
+  if (Ipg_MorphoIsFullRectangle(flags))
+    Ipg_MorphoScanRectangle(field, sizeX, sizeY, kind, init, result.data());
+  else
+    Ipg_MorphoScanPlain(field, flags, sizeX, sizeY, kind, init, result.data());
+
+  // Only the computed interior is written; the margin keeps its prepared value.
+  const int hx = sizeX / 2, hy = sizeY / 2;
+  const int cols = std::min(field.Cols - hx, Cols(*ImaOut)), rows = std::min(field.Rows - hy, Rows(*ImaOut));
+  int* out = ImaOut->Data->GetIDataAddress();
+  for (int row = hy; row < rows; ++row)
+    for (int col = hx; col < cols; ++col)
+      out[At(col, row, Cols(*ImaOut))] = result[At(col, row, field.Cols)];
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return ApplyModeToOutImage() ? 1 : 0;
+}
+
+int IPG_MORPHO_PROCESSING::RunTwoSteps(IPG_FILTER* element, Ipg_MorphoKind first, Ipg_MorphoKind second)
+{
+  if (RunScan(element, first) == 0)
+    return 0;
+  std::unique_ptr<DCM_STRUCT> intermediate = CopyOf(*ImaOut);
+  if (!intermediate)
+    return 0;
+  DCM_STRUCT* const input = ImaIn;
+  ImaIn = intermediate.get();
+  const int result = RunScan(element, second);
+  ImaIn = input; // the intermediate dies here; the caller's input comes back
+  return result;
+}
+
+DCM_STRUCT* IPG_MORPHO_PROCESSING::ThinningFunction(DCM_STRUCT* image, IPG_FILTER* mask)
+{
+  if (image == nullptr || mask == nullptr)
+    return nullptr;
+  std::unique_ptr<DCM_STRUCT> result = CopyOf(*image);
+  if (!result)
+    return nullptr;
+  const int cols = Cols(*image), rows = Rows(*image);
+  const int sizeX = mask->GetSizeX(), sizeY = mask->GetSizeY();
+  const int hx = sizeX / 2, hy = sizeY / 2;
+  std::vector<int> marks(static_cast<std::size_t>(std::max(sizeX, 0)) * std::max(sizeY, 0));
+  for (int y = 0; y < sizeY; ++y)
+    for (int x = 0; x < sizeX; ++x)
+      marks[At(x, y, sizeX)] = mask->GetFilterValue(static_cast<short>(x), static_cast<short>(y));
+  const int* in = image->Data->GetIDataAddress();
+  int* out = result->Data->GetIDataAddress();
+  for (int row = hy; row < rows - hy; ++row)
+    for (int col = hx; col < cols - hx; ++col) {
+      const int c = in[At(col, row, cols)];
+      if (c > kIpgMaxGrey || !InsideRoi(Roi, col, row))
+        continue;
+      int background = 0, foreground = kIpgMaxGrey;
+      for (int y = 0; y < sizeY; ++y)
+        for (int x = 0; x < sizeX; ++x) {
+          const int v = in[At(col + x - hx, row + y - hy, cols)];
+          const int mark = marks[At(x, y, sizeX)];
+          if (mark == 0)
+            background = std::max(background, v);
+          else if (mark == 1)
+            foreground = std::min(foreground, v);
+        }
+      if (background < c && c <= foreground)
+        out[At(col, row, cols)] = background; // lowered to its background level
+    }
+  result->Data->SetMin();
+  result->Data->SetMax();
+  return result.release();
+}
+
+DCM_STRUCT* IPG_MORPHO_PROCESSING::Thinning(DCM_STRUCT* image)
+{
+  if (image == nullptr)
+    return nullptr;
+  int topEdge[9] = {0, 0, 0, 2, 2, 2, 1, 1, 1};
+  int corner[9] = {2, 0, 0, 1, 2, 0, 1, 1, 2};
+  IPG_FILTER maskA(topEdge, 3, 3);
+  IPG_FILTER maskB(corner, 3, 3);
+  std::unique_ptr<DCM_STRUCT> work = CopyOf(*image);
+  for (int turn = 0; work && turn < kThinningTurns; ++turn) {
+    work.reset(ThinningFunction(work.get(), &maskA));
+    if (work)
+      work.reset(ThinningFunction(work.get(), &maskB));
+    // The masks turn in opposite senses: the passes rely on this order of directions.
+    maskB.RotateFilter(true);
+    maskA.RotateFilter(false);
+  }
+  return work.release();
+}
+
+int IPG_MORPHO_PROCESSING::Thinning()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return 0;
+  }
+  std::unique_ptr<DCM_STRUCT> work(Thinning(ImaIn));
+  if (!work)
+    return 0;
+  CopyOverlap(*work, *ImaOut);
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return ApplyModeToOutImage() ? 1 : 0;
+}
+
+int IPG_MORPHO_PROCESSING::Skeleton()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return 0;
+  }
+  if (ImaIn == nullptr)
+    return 0;
+  CopyOverlap(*ImaIn, *ImaOut);
+  const double pixels = static_cast<double>(ImaOut->Data->GetSize());
+  for (;;) {
+    std::unique_ptr<DCM_STRUCT> thinned(Thinning(ImaOut));
+    if (!thinned)
+      return 0;
+    const int* before = ImaOut->Data->GetIDataAddress();
+    const int* after = thinned->Data->GetIDataAddress();
+    const std::size_t size = ImaOut->Data->GetSize();
+    std::size_t changed = 0;
+    for (std::size_t i = 0; i < size; ++i)
+      changed += before[i] != after[i] ? 1 : 0;
+    CopyOverlap(*thinned, *ImaOut);
+    const double share = pixels > 0 ? 100.0 * static_cast<double>(changed) / pixels : 0.0;
+    if (share <= kSkeletonStopShare)
+      break;
+  }
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return ApplyModeToOutImage() ? 1 : 0;
+}
+
+int* IPG_MORPHO_PROCESSING::MidGreyOfImage(int* data, int rows, int cols)
+{
+  if (data == nullptr || rows <= 0 || cols <= 0)
+    return nullptr;
+  int* mid = new (std::nothrow) int[static_cast<std::size_t>(rows) * static_cast<std::size_t>(cols)];
+  if (mid == nullptr)
+    return nullptr;
+  for (int row = 0; row < rows; ++row)
+    for (int col = 0; col < cols; ++col) {
+      std::int64_t sum = 0;
+      int count = 0;
+      for (int dy = -1; dy <= 1; dy += 2)
+        for (int dx = -1; dx <= 1; dx += 2) {
+          const int r = row + dy, c = col + dx;
+          if (r < 0 || r >= rows || c < 0 || c >= cols)
+            continue;
+          sum += data[At(c, r, cols)];
+          ++count;
+        }
+      mid[At(col, row, cols)] =
+          count == 0 ? data[At(col, row, cols)]
+                     : static_cast<int>(std::floor(static_cast<double>(sum) / static_cast<double>(count)));
+    }
+  return mid;
+}
+
+double IPG_MORPHO_PROCESSING::ApplyFunction(double value, int type, int p1, int p2)
+{
+  switch (type) {
+  case 0: return 1.0 - std::exp(-p1 * value);
+  case 1: return std::log(p1 * value + 1.0);
+  case 2: return std::tanh(p1 * value);
+  case 3: return p1 == 0 ? 0.0 : std::pow(value, static_cast<double>(p2) / static_cast<double>(p1));
+  default: return 0.0;
+  }
+}
+
+int IPG_MORPHO_PROCESSING::EnhancedImage()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return 0;
+  }
+  if (ImaIn == nullptr)
+    return 0;
+  const int cols = Cols(*ImaIn), rows = Rows(*ImaIn);
+  int* in = ImaIn->Data->GetIDataAddress();
+  std::unique_ptr<int[]> mid(MidGreyOfImage(in, rows, cols));
+  if (!mid && cols > 0 && rows > 0)
+    return 0;
+  const std::vector<std::int64_t> table = mid ? SummedArea(mid.get(), cols, rows) : std::vector<std::int64_t>{};
+  const int half = std::max(WindowSize, 1) / 2;
+  const int outCols = Cols(*ImaOut);
+  const int usedCols = std::min(cols, outCols), usedRows = std::min(rows, Rows(*ImaOut));
+  int* out = ImaOut->Data->GetIDataAddress();
+  for (int row = 0; row < usedRows; ++row)
+    for (int col = 0; col < usedCols; ++col) {
+      const int value = in[At(col, row, cols)];
+      int& target = out[At(col, row, outCols)];
+      target = value;
+      if (value > kIpgMaxGrey || value < 0 || !InsideRoi(Roi, col, row))
+        continue;
+      const int c0 = std::max(col - half, 0), c1 = std::min(col + half, cols - 1);
+      const int r0 = std::max(row - half, 0), r1 = std::min(row + half, rows - 1);
+      const double area = static_cast<double>(c1 - c0 + 1) * (r1 - r0 + 1);
+      const double background = static_cast<double>(WindowSum(table, cols, c0, r0, c1, r1)) / area;
+      if (background <= 0.0)
+        continue;
+      const double contrast = std::fabs(value - background) / (value + background);
+      double enhanced = ApplyFunction(contrast, TypeFunction, ParamFct1, ParamFct2);
+      if (std::isnan(enhanced))
+        enhanced = contrast;
+      enhanced = std::clamp(enhanced, 0.0, kHighestContrast);
+      const double level = value <= background ? background * (1.0 - enhanced) / (1.0 + enhanced)
+                                               : background * (1.0 + enhanced) / (1.0 - enhanced);
+      target = static_cast<int>(std::floor(std::min(level, static_cast<double>(kIpgMaxGrey)) + 0.5));
+    }
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return ApplyModeToOutImage() ? 1 : 0;
+}
