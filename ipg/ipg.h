@@ -12,6 +12,8 @@
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/filtering/ipg_filter_virtual.h"
 #include "ipg/filtering/ipg_histo.h"
+#include "ipg/filtering/ipg_morpho_processing.h"
+#include "ipg/filtering/ipg_morpho_scan.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 #include "ipg/framework/ipg_one_input_no_output.h"

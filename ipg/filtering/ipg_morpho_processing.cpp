@@ -17,6 +17,8 @@ namespace {
 constexpr const char* kMsgNoUserFilter = "Le filtre utilisateur n'est pas défini";
 constexpr double kSkeletonStopShare = 5.0; // percent of pixels changed by a pass
 constexpr int kThinningTurns = 8;
+// Below this element area the plain scan is as fast as the running extremes.
+constexpr int kFastPathArea = 16;
 constexpr double kHighestContrast = 1.0 - 1e-7; // keeps E (1 + C') / (1 - C') finite
 
 std::size_t At(int col, int row, int cols)
@@ -167,7 +169,7 @@ int IPG_MORPHO_PROCESSING::RunScan(IPG_FILTER* element, Ipg_MorphoKind kind)
   const int init = Roi != nullptr ? kIpgMaxGrey : (kind == Ipg_MorphoKind::Erosion ? kIpgMarginValue : 0);
   const Ipg_MorphoField field = Ipg_MorphoPrepare(*ImaIn, Roi, kind);
   std::vector<int> result(field.Values.size());
-  if (Ipg_MorphoIsFullRectangle(flags))
+  if (sizeX * sizeY >= kFastPathArea && Ipg_MorphoIsFullRectangle(flags))
     Ipg_MorphoScanRectangle(field, sizeX, sizeY, kind, init, result.data());
   else
     Ipg_MorphoScanPlain(field, flags, sizeX, sizeY, kind, init, result.data());

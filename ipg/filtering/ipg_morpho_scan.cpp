@@ -53,13 +53,14 @@ void RunningExtreme(const int* src, int* dst, int n, int length, std::ptrdiff_t 
   const int h = length / 2;
   if (n < length)
     return;
-  for (int i = 0; i < n; ++i) {
-    const int v = src[i * stride];
-    prefix[i] = i % length == 0 ? v : pick(prefix[i - 1], v);
-  }
-  for (int i = n - 1; i >= 0; --i) {
-    const int v = src[i * stride];
-    suffix[i] = (i % length == length - 1 || i == n - 1) ? v : pick(suffix[i + 1], v);
+  for (int start = 0; start < n; start += length) {
+    const int end = std::min(start + length, n) - 1;
+    prefix[start] = src[start * stride];
+    for (int i = start + 1; i <= end; ++i)
+      prefix[i] = pick(prefix[i - 1], src[i * stride]);
+    suffix[end] = src[end * stride];
+    for (int i = end - 1; i >= start; --i)
+      suffix[i] = pick(suffix[i + 1], src[i * stride]);
   }
   for (int i = h; i < n - h; ++i)
     dst[i * stride] = pick(suffix[i - h], prefix[i + h]);

@@ -127,6 +127,24 @@ TEST(MorphoProcessing, BinaryObjectShrinksAndGrowsByOnePixel)
   EXPECT_EQ(Pixels(*dilate.Out), Square(9, 2, 6));
 }
 
+TEST(MorphoProcessing, LargeSquareElementsTakeTheFastPathWithTheSamePixels)
+{
+  // Kernel 203 (5x5 of ones) runs through the running extremes: a dot grows into
+  // the 5x5 square and the square erodes back into the dot.
+  Grid dot(9, std::vector<int>(9, 0));
+  dot[4][4] = kSet;
+  MorphoRun dilate(dot);
+  dilate.Op.SetDefinedFilter(203);
+  dilate.Op.SetTools(1100);
+  EXPECT_EQ(dilate.Op.Apply(), 1);
+  EXPECT_EQ(Pixels(*dilate.Out), Square(9, 2, 6));
+
+  MorphoRun erode(Square(9, 2, 6));
+  erode.Op.SetDefinedFilter(203);
+  EXPECT_EQ(erode.Op.Apply(), 1);
+  EXPECT_EQ(Pixels(*erode.Out), dot);
+}
+
 TEST(MorphoProcessing, MarksAboveTheSetValueAreIgnored)
 {
   // Centre 50 among 60s with one 16777218: the mark is neither the max nor the min.
