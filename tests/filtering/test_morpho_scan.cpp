@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <climits>
 #include <random>
 #include <vector>
 
@@ -61,46 +60,4 @@ TEST(MorphoScan, RectangleFastPathGivesThePlainPixels)
       }
     }
   }
-}
-
-TEST(MorphoScan, PrepareKeepsGreyLevelsAndSetPixelsOnly)
-{
-  DCM_STRUCT image(4, 1);
-  image.Data->SetValue(0u, 0u, -3);
-  image.Data->SetValue(1u, 0u, 16777216);
-  image.Data->SetValue(2u, 0u, 16777217);
-  image.Data->SetValue(3u, 0u, 16777218);
-  DCM_STRUCT roi(4, 1);
-  roi.Data->SetValue(0u, 0u, 16777217);
-  roi.Data->SetValue(1u, 0u, 1); // any other value is outside
-  roi.Data->SetValue(2u, 0u, 16777217);
-  roi.Data->SetValue(3u, 0u, 16777217);
-
-  EXPECT_EQ(Ipg_MorphoPrepare(image, nullptr, Ipg_MorphoKind::Erosion).Values,
-            (std::vector<int>{-3, 16777216, 16777217, INT_MAX}));
-  EXPECT_EQ(Ipg_MorphoPrepare(image, &roi, Ipg_MorphoKind::Dilation).Values,
-            (std::vector<int>{-3, INT_MIN, 16777217, INT_MIN}));
-}
-
-TEST(MorphoScan, PlainScanUsesOnlyTheElementPositionsAndLeavesTheMargin)
-{
-  // 5x3 image 1..15; the cross element (a 3x3 with corners off) at the centre row.
-  DCM_STRUCT image(5, 3);
-  for (unsigned row = 0; row < 3; ++row)
-    for (unsigned col = 0; col < 5; ++col)
-      image.Data->SetValue(col, row, static_cast<int>(row * 5 + col + 1));
-  const Ipg_MorphoField field = Ipg_MorphoPrepare(image, nullptr, Ipg_MorphoKind::Dilation);
-  const std::vector<unsigned char> cross = {0, 1, 0, 1, 1, 1, 0, 1, 0};
-  std::vector<int> out(15, -1);
-  Ipg_MorphoScanPlain(field, cross, 3, 3, Ipg_MorphoKind::Dilation, 0, out.data());
-  // Maximum of the cross is the pixel below; the corners (e.g. 13 for column 1) do not count.
-  EXPECT_EQ(out, (std::vector<int>{-1, -1, -1, -1, -1, -1, 12, 13, 14, -1, -1, -1, -1, -1, -1}));
-}
-
-TEST(MorphoScan, ElementLargerThanTheImageComputesNothing)
-{
-  DCM_STRUCT image(4, 4);
-  const Ipg_MorphoField field = Ipg_MorphoPrepare(image, nullptr, Ipg_MorphoKind::Erosion);
-  EXPECT_EQ(Scan(field, 5, 3, Ipg_MorphoKind::Erosion, 17000000, true), std::vector<int>(16, -7));
-  EXPECT_EQ(Scan(field, 5, 3, Ipg_MorphoKind::Erosion, 17000000, false), std::vector<int>(16, -7));
 }
