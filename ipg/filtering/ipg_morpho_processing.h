@@ -11,7 +11,9 @@ class IPG_FILTER;
 // masks, and a local contrast enhancement.
 //
 // The structuring element is the defined kernel (default 200, the 3x3 square) or
-// the user kernel; a position takes part when GetFilterValue reads it non-zero.
+// the user kernel; a position takes part when GetFilterValue reads it non-zero
+// (with its square-kernel indexing, so a tall element keeps only the positions
+// that indexing reaches: hosts built their elements for it).
 // The image border type prepares the margin that the scan does not reach
 // (0 or 1: 0; 3: 17000000; 2: the output as found).
 //
