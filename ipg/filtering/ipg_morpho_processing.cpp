@@ -202,7 +202,7 @@ int IPG_MORPHO_PROCESSING::RunTwoSteps(IPG_FILTER* element, Ipg_MorphoKind first
 
 DCM_STRUCT* IPG_MORPHO_PROCESSING::ThinningFunction(DCM_STRUCT* image, IPG_FILTER* mask)
 {
-  if (image == nullptr || mask == nullptr)
+  if (image == nullptr || mask == nullptr || mask->GetSizeX() < 1 || mask->GetSizeY() < 1)
     return nullptr;
   std::unique_ptr<DCM_STRUCT> result = CopyOf(*image);
   if (!result)
@@ -210,7 +210,7 @@ DCM_STRUCT* IPG_MORPHO_PROCESSING::ThinningFunction(DCM_STRUCT* image, IPG_FILTE
   const int cols = Cols(*image), rows = Rows(*image);
   const int sizeX = mask->GetSizeX(), sizeY = mask->GetSizeY();
   const int hx = sizeX / 2, hy = sizeY / 2;
-  std::vector<int> marks(static_cast<std::size_t>(std::max(sizeX, 0)) * std::max(sizeY, 0));
+  std::vector<int> marks(static_cast<std::size_t>(sizeX) * static_cast<std::size_t>(sizeY));
   for (int y = 0; y < sizeY; ++y)
     for (int x = 0; x < sizeX; ++x)
       marks[At(x, y, sizeX)] = mask->GetFilterValue(static_cast<short>(x), static_cast<short>(y));

@@ -62,7 +62,8 @@ public:
   // One thinning pass of image as a new image (the caller destroys it); null on failure.
   DCM_STRUCT* Thinning(DCM_STRUCT* image);
   // One hit-or-miss thinning of image by mask (0 background, 1 foreground,
-  // 2 ignored) as a new image; null when image or mask is null or allocation fails.
+  // 2 ignored) as a new image; null when image or mask is null, the mask
+  // is empty or allocation fails.
   DCM_STRUCT* ThinningFunction(DCM_STRUCT* image, IPG_FILTER* mask);
 
   // Floor of the mean of each pixel's diagonal neighbours (a corner has one, an
