@@ -9,6 +9,7 @@
 #include <cmath>
 #include <cstddef>
 #include <new>
+#include <optional>
 
 namespace {
 
@@ -42,6 +43,12 @@ struct Walk {
   {
   }
   bool Usable() const { return data != nullptr && layer != nullptr && cols > 0 && rows > 0; }
+  // Whether some centre has `frame` elements on each side inside the image.
+  bool Fits(int frame) const
+  {
+    return Usable() && frame >= 0 && 2 * static_cast<std::ptrdiff_t>(frame) * strideCol < cols &&
+           2 * static_cast<std::ptrdiff_t>(frame) * strideRow < rows;
+  }
 
   double At(std::ptrdiff_t col, std::ptrdiff_t row, int dx, int dy) const
   {
@@ -54,7 +61,7 @@ struct Walk {
   template <typename Compute>
   void ForEachCentre(int frame, Compute compute) const
   {
-    if (!Usable() || frame < 0)
+    if (!Fits(frame))
       return;
     const std::ptrdiff_t marginCol = static_cast<std::ptrdiff_t>(frame) * strideCol;
     const std::ptrdiff_t marginRow = static_cast<std::ptrdiff_t>(frame) * strideRow;
@@ -79,8 +86,8 @@ struct Walk {
 template <typename Measure>
 void WindowMeasure(const Walk& walk, int i, Measure measure)
 {
-  if (i < 0)
-    return;
+  if (!walk.Fits(i))
+    return; // no window to gather: nothing to allocate either
   const std::size_t side = 2 * static_cast<std::size_t>(i) + 1;
   double* w = Scratch(side * side);
   walk.ForEachCentre(i, [&](std::ptrdiff_t col, std::ptrdiff_t row) {
@@ -198,11 +205,13 @@ bool IPG_HOLDER::ComputeHolderByCapacityMeasure()
       data[k] = raw[k];
 
     std::vector<std::vector<double>> layers(static_cast<std::size_t>(R) + 2, std::vector<double>(size, 0.0));
-    IPG_HOLDER_FAST_MEASURES fast(data, cols, rows, MeasType);
-    const bool useFast = FastPath && fast.Supported();
+    std::optional<IPG_HOLDER_FAST_MEASURES> fast;
+    if (FastPath)
+      fast.emplace(data, cols, rows, MeasType, kPowExponent);
+    const bool useFast = fast && fast->Supported();
     for (int i = 0; i <= R; ++i) {
       if (useFast)
-        fast.FillLayer(layers[i].data(), i);
+        fast->FillLayer(layers[i].data(), i);
       else
         FillLayer(data, layers[i].data(), cols, rows, R, i);
     }
@@ -220,16 +229,19 @@ bool IPG_HOLDER::ComputeHolderByCapacityMeasure()
     sxx /= R + 1;
 
     std::vector<double>& slope = layers[R + 1];
+    std::vector<double> y(static_cast<std::size_t>(R) + 1);
     for (std::size_t p = 0; p < size; ++p) {
       if (!(layers[0][p] > kSmallestMeasure && layers[R][p] > kSmallestMeasure))
         continue; // the layer was zero-filled: exponent 0
       double ybar = 0.0;
-      for (int i = 0; i <= R; ++i)
-        ybar += std::log(layers[i][p]);
+      for (int i = 0; i <= R; ++i) {
+        y[i] = std::log(layers[i][p]);
+        ybar += y[i];
+      }
       ybar /= R + 1;
       double c = 0.0;
       for (int i = 0; i <= R; ++i)
-        c += (std::log(layers[i][p]) - ybar) * (x[i] - xbar);
+        c += (y[i] - ybar) * (x[i] - xbar);
       c /= R + 1;
       slope[p] = c / sxx;
     }

@@ -118,6 +118,14 @@ TEST(HolderMeasures, NormalisedDifferencesOfHalfWindowsAtRadiusOne)
   EXPECT_NE(layer[6], 0.0);
 }
 
+TEST(HolderMeasures, WindowsThatFitNowhereLeaveTheLayerAtZero)
+{
+  // The 3x3 window at radius 2 and the radius-2 halves of measure 12 at radius 1.
+  EXPECT_EQ(Layer(IPG_HOLDER::AlphaMoyGrain, kMixed, 3, 3, 2), std::vector<double>(9, 0.0));
+  EXPECT_EQ(Layer(IPG_HOLDER::AlphaNormDiffHoriGrain, kMixed, 3, 3, 1), std::vector<double>(9, 0.0));
+  EXPECT_EQ(Layer(IPG_HOLDER::AlphaMaxGrain, kMixed, 3, 3, 1 << 30), std::vector<double>(9, 0.0));
+}
+
 std::unique_ptr<DCM_STRUCT> ImageOf(int cols, int rows, const std::vector<double>& values)
 {
   return MakeImage(cols, rows, std::vector<int>(values.begin(), values.end()));
