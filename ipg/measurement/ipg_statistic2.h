@@ -46,8 +46,9 @@ public:
   // 100: I = H1 + H2 - H12 in natural logarithms, no ROI, every pixel.
   bool ComputeMutualInformation();
   // 101: 1 - W / V on the level numbers; only pairs whose two values are below
-  // 16777216 count, no ROI. A second image whose level numbers have no
-  // variance (V = 0) gives -1.0.
+  // 16777216 count, no ROI. Each image's levels are numbered over its own
+  // pixels below 16777216. A second image whose paired level numbers have no
+  // variance (V = 0) gives -1.0 instead of a division by zero.
   bool ComputeCorrelationRatio();
   // 102: sqrt of the summed squared differences of the pairs whose values are
   // both at most 16777216 (and inside the ROI when one is set). Different
