@@ -1,0 +1,292 @@
+#include "ipg/filtering/ipg_generic_processing.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/ui/ipg_message.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <new>
+#include <vector>
+
+namespace {
+
+constexpr const char* kMsgResolution = "la résolution doit être strictement supérieure à 0!";
+
+int Wrap(long long v) { return static_cast<int>(static_cast<std::uint32_t>(v)); }
+
+// The score of Otsu's criterion from the running sums up to one cut.
+double OtsuScore(double count, double weighted, double meanTotal, double pixels)
+{
+  const double omega = count / pixels;
+  const double mu = weighted / pixels;
+  if (omega == 1.0 || omega == 0.0)
+    return 0.0;
+  const double gap = meanTotal * omega - mu;
+  return gap * gap / ((1.0 - omega) * omega);
+}
+
+// Linear positions row * rows + col of a cols x rows walk that fall inside size.
+template <typename F>
+void ForSquareIndex(unsigned cols, unsigned rows, std::size_t size, F visit)
+{
+  for (unsigned row = 0; row < rows; ++row)
+    for (unsigned col = 0; col < cols; ++col) {
+      const std::size_t k = static_cast<std::size_t>(row) * rows + col;
+      if (k < size)
+        visit(k, col, row);
+    }
+}
+
+} // namespace
+
+IPG_GENERIC_PROCESSING::IPG_GENERIC_PROCESSING(DCM_STRUCT* in) : IPG_GENERIC_PROCESSING(in, -1) {}
+
+IPG_GENERIC_PROCESSING::IPG_GENERIC_PROCESSING(DCM_STRUCT* in, int factor) : ResolutionFactor(factor)
+{
+  SetImaIn(in);
+  SetDefaultParameters();
+}
+
+IPG_GENERIC_PROCESSING::IPG_GENERIC_PROCESSING(DCM_STRUCT* in, DCM_STRUCT* roi)
+{
+  SetImaIn(in);
+  SetRoi(roi);
+  SetDefaultParameters();
+}
+
+IPG_GENERIC_PROCESSING::IPG_GENERIC_PROCESSING(const IPG_GENERIC_PROCESSING& source)
+    : IPG_ONE_INPUT_ONE_OUTPUT(), SeuilMin(source.SeuilMin), SeuilMax(source.SeuilMax),
+      ResolutionFactor(source.ResolutionFactor), BinaryType(source.BinaryType), ThesholdType(source.ThesholdType),
+      CheckIterative(source.CheckIterative)
+{
+}
+
+void IPG_GENERIC_PROCESSING::SetDefaultParameters()
+{
+  BinaryType = 1;
+  ThesholdType = 1;
+  SeuilMin = 0;
+  SeuilMax = kIpgMaxGrey;
+  Tools = 400;
+  CheckIterative = false;
+}
+
+int IPG_GENERIC_PROCESSING::Apply()
+{
+  switch (Tools) {
+  case 400: return MakeBinary(SeuilMin, BinaryType);
+  case 401: return MakeBinary(SeuilMin, SeuilMax, BinaryType);
+  case 402: return Resample();
+  case 403: return DoubleThreshold(SeuilMin, SeuilMax, ThesholdType);
+  case 404: return BinarizeByOtsu();
+  default: return 0;
+  }
+}
+
+bool IPG_GENERIC_PROCESSING::InsideRoi(unsigned col, unsigned row) const
+{
+  return Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
+}
+
+int IPG_GENERIC_PROCESSING::FinishOutput()
+{
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return ApplyModeToOutImage() ? 1 : 0;
+}
+
+int IPG_GENERIC_PROCESSING::MakeBinary(int threshold, short type)
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return 0;
+  }
+  if (ImaIn == nullptr)
+    return 0;
+  const DCM_DATA& in = *ImaIn->Data;
+  DCM_DATA& out = *ImaOut->Data;
+  const int scaledThreshold = Wrap(static_cast<long long>(type) * threshold); // an integer product
+  for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
+    for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
+      const int v = in.GetValue(col, row);
+      if (v > kIpgMaxGrey || !InsideRoi(col, row))
+        out.SetValue(col, row, static_cast<double>(v));
+      else
+        out.SetValue(col, row, scaledThreshold <= static_cast<double>(type) * v ? kIpgRoiValue : 0);
+    }
+  return FinishOutput();
+}
+
+int IPG_GENERIC_PROCESSING::MakeBinary(int low, int high, short type)
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return 0;
+  }
+  if (ImaIn == nullptr)
+    return 0;
+  const DCM_DATA& in = *ImaIn->Data;
+  const int* src = in.GetIDataAddress();
+  int* dst = ImaOut->Data->GetIDataAddress();
+  const std::size_t outSize = ImaOut->Data->GetSize();
+  const unsigned cols = in.GetNbOfCols();
+  for (std::size_t k = 0; k < in.GetSize() && k < outSize; ++k) {
+    const int v = src[k];
+    if (v > kIpgMaxGrey || !InsideRoi(static_cast<unsigned>(k % cols), static_cast<unsigned>(k / cols))) {
+      dst[k] = v;
+      continue;
+    }
+    const bool inBand = low <= v && v <= high;
+    dst[k] = (type == 1 ? inBand : !inBand) ? kIpgRoiValue : 0;
+  }
+  return FinishOutput();
+}
+
+int IPG_GENERIC_PROCESSING::DoubleThreshold(int low, int high, short type)
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return 0;
+  }
+  if (ImaIn == nullptr)
+    return 0;
+  const DCM_DATA& in = *ImaIn->Data;
+  const int* src = in.GetIDataAddress();
+  int* dst = ImaOut->Data->GetIDataAddress();
+  const std::size_t outSize = ImaOut->Data->GetSize();
+  const unsigned cols = in.GetNbOfCols();
+  for (std::size_t k = 0; k < in.GetSize() && k < outSize; ++k) {
+    const int v = src[k];
+    if (v >= kIpgRoiValue || !InsideRoi(static_cast<unsigned>(k % cols), static_cast<unsigned>(k / cols))) {
+      dst[k] = v;
+      continue;
+    }
+    const bool outside = v < low || v > high;
+    if (type == 1)
+      dst[k] = v < low ? low : v > high ? high : v;
+    else if (type == -1)
+      dst[k] = outside ? 0 : v;
+    else
+      dst[k] = outside ? kIpgRoiValue : v;
+  }
+  DCM_DATA& out = *ImaOut->Data;
+  out.SetMin();
+  out.SetMax();
+  out.SetDynMax(static_cast<unsigned>(static_cast<long long>(out.GetMax()) - out.GetMin() + 1));
+  return ApplyModeToOutImage() ? 1 : 0;
+}
+
+int IPG_GENERIC_PROCESSING::Resample()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return 0;
+  }
+  const int n = ResolutionFactor;
+  if (n <= 0) {
+    Ipg_Inform(kMsgResolution);
+    return 0;
+  }
+  if (ImaIn == nullptr)
+    return 0;
+  const DCM_DATA& in = *ImaIn->Data;
+  const unsigned newCols = in.GetNbOfCols() / static_cast<unsigned>(n);
+  const unsigned newRows = in.GetNbOfRows() / static_cast<unsigned>(n);
+  const long long blockArea = static_cast<long long>(n) * n;
+  std::vector<int> means(static_cast<std::size_t>(newCols) * newRows);
+  for (unsigned j = 0; j < newRows; ++j)
+    for (unsigned i = 0; i < newCols; ++i) {
+      long long sum = 0;
+      for (unsigned r = j * n; r < (j + 1) * n; ++r)
+        for (unsigned c = i * n; c < (i + 1) * n; ++c)
+          sum += in.GetValue(c, r);
+      means[static_cast<std::size_t>(j) * newCols + i] = static_cast<int>(sum / blockArea);
+    }
+
+  // The output takes the new size: a new pixel store, the input's header.
+  auto* store = new DCM_DATA(newCols, newRows);
+  store->SetPrecision(ImaOut->Data->GetPrecision());
+  std::copy(means.begin(), means.end(), store->GetIDataAddress());
+  DCM_HEADER header = ImaIn->GetHeader();
+  header.PixelSpacing[0] *= n;
+  header.PixelSpacing[1] *= n;
+  delete ImaOut->Data;
+  ImaOut->Data = store;
+  ImaOut->SetHeader(header);
+  return FinishOutput();
+}
+
+double IPG_GENERIC_PROCESSING::sig(int k, double meanTotal, int cols, int rows, int* bins)
+{
+  const double pixels = static_cast<double>(cols) * rows;
+  if (bins == nullptr || k < 0 || pixels <= 0)
+    return 0.0;
+  double count = 0.0, weighted = 0.0;
+  for (int i = 0; i <= k; ++i) {
+    count += bins[i];
+    weighted += static_cast<double>(i) * bins[i];
+  }
+  return OtsuScore(count, weighted, meanTotal, pixels);
+}
+
+int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
+{
+  if (ImaOut == nullptr || ImaIn == nullptr || ImaIn->Data == nullptr)
+    return 0;
+  DCM_DATA& in = *ImaIn->Data;
+  const unsigned cols = in.GetNbOfCols();
+  const unsigned rows = in.GetNbOfRows();
+  int* pixels = in.GetIDataAddress();
+  in.SetMin();
+  in.SetMax();
+  if (in.GetMax() > 256) {
+    // Brings the grey levels into about 0..255; callers read the divided input back.
+    const int divisor = in.GetMax() / 256 + 1;
+    ForSquareIndex(cols, rows, in.GetSize(), [&](std::size_t k, unsigned, unsigned) { pixels[k] /= divisor; });
+  }
+  in.SetMin();
+  in.SetMax();
+  const int mn = in.GetMin();
+  const int mx = in.GetMax();
+  const long long binCount = static_cast<long long>(mx) - mn + 1;
+  if (binCount <= 0 || binCount > INT32_MAX)
+    return 0;
+  std::vector<int> bins;
+  try {
+    bins.assign(static_cast<std::size_t>(binCount), 0);
+  } catch (const std::bad_alloc&) {
+    return 0;
+  }
+  ForSquareIndex(cols, rows, in.GetSize(), [&](std::size_t k, unsigned, unsigned) {
+    const int v = pixels[k] < mn || pixels[k] > mx ? 0 : pixels[k];
+    const long long bin = static_cast<long long>(v) - mn;
+    if (bin >= 0 && bin < binCount)
+      ++bins[static_cast<std::size_t>(bin)];
+  });
+
+  const double pixelCount = static_cast<double>(cols) * rows;
+  double weightedTotal = 0.0;
+  for (std::size_t i = 0; i < bins.size(); ++i)
+    weightedTotal += static_cast<double>(i) * bins[i];
+  const double meanTotal = pixelCount > 0 ? weightedTotal / pixelCount : 0.0;
+  // Running sums give the scores of sig() cut after cut without re-summing.
+  double best = 0.0, count = 0.0, weighted = 0.0;
+  long long cut = 0;
+  for (std::size_t k = 0; k < bins.size(); ++k) {
+    count += bins[k];
+    weighted += static_cast<double>(k) * bins[k];
+    const double score = pixelCount > 0 ? OtsuScore(count, weighted, meanTotal, pixelCount) : 0.0;
+    if (score > best) {
+      best = score;
+      cut = static_cast<long long>(k);
+    }
+  }
+
+  int* out = ImaOut->Data->GetIDataAddress();
+  const std::size_t outSize = std::min(ImaOut->Data->GetSize(), in.GetSize());
+  ForSquareIndex(cols, rows, outSize, [&](std::size_t k, unsigned col, unsigned row) {
+    out[k] = pixels[k] > cut && InsideRoi(col, row) ? kIpgMaxGrey : 0;
+  });
+  return FinishOutput();
+}
