@@ -1,0 +1,103 @@
+#include "cli/operator_registry.h"
+#include "ipg/filtering/ipg_filter_processing.h"
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+using Op = IPG_FILTER_PROCESSING;
+
+// Splits "a,b,c" at the commas.
+std::vector<std::string> Fields(const std::string& text)
+{
+  std::vector<std::string> fields;
+  std::stringstream in(text);
+  std::string field;
+  while (std::getline(in, field, ','))
+    fields.push_back(field);
+  return fields;
+}
+
+// "WxH:c1,c2,..." - W x H integer coefficients, row by row.
+void SetUserKernel(Op& op, const std::string& text)
+{
+  const std::string name = "UserFilter";
+  const auto colon = text.find(':');
+  const auto times = text.find('x');
+  if (colon == std::string::npos || times == std::string::npos || times > colon)
+    throw CliUsageError("parameter UserFilter: '" + text + "' is not WxH:c1,c2,... (e.g. 3x3:1,2,1,2,4,2,1,2,1)");
+  const int cols = Cli_ParseValue<short>(name, text.substr(0, times));
+  const int rows = Cli_ParseValue<short>(name, text.substr(times + 1, colon - times - 1));
+  if (cols < 1 || rows < 1)
+    throw CliUsageError("parameter UserFilter: the kernel needs at least one column and one row");
+  std::vector<int> coefficients;
+  for (const std::string& field : Fields(text.substr(colon + 1)))
+    coefficients.push_back(Cli_ParseValue<int>(name, field));
+  if (coefficients.size() != static_cast<std::size_t>(cols) * rows)
+    throw CliUsageError("parameter UserFilter: " + std::to_string(cols) + "x" + std::to_string(rows) + " needs " +
+                        std::to_string(cols * rows) + " coefficients, " + std::to_string(coefficients.size()) +
+                        " given");
+  op.SetUserFilter(coefficients.data(), cols, rows);
+}
+
+void SetAdaptiveParameters(Op& op, const std::string& text)
+{
+  const std::string name = "AdaptatifFiltreParameters";
+  const std::vector<std::string> f = Fields(text);
+  if (f.size() != 3)
+    throw CliUsageError("parameter " + name + ": '" + text + "' is not first,second,real");
+  op.SetAdaptatifFiltreParameters(Cli_ParseValue<int>(name, f[0]), Cli_ParseValue<int>(name, f[1]),
+                                  Cli_ParseValue<double>(name, f[2]));
+}
+
+template <typename T>
+CliOperatorTable<Op>::Setter Const(const std::string& name, void (Op::*setter)(T) const)
+{
+  return [name, setter](Op& op, const std::string& text) { (op.*setter)(Cli_ParseValue<T>(name, text)); };
+}
+
+// The gradient images of a Deriche derivative, as extra outputs "gx" and "gy".
+void AddGradients(Op& op, const CliImages&, CliRunOutcome& outcome)
+{
+  if (op.GetGradientXGradient() != nullptr)
+    outcome.images.emplace_back("gx", std::make_unique<DCM_STRUCT>(*op.GetGradientXGradient(), true));
+  if (op.GetGradientYGradient() != nullptr)
+    outcome.images.emplace_back("gy", std::make_unique<DCM_STRUCT>(*op.GetGradientYGradient(), true));
+}
+
+const bool registered = [] {
+  auto table = std::make_unique<CliOperatorTable<Op>>(
+      "IPG_FILTER_PROCESSING", "convolution, smoothing and edge filters",
+      [](const CliImages& im) { return std::make_unique<Op>(im.in, im.roi); });
+  table->Code(500, "ApplyFilter (defined kernel)").Code(501, "ApplyFilter (user kernel)");
+  table->Code(502, "DericheSmooth").Code(503, "DericheDerivative").Code(505, "MedianFilter, then Nagao_5_x_5");
+  table->Code(506, "Nagao_5_x_5").Code(507, "LaplacianGaussian").Code(508, "Chi2");
+  table->Code(514, "EdgeDetection").Code(515, "MeanFilter");
+  table->ParamFn("DefinedFilter", "integer", "number of the predefined kernel (code 500)",
+                 [](Op& op, const std::string& text) { op.SetDefinedFilter(Cli_ParseValue<int>("DefinedFilter", text)); });
+  table->ParamFn("UserFilter", "kernel", "user kernel WxH:c1,c2,... row by row (code 501; window of the median)",
+                 SetUserKernel);
+  table->ParamFn("ImageBorderType", "integer", "0/1 clear the margin, 2 keep it, 3 mark it with 17000000",
+                 Const<int>("ImageBorderType", &Op::SetImageBorderType));
+  table->ParamFn("GradientFlagDirection", "bool", "DericheDerivative also computes the gradient direction",
+                 Const<bool>("GradientFlagDirection", &Op::SetGradientFlagDirection));
+  table->ParamFn("LaplacianGaussianSize", "integer", "Laplacian-of-Gaussian kernel size (odd)",
+                 Const<int>("LaplacianGaussianSize", &Op::SetLaplacianGaussianSize));
+  table->ParamFn("LaplacianGaussianSigma", "real", "Laplacian-of-Gaussian sigma",
+                 Const<double>("LaplacianGaussianSigma", &Op::SetLaplacianGaussianSigma));
+  table->ParamFn("LaplacianGaussianSigmaType", "integer", "0 marks the negative lobe, otherwise the positive one",
+                 Const<int>("LaplacianGaussianSigmaType", &Op::SetLaplacianGaussianSigmaType));
+  table->ParamFn("WaitbarVisible", "bool", "show the median filter's progress",
+                 Const<bool>("WaitbarVisible", &Op::setWaitbarVisible));
+  table->ParamFn("NbIter", "integer", "passes of the mean and edge filters", Const<int>("NbIter", &Op::SetNbIter));
+  table->ParamFn("AdaptatifFiltreParameters", "first,second,real", "parameters of the adaptive filters",
+                 SetAdaptiveParameters);
+  table->ResultFn("DefinedFilterNumber", [](Op& op) { return Json(op.GetDefinedFilterNumber()); });
+  table->Output("out", [](Op& op, DCM_STRUCT* out) { op.SetImaOut(out); });
+  table->After(AddGradients);
+  return Cli_Register(std::move(table));
+}();
+
+} // namespace
