@@ -2,6 +2,9 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 #include "ipg/frequency/ipg_transformation.h"
+#include "ipg/frequency/ipg_wavelet.h"
+
+#include <string>
 
 namespace {
 
@@ -56,6 +59,62 @@ const bool transformationRegistered = [] {
     if (outcome.applied && op.GetTools() == 604)
       if (DCM_STRUCT* compressed = op.GetCompressedImage())
         outcome.images.emplace_back("compressed", std::unique_ptr<DCM_STRUCT>(compressed));
+  });
+  return Cli_Register(std::move(table));
+}();
+
+// The float arrays of IPG_WAVELET become DICOM images of the input's geometry
+// at precision 1000: GetValueReal gives the float back to three decimals.
+constexpr short kWaveletImagePrecision = 1000;
+
+std::unique_ptr<DCM_STRUCT> FloatImage(DCM_STRUCT& geometry, const float* values)
+{
+  auto image = std::make_unique<DCM_STRUCT>(geometry, false);
+  image->Data->SetPrecision(kWaveletImagePrecision);
+  const unsigned cols = image->GetNbOfCols(), rows = image->GetNbOfRows();
+  for (unsigned r = 0; r < rows; ++r)
+    for (unsigned c = 0; c < cols; ++c)
+      image->Data->SetValue(c, r, static_cast<double>(values[static_cast<std::size_t>(r) * cols + c]));
+  image->Data->SetMin();
+  image->Data->SetMax();
+  return image;
+}
+
+const bool waveletRegistered = [] {
+  auto table = std::make_unique<CliOperatorTable<IPG_WAVELET>>(
+      "IPG_WAVELET",
+      "multiscale gradient wavelet transform, modulus-maxima chains and Hölder exponents "
+      "(float results written as images at precision 1000)",
+      [](const CliImages& im) { return std::make_unique<IPG_WAVELET>(im.in, im.roi); });
+  table->Code(1800, "ComputeOfWaveletTransformByBSpline").Code(1801, "ComputeOfHolderExponentByWaveletTransform");
+  table->Code(1802, "ComputeHolderExponentAllPixel");
+  table->Param("NbConvolution", &IPG_WAVELET::SetNbConvolution, "number of scales S");
+  table->Param("Threshold", &IPG_WAVELET::SetThreshold, "modulus threshold of scale 0 for code 1801 (-1: none)");
+  table->Param("NameWavelet", &IPG_WAVELET::SetNameWavelet, "wavelet of the discrete transforms (not provided)");
+  table->Param("NbScale", &IPG_WAVELET::SetNbScale, "scales of the discrete transforms (not provided)");
+  table->Param("Scale", &IPG_WAVELET::SetScale, "scale index of the discrete transforms (not provided)");
+  table->Param("ThrFactor", &IPG_WAVELET::SetThrFactor, "denoising threshold factor (not provided)");
+  table->Param("WindowSize", &IPG_WAVELET::SetWindowSize, "denoising neighbourhood size (not provided)");
+  table->Result("Threshold", &IPG_WAVELET::GetThreshold);
+  table->Result("NbConvolution", &IPG_WAVELET::GetNbConvolution);
+  // Images: alpha and chain (1801, 1802), modulus_s and angle_s for every scale.
+  table->After([](IPG_WAVELET& op, const CliImages& images, CliRunOutcome& outcome) {
+    if (!outcome.applied || op.GetNbOfCols() != static_cast<int>(images.in->GetNbOfCols()) ||
+        op.GetNbOfRows() != static_cast<int>(images.in->GetNbOfRows()))
+      return;
+    if (const float* alpha = op.GetAlphaPixel(); alpha != nullptr && op.GetTools() != 1800)
+      outcome.images.emplace_back("alpha", FloatImage(*images.in, alpha));
+    if (const float* chain = op.GetChainPixel(); chain != nullptr && op.GetTools() == 1801)
+      outcome.images.emplace_back("chain", FloatImage(*images.in, chain));
+    float** slots = op.GetWaveletTransform();
+    for (int s = 0; slots != nullptr && 2 * s + 1 < op.GetNbOfSlots(); ++s) {
+      if (slots[2 * s] == nullptr)
+        break;
+      const std::string scale = std::to_string(s);
+      outcome.images.emplace_back((op.GetTools() == 1801 ? "maxima_" : "modulus_") + scale,
+                                  FloatImage(*images.in, slots[2 * s]));
+      outcome.images.emplace_back("angle_" + scale, FloatImage(*images.in, slots[2 * s + 1]));
+    }
   });
   return Cli_Register(std::move(table));
 }();

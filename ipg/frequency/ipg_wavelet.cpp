@@ -1,0 +1,478 @@
+#include "ipg/frequency/ipg_wavelet.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/ui/ipg_message.h"
+#include "mth/mth_regression.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+namespace {
+
+constexpr const char* kMsgNoInput = "Pas d'image d'entrée!";
+constexpr const char* kMsgBadDerivation = "Mauvais choix de type de dérivation";
+constexpr const char* kMsgZeroDeterminant = "Aïe, déterminant nul!!";
+
+const double kPi = std::acos(-1.0);
+constexpr float kSmallestMaximum = 0.000001f;
+constexpr int kMaxRegressionScales = 16;
+
+using Image = std::unique_ptr<float[]>;
+
+Image NewImage(std::size_t n, float value = 0.0f)
+{
+  Image image(new float[n]);
+  std::fill(image.get(), image.get() + n, value);
+  return image;
+}
+
+} // namespace
+
+IPG_WAVELET::IPG_WAVELET(DCM_STRUCT* in) : IPG_WAVELET(in, nullptr) {}
+
+IPG_WAVELET::IPG_WAVELET(DCM_STRUCT* in, DCM_STRUCT* roi)
+{
+  SetImaIn(in);
+  SetRoi(roi);
+  SetDefaultParameters();
+}
+
+IPG_WAVELET::IPG_WAVELET(const IPG_WAVELET& source) : IPG_TWO_INPUTS_ONE_OUTPUT()
+{
+  NbConvolution = source.NbConvolution;
+  Threshold = source.Threshold;
+  NameWavelet = source.NameWavelet;
+  NbScale = source.NbScale;
+  Scale = source.Scale;
+  EnsWt = source.EnsWt;
+  EnsWf = source.EnsWf;
+  ThrFactor = source.ThrFactor;
+  WindowSize = source.WindowSize;
+}
+
+IPG_WAVELET::~IPG_WAVELET() = default;
+
+void IPG_WAVELET::SetDefaultParameters()
+{
+  NbConvolution = 8;
+  Threshold = -1.0f;
+  NameWavelet = 0;
+  NbScale = 2;
+  Scale = 0;
+  EnsWf = nullptr;
+  ThrFactor = 2.0;
+  WindowSize = 5;
+  Tools = 1800;
+}
+
+int IPG_WAVELET::Apply()
+{
+  switch (Tools) {
+  case 1800: return ComputeOfWaveletTransformByBSpline();
+  case 1801: return ComputeOfHolderExponentByWaveletTransform();
+  case 1802: return ComputeHolderExponentAllPixel();
+  default: return 0; // 1803 to 1805, the discrete transforms, are not provided
+  }
+}
+
+// ---------------------------------------------------------------- helpers
+
+int IPG_WAVELET::mod(int a, int n)
+{
+  if (n <= 0)
+    return 0;
+  const int r = a % n;
+  return r < 0 ? r + n : r;
+}
+
+int IPG_WAVELET::WaveletDerivation(float** out, float* in, int cols, int rows, int type, int direction)
+{
+  if (out == nullptr)
+    return -1;
+  if (in == nullptr || cols <= 0 || rows <= 0) {
+    *out = nullptr;
+    return -1;
+  }
+  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  *out = new float[n]();
+  float* d = *out;
+  auto at = [&](int r, int c) -> float& { return in[static_cast<std::size_t>(mod(r, rows)) * cols + mod(c, cols)]; };
+  auto to = [&](int r, int c) -> float& { return d[static_cast<std::size_t>(mod(r, rows)) * cols + mod(c, cols)]; };
+  const bool alongRow = direction == 0;
+  switch (type) {
+  case 0:
+  case 2:
+  case 3: {
+    const int step = type == 2 ? -1 : 1;
+    for (int r = 0; r < rows; ++r)
+      for (int c = 0; c < cols; ++c) {
+        const float next = alongRow ? at(r, c + step) : at(r + step, c);
+        if (type == 3)
+          to(r, c) = next - (alongRow ? at(r, c - 1) : at(r - 1, c));
+        else
+          to(r, c) = at(r, c) - next;
+      }
+    return 0;
+  }
+  case 1:
+    // Scattered: each input value is added with its weight around it.
+    for (int r = 0; r < rows; ++r)
+      for (int c = 0; c < cols; ++c) {
+        const float v = at(r, c);
+        if (alongRow) {
+          to(r, c - 1) += 2 * v;
+          to(r, c + 1) -= 2 * v;
+          to(r - 1, c - 1) += v;
+          to(r - 1, c + 1) -= v;
+          to(r + 1, c - 1) += v;
+          to(r + 1, c + 1) -= v;
+        } else {
+          to(r - 1, c) += 2 * v;
+          to(r + 1, c) -= 2 * v;
+          to(r - 1, c + 1) += v;
+          to(r + 1, c + 1) -= v;
+          to(r - 1, c - 1) += v;
+          to(r + 1, c - 1) -= v;
+        }
+      }
+    return 0;
+  default:
+    Ipg_Inform(kMsgBadDerivation);
+    return -1;
+  }
+}
+
+void IPG_WAVELET::MatXConst(float** image, int cols, int rows, float factor)
+{
+  if (image == nullptr || *image == nullptr || cols <= 0 || rows <= 0)
+    return;
+  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  for (std::size_t k = 0; k < n; ++k)
+    (*image)[k] *= factor;
+}
+
+void IPG_WAVELET::ConvoRapideMasqBin(float** out, float* in, int cols, int rows)
+{
+  if (out == nullptr)
+    return;
+  if (in == nullptr || cols <= 0 || rows <= 0) {
+    *out = nullptr;
+    return;
+  }
+  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  Image horizontal = NewImage(n);
+  auto index = [&](int r, int c) { return static_cast<std::size_t>(mod(r, rows)) * cols + mod(c, cols); };
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < cols; ++c)
+      horizontal[index(r, c)] = 0.25f * (in[index(r, c - 1)] + 2 * in[index(r, c)] + in[index(r, c + 1)]);
+  *out = new float[n];
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < cols; ++c)
+      (*out)[index(r, c)] =
+          0.25f * (horizontal[index(r - 1, c)] + 2 * horizontal[index(r, c)] + horizontal[index(r + 1, c)]);
+}
+
+void IPG_WAVELET::SeekDirection1(int* di, int* dj, float angle)
+{
+  double a = angle;
+  if (a > kPi)
+    a -= 2 * kPi;
+  if (a < -kPi)
+    a += 2 * kPi;
+  const double s = kPi / 8;
+  int i = -1, j = 0; // a < -7 pi/8 or a >= 7 pi/8
+  if (a >= -7 * s && a < -5 * s) i = -1, j = -1;
+  else if (a >= -5 * s && a < -3 * s) i = 0, j = -1;
+  else if (a >= -3 * s && a < -s) i = 1, j = -1;
+  else if (a >= -s && a < s) i = 1, j = 0;
+  else if (a >= s && a < 3 * s) i = 1, j = 1;
+  else if (a >= 3 * s && a < 5 * s) i = 0, j = 1;
+  else if (a >= 5 * s && a < 7 * s) i = -1, j = 1;
+  if (di != nullptr)
+    *di = i;
+  if (dj != nullptr)
+    *dj = j;
+}
+
+int IPG_WAVELET::TestIfMaxLocal(float* m, int i, int j, int di, int dj, int cols, int rows)
+{
+  if (m == nullptr || cols <= 0 || rows <= 0 || i < 0 || j < 0)
+    return 0;
+  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  const std::size_t centre = static_cast<std::size_t>(i) * cols + j;
+  if (centre >= n) // square-image addressing of the caller: nothing to test beyond the image
+    return 0;
+  const float C = m[centre];
+  const float P = m[static_cast<std::size_t>(mod(i + di, rows)) * cols + mod(j + dj, cols)];
+  const float Q = m[static_cast<std::size_t>(mod(i - di, rows)) * cols + mod(j - dj, cols)];
+  if (P + 0.1f < C && Q + 0.1f < C)
+    return 1;
+  if (P < C && Q == C)
+    return C - P > 1.0f ? 1 : 0;
+  if (P == C && Q < C)
+    return C - Q > 1.0f ? 1 : 0;
+  return 0;
+}
+
+void IPG_WAVELET::SeekPointToChain(float* m, float* a, int cols, int rows, int c, int r, float ref, int* dc, int* dr,
+                                   float* bestDiff)
+{
+  int stepC = 2, stepR = 2; // none found
+  float best = 10.0f;
+  auto at = [&](int rr, int cc) { return static_cast<std::size_t>(mod(rr, rows)) * cols + mod(cc, cols); };
+  const std::size_t here = at(r, c);
+  if (std::fabs(m[here]) >= kSmallestMaximum && std::fabs(a[here] - ref) < kPi / 4) {
+    stepC = stepR = 0;
+    best = std::fabs(a[here] - ref);
+  } else {
+    int u = 0, v = 0;
+    SeekDirection1(&u, &v, ref);
+    for (int i = -1; i <= 1; ++i)
+      for (int j = -1; j <= 1; ++j) {
+        if ((i == u && j == v) || (i == -u && j == -v))
+          continue;
+        const std::size_t k = at(r + j, c + i);
+        if (std::fabs(m[k]) >= kSmallestMaximum && std::fabs(a[k] - ref) < best) {
+          stepC = i;
+          stepR = j;
+          best = std::fabs(a[k] - ref);
+        }
+      }
+  }
+  if (dc != nullptr)
+    *dc = stepC;
+  if (dr != nullptr)
+    *dr = stepR;
+  if (bestDiff != nullptr)
+    *bestDiff = best;
+}
+
+int IPG_WAVELET::ComputeChain(float** slots, int cols, int rows, float** chain, int S, int /*unused*/, float** alpha)
+{
+  const int L = S < kMaxRegressionScales ? S - 2 : kMaxRegressionScales - 2;
+  double x[kMaxRegressionScales] = {};
+  double Sx = 0, Sxx = 0;
+  for (int j = 2; j <= L + 1; ++j) {
+    x[j] = std::log(std::sqrt(static_cast<double>(j)) / std::sqrt(2.0));
+    Sx += x[j];
+    Sxx += x[j] * x[j];
+  }
+  const double D = L * Sxx - Sx * Sx;
+  if (D == 0) {
+    Ipg_Inform(kMsgZeroDeterminant);
+    return -1;
+  }
+  if (slots == nullptr || chain == nullptr || alpha == nullptr || cols <= 0 || rows <= 0)
+    return -1;
+  for (int k = 0; k < 2 * S; ++k)
+    if (slots[k] == nullptr)
+      return -1;
+  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  Image chainImage = NewImage(n, 0.0f);
+  Image alphaImage = NewImage(n, kNoExponent);
+  auto maxima = [&](int s) { return slots[2 * s]; };
+  auto angles = [&](int s) { return slots[2 * s + 1]; };
+  auto at = [&](int r, int c) { return static_cast<std::size_t>(r) * cols + c; };
+  int chains = 0;
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < cols; ++c) {
+      const float coarsest = maxima(S - 1)[at(r, c)];
+      if (std::fabs(coarsest) < kSmallestMaximum)
+        continue;
+      double y[kMaxRegressionScales] = {};
+      if (S - 1 < kMaxRegressionScales)
+        y[S - 1] = std::log(coarsest);
+      int pc = c, pr = r;
+      bool broken = false;
+      for (int k = S - 2; k >= 0; --k) {
+        const float ref = angles(k + 1)[at(pr, pc)];
+        const float m = maxima(k)[at(pr, pc)];
+        if (std::fabs(m) < kSmallestMaximum || std::fabs(angles(k)[at(pr, pc)] - ref) > kPi / 4) {
+          int dc = 2, dr = 2;
+          float best = 10.0f;
+          SeekPointToChain(maxima(k), angles(k), cols, rows, pc, pr, ref, &dc, &dr, &best);
+          if (best > kPi / 4 || (dc == 2 && dr == 2)) {
+            broken = true;
+            break;
+          }
+          pc = mod(pc + dc, cols);
+          pr = mod(pr + dr, rows);
+        }
+        if (k < kMaxRegressionScales)
+          y[k] = std::log(maxima(k)[at(pr, pc)]);
+      }
+      if (broken)
+        continue;
+      ++chains;
+      chainImage[at(pr, pc)] = maxima(0)[at(pr, pc)];
+      double Sy = 0, Sxy = 0;
+      for (int j = 2; j <= L + 1; ++j) {
+        Sy += y[j];
+        Sxy += y[j] * x[j];
+      }
+      alphaImage[at(pr, pc)] = static_cast<float>((L * Sxy - Sx * Sy) / D);
+    }
+  *chain = chainImage.release();
+  *alpha = alphaImage.release();
+  Result = chains;
+  return 0;
+}
+
+// ---------------------------------------------------------------- operations
+
+bool IPG_WAVELET::ReadInput(std::vector<float>& image)
+{
+  if (ImaIn == nullptr) {
+    Ipg_Inform(kMsgNoInput);
+    return false;
+  }
+  Cols = static_cast<int>(ImaIn->GetNbOfCols());
+  Rows = static_cast<int>(ImaIn->GetNbOfRows());
+  if (Cols == 0 || Rows == 0 || NbConvolution < 0)
+    return false;
+  image.assign(static_cast<std::size_t>(Cols) * Rows, 0.0f);
+  for (int r = 0; r < Rows; ++r)
+    for (int c = 0; c < Cols; ++c)
+      image[static_cast<std::size_t>(r) * Cols + c] = static_cast<float>(ImaIn->Data->GetValue(c, r));
+  return true;
+}
+
+float IPG_WAVELET::ScaleThreshold(int S) const
+{
+  const double n = static_cast<double>(Cols) * Rows;
+  return static_cast<float>(5 * std::sqrt(std::log(n)) * (S + 1) / (2 * S + 1));
+}
+
+void IPG_WAVELET::ClearResults()
+{
+  Slots.clear();
+  SlotImages.clear();
+}
+
+// Shared frame of codes 1800 and 1801: scale s smooths scale s - 1 by the
+// binomial mask, differentiates forward along rows and columns and, from scale
+// 1 on, normalises by sqrt(s + 1) / sqrt(2).
+int IPG_WAVELET::Analyse(Maxima maxima)
+{
+  std::vector<float> input;
+  if (!ReadInput(input))
+    return 0;
+  const int S = NbConvolution;
+  const std::size_t n = input.size();
+  ClearResults();
+  Slots.assign(static_cast<std::size_t>(2 * S + 2), nullptr);
+  SlotImages.resize(Slots.size());
+
+  Image smoothed(new float[n]);
+  std::copy(input.begin(), input.end(), smoothed.get());
+  for (int s = 0; s < std::max(S, 1); ++s) {
+    if (s > 0) {
+      float* next = nullptr;
+      ConvoRapideMasqBin(&next, smoothed.get(), Cols, Rows);
+      smoothed.reset(next);
+    }
+    float *rawDx = nullptr, *rawDy = nullptr;
+    WaveletDerivation(&rawDx, smoothed.get(), Cols, Rows, 0, 0);
+    Image dx(rawDx);
+    WaveletDerivation(&rawDy, smoothed.get(), Cols, Rows, 0, 1);
+    Image dy(rawDy);
+    if (s > 0) {
+      const float k = static_cast<float>(std::sqrt(s + 1.0) / std::sqrt(2.0));
+      MatXConst(&rawDx, Cols, Rows, k);
+      MatXConst(&rawDy, Cols, Rows, k);
+    }
+    // Scale 0 of the chain analysis keeps the caller's threshold for its maxima;
+    // every other use takes the noise threshold of the image size.
+    const bool callerThreshold = maxima == Maxima::ThresholdOnScaleZero && s == 0;
+    if (!callerThreshold)
+      Threshold = ScaleThreshold(S);
+    Image modulus = NewImage(n), angle = NewImage(n);
+    for (std::size_t k = 0; k < n; ++k) {
+      // An angle of 0 as soon as one component is 0: kept, the chains rely on it.
+      angle[k] = dx[k] != 0 && dy[k] != 0 ? static_cast<float>(std::atan2(dx[k], dy[k])) : 0.0f;
+      modulus[k] = static_cast<float>(std::sqrt(static_cast<double>(dx[k]) * dx[k] + static_cast<double>(dy[k]) * dy[k]));
+      if (maxima == Maxima::None && Threshold != -1.0f && modulus[k] < Threshold)
+        modulus[k] = angle[k] = 0.0f;
+    }
+    if (maxima == Maxima::ThresholdOnScaleZero) {
+      Image peaks = NewImage(n);
+      // Square-image addressing (element i * cols + j, i below cols): kept, the
+      // chain analysis is meant for square images.
+      for (int i = 0; i < Cols; ++i)
+        for (int j = 0; j < Rows; ++j) {
+          const std::size_t k = static_cast<std::size_t>(i) * Cols + j;
+          if (k >= n)
+            continue;
+          int di = 0, dj = 0;
+          SeekDirection1(&di, &dj, angle[k]);
+          if (TestIfMaxLocal(modulus.get(), i, j, di, dj, Cols, Rows) == 1 && modulus[k] > Threshold)
+            peaks[k] = modulus[k];
+        }
+      modulus = std::move(peaks);
+    }
+    Slots[static_cast<std::size_t>(2 * s)] = modulus.get();
+    Slots[static_cast<std::size_t>(2 * s + 1)] = angle.get();
+    SlotImages[static_cast<std::size_t>(2 * s)] = std::move(modulus);
+    SlotImages[static_cast<std::size_t>(2 * s + 1)] = std::move(angle);
+  }
+  return 1;
+}
+
+int IPG_WAVELET::ComputeOfWaveletTransformByBSpline() { return Analyse(Maxima::None); }
+
+int IPG_WAVELET::ComputeOfHolderExponentByWaveletTransform()
+{
+  AlphaPixel.reset();
+  ChainPixel.reset();
+  if (Analyse(Maxima::ThresholdOnScaleZero) == 0)
+    return 0;
+  float *chain = nullptr, *alpha = nullptr;
+  if (ComputeChain(Slots.data(), Cols, Rows, &chain, NbConvolution, kMaxRegressionScales, &alpha) == 0) {
+    ChainPixel.reset(chain);
+    AlphaPixel.reset(alpha);
+  }
+  return 1;
+}
+
+int IPG_WAVELET::ComputeHolderExponentAllPixel()
+{
+  if (ComputeOfWaveletTransformByBSpline() == 0)
+    return 0;
+  const int scales = std::max(NbConvolution, 1);
+  const std::size_t width = static_cast<std::size_t>(Cols) + 1;
+  // Summed-area table of each modulus image: (cols + 1) x (rows + 1), zero border.
+  std::vector<std::vector<double>> sums(static_cast<std::size_t>(scales));
+  for (int s = 0; s < scales; ++s) {
+    std::vector<double>& t = sums[static_cast<std::size_t>(s)];
+    t.assign(width * (static_cast<std::size_t>(Rows) + 1), 0.0);
+    const float* m = Slots[static_cast<std::size_t>(2 * s)];
+    for (int r = 0; r < Rows; ++r)
+      for (int c = 0; c < Cols; ++c)
+        t[(r + 1) * width + c + 1] =
+            m[static_cast<std::size_t>(r) * Cols + c] + t[r * width + c + 1] + t[(r + 1) * width + c] - t[r * width + c];
+  }
+  const std::size_t n = static_cast<std::size_t>(Cols) * Rows;
+  AlphaPixel = NewImage(n, kNoExponent);
+  std::vector<double> x, y;
+  for (int r = 0; r < Rows; ++r)
+    for (int c = 0; c < Cols; ++c) {
+      x.clear();
+      y.clear();
+      for (int s = 0; s < scales; ++s) {
+        const int half = s + 1;
+        const int c0 = std::max(0, c - half), c1 = std::min(Cols - 1, c + half);
+        const int r0 = std::max(0, r - half), r1 = std::min(Rows - 1, r + half);
+        const std::vector<double>& t = sums[static_cast<std::size_t>(s)];
+        const double sum = t[(r1 + 1) * width + c1 + 1] - t[r0 * width + c1 + 1] - t[(r1 + 1) * width + c0] + t[r0 * width + c0];
+        const double mean = sum / ((c1 - c0 + 1) * (r1 - r0 + 1));
+        if (mean > 0) {
+          x.push_back(std::log(std::sqrt(s + 1.0) / std::sqrt(2.0)));
+          y.push_back(std::log(mean));
+        }
+      }
+      if (x.size() >= 2)
+        AlphaPixel[static_cast<std::size_t>(r) * Cols + c] = static_cast<float>(Mth_Pente(x, y));
+    }
+  return 1;
+}

@@ -1,0 +1,288 @@
+#include "ipg/frequency/ipg_wavelet.h"
+
+#include "dcm/dcm_struct.h"
+#include "support/message_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <memory>
+#include <vector>
+
+namespace {
+
+const float kPi = static_cast<float>(std::acos(-1.0));
+
+// A 32 x 32 image, rows 8 to 23 at height, the others 0: two horizontal edges.
+void HorizontalBand(DCM_STRUCT& image, int height)
+{
+  for (unsigned r = 0; r < image.GetNbOfRows(); ++r)
+    for (unsigned c = 0; c < image.GetNbOfCols(); ++c)
+      image.Data->SetValue(c, r, r >= 8 && r <= 23 ? height : 0);
+}
+
+float At(const float* image, int cols, int c, int r) { return image[r * cols + c]; }
+
+double Binomial(int n, int k) { return std::tgamma(n + 1.0) / (std::tgamma(k + 1.0) * std::tgamma(n - k + 1.0)); }
+
+} // namespace
+
+TEST(Wavelet, DefaultsCopyAndUnprovidedCodes)
+{
+  DCM_STRUCT in(8, 8, nullptr);
+  IPG_WAVELET op(&in);
+  EXPECT_EQ(op.GetNbConvolution(), 8);
+  EXPECT_EQ(op.GetThreshold(), -1.0f);
+  EXPECT_EQ(op.GetNbScale(), 2);
+  EXPECT_EQ(op.GetScale(), 0);
+  EXPECT_EQ(op.GetThrFactor(), 2.0);
+  EXPECT_EQ(op.GetWindowSize(), 5);
+  EXPECT_EQ(op.GetNameWavelet(), 0);
+  EXPECT_EQ(op.GetEnsWf(), nullptr);
+  op.SetNbConvolution(5);
+  IPG_WAVELET copy(op);
+  EXPECT_EQ(copy.GetNbConvolution(), 5);
+  EXPECT_EQ(copy.GetTools(), 0.0);
+  EXPECT_EQ(copy.GetImaIn(), nullptr);
+  MessageCapture capture;
+  for (int code : {1803, 1804, 1805, 1799}) {
+    op.SetTools(code);
+    EXPECT_EQ(op.Apply(), 0) << code;
+  }
+  EXPECT_TRUE(capture.Texts.empty());
+}
+
+TEST(Wavelet, MissingInputIsReported)
+{
+  MessageCapture capture;
+  IPG_WAVELET op(nullptr);
+  for (int code : {1800, 1801, 1802}) {
+    op.SetTools(code);
+    EXPECT_EQ(op.Apply(), 0) << code;
+  }
+  ASSERT_EQ(capture.Texts.size(), 3u);
+  for (const std::string& text : capture.Texts)
+    EXPECT_EQ(text, "Pas d'image d'entrée!");
+  EXPECT_EQ(capture.Captions[0], "Information");
+}
+
+TEST(Wavelet, PeriodicIndexAndFiniteDifferences)
+{
+  DCM_STRUCT in(4, 4, nullptr);
+  IPG_WAVELET op(&in);
+  EXPECT_EQ(op.mod(-1, 5), 4);
+  EXPECT_EQ(op.mod(7, 5), 2);
+  EXPECT_EQ(op.mod(-10, 5), 0);
+
+  // A unit impulse at row 1, column 1 of a 4 x 4 image.
+  std::vector<float> impulse(16, 0.0f);
+  impulse[1 * 4 + 1] = 1.0f;
+  auto diff = [&](int type, int direction) {
+    float* out = nullptr;
+    EXPECT_EQ(op.WaveletDerivation(&out, impulse.data(), 4, 4, type, direction), 0);
+    return std::unique_ptr<float[]>(out);
+  };
+  auto forwardRow = diff(0, 0), forwardCol = diff(0, 1), backward = diff(2, 0), central = diff(3, 1);
+  EXPECT_EQ(At(forwardRow.get(), 4, 0, 1), -1.0f); // in(r, c) - in(r, c + 1)
+  EXPECT_EQ(At(forwardRow.get(), 4, 1, 1), 1.0f);
+  EXPECT_EQ(At(forwardCol.get(), 4, 1, 0), -1.0f); // in(r, c) - in(r + 1, c)
+  EXPECT_EQ(At(backward.get(), 4, 2, 1), -1.0f);   // in(r, c) - in(r, c - 1)
+  EXPECT_EQ(At(central.get(), 4, 1, 0), 1.0f);     // in(r + 1, c) - in(r - 1, c)
+  EXPECT_EQ(At(central.get(), 4, 1, 2), -1.0f);
+
+  // Type 1 along a row: 2 in(r, c+1) - 2 in(r, c-1) + in(r-1, c+1) - in(r-1, c-1) + in(r+1, c+1) - in(r+1, c-1).
+  auto sobel = diff(1, 0);
+  const float expectRow[4][4] = {{1, 0, -1, 0}, {2, 0, -2, 0}, {1, 0, -1, 0}, {0, 0, 0, 0}};
+  auto sobelCol = diff(1, 1);
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 4; ++c) {
+      EXPECT_EQ(At(sobel.get(), 4, c, r), expectRow[r][c]) << c << "," << r;
+      EXPECT_EQ(At(sobelCol.get(), 4, c, r), expectRow[c][r]) << c << "," << r; // the transposition
+    }
+
+  MessageCapture capture;
+  float* bad = nullptr;
+  EXPECT_EQ(op.WaveletDerivation(&bad, impulse.data(), 4, 4, 4, 0), -1);
+  std::unique_ptr<float[]> owned(bad);
+  ASSERT_NE(bad, nullptr);
+  for (int k = 0; k < 16; ++k)
+    EXPECT_EQ(bad[k], 0.0f);
+  ASSERT_EQ(capture.Texts.size(), 1u);
+  EXPECT_EQ(capture.Texts[0], "Mauvais choix de type de dérivation");
+}
+
+TEST(Wavelet, BinomialSmoothingWrapsAroundTheBorders)
+{
+  DCM_STRUCT in(4, 4, nullptr);
+  IPG_WAVELET op(&in);
+  std::vector<float> corner(16, 0.0f);
+  corner[0] = 16.0f;
+  float* raw = nullptr;
+  op.ConvoRapideMasqBin(&raw, corner.data(), 4, 4);
+  std::unique_ptr<float[]> out(raw);
+  const float expected[4][4] = {{4, 2, 0, 2}, {2, 1, 0, 1}, {0, 0, 0, 0}, {2, 1, 0, 1}};
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 4; ++c)
+      EXPECT_EQ(At(out.get(), 4, c, r), expected[r][c]) << c << "," << r;
+  op.MatXConst(&raw, 4, 4, 0.5f);
+  EXPECT_EQ(out[0], 2.0f);
+}
+
+TEST(Wavelet, DirectionQuantisationAndLocalMaxima)
+{
+  DCM_STRUCT in(4, 4, nullptr);
+  IPG_WAVELET op(&in);
+  const std::pair<float, std::pair<int, int>> cases[] = {
+      {0.0f, {1, 0}},       {kPi / 4, {1, 1}},      {kPi / 2, {0, 1}},      {3 * kPi / 4, {-1, 1}},
+      {kPi, {-1, 0}},       {-kPi / 4, {1, -1}},    {-kPi / 2, {0, -1}},    {-3 * kPi / 4, {-1, -1}},
+      {-kPi + 0.1f, {-1, 0}}, {2 * kPi - 0.1f, {1, 0}}, {-2 * kPi + 0.1f, {1, 0}}};
+  for (auto [angle, step] : cases) {
+    int di = 9, dj = 9;
+    op.SeekDirection1(&di, &dj, angle);
+    EXPECT_EQ(di, step.first) << angle;
+    EXPECT_EQ(dj, step.second) << angle;
+  }
+
+  // Row 1 of a 3 x 3 image, tested across the rows (di = 1, dj = 0): P below, Q above.
+  auto maxAt = [&](float above, float centre, float below) {
+    std::vector<float> m = {0, above, 0, 0, centre, 0, 0, below, 0};
+    return op.TestIfMaxLocal(m.data(), 1, 1, 1, 0, 3, 3);
+  };
+  EXPECT_EQ(maxAt(4.0f, 5.0f, 4.0f), 1);
+  EXPECT_EQ(maxAt(0.4f, 0.5f, 0.4f), 0); // exactly 0.1 below: not enough
+  EXPECT_EQ(maxAt(5.0f, 5.0f, 3.5f), 1); // a plateau side counts when the other drops by more than 1
+  EXPECT_EQ(maxAt(5.0f, 5.0f, 4.5f), 0);
+  EXPECT_EQ(maxAt(3.5f, 5.0f, 5.0f), 1);
+  EXPECT_EQ(maxAt(4.5f, 5.0f, 5.0f), 0);
+  EXPECT_EQ(maxAt(5.0f, 5.0f, 5.0f), 0);
+}
+
+TEST(Wavelet, TransformGivesModulusAndAngleWithPeriodicBorders)
+{
+  DCM_STRUCT in(8, 8, nullptr);
+  in.Data->SetValue(2, 2, 100);
+  in.Data->SetValue(0, 0, 100);
+  IPG_WAVELET op(&in);
+  op.SetNbConvolution(1);
+  op.SetThreshold(500.0f); // replaced by the noise threshold of the image size
+  ASSERT_EQ(op.Apply(), 1);
+  EXPECT_FLOAT_EQ(op.GetThreshold(), static_cast<float>(5 * std::sqrt(std::log(64.0)) * 2 / 3));
+  ASSERT_EQ(op.GetNbOfSlots(), 4);
+  float** slots = op.GetWaveletTransform();
+  EXPECT_EQ(slots[2], nullptr);
+  EXPECT_EQ(slots[3], nullptr);
+  const float* modulus = slots[0];
+  const float* angle = slots[1];
+  EXPECT_FLOAT_EQ(At(modulus, 8, 2, 2), 100 * std::sqrt(2.0f)); // Dx = Dy = 100
+  EXPECT_FLOAT_EQ(At(angle, 8, 2, 2), kPi / 4);
+  EXPECT_FLOAT_EQ(At(modulus, 8, 1, 2), 100.0f); // Dx only: angle 0
+  EXPECT_EQ(At(angle, 8, 1, 2), 0.0f);
+  EXPECT_FLOAT_EQ(At(modulus, 8, 7, 0), 100.0f); // the corner pixel seen across the border
+  EXPECT_FLOAT_EQ(At(modulus, 8, 0, 7), 100.0f);
+  EXPECT_EQ(At(modulus, 8, 5, 5), 0.0f);
+}
+
+TEST(Wavelet, ConstantImageHasNoMaximaNoChainsAndNoExponents)
+{
+  DCM_STRUCT in(16, 16, nullptr);
+  in.Data->Init(50.0);
+  IPG_WAVELET op(&in);
+  op.SetTools(1801);
+  ASSERT_EQ(op.Apply(), 1);
+  EXPECT_EQ(op.GetNbOfSlots(), 18);
+  ASSERT_NE(op.GetAlphaPixel(), nullptr);
+  for (int k = 0; k < 256; ++k) {
+    EXPECT_EQ(op.GetAlphaPixel()[k], 30.0f);
+    EXPECT_EQ(op.GetChainPixel()[k], 0.0f);
+    EXPECT_EQ(op.GetWaveletTransform()[14][k], 0.0f);
+  }
+  EXPECT_EQ(op.GetResult(), 0.0);
+  op.SetTools(1802);
+  ASSERT_EQ(op.Apply(), 1);
+  for (int k = 0; k < 256; ++k)
+    EXPECT_EQ(op.GetAlphaPixel()[k], 30.0f);
+}
+
+TEST(Wavelet, ThreeScalesOrFewerCannotRegress)
+{
+  DCM_STRUCT in(16, 16, nullptr);
+  HorizontalBand(in, 100);
+  IPG_WAVELET op(&in);
+  op.SetTools(1801);
+  op.SetNbConvolution(3);
+  MessageCapture capture;
+  EXPECT_EQ(op.Apply(), 1);
+  ASSERT_EQ(capture.Texts.size(), 1u);
+  EXPECT_EQ(capture.Texts[0], "Aïe, déterminant nul!!");
+  EXPECT_EQ(op.GetAlphaPixel(), nullptr);
+  EXPECT_EQ(op.GetChainPixel(), nullptr);
+}
+
+TEST(Wavelet, StepEdgeChainsCarryTheRegressionSlopeOfTheBinomialModulus)
+{
+  // Across a step of height h, scale s has modulus h C(2s, s) / 4^s * sqrt(s + 1) / sqrt(2)
+  // on the row before the step; the chain regresses ln of it on ln(sqrt(j / 2)), j = 2 .. S - 1.
+  const int S = 6, h = 100;
+  DCM_STRUCT in(32, 32, nullptr);
+  HorizontalBand(in, h);
+  IPG_WAVELET op(&in);
+  op.SetTools(1801);
+  op.SetNbConvolution(S);
+  ASSERT_EQ(op.Apply(), 1);
+  double sx = 0, sy = 0, sxx = 0, sxy = 0;
+  const int L = S - 2;
+  for (int j = 2; j <= S - 1; ++j) {
+    const double x = std::log(std::sqrt(j / 2.0));
+    const double y = std::log(h * Binomial(2 * j, j) / std::pow(4.0, j) * std::sqrt((j + 1) / 2.0));
+    sx += x, sy += y, sxx += x * x, sxy += x * y;
+  }
+  const double slope = (L * sxy - sx * sy) / (L * sxx - sx * sx);
+  const float* alpha = op.GetAlphaPixel();
+  const float* chain = op.GetChainPixel();
+  ASSERT_NE(alpha, nullptr);
+  for (int r = 0; r < 32; ++r)
+    for (int c = 0; c < 32; ++c) {
+      const bool edge = r == 7 || r == 23;
+      if (edge) {
+        EXPECT_NEAR(At(alpha, 32, c, r), slope, 1e-4) << c << "," << r;
+        EXPECT_FLOAT_EQ(At(chain, 32, c, r), float(h)) << c << "," << r;
+      } else {
+        EXPECT_EQ(At(alpha, 32, c, r), 30.0f) << c << "," << r;
+        EXPECT_EQ(At(chain, 32, c, r), 0.0f) << c << "," << r;
+      }
+    }
+  EXPECT_EQ(op.GetResult(), 64.0);
+}
+
+TEST(Wavelet, ThresholdBeforeChainAnalysisActsOnScaleZeroOnly)
+{
+  DCM_STRUCT in(32, 32, nullptr);
+  HorizontalBand(in, 100);
+  IPG_WAVELET op(&in);
+  op.SetTools(1801);
+  op.SetNbConvolution(5);
+  op.SetThreshold(150.0f); // above the scale-0 modulus of 100
+  ASSERT_EQ(op.Apply(), 1);
+  float** slots = op.GetWaveletTransform();
+  EXPECT_EQ(At(slots[0], 32, 3, 7), 0.0f);
+  EXPECT_GT(At(slots[2], 32, 3, 7), 0.0f);
+  EXPECT_EQ(op.GetResult(), 0.0); // no chain reaches the finest scale
+}
+
+TEST(Wavelet, ExponentAtEveryPixelFollowsTheEdges)
+{
+  DCM_STRUCT in(32, 32, nullptr);
+  HorizontalBand(in, 1000);
+  IPG_WAVELET op(&in);
+  op.SetTools(1802);
+  op.SetNbConvolution(4);
+  ASSERT_EQ(op.Apply(), 1);
+  const float* alpha = op.GetAlphaPixel();
+  ASSERT_NE(alpha, nullptr);
+  for (int c = 0; c < 32; ++c) {
+    EXPECT_NE(At(alpha, 32, c, 7), 30.0f);
+    EXPECT_FLOAT_EQ(At(alpha, 32, c, 7), At(alpha, 32, 0, 7)) << c; // same along the edge
+    EXPECT_FLOAT_EQ(At(alpha, 32, c, 23), At(alpha, 32, 0, 7)) << c; // and on the other edge
+    EXPECT_EQ(At(alpha, 32, c, 15), 30.0f) << c;                   // out of reach of both edges
+  }
+}
