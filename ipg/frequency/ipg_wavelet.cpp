@@ -5,6 +5,7 @@
 #include "mth/mth_regression.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstddef>
 
@@ -17,6 +18,7 @@ constexpr const char* kMsgZeroDeterminant = "Aïe, déterminant nul!!";
 const double kPi = std::acos(-1.0);
 constexpr float kSmallestMaximum = 0.000001f;
 constexpr int kMaxRegressionScales = 16;
+constexpr int kMaxScales = (INT_MAX - 2) / 2; // the slot array holds 2 S + 2 entries
 
 using Image = std::unique_ptr<float[]>;
 
@@ -263,7 +265,7 @@ int IPG_WAVELET::ComputeChain(float** slots, int cols, int rows, float** chain, 
     Ipg_Inform(kMsgZeroDeterminant);
     return -1;
   }
-  if (slots == nullptr || chain == nullptr || alpha == nullptr || cols <= 0 || rows <= 0)
+  if (slots == nullptr || chain == nullptr || alpha == nullptr || cols <= 0 || rows <= 0 || S > kMaxScales)
     return -1;
   for (int k = 0; k < 2 * S; ++k)
     if (slots[k] == nullptr)
@@ -329,7 +331,7 @@ bool IPG_WAVELET::ReadInput(std::vector<float>& image)
   }
   Cols = static_cast<int>(ImaIn->GetNbOfCols());
   Rows = static_cast<int>(ImaIn->GetNbOfRows());
-  if (Cols == 0 || Rows == 0 || NbConvolution < 0)
+  if (Cols == 0 || Rows == 0 || NbConvolution < 0 || NbConvolution > kMaxScales)
     return false;
   image.assign(static_cast<std::size_t>(Cols) * Rows, 0.0f);
   for (int r = 0; r < Rows; ++r)

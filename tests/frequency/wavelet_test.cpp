@@ -49,6 +49,11 @@ TEST(Wavelet, DefaultsCopyAndUnprovidedCodes)
     op.SetTools(code);
     EXPECT_EQ(op.Apply(), 0) << code;
   }
+  op.SetTools(1800);
+  op.SetNbConvolution(-1); // no scale count to allocate slots for
+  EXPECT_EQ(op.Apply(), 0);
+  op.SetNbConvolution(2147483647);
+  EXPECT_EQ(op.Apply(), 0);
   EXPECT_TRUE(capture.Texts.empty());
 }
 
