@@ -32,4 +32,5 @@ struct DCM_HEADER {
   std::string SOPClassUID;
   std::string FrameOfReferenceUID;
   std::string TransferSyntax;                   // UID of the file's transfer syntax, when read
+  std::string SourcePhotometric;                // the file's Photometric Interpretation, when read
 };

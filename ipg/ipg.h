@@ -3,6 +3,7 @@
 // Every public header of IPG: the image library, the maths library and the operators.
 #include "dcm/dcm_data.h"
 #include "dcm/dcm_header.h"
+#include "dcm/dcm_io.h"
 #include "dcm/dcm_struct.h"
 #include "dcm/obj_object.h"
 #include "dcm/obj_objects_list.h"
