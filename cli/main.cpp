@@ -1,42 +1,82 @@
+// ipg: runs the operators of the library on DICOM files.
+#include "cli/cli_args.h"
+#include "cli/cli_command.h"
+#include "cli/cli_io.h"
 #include "cli/operator_registry.h"
+#include "ipg/ui/ipg_message.h"
+#include "ipg/ui/ipg_terminal_progress.h"
 
 #include <cstdio>
+#include <exception>
 #include <iostream>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
 
-constexpr const char* kUsage =
-    "usage: ipg COMMAND [ARGS]\n"
-    "\n"
-    "commands:\n"
-    "  list     every operator class, its operation codes and parameters\n"
-    "  help     this text\n";
-
-int ListOperators()
+void PrintUsage(std::ostream& out)
 {
-  for (const CliOperator* op : Cli_Operators()) {
-    std::cout << op->Name() << " - " << op->Summary() << "\n";
-    for (const CliCode& c : op->Codes())
-      std::cout << "  " << c.code << "  " << c.method << "\n";
-    for (const CliParameter& p : op->Parameters())
-      std::cout << "  --set " << p.name << "=<" << p.type << ">  " << p.description << "\n";
+  out << "usage: ipg COMMAND [ARGS]    (ipg COMMAND --help for a command's options)\n\ncommands:\n";
+  for (const CliCommand* c : Cli_Commands())
+    out << "  " << c->Name << std::string(c->Name.size() < 10 ? 10 - c->Name.size() : 1, ' ') << c->Summary << "\n";
+  out << "\nexit status: 0 success, 1 an operator failed or a file could not be read or written,\n"
+         "2 bad usage.\n";
+}
+
+int Dispatch(const std::vector<std::string>& args)
+{
+  if (args.empty()) {
+    PrintUsage(std::cerr);
+    return kCliUsage;
   }
-  return 0;
+  if (args[0] == "help" || args[0] == "--help" || args[0] == "-h") {
+    const CliCommand* topic = args.size() > 1 ? Cli_FindCommand(args[1]) : nullptr;
+    if (topic != nullptr)
+      std::cout << topic->Help;
+    else
+      PrintUsage(std::cout);
+    return kCliOk;
+  }
+  const CliCommand* command = Cli_FindCommand(args[0]);
+  if (command == nullptr)
+    throw CliUsageError("unknown command '" + args[0] + "' (ipg --help lists them)");
+  const std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (Cli_WantsHelp(rest)) {
+    std::cout << command->Help;
+    return kCliOk;
+  }
+  return command->Run(rest);
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-  const std::vector<std::string> args(argv + 1, argv + argc);
-  if (args.empty() || args[0] == "help" || args[0] == "--help" || args[0] == "-h") {
-    std::cout << kUsage;
-    return args.empty() ? 2 : 0;
+  // Progress of long filters on a terminal; messages erase the bar first.
+  Ipg_TerminalProgress bar(stderr);
+  if (isatty(STDERR_FILENO)) {
+    Ipg_SetProgressSink(&bar);
+    Ipg_SetMessageHandler([&bar](const std::string& text, const std::string& caption) {
+      bar.Interrupt();
+      std::fprintf(stderr, "%s: %s\n", caption.c_str(), text.c_str());
+      std::fflush(stderr);
+    });
   }
-  if (args[0] == "list")
-    return ListOperators();
-  std::cerr << "ipg: unknown command '" << args[0] << "'\n" << kUsage;
-  return 2;
+  int status = kCliFailed;
+  try {
+    status = Dispatch(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const CliUsageError& e) {
+    std::cerr << "ipg: " << e.what() << "\n";
+    status = kCliUsage;
+  } catch (const CliFileError& e) {
+    std::cerr << "ipg: " << e.what() << "\n";
+    status = kCliFailed;
+  } catch (const std::exception& e) {
+    std::cerr << "ipg: " << e.what() << "\n";
+    status = kCliFailed;
+  }
+  Ipg_SetProgressSink(nullptr);
+  Ipg_SetMessageHandler(nullptr);
+  return status;
 }

@@ -3,6 +3,7 @@
 #include "cli/json.h"
 #include "dcm/dcm_struct.h"
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -30,6 +31,7 @@ struct CliSettings {
   std::optional<int> tools;
   std::optional<short> mode;
   std::vector<std::pair<std::string, std::string>> values; // --set Name=Value, in order
+  std::vector<std::pair<std::string, std::string>> options; // class options (--name VALUE), in order
 };
 
 // What a run produced: Apply()'s result, the images to write (first one is the
@@ -51,6 +53,19 @@ struct CliParameter {
   std::string description;
 };
 
+// When a class's own command-line option acts: before Apply() (to configure the
+// operator) or after it (to save or print something of the result).
+enum class CliWhen { BeforeApply, AfterApply };
+
+// An option that `ipg run` accepts for one class only, e.g. `--save FILE`.
+// valueName is empty for a flag, which then receives the value "".
+struct CliOption {
+  std::string name;      // without the dashes: "save" is --save
+  std::string valueName; // "FILE", "KERNEL"... shown in help
+  std::string description;
+  CliWhen when = CliWhen::BeforeApply;
+};
+
 // One operator class as the program sees it.
 class CliOperator {
 public:
@@ -60,6 +75,12 @@ public:
   virtual const std::vector<CliCode>& Codes() const = 0;
   virtual const std::vector<CliParameter>& Parameters() const = 0;
   virtual const std::vector<std::string>& ResultNames() const = 0;
+  // The class's own `ipg run` options; none unless the table declares some.
+  virtual const std::vector<CliOption>& Options() const
+  {
+    static const std::vector<CliOption> none;
+    return none;
+  }
   virtual bool NeedsSecondInput() const = 0;
   virtual bool WritesImage() const = 0;
   // Throws CliUsageError for an unknown parameter or a value of the wrong type.
@@ -108,6 +129,8 @@ public:
   using Getter = std::function<Json(Op&)>;
   using Attach = std::function<void(Op&, DCM_STRUCT*)>;
   using Hook = std::function<void(Op&, const CliImages&, CliRunOutcome&)>;
+  // Receives the option's value; an AfterApply handler may add to the outcome.
+  using OptionHandler = std::function<void(Op&, const std::string& value, CliRunOutcome& outcome)>;
 
   CliOperatorTable(std::string name, std::string summary, Factory make)
       : ClassName(std::move(name)), Description(std::move(summary)), Make(std::move(make)),
@@ -181,6 +204,17 @@ public:
     ApplyFn = std::move(apply);
     return *this;
   }
+  // A command-line option of this class only (`ipg run CLASS --name VALUE`).
+  // Handlers run in command-line order, before or after Apply() as `when` says;
+  // a handler throws CliUsageError for a bad value.
+  CliOperatorTable& Option(const std::string& name, std::string valueName, std::string description,
+                           CliWhen when, OptionHandler handler)
+  {
+    OptionList.push_back({name, std::move(valueName), std::move(description), when});
+    OptionHandlers.emplace_back(name, std::move(handler));
+    return *this;
+  }
+
   // Runs after Apply(): extra result images or values.
   CliOperatorTable& After(Hook hook)
   {
@@ -193,6 +227,7 @@ public:
   const std::vector<CliCode>& Codes() const override { return CodeList; }
   const std::vector<CliParameter>& Parameters() const override { return ParamList; }
   const std::vector<std::string>& ResultNames() const override { return ResultList; }
+  const std::vector<CliOption>& Options() const override { return OptionList; }
   bool NeedsSecondInput() const override { return static_cast<bool>(AttachSecond) && SecondRequired; }
   bool WritesImage() const override { return !Outputs.empty(); }
 
@@ -223,6 +258,7 @@ public:
     }
 
     CliRunOutcome outcome;
+    RunOptions(*op, settings, CliWhen::BeforeApply, outcome);
     for (const auto& [label, attach] : Outputs) {
       auto image = std::make_unique<DCM_STRUCT>(*images.in, false);
       attach(*op, image.get());
@@ -239,10 +275,26 @@ public:
       outcome.results.Set(name, get(*op));
     for (const Hook& hook : Hooks)
       hook(*op, images, outcome);
+    RunOptions(*op, settings, CliWhen::AfterApply, outcome);
     return outcome;
   }
 
 private:
+  void RunOptions(Op& op, const CliSettings& settings, CliWhen when, CliRunOutcome& outcome) const
+  {
+    for (const auto& [name, value] : settings.options) {
+      const auto declared = std::find_if(OptionList.begin(), OptionList.end(),
+                                         [&](const CliOption& o) { return o.name == name; });
+      if (declared == OptionList.end())
+        throw CliUsageError("unknown option --" + name + " for " + ClassName);
+      if (declared->when != when)
+        continue;
+      for (const auto& [known, handle] : OptionHandlers)
+        if (known == name)
+          handle(op, value, outcome);
+    }
+  }
+
   const Setter& FindSetter(const std::string& name) const
   {
     const std::string bare = name.rfind("Set", 0) == 0 && name.size() > 3 ? name.substr(3) : name;
@@ -270,4 +322,6 @@ private:
   bool SecondRequired = true;
   Attach AttachRoi;
   std::vector<Hook> Hooks;
+  std::vector<CliOption> OptionList;
+  std::vector<std::pair<std::string, OptionHandler>> OptionHandlers;
 };

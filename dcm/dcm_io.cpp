@@ -298,9 +298,6 @@ bool CheckPixelFormat(const gdcm::PixelFormat& pf, const std::string& path, std:
     return Fail(error, path + ": " + std::to_string(allocated) + " bits allocated per sample is not supported");
   if (pf.GetBitsStored() == 0 || pf.GetBitsStored() > allocated)
     return Fail(error, path + ": invalid Bits Stored " + std::to_string(pf.GetBitsStored()));
-  if (allocated == 32 && pf.GetBitsStored() != 32) // GDCM aborts on the unused bits of such samples
-    return Fail(error, path + ": 32-bit samples with " + std::to_string(pf.GetBitsStored()) +
-                           " bits stored are not supported");
   if (pf.GetSamplesPerPixel() != 1 && pf.GetSamplesPerPixel() != 3)
     return Fail(error, path + ": " + std::to_string(pf.GetSamplesPerPixel()) + " samples per pixel is not supported");
   return true;
@@ -341,6 +338,21 @@ bool CheckUncompressedLength(const std::string& path, const FilePreamble& pre, s
   if (declared != 0 && declared < expected)
     return Fail(error, path + ": pixel data too short (" + std::to_string(declared) + " of " +
                            std::to_string(expected) + " bytes)");
+  return true;
+}
+
+// The uncompressed 32-bit samples of the Pixel Data element in little endian order.
+bool RawSamples(const gdcm::Image& image, bool bigEndian, std::vector<char>& out)
+{
+  const gdcm::ByteValue* bv = image.GetDataElement().GetByteValue();
+  if (bv == nullptr || bv->GetPointer() == nullptr)
+    return false;
+  out.assign(bv->GetPointer(), bv->GetPointer() + bv->GetLength());
+  if (bigEndian)
+    for (std::size_t i = 0; i + 4 <= out.size(); i += 4) {
+      std::swap(out[i], out[i + 3]);
+      std::swap(out[i + 1], out[i + 2]);
+    }
   return true;
 }
 
@@ -404,10 +416,22 @@ std::unique_ptr<DCM_STRUCT> Dcm_ReadFile(const std::string& path, std::string* e
                                error))
     return nullptr;
 
-  std::vector<char> buffer(image.GetBufferLength());
-  if (buffer.empty() || !image.GetBuffer(buffer.data()))
-    return Refuse(error, path + ": cannot decode the pixel data (" +
-                             Dcm_TransferSyntaxName(image.GetTransferSyntax().GetString()) + ")");
+  // GDCM aborts when it clears the unused bits of 32-bit samples: those are
+  // taken from the element as stored (the decoder masks them) when uncompressed.
+  const bool partial32 = pf.GetBitsAllocated() == 32 && pf.GetBitsStored() != 32;
+  if (partial32 && image.GetTransferSyntax().IsEncapsulated())
+    return Refuse(error, path + ": compressed 32-bit samples with " + std::to_string(pf.GetBitsStored()) +
+                             " bits stored are not supported");
+  std::vector<char> buffer;
+  if (partial32) {
+    if (!RawSamples(image, pre.bigEndian, buffer))
+      return Refuse(error, path + ": unreadable pixel data");
+  } else {
+    buffer.resize(image.GetBufferLength());
+    if (buffer.empty() || !image.GetBuffer(buffer.data()))
+      return Refuse(error, path + ": cannot decode the pixel data (" +
+                               Dcm_TransferSyntaxName(image.GetTransferSyntax().GetString()) + ")");
+  }
 
   FrameLayout layout{cols, rows, samples, image.GetPlanarConfiguration() == 1, false};
   std::size_t frameBytes = bytesPerFrame;
@@ -428,7 +452,7 @@ std::unique_ptr<DCM_STRUCT> Dcm_ReadFile(const std::string& path, std::string* e
       pixels[i] = (base[(first + i) / 8] >> ((first + i) % 8)) & 1;
   } else {
     // GDCM swaps big endian 32-bit samples as 16-bit words: the halves are put back.
-    const SampleDecoder decode(pf, pre.bigEndian);
+    const SampleDecoder decode(pf, pre.bigEndian && !partial32);
     const unsigned char* frameBase = base + frameBytes * frame;
     for (unsigned r = 0; r < rows; ++r)
       for (unsigned c = 0; c < cols; ++c) {
@@ -527,11 +551,10 @@ struct StoredFormat {
   unsigned short allocated, stored, representation;
 };
 
-// 32-bit samples always store 32 bits: GDCM cannot read fewer back.
 StoredFormat Widen(unsigned short stored, bool isSigned)
 {
   const unsigned short allocated = stored <= 8 ? 8 : stored <= 16 ? 16 : 32;
-  return {allocated, allocated == 32 ? allocated : stored, static_cast<unsigned short>(isSigned ? 1 : 0)};
+  return {allocated, stored, static_cast<unsigned short>(isSigned ? 1 : 0)};
 }
 
 StoredFormat ChooseFormat(const DCM_HEADER& h, int mn, int mx)

@@ -1,0 +1,235 @@
+// The `ipg` program, run as a user would run it.
+#include "cli/json.h"
+#include "dcm/dcm_io.h"
+#include "support/test_data.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace {
+
+struct Outcome {
+  int status = -1;
+  std::string out, err;
+};
+
+std::string Slurp(const std::string& path)
+{
+  std::ifstream in(path);
+  std::stringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+std::string Temp(const std::string& name)
+{
+  return testing::TempDir() + "/ipg_cli_" + name;
+}
+
+// Runs `ipg ARGS` through the shell; ARGS are already quoted where needed.
+Outcome Ipg(const std::string& args)
+{
+  const std::string out = Temp("stdout.txt"), err = Temp("stderr.txt");
+  const std::string command = std::string("'") + IPG_CLI_PATH + "' " + args + " >'" + out + "' 2>'" + err + "'";
+  const int raw = std::system(command.c_str());
+  Outcome o;
+  o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+  o.out = Slurp(out);
+  o.err = Slurp(err);
+  return o;
+}
+
+std::string Data(const std::string& name)
+{
+  return "'" + TestDataPath(name) + "'";
+}
+
+bool Contains(const std::string& text, const std::string& part)
+{
+  return text.find(part) != std::string::npos;
+}
+
+// A small image written by the library itself, so that these tests need no download.
+std::string SmallImage()
+{
+  const std::string path = Temp("small.dcm");
+  DCM_STRUCT image(4, 3, nullptr);
+  for (unsigned r = 0; r < 3; ++r)
+    for (unsigned c = 0; c < 4; ++c)
+      image.Data->SetValue(c, r, static_cast<int>(10 * r + c));
+  std::string error;
+  EXPECT_TRUE(Dcm_WriteFile(image, path, &error)) << error;
+  return path;
+}
+
+} // namespace
+
+TEST(IpgCli, HelpOnEveryCommand)
+{
+  const Outcome top = Ipg("--help");
+  EXPECT_EQ(top.status, 0);
+  for (const char* command : {"info", "list", "run", "phantom"}) {
+    SCOPED_TRACE(command);
+    EXPECT_TRUE(Contains(top.out, std::string("  ") + command));
+    const Outcome help = Ipg(std::string(command) + " --help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(Contains(help.out, std::string("usage: ipg ") + command)) << help.out;
+  }
+  EXPECT_EQ(Ipg("").status, 2);
+  const Outcome unknown = Ipg("frobnicate");
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_TRUE(Contains(unknown.err, "unknown command 'frobnicate'"));
+}
+
+TEST(IpgCli, ListShowsCodesParametersAndResults)
+{
+  const Outcome text = Ipg("list");
+  EXPECT_EQ(text.status, 0);
+  EXPECT_TRUE(Contains(text.out, "IPG_ARITHMETIC1"));
+  EXPECT_TRUE(Contains(text.out, "205  DivideConstant"));
+  EXPECT_TRUE(Contains(text.out, "--set Variable=<real>"));
+  const Outcome json = Ipg("list --json IPG_ARITHMETIC1");
+  ASSERT_EQ(json.status, 0);
+  const Json all = Json::Parse(json.out);
+  ASSERT_TRUE(all.IsArray());
+  ASSERT_EQ(all.AsArray().size(), 1u);
+  const Json& op = all.AsArray()[0];
+  EXPECT_EQ(op.Find("class")->AsString(), "IPG_ARITHMETIC1");
+  EXPECT_EQ(op.Find("codes")->AsArray().size(), 13u);
+  EXPECT_EQ(op.Find("codes")->AsArray()[0].Find("method")->AsString(), "AddConstant");
+  EXPECT_TRUE(op.Find("output_image")->AsBool());
+  EXPECT_EQ(Ipg("list NO_SUCH_CLASS").status, 2);
+}
+
+TEST(IpgCli, InfoAsTextAndJson)
+{
+  const std::string small = SmallImage();
+  const Outcome text = Ipg("info '" + small + "'");
+  EXPECT_EQ(text.status, 0) << text.err;
+  EXPECT_TRUE(Contains(text.out, "4 x 3 (columns x rows)"));
+  EXPECT_TRUE(Contains(text.out, "Explicit VR Little Endian"));
+  const Outcome json = Ipg("info --json '" + small + "'");
+  ASSERT_EQ(json.status, 0) << json.err;
+  const Json info = Json::Parse(json.out);
+  EXPECT_EQ(info.Find("Columns")->AsNumber(), 4);
+  EXPECT_EQ(info.Find("Max")->AsNumber(), 23);
+  EXPECT_EQ(info.Find("PhotometricName")->AsString(), "MONOCHROME2");
+}
+
+TEST(IpgCli, InfoOnRealFiles)
+{
+  IPG_REQUIRE_TEST_DATA();
+  const Outcome ct = Ipg("info --json " + Data("CT_small.dcm"));
+  ASSERT_EQ(ct.status, 0) << ct.err;
+  const Json info = Json::Parse(ct.out);
+  EXPECT_EQ(info.Find("PixelRepresentation")->AsNumber(), 1);
+  EXPECT_NEAR(info.Find("PixelSpacing")->AsArray()[0].AsNumber(), 0.661468, 1e-6);
+  const Outcome rgb = Ipg("info " + Data("SC_rgb_rle.dcm"));
+  EXPECT_TRUE(Contains(rgb.out, "read as luminance from RGB")) << rgb.out;
+  const Outcome frame = Ipg("info --json --frame 14 " + Data("rtdose.dcm"));
+  EXPECT_EQ(Json::Parse(frame.out).Find("Frame")->AsNumber(), 14);
+  const Outcome bad = Ipg("info " + Data("MR_truncated.dcm"));
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_TRUE(Contains(bad.err, "truncated pixel data")) << bad.err;
+}
+
+TEST(IpgCli, RunWritesTheOutputAndPrintsResults)
+{
+  const std::string small = SmallImage(), out = Temp("run_out.dcm"), png = Temp("run_out.png");
+  std::remove(out.c_str());
+  const Outcome run = Ipg("run IPG_ARITHMETIC1 --tools 200 --set Variable=5 --mode 300 '" + small + "' -o '" + out +
+                          "' --png '" + png + "' --json");
+  ASSERT_EQ(run.status, 0) << run.err;
+  const Json results = Json::Parse(run.out);
+  EXPECT_EQ(results.Find("class")->AsString(), "IPG_ARITHMETIC1");
+  EXPECT_EQ(results.Find("tools")->AsNumber(), 200);
+  EXPECT_TRUE(results.Find("applied")->AsBool());
+  EXPECT_EQ(results.Find("Variable")->AsNumber(), 5);
+  EXPECT_EQ(results.Find("outputs")->Find("out")->AsString(), out);
+  // Round trip: the written output is the input plus 5 (mode 300 only clamps).
+  std::string error;
+  auto written = Dcm_ReadFile(out, &error);
+  ASSERT_NE(written, nullptr) << error;
+  EXPECT_EQ(written->Data->GetValue(0, 0), 5);
+  EXPECT_EQ(written->Data->GetValue(3, 2), 28);
+  EXPECT_FALSE(Slurp(png).empty());
+}
+
+TEST(IpgCli, FailedApplyGivesStatusOneAndTheOperatorMessage)
+{
+  const Outcome run = Ipg("run IPG_ARITHMETIC1 --tools 205 --set Variable=0 '" + SmallImage() + "' --json");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(Contains(run.err, "Information: Division par Zéro")) << run.err;
+  EXPECT_FALSE(Json::Parse(run.out).Find("applied")->AsBool());
+}
+
+TEST(IpgCli, BadUsageGivesStatusTwoWithAReason)
+{
+  const std::string small = "'" + SmallImage() + "'";
+  const struct {
+    std::string args, reason;
+  } cases[] = {
+      {"run", "needs an operator CLASS"},
+      {"run NO_SUCH_CLASS " + small, "unknown operator class 'NO_SUCH_CLASS'"},
+      {"run IPG_ARITHMETIC1", "needs an input file"},
+      {"run IPG_ARITHMETIC1 --set Foo=1 " + small, "unknown parameter 'Foo'"},
+      {"run IPG_ARITHMETIC1 --set Variable=abc " + small, "'abc' is not a real number"},
+      {"run IPG_ARITHMETIC1 --set Variable " + small, "--set expects Name=Value"},
+      {"run IPG_ARITHMETIC1 --tools x " + small, "'x' is not an integer"},
+      {"run IPG_ARITHMETIC1 --bogus 1 " + small, "unknown option --bogus"},
+      {"run IPG_ARITHMETIC1 " + small + " -o", "needs a value"},
+      {"phantom", "needs one output file"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.args);
+    const Outcome o = Ipg(c.args);
+    EXPECT_EQ(o.status, 2);
+    EXPECT_TRUE(Contains(o.err, c.reason)) << o.err;
+  }
+}
+
+TEST(IpgCli, UnreadableInputGivesAClearReason)
+{
+  const Outcome missing = Ipg("run IPG_ARITHMETIC1 '" + Temp("does_not_exist.dcm") + "'");
+  EXPECT_EQ(missing.status, 1);
+  EXPECT_TRUE(Contains(missing.err, "No such file or directory")) << missing.err;
+  std::ofstream(Temp("text.dcm")) << "not DICOM";
+  const Outcome text = Ipg("run IPG_ARITHMETIC1 '" + Temp("text.dcm") + "'");
+  EXPECT_EQ(text.status, 1);
+  EXPECT_TRUE(Contains(text.err, "not a DICOM file")) << text.err;
+}
+
+TEST(IpgCli, RunOnARealFileWithARoi)
+{
+  IPG_REQUIRE_TEST_DATA();
+  const std::string out = Temp("mr_out.dcm");
+  const Outcome run = Ipg("run IPG_ARITHMETIC1 --set Variable=2 --tools 201 --mode 302 " + Data("MR_small.dcm") +
+                          " -o '" + out + "'");
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::string error;
+  auto in = Dcm_ReadFile(TestDataPath("MR_small.dcm"), &error);
+  auto written = Dcm_ReadFile(out, &error);
+  ASSERT_NE(written, nullptr) << error;
+  EXPECT_EQ(written->Data->GetValue(10, 20), 2 * in->Data->GetValue(10, 20));
+  EXPECT_DOUBLE_EQ(written->GetHeader().PixelSpacing[0], 0.3125);
+}
+
+TEST(IpgCli, PhantomWritesImageAndMask)
+{
+  const std::string out = Temp("phantom.dcm");
+  const Outcome run = Ipg("phantom '" + out + "' --size 64 --seed 3 --looks 2");
+  ASSERT_EQ(run.status, 0) << run.err;
+  std::string error;
+  auto image = Dcm_ReadFile(out, &error);
+  auto mask = Dcm_ReadFile(Temp("phantom-mask.dcm"), &error);
+  ASSERT_NE(image, nullptr) << error;
+  ASSERT_NE(mask, nullptr) << error;
+  EXPECT_EQ(image->GetNbOfCols(), 64u);
+  EXPECT_EQ(image->GetHeader().Modality, "US");
+  EXPECT_EQ(mask->Data->GetMax(), 3);
+  EXPECT_EQ(Ipg("phantom '" + out + "' --size 8").status, 2);
+}
