@@ -54,7 +54,7 @@ const bool registered = Cli_RegisterCommand({
     "holds piecewise-constant echogenic regions - tissue, a hypoechoic layer,\n"
     "an anechoic cyst and a bright inclusion - under fully developed\n"
     "multiplicative speckle averaged over L looks, log-compressed to 8 bits over\n"
-    "50 dB. The mask labels the regions 0 tissue, 1 layer, 2 cyst, 3 inclusion.\n"
+    "45 dB. The mask labels the regions 0 tissue, 1 layer, 2 cyst, 3 inclusion.\n"
     "The same options give the same pixels.\n"
     "\n"
     "  --size N    columns and rows, 16 to 4096 (default 256)\n"

@@ -15,7 +15,7 @@ CliArgs RunGrammar(const CliOperator& op)
   CliArgs grammar;
   grammar.Option("tools", true).Option("set", true).Option("roi", true).Option("second", true);
   grammar.Option("mode", true).Option("output", true, {"-o"}).Option("png", true).Option("json", false);
-  grammar.Option("frame", true);
+  grammar.Option("frame", true).Option("precision", true);
   for (const CliOption& o : op.Options())
     grammar.Option(o.name, !o.valueName.empty());
   return grammar;
@@ -36,6 +36,11 @@ CliSettings Settings(const CliOperator& op, const CliArgs& args)
     settings.tools = Cli_ParseValue<int>("--tools", *args.Value("tools"));
   if (args.Has("mode"))
     settings.mode = Cli_ParseValue<short>("--mode", *args.Value("mode"));
+  if (args.Has("precision")) {
+    settings.precision = Cli_ParseValue<short>("--precision", *args.Value("precision"));
+    if (*settings.precision < 1)
+      throw CliUsageError("--precision must be 1 or more");
+  }
   for (const std::string& assignment : args.All("set")) {
     const std::size_t equals = assignment.find('=');
     if (equals == std::string::npos || equals == 0)
@@ -129,7 +134,8 @@ const bool registered = Cli_RegisterCommand({
     "run",
     "run one operator on a DICOM file, write its output and results",
     "usage: ipg run CLASS [--tools N] [--set Name=Value]... [--roi FILE] [--second FILE]\n"
-    "               [--mode M] [--frame F] [CLASS OPTIONS] IN [-o OUT.dcm] [--png OUT.png] [--json]\n"
+    "               [--mode M] [--precision P] [--frame F] [CLASS OPTIONS] IN\n"
+    "               [-o OUT.dcm] [--png OUT.png] [--json]\n"
     "\n"
     "Builds the operator CLASS as a host would: its constructor with the input\n"
     "image (and ROI), SetDefaultParameters(), an output image of the input's\n"
@@ -144,6 +150,8 @@ const bool registered = Cli_RegisterCommand({
     "  --set Name=Val   calls SetName(Val); repeatable, applied in order\n"
     "  --mode M         output mode: 300 clamp, 301 rescale to the bits stored\n"
     "                   (default), 302/304 extremes only, 303 absolute value\n"
+    "  --precision P    precision of the output images: a real value v is stored\n"
+    "                   as v x P (default: the input's precision, 1 for most files)\n"
     "  --roi FILE       ROI mask: pixels of value 16777217 are inside (a mask\n"
     "                   without that value counts every non-zero pixel inside)\n"
     "  --second FILE    second input image, for two-image operators\n"

@@ -30,6 +30,7 @@ struct CliImages {
 struct CliSettings {
   std::optional<int> tools;
   std::optional<short> mode;
+  std::optional<short> precision; // of the output images (default: the input's)
   std::vector<std::pair<std::string, std::string>> values; // --set Name=Value, in order
   std::vector<std::pair<std::string, std::string>> options; // class options (--name VALUE), in order
 };
@@ -261,6 +262,8 @@ public:
     RunOptions(*op, settings, CliWhen::BeforeApply, outcome);
     for (const auto& [label, attach] : Outputs) {
       auto image = std::make_unique<DCM_STRUCT>(*images.in, false);
+      if (settings.precision)
+        image->Data->SetPrecision(*settings.precision);
       attach(*op, image.get());
       outcome.images.emplace_back(label, std::move(image));
     }

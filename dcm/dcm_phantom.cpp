@@ -10,8 +10,8 @@ namespace {
 constexpr double kPixelSpacingMm = 0.2;
 constexpr double kAxialSigma = 0.8;   // pixels, along a column (depth)
 constexpr double kLateralSigma = 1.4; // pixels, along a row
-constexpr double kDisplayTopDb = 10.0;
-constexpr double kDisplayRangeDb = 50.0;
+constexpr double kDisplayTopDb = 15.0;
+constexpr double kDisplayRangeDb = 45.0;
 constexpr double kLinearScale = 1000.0;
 
 // Region label of pixel (c, r) of an n x n phantom.
@@ -141,7 +141,7 @@ double Dcm_PhantomEchogenicity(int label)
 {
   switch (label) {
   case kDcmPhantomLayer: return 0.35;
-  case kDcmPhantomCyst: return 0.01;
+  case kDcmPhantomCyst: return 0.001;
   case kDcmPhantomInclusion: return 6.0;
   default: return 1.0;
   }

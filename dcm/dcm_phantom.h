@@ -9,7 +9,7 @@
 // own data for demonstrations, tests and benchmarks.
 //
 // Echogenicity (mean backscattered intensity) is piecewise constant: tissue 1,
-// a hypoechoic layer near the top 0.35, an anechoic cyst 0.01 and a bright
+// a hypoechoic layer near the top 0.35, an anechoic cyst 0.001 and a bright
 // inclusion 6. The echo is simulated as fully developed speckle: for each
 // look, circular complex Gaussian scatterers weighted by the square root of
 // the echogenicity, blurred by a separable Gaussian point-spread function
@@ -19,8 +19,8 @@
 // the echogenicity and variance its square over L (J. W. Goodman, "Speckle
 // Phenomena in Optics", Roberts & Co., 2007, ch. 3 and 5; C. B. Burckhardt,
 // "Speckle in ultrasound B-mode scans", IEEE Trans. Sonics Ultrason. 25(1),
-// 1978). The intensity is then log-compressed to 8 bits over a 50 dB display
-// range (10 log10 I from -40 dB to +10 dB maps to 0..255), or, when Linear,
+// 1978). The intensity is then log-compressed to 8 bits over a 45 dB display
+// range (10 log10 I from -30 dB to +15 dB maps to 0..255), or, when Linear,
 // stored as 16-bit linear intensity (1000 per unit of echogenicity, clipped
 // at 65535).
 //
