@@ -25,9 +25,11 @@ std::string Slurp(const std::string& path)
   return s.str();
 }
 
+// Files of the running test only: CTest runs the tests of this program in parallel.
 std::string Temp(const std::string& name)
 {
-  return testing::TempDir() + "/ipg_cli_" + name;
+  return testing::TempDir() + "/ipg_cli_" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
+         name;
 }
 
 // Runs `ipg ARGS` through the shell; ARGS are already quoted where needed.
