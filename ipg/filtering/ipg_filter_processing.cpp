@@ -114,29 +114,46 @@ struct Convolution {
   // Rows whose window holds no mark take a vectorisable pass, tap by tap over
   // the whole row, with the very operations of Pixel() in the same order for
   // each pixel: the pixels are identical. Rows near a mark take the plain path.
+  // When the kernel is integer and no partial sum can reach 2^24, single
+  // precision holds every partial sum exactly, so integer accumulation gives
+  // the same sums.
   void RunFast() const
   {
     const int width = cols - 2 * hx;
     if (width <= 0 || rows - 2 * hy <= 0)
       return;
     std::vector<int> markedRowsBefore(static_cast<std::size_t>(rows) + 1, 0);
+    std::int64_t largest = 0; // of the unmarked magnitudes
     for (int r = 0; r < rows; ++r) {
       const int* line = src + static_cast<std::size_t>(r) * cols;
-      const bool marked = std::any_of(line, line + cols, IsMark);
+      bool marked = false;
+      for (int c = 0; c < cols; ++c) {
+        marked = marked || IsMark(line[c]);
+        if (!IsMark(line[c]))
+          largest = std::max<std::int64_t>(largest, std::llabs(static_cast<long long>(line[c])));
+      }
       markedRowsBefore[r + 1] = markedRowsBefore[r] + (marked ? 1 : 0);
     }
+    const bool exact = SumsStayExact(largest);
     float cleanNorm = factor;
     cleanNorm = std::fabs(cleanNorm);
     if (cleanNorm < 0.001)
       cleanNorm = 1.0f;
 
     std::vector<float> acc(static_cast<std::size_t>(width));
+    std::vector<int> intAcc(static_cast<std::size_t>(width));
     for (int row = hy; row < rows - hy; ++row) {
       if (markedRowsBefore[row + hy + 1] != markedRowsBefore[row - hy]) {
         PlainRow(row);
         continue;
       }
-      AccumulateRow(row, width, acc.data());
+      if (exact) {
+        AccumulateRowExact(row, width, intAcc.data());
+        for (int j = 0; j < width; ++j)
+          acc[j] = static_cast<float>(intAcc[j]);
+      } else {
+        AccumulateRow(row, width, acc.data());
+      }
       const std::size_t start = static_cast<std::size_t>(row) * cols + hx;
       int* out = dst + start;
       const int* centre = src + start;
@@ -148,6 +165,19 @@ struct Convolution {
           out[j] = InsideRoi(roi, hx + j, row) ? TruncateToInt(acc[j] / cleanNorm) : centre[j];
       }
     }
+  }
+
+  // Integer coefficients and largest x sum of |coefficients| below 2^24.
+  bool SumsStayExact(std::int64_t largest) const
+  {
+    constexpr double kExactFloat = 16777216.0;
+    double weight = 0.0;
+    for (double c : coef) {
+      if (c != std::trunc(c) || std::fabs(c) >= kExactFloat)
+        return false;
+      weight += std::fabs(c);
+    }
+    return static_cast<double>(largest) * weight < kExactFloat;
   }
 
   void AccumulateRow(int row, int width, float* acc) const
@@ -163,6 +193,26 @@ struct Convolution {
         const int* s = line + hx + dx;
         for (int j = 0; j < width; ++j)
           acc[j] = static_cast<float>(static_cast<double>(acc[j]) + static_cast<double>(s[j]) * c);
+      }
+    }
+  }
+
+  void AccumulateRowExact(int row, int width, int* acc) const
+  {
+    std::fill(acc, acc + width, 0);
+    std::size_t k = 0;
+    for (int dy = -hy; dy <= hy; ++dy) {
+      const int* line = src + static_cast<std::ptrdiff_t>(row + dy) * cols;
+      for (int dx = -hx; dx <= hx; ++dx) {
+        const int c = static_cast<int>(coef[k++]);
+        const int* s = line + hx + dx;
+        if (c == 1) {
+          for (int j = 0; j < width; ++j)
+            acc[j] += s[j];
+        } else if (c != 0) {
+          for (int j = 0; j < width; ++j)
+            acc[j] += s[j] * c;
+        }
       }
     }
   }
@@ -479,6 +529,41 @@ bool IPG_FILTER_PROCESSING::LaplacianGaussian()
   return true;
 }
 
+namespace {
+
+// Median of every 3x3 window of a row at once: Paeth's 19-exchange network
+// (A. W. Paeth, "Median finding on a 3x3 grid", Graphics Gems, 1990, as
+// arranged by N. Devillard, "Fast median search", 1998), run lane by lane so
+// that each exchange is a vectorisable min/max over the row. lanes[k][j] is
+// window element k (row-major) of the pixel at column j + 1; lanes[4] ends
+// holding the medians.
+void MedianOfNineRow(const int* src, int cols, int row, std::vector<std::vector<int>>& lanes)
+{
+  const std::size_t width = lanes[0].size();
+  for (int dy = -1, k = 0; dy <= 1; ++dy)
+    for (int dx = -1; dx <= 1; ++dx, ++k) {
+      const int* from = src + static_cast<std::ptrdiff_t>(row + dy) * cols + 1 + dx;
+      std::copy(from, from + width, lanes[k].begin());
+    }
+  auto exchange = [&](int a, int b) {
+    int* x = lanes[a].data();
+    int* y = lanes[b].data();
+    for (std::size_t j = 0; j < width; ++j) {
+      const int lo = std::min(x[j], y[j]);
+      const int hi = std::max(x[j], y[j]);
+      x[j] = lo;
+      y[j] = hi;
+    }
+  };
+  static constexpr int kNetwork[19][2] = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2},
+                                          {4, 5}, {7, 8}, {0, 3}, {5, 8}, {4, 7}, {3, 6}, {1, 4},
+                                          {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
+  for (const auto& pair : kNetwork)
+    exchange(pair[0], pair[1]);
+}
+
+} // namespace
+
 bool IPG_FILTER_PROCESSING::MedianFilter()
 {
   if (ImaOut == nullptr) {
@@ -506,31 +591,45 @@ bool IPG_FILTER_PROCESSING::MedianFilter()
   int* dst = ImaOut->Data->GetIDataAddress();
   const std::size_t dstSize = ImaOut->Data->GetSize();
   std::vector<int> window(n);
+  auto gather = [&](int row, int col) {
+    std::size_t k = 0;
+    for (int dy = -hy; dy <= hy; ++dy) {
+      const int* line = src + static_cast<std::size_t>(row + dy) * cols + col - hx;
+      std::copy(line, line + sx, window.begin() + static_cast<std::ptrdiff_t>(k));
+      k += static_cast<std::size_t>(sx);
+    }
+  };
+  auto write = [&](int row, int col, int value) {
+    const std::size_t idx = static_cast<std::size_t>(row) * cols + col;
+    if (idx < dstSize)
+      dst[idx] = value;
+  };
 
   std::optional<Ipg_Progress> progress;
   if (WaitbarVisible)
     progress.emplace(kLabelMedian, std::max(0, rows - 2 * hy));
-  bool visited = false;
+  std::vector<std::vector<int>> lanes;
+  if (sx == 3 && sy == 3)
+    lanes.assign(9, std::vector<int>(static_cast<std::size_t>(std::max(0, cols - 2))));
   for (int row = hy; row < rows - hy; ++row) {
-    for (int col = hx; col < cols - hx; ++col) {
-      std::size_t k = 0;
-      for (int dy = -hy; dy <= hy; ++dy) {
-        const int* line = src + static_cast<std::size_t>(row + dy) * cols + col - hx;
-        std::copy(line, line + sx, window.begin() + static_cast<std::ptrdiff_t>(k));
-        k += static_cast<std::size_t>(sx);
+    if (!lanes.empty()) {
+      MedianOfNineRow(src, cols, row, lanes);
+      for (int col = 1; col < cols - 1; ++col)
+        write(row, col, lanes[4][col - 1]);
+    } else {
+      for (int col = hx; col < cols - hx; ++col) {
+        gather(row, col);
+        // Selecting the middle element gives the sorted window's middle element.
+        std::nth_element(window.begin(), window.begin() + static_cast<std::ptrdiff_t>(n / 2), window.end());
+        write(row, col, window[n / 2]);
       }
-      // Selecting the middle element gives the sorted window's middle element.
-      std::nth_element(window.begin(), window.begin() + static_cast<std::ptrdiff_t>(n / 2), window.end());
-      const std::size_t idx = static_cast<std::size_t>(row) * cols + col;
-      if (idx < dstSize)
-        dst[idx] = window[n / 2];
-      visited = true;
     }
     if (progress)
       progress->Step("");
   }
   // The user kernel's array holds the last window, sorted: callers read it back.
-  if (visited && UserFilter->GetDataFilter() != nullptr) {
+  if (rows - hy > hy && cols - hx > hx && UserFilter->GetDataFilter() != nullptr) {
+    gather(rows - hy - 1, cols - hx - 1);
     std::sort(window.begin(), window.end());
     std::copy(window.begin(), window.end(), UserFilter->GetDataFilter());
   }

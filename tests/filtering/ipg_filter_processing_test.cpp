@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <memory>
@@ -444,6 +445,30 @@ TEST(IpgFilterProcessing, MedianRemovesImpulsesAndReportsProgress)
   ASSERT_TRUE(column.Op.MedianFilter());
   EXPECT_EQ(At(*column.Out, 0, 2), 0);
   EXPECT_EQ(At(*column.Out, 2, 2), 2);
+}
+
+TEST(IpgFilterProcessing, MedianIsTheMiddleOfTheSortedWindow)
+{
+  for (int side : {3, 5}) {
+    for (unsigned seed : {5u, 6u}) {
+      std::mt19937 gen(seed);
+      std::uniform_int_distribution<int> grey(-4, 4); // many ties
+      auto in = Image(13, 9, [&](int, int) { return grey(gen) * 1000 + (seed == 6u ? 0 : grey(gen)); });
+      Filtering run(std::make_unique<DCM_STRUCT>(*in, true));
+      SetUser(run.Op, std::vector<int>(side * side, 1), side, side);
+      ASSERT_TRUE(run.Op.MedianFilter());
+      const int h = side / 2;
+      for (int r = h; r < 9 - h; ++r)
+        for (int c = h; c < 13 - h; ++c) {
+          std::vector<int> window;
+          for (int dy = -h; dy <= h; ++dy)
+            for (int dx = -h; dx <= h; ++dx)
+              window.push_back(At(*in, c + dx, r + dy));
+          std::sort(window.begin(), window.end());
+          ASSERT_EQ(At(*run.Out, c, r), window[window.size() / 2]) << side << " " << c << "," << r;
+        }
+    }
+  }
 }
 
 TEST(IpgFilterProcessing, Code505RunsNagaoOnTheMedianResult)
