@@ -149,7 +149,7 @@ IPG_STATISTIC2::IPG_STATISTIC2(DCM_STRUCT* first, DCM_STRUCT* second, DCM_STRUCT
   SetDefaultParameters();
 }
 
-IPG_STATISTIC2::IPG_STATISTIC2(const IPG_STATISTIC2& source) : IPG_TWO_INPUTS_NO_OUTPUT(source)
+IPG_STATISTIC2::IPG_STATISTIC2(const IPG_STATISTIC2& source) : IPG_TWO_INPUTS_NO_OUTPUT()
 {
   if (source.Record)
     Record = std::make_unique<MutualInformationRecord>(*source.Record);

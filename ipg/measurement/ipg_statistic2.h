@@ -32,8 +32,8 @@ public:
 
   IPG_STATISTIC2(DCM_STRUCT* first, DCM_STRUCT* second);
   IPG_STATISTIC2(DCM_STRUCT* first, DCM_STRUCT* second, DCM_STRUCT* roi);
-  // Copies its own level only: the second image and the mutual-information
-  // record (deep); Tools stays 0 and ImaIn, Roi are null.
+  // Copies its own level only, the mutual-information record (deep); the base
+  // fields take their defaults: Tools 0, no images, as for every operator.
   IPG_STATISTIC2(const IPG_STATISTIC2& source);
   IPG_STATISTIC2& operator=(const IPG_STATISTIC2&) = delete;
   ~IPG_STATISTIC2() = default;

@@ -35,7 +35,7 @@ TEST(Statistic2, DefaultsCodesAndCopy)
   IPG_STATISTIC2 copy(op);
   EXPECT_EQ(copy.GetTools(), 0.0);
   EXPECT_EQ(copy.GetImaIn(), nullptr);
-  EXPECT_EQ(copy.GetInSecond(), b.get());
+  EXPECT_EQ(copy.GetInSecond(), nullptr);
   ASSERT_NE(copy.GetMutualInformationRecord(), nullptr);
   EXPECT_NE(copy.GetMutualInformationRecord(), op.GetMutualInformationRecord());
   EXPECT_DOUBLE_EQ(copy.GetMutualInformationRecord()[0], 2.0 * std::log(2.0));
