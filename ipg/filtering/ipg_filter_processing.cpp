@@ -7,6 +7,7 @@
 #include "mth/mth_xy_plot.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cmath>
 #include <cstdint>
@@ -531,36 +532,91 @@ bool IPG_FILTER_PROCESSING::LaplacianGaussian()
 
 namespace {
 
-// Median of every 3x3 window of a row at once: Paeth's 19-exchange network
-// (A. W. Paeth, "Median finding on a 3x3 grid", Graphics Gems, 1990, as
-// arranged by N. Devillard, "Fast median search", 1998), run lane by lane so
-// that each exchange is a vectorisable min/max over the row. lanes[k][j] is
-// window element k (row-major) of the pixel at column j + 1; lanes[4] ends
-// holding the medians.
-void MedianOfNineRow(const int* src, int cols, int row, std::vector<std::vector<int>>& lanes)
+// Exchange networks that leave the median of n values in one position: for
+// n = 9 Paeth's 19 exchanges (A. W. Paeth, "Median finding on a 3x3 grid",
+// Graphics Gems, 1990, as arranged by N. Devillard, "Fast median search",
+// 1998); otherwise Batcher's odd-even merge sort (K. E. Batcher, "Sorting
+// networks and their applications", AFIPS 1968) on the next power of two,
+// padded with INT_MAX, keeping only the exchanges the median depends on.
+struct MedianNetwork {
+  int lanes = 0;
+  int middle = 0;
+  std::vector<std::array<int, 2>> exchanges; // the first position receives the smaller value
+};
+
+MedianNetwork MakeMedianNetwork(int n)
 {
-  const std::size_t width = lanes[0].size();
-  for (int dy = -1, k = 0; dy <= 1; ++dy)
-    for (int dx = -1; dx <= 1; ++dx, ++k) {
-      const int* from = src + static_cast<std::ptrdiff_t>(row + dy) * cols + 1 + dx;
-      std::copy(from, from + width, lanes[k].begin());
+  MedianNetwork net;
+  if (n == 9) {
+    net.lanes = 9;
+    net.middle = 4;
+    net.exchanges = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2}, {4, 5}, {7, 8}, {0, 3},
+                     {5, 8}, {4, 7}, {3, 6}, {1, 4}, {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
+    return net;
+  }
+  int size = 1;
+  while (size < n)
+    size <<= 1;
+  std::vector<std::array<int, 2>> all;
+  for (int p = 1; p < size; p <<= 1)
+    for (int k = p; k >= 1; k >>= 1)
+      for (int j = k % p; j + k < size; j += 2 * k)
+        for (int i = 0; i < std::min(k, size - j - k); ++i)
+          if ((i + j) / (2 * p) == (i + j + k) / (2 * p))
+            all.push_back({i + j, i + j + k});
+  std::vector<bool> needed(static_cast<std::size_t>(size), false);
+  needed[static_cast<std::size_t>(n / 2)] = true;
+  for (auto it = all.rbegin(); it != all.rend(); ++it)
+    if (needed[(*it)[0]] || needed[(*it)[1]]) {
+      net.exchanges.push_back(*it);
+      needed[(*it)[0]] = needed[(*it)[1]] = true;
     }
-  auto exchange = [&](int a, int b) {
-    int* x = lanes[a].data();
-    int* y = lanes[b].data();
-    for (std::size_t j = 0; j < width; ++j) {
-      const int lo = std::min(x[j], y[j]);
-      const int hi = std::max(x[j], y[j]);
-      x[j] = lo;
-      y[j] = hi;
-    }
-  };
-  static constexpr int kNetwork[19][2] = {{1, 2}, {4, 5}, {7, 8}, {0, 1}, {3, 4}, {6, 7}, {1, 2},
-                                          {4, 5}, {7, 8}, {0, 3}, {5, 8}, {4, 7}, {3, 6}, {1, 4},
-                                          {2, 5}, {4, 7}, {4, 2}, {6, 4}, {4, 2}};
-  for (const auto& pair : kNetwork)
-    exchange(pair[0], pair[1]);
+  std::reverse(net.exchanges.begin(), net.exchanges.end());
+  net.lanes = size;
+  net.middle = n / 2;
+  return net;
 }
+
+// Medians of the windows of one row, a block of columns at a time: lane k holds
+// window element k (row-major) of each pixel of the block, so that every
+// exchange is a vectorisable min/max over the block.
+template <typename Write>
+void MedianRowByNetwork(const int* src, int cols, int row, int sx, int sy, const MedianNetwork& net,
+                        std::vector<int>& lanes, Write write)
+{
+  constexpr int kBlock = 128;
+  const int hx = sx / 2, hy = sy / 2, n = sx * sy;
+  const int width = cols - 2 * hx;
+  lanes.resize(static_cast<std::size_t>(net.lanes) * kBlock);
+  for (int j0 = 0; j0 < width; j0 += kBlock) {
+    const int w = std::min(kBlock, width - j0);
+    for (int k = 0; k < net.lanes; ++k) {
+      int* lane = lanes.data() + static_cast<std::size_t>(k) * kBlock;
+      if (k < n) {
+        const int* from = src + static_cast<std::ptrdiff_t>(row + k / sx - hy) * cols + j0 + k % sx;
+        std::copy(from, from + w, lane);
+      } else {
+        std::fill(lane, lane + w, INT_MAX);
+      }
+    }
+    for (const auto& e : net.exchanges) {
+      int* x = lanes.data() + static_cast<std::size_t>(e[0]) * kBlock;
+      int* y = lanes.data() + static_cast<std::size_t>(e[1]) * kBlock;
+      for (int j = 0; j < w; ++j) {
+        const int lo = std::min(x[j], y[j]);
+        const int hi = std::max(x[j], y[j]);
+        x[j] = lo;
+        y[j] = hi;
+      }
+    }
+    const int* medians = lanes.data() + static_cast<std::size_t>(net.middle) * kBlock;
+    for (int j = 0; j < w; ++j)
+      write(row, hx + j0 + j, medians[j]);
+  }
+}
+
+// Windows up to this many values go through a network, larger ones through selection.
+constexpr int kLargestNetworkWindow = 64;
 
 } // namespace
 
@@ -608,14 +664,12 @@ bool IPG_FILTER_PROCESSING::MedianFilter()
   std::optional<Ipg_Progress> progress;
   if (WaitbarVisible)
     progress.emplace(kLabelMedian, std::max(0, rows - 2 * hy));
-  std::vector<std::vector<int>> lanes;
-  if (sx == 3 && sy == 3)
-    lanes.assign(9, std::vector<int>(static_cast<std::size_t>(std::max(0, cols - 2))));
+  const bool byNetwork = n <= static_cast<std::size_t>(kLargestNetworkWindow);
+  const MedianNetwork network = byNetwork ? MakeMedianNetwork(static_cast<int>(n)) : MedianNetwork{};
+  std::vector<int> lanes;
   for (int row = hy; row < rows - hy; ++row) {
-    if (!lanes.empty()) {
-      MedianOfNineRow(src, cols, row, lanes);
-      for (int col = 1; col < cols - 1; ++col)
-        write(row, col, lanes[4][col - 1]);
+    if (byNetwork) {
+      MedianRowByNetwork(src, cols, row, sx, sy, network, lanes, write);
     } else {
       for (int col = hx; col < cols - hx; ++col) {
         gather(row, col);

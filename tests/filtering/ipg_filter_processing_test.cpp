@@ -7,6 +7,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <utility>
 #include <functional>
 #include <memory>
 #include <random>
@@ -449,23 +451,26 @@ TEST(IpgFilterProcessing, MedianRemovesImpulsesAndReportsProgress)
 
 TEST(IpgFilterProcessing, MedianIsTheMiddleOfTheSortedWindow)
 {
-  for (int side : {3, 5}) {
+  const int cols = 13, rows = 11;
+  for (auto [sx, sy] : {std::pair{3, 3}, std::pair{5, 5}, std::pair{7, 7}, std::pair{9, 9}, std::pair{5, 3},
+                        std::pair{1, 5}}) {
     for (unsigned seed : {5u, 6u}) {
       std::mt19937 gen(seed);
       std::uniform_int_distribution<int> grey(-4, 4); // many ties
-      auto in = Image(13, 9, [&](int, int) { return grey(gen) * 1000 + (seed == 6u ? 0 : grey(gen)); });
+      auto in = Image(cols, rows, [&](int, int) { return grey(gen) * 1000 + (seed == 6u ? 0 : grey(gen)); });
+      in->Data->SetValue(6, 5, INT32_MAX);
       Filtering run(std::make_unique<DCM_STRUCT>(*in, true));
-      SetUser(run.Op, std::vector<int>(side * side, 1), side, side);
+      SetUser(run.Op, std::vector<int>(sx * sy, 1), sx, sy);
       ASSERT_TRUE(run.Op.MedianFilter());
-      const int h = side / 2;
-      for (int r = h; r < 9 - h; ++r)
-        for (int c = h; c < 13 - h; ++c) {
+      const int hx = sx / 2, hy = sy / 2;
+      for (int r = hy; r < rows - hy; ++r)
+        for (int c = hx; c < cols - hx; ++c) {
           std::vector<int> window;
-          for (int dy = -h; dy <= h; ++dy)
-            for (int dx = -h; dx <= h; ++dx)
+          for (int dy = -hy; dy <= hy; ++dy)
+            for (int dx = -hx; dx <= hx; ++dx)
               window.push_back(At(*in, c + dx, r + dy));
           std::sort(window.begin(), window.end());
-          ASSERT_EQ(At(*run.Out, c, r), window[window.size() / 2]) << side << " " << c << "," << r;
+          ASSERT_EQ(At(*run.Out, c, r), window[window.size() / 2]) << sx << "x" << sy << " " << c << "," << r;
         }
     }
   }
