@@ -75,8 +75,9 @@ public:
   // Laplacian of Gaussian, then 16777217 where the response has the sign the
   // sigma type selects (0 negative, otherwise positive) and 0 elsewhere.
   bool LaplacianGaussian();
-  // Median over a window of the user kernel's size; the user kernel's integer
-  // array receives each window's values (it holds the last window, sorted).
+  // Median over a window of the user kernel's size. Afterwards the user
+  // kernel's integer array holds the last window's values, sorted, as callers
+  // that read it back expect.
   bool MedianFilter();
   // 5x5 mean over a sheared window, updated in place (see the source).
   bool MeanFilter();
