@@ -1,6 +1,7 @@
 #include "cli/operator_registry.h"
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
+#include "ipg/segmentation/ipg_convert_binary_to_object.h"
 #include "ipg/segmentation/ipg_roi.h"
 
 #include <sstream>
@@ -117,6 +118,44 @@ const bool roiRegistered = [] {
     cropped->Data->SetMin();
     cropped->Data->SetMax();
     outcome.images[0].second = std::move(cropped);
+  });
+  return Cli_Register(std::move(table));
+}();
+
+// The contours of an image's object list as {name, points: [[x, y], ...]}.
+Json ContoursJson(DCM_STRUCT* image)
+{
+  Json::Array out;
+  const OBJ_OBJECTS_LIST* list = image->GetObjectsList();
+  for (int i = 0; i < list->GetNbObjects(); ++i) {
+    Json::Array points;
+    for (const MTH_2D_DOUBLE& p : list->GetObject(i)->GetPoints())
+      points.emplace_back(Json::Array{Json(p.GetX()), Json(p.GetY())});
+    Json item(Json::Object{});
+    item.Set("name", list->GetObject(i)->GetName());
+    item.Set("points", Json(std::move(points)));
+    out.push_back(std::move(item));
+  }
+  return Json(std::move(out));
+}
+
+const bool convertRegistered = [] {
+  using Op = IPG_CONVERT_BINARY_TO_OBJECT;
+  auto table = std::make_unique<CliOperatorTable<Op>>(
+      "IPG_CONVERT_BINARY_TO_OBJECT",
+      "contours of the largest 8-connected regions of a binary mask (16777217 = object)",
+      [](const CliImages& im) { return std::make_unique<Op>(im.in, im.second, im.roi); });
+  table->Param("NumberOfContour", &Op::SetNumberOfContour, "how many of the largest regions are traced (10)");
+  table->Param("Step", &Op::SetStep, "keep every Step-th boundary point (5)");
+  table->Param("SesCheck", &Op::SetSesCheck, "stored only");
+  table->Param("RtCheck", &Op::SetRtCheck, "stored only");
+  table->ParamFn("Name", "text", "name of the created contours (\"Object\")",
+                 [](Op& op, const std::string& text) { op.GetTemplate()->SetName(text); });
+  table->SecondInput([](Op& op, DCM_STRUCT* second) { op.SetInSecond(second); }, false);
+  table->Output("out", [](Op& op, DCM_STRUCT* out) { op.SetImaOut(out); });
+  table->After([](Op&, const CliImages&, CliRunOutcome& outcome) {
+    if (!outcome.images.empty())
+      outcome.results.Set("Contours", ContoursJson(outcome.images[0].second.get()));
   });
   return Cli_Register(std::move(table));
 }();

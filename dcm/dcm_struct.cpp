@@ -11,7 +11,7 @@ void DCM_STRUCT::Allocate(unsigned cols, unsigned rows)
   Data = new DCM_DATA(cols, rows);
   Header.Columns = static_cast<unsigned short>(cols);
   Header.Rows = static_cast<unsigned short>(rows);
-  Objects = std::make_unique<OBJ_OBJECTS_LIST>();
+  Objects = std::make_unique<OBJ_OBJECTS_LIST>(this);
 }
 
 DCM_STRUCT::DCM_STRUCT(unsigned cols, unsigned rows, DCM_STRUCT* parent) : Data(nullptr)

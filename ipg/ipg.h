@@ -36,6 +36,7 @@
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/segmentation/ipg_connected_component.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
+#include "ipg/segmentation/ipg_convert_binary_to_object.h"
 #include "ipg/segmentation/ipg_roi.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
