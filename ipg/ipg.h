@@ -33,6 +33,7 @@
 #include "ipg/framework/tlist.h"
 #include "ipg/measurement/ipg_holder.h"
 #include "ipg/measurement/ipg_holder_fast_measures.h"
+#include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/segmentation/ipg_connected_component.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"

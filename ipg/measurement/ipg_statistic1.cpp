@@ -1,0 +1,332 @@
+#include "ipg/measurement/ipg_statistic1.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/filtering/ipg_filter_processing.h"
+#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/ui/ipg_message.h"
+
+#include <cmath>
+#include <cstddef>
+
+namespace {
+
+constexpr const char* kMsgNegativeVariance = "problème : variance négative";
+constexpr int kMinStart = 16777217;
+constexpr int kMaxStart = -16777215;
+
+} // namespace
+
+IPG_STATISTIC1::IPG_STATISTIC1(DCM_STRUCT* in) : IPG_STATISTIC1(in, nullptr) {}
+
+IPG_STATISTIC1::IPG_STATISTIC1(DCM_STRUCT* in, DCM_STRUCT* roi)
+{
+  ImaIn = in;
+  Roi = roi;
+  SetDefaultParameters();
+}
+
+IPG_STATISTIC1::IPG_STATISTIC1(const IPG_STATISTIC1& source) : IPG_ONE_INPUT_NO_OUTPUT()
+{
+  Min = source.Min;
+  Max = source.Max;
+  StdDev = source.StdDev;
+  VarianceValue = source.VarianceValue;
+  NbPixels = source.NbPixels;
+  Mean = source.Mean;
+  SNR = source.SNR;
+  OwnsRoi = false; // the ROI pointer is not copied, so there is nothing to own
+}
+
+IPG_STATISTIC1::~IPG_STATISTIC1()
+{
+  if (OwnsRoi)
+    delete Roi;
+  Roi = nullptr;
+}
+
+void IPG_STATISTIC1::SetDefaultParameters()
+{
+  Tools = 0;
+  OwnsRoi = false;
+  VarianceValue = kNotComputed;
+}
+
+void IPG_STATISTIC1::SetImaIn(DCM_STRUCT* image)
+{
+  ImaIn = image;
+  VarianceValue = kNotComputed;
+}
+
+bool IPG_STATISTIC1::Apply()
+{
+  switch (Tools) {
+  case 0: return AverageGL();
+  case 1: return EstimateNoisePercent();
+  case 2: return SignalToNoiseRatio();
+  case 4: return MinMaxGL();
+  case 6: return BasicStats();
+  case 9: return MinGL();
+  case 10: return MaxGL();
+  case 11: return Variance();
+  case 12: return StdDeviation();
+  case 13: return NumberOfPixels();
+  case 16: return SumOfPixels();
+  default: return false; // 3 and 5 are free; 7, 8, 14 and 15 are not implemented
+  }
+}
+
+bool IPG_STATISTIC1::Selected(unsigned col, unsigned row) const
+{
+  if (ImaIn->Data->GetValue(col, row) > kIpgMaxGrey)
+    return false;
+  // A ROI image smaller than the input reads 0 outside itself: excluded.
+  return Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
+}
+
+short IPG_STATISTIC1::Precision() const
+{
+  return ImaIn->Data->GetPrecision();
+}
+
+double IPG_STATISTIC1::Scaled(double v) const
+{
+  const short precision = Precision();
+  return precision > 0 ? v / precision : v;
+}
+
+bool IPG_STATISTIC1::AverageGL()
+{
+  if (ImaIn == nullptr)
+    return false;
+  const unsigned short cols = static_cast<unsigned short>(ImaIn->GetNbOfCols());
+  const unsigned short rows = static_cast<unsigned short>(ImaIn->GetNbOfRows());
+  double sum = 0.0;
+  int count = 0;
+  for (unsigned short row = 0; row < rows; ++row)
+    for (unsigned short col = 0; col < cols; ++col)
+      if (Selected(col, row)) {
+        sum += ImaIn->Data->GetValue(col, row);
+        ++count;
+      }
+  // The -1.0 of an empty selection is scaled too: callers compare against the scaled value.
+  Result = Scaled(count == 0 ? -1.0 : sum / count);
+  return true;
+}
+
+bool IPG_STATISTIC1::SumOfPixels()
+{
+  if (ImaIn == nullptr)
+    return false;
+  const unsigned short cols = static_cast<unsigned short>(ImaIn->GetNbOfCols());
+  const unsigned short rows = static_cast<unsigned short>(ImaIn->GetNbOfRows());
+  double sum = 0.0;
+  for (unsigned short row = 0; row < rows; ++row)
+    for (unsigned short col = 0; col < cols; ++col)
+      if (Selected(col, row))
+        sum += ImaIn->Data->GetValue(col, row);
+  Result = Scaled(sum);
+  return true;
+}
+
+bool IPG_STATISTIC1::MinMaxGL()
+{
+  if (ImaIn == nullptr)
+    return false;
+  const unsigned short cols = static_cast<unsigned short>(ImaIn->GetNbOfCols());
+  const unsigned short rows = static_cast<unsigned short>(ImaIn->GetNbOfRows());
+  int mn = kMinStart;
+  int mx = kMaxStart;
+  for (unsigned short row = 0; row < rows; ++row)
+    for (unsigned short col = 0; col < cols; ++col)
+      if (Selected(col, row)) {
+        const int v = ImaIn->Data->GetValue(col, row);
+        if (v < mn)
+          mn = v;
+        if (v > mx)
+          mx = v;
+      }
+  SetMin(Scaled(mn));
+  SetMax(Scaled(mx));
+  return true;
+}
+
+bool IPG_STATISTIC1::NoiseSums(double& signal, double& noise)
+{
+  signal = 0.0;
+  noise = 0.0;
+  if (ImaIn == nullptr)
+    return false;
+
+  // The reference: the input smoothed by the 3x3 box, extremes only re-measured.
+  DCM_STRUCT smoothed(*ImaIn, false, -1, -1);
+  {
+    IPG_FILTER_PROCESSING filter(ImaIn, Roi);
+    filter.SetImaOut(&smoothed);
+    filter.SetDefinedFilter(0);
+    filter.SetMode(302);
+    filter.SetTools(500);
+    filter.Apply();
+  }
+
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  auto add = [&](int col, int row) {
+    const double in = ImaIn->Data->GetValue(col, row);
+    if (in > kIpgMaxGrey)
+      return;
+    const double s = smoothed.Data->GetValue(col, row);
+    signal += s * s;
+    noise += (in - s) * (in - s);
+  };
+  if (Roi == nullptr) {
+    for (int row = 1; row < rows - 1; ++row)
+      for (int col = 1; col < cols - 1; ++col)
+        add(col, row);
+  } else {
+    for (int row = 0; row < rows; ++row)
+      for (int col = 0; col < cols; ++col)
+        if (Roi->Data->GetValue(col, row) == kIpgRoiValue)
+          add(col, row);
+  }
+  return true;
+}
+
+bool IPG_STATISTIC1::SignalToNoiseRatio()
+{
+  double signal = 0.0, noise = 0.0;
+  if (!NoiseSums(signal, noise))
+    return false;
+  if (noise == 0.0) {
+    Result = 0.0;
+    return false;
+  }
+  Result = std::sqrt(signal / noise);
+  return true;
+}
+
+bool IPG_STATISTIC1::EstimateNoisePercent()
+{
+  double signal = 0.0, noise = 0.0;
+  if (!NoiseSums(signal, noise))
+    return false;
+  Result = 1.0;
+  // The interior count, also under a ROI: the percentages hosts compare were made so.
+  const double interior = (static_cast<double>(ImaIn->GetNbOfCols()) - 2.0) *
+                          (static_cast<double>(ImaIn->GetNbOfRows()) - 2.0);
+  if (interior <= 0.0)
+    return false; // no interior: nothing meaningful to report
+  const double noiseLevel = std::sqrt(noise / interior);
+  const double signalPower = signal / interior;
+  if (signalPower == 0.0)
+    return false;
+  Result = 100.0 * noiseLevel / std::sqrt(signalPower);
+  return true;
+}
+
+bool IPG_STATISTIC1::BasicStats()
+{
+  if (ImaIn == nullptr)
+    return false;
+  Min = 16777217.0;
+  Max = -16777215.0;
+  Mean = VarianceValue = StdDev = SNR = 0.0;
+  NbPixels = 0;
+
+  SignalToNoiseRatio();
+  SNR = GetResult();
+
+  const int* pixels = ImaIn->Data->GetIDataAddress();
+  const std::size_t size = ImaIn->Data->GetSize();
+  const int* roi = Roi != nullptr ? Roi->Data->GetIDataAddress() : nullptr;
+  const std::size_t roiSize = Roi != nullptr ? Roi->Data->GetSize() : 0;
+  // The ROI array is walked in step with the input; past its end nothing is selected.
+  auto selected = [&](std::size_t i) {
+    if (pixels[i] > kIpgMaxGrey)
+      return false;
+    return roi == nullptr || (i < roiSize && roi[i] == kIpgRoiValue);
+  };
+
+  double sum = 0.0;
+  for (std::size_t i = 0; i < size; ++i)
+    if (selected(i)) {
+      const double v = pixels[i];
+      if (v < Min)
+        Min = v;
+      if (v > Max)
+        Max = v;
+      sum += v;
+      ++NbPixels;
+    }
+  if (NbPixels == 0)
+    return false;
+  Mean = sum / NbPixels;
+
+  double squares = 0.0;
+  for (std::size_t i = 0; i < size; ++i)
+    if (selected(i))
+      squares += (pixels[i] - Mean) * (pixels[i] - Mean);
+  VarianceValue = squares / NbPixels; // population variance
+
+  // A constant image lands here too: hosts rely on the warning for flat selections.
+  if (VarianceValue <= 0.0)
+    Ipg_Inform(kMsgNegativeVariance);
+  else
+    StdDev = std::sqrt(VarianceValue);
+
+  const short precision = Precision();
+  if (precision >= 1) {
+    // The variance is divided by the precision, not its square: stored results
+    // have always been scaled this way.
+    Min /= precision;
+    Max /= precision;
+    Mean /= precision;
+    VarianceValue /= precision;
+    StdDev /= precision;
+    SNR /= precision;
+  }
+  return true;
+}
+
+bool IPG_STATISTIC1::ComputeIfNotCached()
+{
+  // With cached statistics the query reports false although Result is valid:
+  // callers read Result, not the return value.
+  if (VarianceValue == kNotComputed)
+    return BasicStats();
+  return false;
+}
+
+bool IPG_STATISTIC1::MinGL()
+{
+  const bool computed = ComputeIfNotCached();
+  Result = Min;
+  return computed;
+}
+
+bool IPG_STATISTIC1::MaxGL()
+{
+  const bool computed = ComputeIfNotCached();
+  Result = Max;
+  return computed;
+}
+
+bool IPG_STATISTIC1::Variance()
+{
+  const bool computed = ComputeIfNotCached();
+  Result = VarianceValue;
+  return computed;
+}
+
+bool IPG_STATISTIC1::StdDeviation()
+{
+  const bool computed = ComputeIfNotCached();
+  Result = StdDev;
+  return computed;
+}
+
+bool IPG_STATISTIC1::NumberOfPixels()
+{
+  const bool computed = ComputeIfNotCached();
+  Result = static_cast<double>(NbPixels);
+  return computed;
+}

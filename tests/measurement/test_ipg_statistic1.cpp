@@ -1,0 +1,218 @@
+#include "ipg/measurement/ipg_statistic1.h"
+
+#include "dcm/dcm_struct.h"
+#include "support/message_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <initializer_list>
+#include <memory>
+
+namespace {
+
+constexpr int kRoi = 16777217;
+
+std::unique_ptr<DCM_STRUCT> Image(unsigned cols, unsigned rows, std::initializer_list<int> values)
+{
+  auto image = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
+  int* p = image->Data->GetIDataAddress();
+  for (int v : values)
+    *p++ = v;
+  return image;
+}
+
+std::unique_ptr<DCM_STRUCT> Constant(unsigned cols, unsigned rows, int value)
+{
+  auto image = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
+  image->Data->Init(value);
+  return image;
+}
+
+// 5x5 of 90 with 180 in the centre: every interior 3x3 box sees the spike, so
+// the smoothed interior is 100 everywhere (signal 9 * 100^2, noise 8 * 10^2 + 80^2).
+std::unique_ptr<DCM_STRUCT> Spike()
+{
+  auto image = Constant(5, 5, 90);
+  image->Data->SetValue(2u, 2u, 180);
+  return image;
+}
+
+} // namespace
+
+TEST(IpgStatistic1, OnlyGreyLevelsUpTo2Pow24Count)
+{
+  auto in = Image(2, 2, {16777216, 16777217, 0, 2});
+  IPG_STATISTIC1 op(in.get());
+  ASSERT_TRUE(op.AverageGL());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 16777218.0 / 3.0);
+  ASSERT_TRUE(op.SumOfPixels());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 16777218.0);
+  ASSERT_TRUE(op.MinMaxGL());
+  EXPECT_DOUBLE_EQ(op.GetMin(), 0.0);
+  EXPECT_DOUBLE_EQ(op.GetMax(), 16777216.0);
+  ASSERT_TRUE(op.BasicStats());
+  EXPECT_EQ(op.GetNbPixels(), 3);
+  EXPECT_DOUBLE_EQ(op.GetMax(), 16777216.0);
+}
+
+TEST(IpgStatistic1, RoiSelectsOnlyTheExactRoiValue)
+{
+  auto in = Image(2, 2, {10, 20, 30, 40});
+  auto roi = Image(2, 2, {kRoi, 1, 255, kRoi});
+  IPG_STATISTIC1 op(in.get(), roi.get());
+  ASSERT_TRUE(op.AverageGL());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 25.0);
+  ASSERT_TRUE(op.BasicStats());
+  EXPECT_EQ(op.GetNbPixels(), 2);
+  EXPECT_DOUBLE_EQ(op.GetVariance(), 225.0);
+}
+
+TEST(IpgStatistic1, EmptySelection)
+{
+  auto in = Image(2, 2, {10, 20, 30, 40});
+  auto roi = Constant(2, 2, 255);
+  in->Data->SetPrecision(10);
+  IPG_STATISTIC1 op(in.get(), roi.get());
+  ASSERT_TRUE(op.AverageGL());
+  EXPECT_DOUBLE_EQ(op.GetResult(), -0.1); // the -1.0 is scaled too
+  ASSERT_TRUE(op.SumOfPixels());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 0.0);
+  ASSERT_TRUE(op.MinMaxGL());
+  EXPECT_DOUBLE_EQ(op.GetMin(), 1677721.7);
+  EXPECT_DOUBLE_EQ(op.GetMax(), -1677721.5);
+  EXPECT_FALSE(op.BasicStats());
+  EXPECT_DOUBLE_EQ(op.GetVariance(), 0.0); // computed, so queries do not retry
+  EXPECT_FALSE(op.NumberOfPixels());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 0.0);
+}
+
+TEST(IpgStatistic1, PrecisionDividesEachResultOnce)
+{
+  auto in = Image(2, 2, {10, 20, 30, 40});
+  in->Data->SetPrecision(10);
+  IPG_STATISTIC1 op(in.get());
+  ASSERT_TRUE(op.BasicStats());
+  EXPECT_DOUBLE_EQ(op.GetMean(), 2.5);
+  EXPECT_DOUBLE_EQ(op.GetVariance(), 12.5); // 125 / 10, not / 100
+  EXPECT_DOUBLE_EQ(op.GetStdDev(), std::sqrt(125.0) / 10.0);
+  EXPECT_DOUBLE_EQ(op.GetMin(), 1.0);
+  EXPECT_DOUBLE_EQ(op.GetMax(), 4.0);
+  ASSERT_TRUE(op.AverageGL());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 2.5);
+}
+
+TEST(IpgStatistic1, ConstantImageWarnsAndStillSucceeds)
+{
+  MessageCapture capture;
+  auto in = Constant(3, 3, 7);
+  IPG_STATISTIC1 op(in.get());
+  EXPECT_TRUE(op.BasicStats());
+  ASSERT_EQ(capture.Texts.size(), 1u);
+  EXPECT_EQ(capture.Texts[0], "problème : variance négative");
+  EXPECT_EQ(capture.Captions[0], "Information");
+  EXPECT_DOUBLE_EQ(op.GetVariance(), 0.0);
+  EXPECT_DOUBLE_EQ(op.GetStdDev(), 0.0);
+  EXPECT_DOUBLE_EQ(op.GetMean(), 7.0);
+}
+
+TEST(IpgStatistic1, QueriesUseTheCacheUntilANewInput)
+{
+  auto in = Image(2, 2, {10, 20, 30, 40});
+  IPG_STATISTIC1 op(in.get());
+  op.SetTools(9);
+  EXPECT_TRUE(op.Apply());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 10.0);
+  EXPECT_FALSE(op.Apply()); // cached: false, Result still valid
+  EXPECT_DOUBLE_EQ(op.GetResult(), 10.0);
+
+  // A new ROI does not reset the cache, but MinMaxGL rewrites Min behind it.
+  auto roi = Image(2, 2, {0, kRoi, kRoi, 0});
+  op.SetRoi(roi.get());
+  EXPECT_FALSE(op.Variance());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 125.0);
+  ASSERT_TRUE(op.MinMaxGL());
+  EXPECT_FALSE(op.MinGL());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 20.0);
+
+  op.SetImaIn(in.get());
+  EXPECT_TRUE(op.NumberOfPixels());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 2.0);
+  EXPECT_FALSE(op.StdDeviation());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 5.0);
+  op.SetTools(10);
+  EXPECT_FALSE(op.Apply());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 30.0);
+}
+
+TEST(IpgStatistic1, CodesDefaultsAndCopy)
+{
+  auto in = Image(2, 2, {10, 20, 30, 40});
+  IPG_STATISTIC1 op(in.get());
+  EXPECT_EQ(op.GetTools(), 0.0);
+  EXPECT_DOUBLE_EQ(op.GetVariance(), -1.0);
+  for (int unknown : {3, 5, 7, 8, 14, 15, 17, -1}) {
+    op.SetTools(unknown);
+    EXPECT_FALSE(op.Apply()) << unknown;
+  }
+  ASSERT_TRUE(op.BasicStats());
+  op.SetTools(6);
+  IPG_STATISTIC1 copy(op);
+  EXPECT_EQ(copy.GetTools(), 0.0);
+  EXPECT_EQ(copy.GetImaIn(), nullptr);
+  EXPECT_DOUBLE_EQ(copy.GetVariance(), 125.0);
+  EXPECT_DOUBLE_EQ(copy.GetMean(), 25.0);
+
+  IPG_STATISTIC1 none(nullptr);
+  for (int code : {0, 1, 2, 4, 6, 9, 16}) {
+    none.SetTools(code);
+    EXPECT_FALSE(none.Apply()) << code;
+  }
+}
+
+TEST(IpgStatistic1, NoiseMeasuresAgainstTheSmoothedImage)
+{
+  auto in = Spike();
+  IPG_STATISTIC1 op(in.get());
+  op.SetTools(2);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_NEAR(op.GetResult(), std::sqrt(90000.0 / 7200.0), 1e-12);
+  op.SetTools(1);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_NEAR(op.GetResult(), 100.0 * std::sqrt(7200.0 / 9.0) / 100.0, 1e-12);
+
+  ASSERT_TRUE(op.BasicStats());
+  EXPECT_NEAR(op.GetSNR(), std::sqrt(12.5), 1e-12);
+  EXPECT_DOUBLE_EQ(op.GetMean(), 93.6);
+  EXPECT_NEAR(op.GetVariance(), 311.04, 1e-9);
+  EXPECT_EQ(op.GetNbPixels(), 25);
+}
+
+TEST(IpgStatistic1, NoiseMeasuresUnderARoiIncludeTheFrame)
+{
+  auto in = Spike();
+  auto roi = Constant(5, 5, 0);
+  roi->Data->SetValue(2u, 2u, kRoi); // smoothed 100 against 180
+  roi->Data->SetValue(0u, 0u, kRoi); // frame pixel: not smoothed (0) against 90
+  IPG_STATISTIC1 op(in.get(), roi.get());
+  ASSERT_TRUE(op.SignalToNoiseRatio());
+  EXPECT_NEAR(op.GetResult(), std::sqrt(10000.0 / (6400.0 + 8100.0)), 1e-12);
+}
+
+TEST(IpgStatistic1, NoiseMeasureFailures)
+{
+  auto flat = Constant(4, 4, 50);
+  IPG_STATISTIC1 op(flat.get());
+  EXPECT_FALSE(op.SignalToNoiseRatio());
+  EXPECT_DOUBLE_EQ(op.GetResult(), 0.0);
+
+  auto black = Constant(4, 4, 0);
+  IPG_STATISTIC1 dark(black.get());
+  EXPECT_FALSE(dark.EstimateNoisePercent());
+  EXPECT_DOUBLE_EQ(dark.GetResult(), 1.0);
+
+  auto thin = Constant(2, 5, 50); // no interior
+  IPG_STATISTIC1 narrow(thin.get());
+  EXPECT_FALSE(narrow.SignalToNoiseRatio());
+  EXPECT_FALSE(narrow.EstimateNoisePercent());
+}
