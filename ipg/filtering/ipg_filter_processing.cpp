@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 #include "mth/mth_xy_plot.h"
@@ -316,9 +317,12 @@ int IPG_FILTER_PROCESSING::Apply()
   case 506: Nagao_5_x_5(); return 1;
   case 507: return LaplacianGaussian() ? 1 : 0;
   case 508: Chi2(); return 1;
+  case 513: return LeeFilter() ? 1 : 0;
   case 514: return EdgeDetection() ? 1 : 0;
   case 515: return MeanFilter() ? 1 : 0;
-  default: return 0; // 504, 509..513, 516..521: the speckle filters, not in this class yet
+  case 516: return FrostFilter() ? 1 : 0;
+  case 517: return KuanFilter() ? 1 : 0;
+  default: return 0; // 504, 509..512, 518..521: the other speckle filters, not in this class yet
   }
 }
 
@@ -989,4 +993,192 @@ bool IPG_FILTER_PROCESSING::Chi2()
     }
   RecomputeExtremes(ImaOut);
   return ApplyModeToOutImage();
+}
+
+// --- Adaptive local-statistics speckle filters: Lee, Kuan, Frost ---
+//
+// Their shared frame: the input is copied into a work array and into the
+// output; each pass over the inner pixels steps the progress window with the
+// 1-based pass number. Neither the ROI nor the output mode applies, and the
+// output's extremes are left as they are: hosts re-measure them when they need to.
+
+namespace {
+
+constexpr const char* kLabelLee = "LEE FILTER";
+constexpr const char* kLabelKuan = "KUAN FILTER";
+constexpr const char* kLabelFrost = "FROST FILTER";
+constexpr double kNinth = 1.0 / 9.0;
+constexpr double kFrostDefaultDamping = 1.0;
+
+// Mean and population variance of the 3x3 neighbourhood around work[idx].
+template <typename T>
+void LocalMoments3x3(const T* work, std::size_t idx, int cols, double& mean, double& variance)
+{
+  double values[9];
+  int k = 0;
+  for (int dy = -1; dy <= 1; ++dy) {
+    const T* line = work + idx + static_cast<std::ptrdiff_t>(dy) * cols;
+    for (int dx = -1; dx <= 1; ++dx)
+      values[k++] = static_cast<double>(line[dx]);
+  }
+  double sum = 0.0;
+  for (double v : values)
+    sum += v;
+  mean = sum * kNinth;
+  double squares = 0.0;
+  for (double v : values)
+    squares += (v - mean) * (v - mean);
+  variance = kNinth * squares;
+}
+
+// Lee's weight of the centre, clipped to [0, 1]; a flat neighbourhood keeps its mean.
+double LeeWeight(double localVariance, double noiseVariance)
+{
+  if (localVariance <= 0.0)
+    return 0.0;
+  return std::clamp((localVariance - noiseVariance) / localVariance, 0.0, 1.0);
+}
+
+void WritePixel(DCM_STRUCT* out, std::size_t idx, int value)
+{
+  if (idx < out->Data->GetSize()) // an output of another shape is written as far as it goes
+    out->Data->GetIDataAddress()[idx] = value;
+}
+
+} // namespace
+
+bool IPG_FILTER_PROCESSING::LeeFilter()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return false;
+  }
+  if (ImaIn == nullptr)
+    return false;
+  // The noise variance: that of the whole input, by the basic statistics.
+  IPG_STATISTIC1 statistics(ImaIn);
+  statistics.SetTools(6);
+  statistics.Apply();
+  const double noiseVariance = statistics.GetVariance();
+
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  const std::size_t size = ImaIn->Data->GetSize();
+  const int* src = ImaIn->Data->GetIDataAddress();
+  std::vector<double> work(src, src + size);
+  CopyPixels(src, size, ImaOut);
+
+  const int passes = std::max(0, NbIter);
+  Ipg_Progress progress(kLabelLee, passes);
+  for (int pass = 1; pass <= passes; ++pass) {
+    // In place: each neighbourhood sees the pixels already updated in this pass.
+    for (int row = 1; row < rows - 1; ++row)
+      for (int col = 1; col < cols - 1; ++col) {
+        const std::size_t idx = static_cast<std::size_t>(row) * cols + col;
+        double mean = 0.0, variance = 0.0;
+        LocalMoments3x3(work.data(), idx, cols, mean, variance);
+        const double w = LeeWeight(variance, noiseVariance);
+        work[idx] = (1.0 - w) * mean + w * work[idx];
+      }
+    progress.Step(std::to_string(pass));
+  }
+  for (std::size_t i = 0; i < size; ++i)
+    WritePixel(ImaOut, i, TruncateToInt(work[i]));
+  return true;
+}
+
+bool IPG_FILTER_PROCESSING::KuanFilter()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return false;
+  }
+  if (ImaIn == nullptr)
+    return false;
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  const std::size_t size = ImaIn->Data->GetSize();
+  const int* src = ImaIn->Data->GetIDataAddress();
+  const std::vector<int> work(src, src + size);
+  CopyPixels(src, size, ImaOut);
+
+  const int passes = std::max(0, NbIter);
+  Ipg_Progress progress(kLabelKuan, passes);
+  for (int pass = 1; pass <= passes; ++pass) {
+    // The work array is never updated, so every pass gives the same pixels;
+    // hosts count on the pass count only for the progress they show.
+    for (int row = 1; row < rows - 1; ++row)
+      for (int col = 1; col < cols - 1; ++col) {
+        const std::size_t idx = static_cast<std::size_t>(row) * cols + col;
+        double mean = 0.0, variance = 0.0;
+        LocalMoments3x3(work.data(), idx, cols, mean, variance);
+        // Unclipped, as existing results were computed; a flat neighbourhood keeps its mean.
+        const double w = variance > 0.0 ? 0.5 * (1.0 - mean / variance) : 0.0;
+        WritePixel(ImaOut, idx, TruncateToInt((1.0 - w) * mean + w * work[idx]));
+      }
+    progress.Step(std::to_string(pass));
+  }
+  return true;
+}
+
+bool IPG_FILTER_PROCESSING::FrostFilter()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return false;
+  }
+  if (ImaIn == nullptr)
+    return false;
+  const double damping =
+      std::isfinite(AdaptatifReal) && AdaptatifReal > 0.0 ? AdaptatifReal : kFrostDefaultDamping;
+  // Distance of each window cell (run j, position i) to the window's centre cell.
+  double distance[25];
+  for (int j = 0; j < 5; ++j)
+    for (int i = 0; i < 5; ++i)
+      distance[j * 5 + i] = std::sqrt(static_cast<double>((i - 2) * (i - 2) + (j - 2) * (j - 2)));
+
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  const std::size_t size = ImaIn->Data->GetSize();
+  const int* src = ImaIn->Data->GetIDataAddress();
+  std::vector<int> work(src, src + size);
+  CopyPixels(src, size, ImaOut);
+
+  const int passes = std::max(0, NbIter);
+  Ipg_Progress progress(kLabelFrost, passes);
+  for (int pass = 1; pass <= passes; ++pass) {
+    for (int row = 2; row < rows - 2; ++row)
+      for (int col = 2; col < cols - 2; ++col) {
+        // The mean filter's sheared window, written one column left of the visit.
+        const std::ptrdiff_t w = static_cast<std::ptrdiff_t>(row) * cols + col - 1;
+        double values[25];
+        double sum = 0.0;
+        for (int dr = -2; dr <= 2; ++dr) {
+          const int* run = work.data() + RunStart(w, dr, cols);
+          for (int k = 0; k < 5; ++k) {
+            values[(dr + 2) * 5 + k] = run[k];
+            sum += run[k];
+          }
+        }
+        const double mean = sum * 0.04;
+        double squares = 0.0;
+        for (double v : values)
+          squares += (v - mean) * (v - mean);
+        const double variance = squares * 0.04;
+        // Squared coefficient of variation; a window of mean 0 is averaged evenly.
+        const double spread = mean != 0.0 ? variance / (mean * mean) : 0.0;
+        double weighted = 0.0, weights = 0.0;
+        for (int k = 0; k < 25; ++k) {
+          const double weight = std::exp(-damping * spread * distance[k]);
+          weighted += weight * values[k];
+          weights += weight;
+        }
+        // The centre cell weighs exp(0) = 1, so weights is never 0.
+        const int value = TruncateToInt(weighted / weights);
+        work[w] = value;
+        WritePixel(ImaOut, static_cast<std::size_t>(w), value);
+      }
+    progress.Step(std::to_string(pass));
+  }
+  return true;
 }

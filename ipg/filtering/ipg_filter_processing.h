@@ -18,8 +18,10 @@ class DCM_STRUCT;
 //   506 Nagao_5_x_5                    507 LaplacianGaussian
 //   508 Chi2                           514 EdgeDetection
 //   515 MeanFilter
-// The speckle and adaptive filters - 504 (AdaptativeDenoise, then the 505
-// chain), 509 to 513 and 516 to 521 - are not part of this class yet: their
+//   513 LeeFilter                      516 FrostFilter
+//   517 KuanFilter
+// The other speckle and adaptive filters - 504 (AdaptativeDenoise, then the 505
+// chain), 509 to 512 and 518 to 521 - are not part of this class yet: their
 // Apply() branches return 0 with no message until they are added in place.
 //
 // Apply() returns 0 without an output image; when the output's column count and
@@ -89,6 +91,36 @@ public:
   // Chi-square distance between each pixel's local grey-level histogram and
   // the image's histogram; fills the output and GetChi2InFloat() (see the source).
   bool Chi2();
+
+  // Adaptive local-statistics speckle filters. Each copies the input into the
+  // output, makes NbIter passes (progress "LEE FILTER", "KUAN FILTER", "FROST
+  // FILTER", one step per pass) and ignores the ROI; the output mode is not
+  // applied and the output's stored extremes are left as they are.
+  //
+  // Lee (J.-S. Lee, "Digital image enhancement and noise filtering by use of
+  // local statistics", IEEE PAMI 2(2), 1980): over rows and columns 1..n-2, in
+  // place, each pixel becomes (1 - w) m + w x with m, v the mean and variance of
+  // its 3x3 neighbourhood, w = (v - s2) / v clipped to [0, 1], and s2 the
+  // variance of the whole input (IPG_STATISTIC1, code 6). Truncated at the end.
+  bool LeeFilter();
+  // Kuan: over rows and columns 1..n-2, (1 - w) m + w x with w = 0.5 (1 - m / v),
+  // not clipped (0 on a flat neighbourhood), truncated toward zero. The
+  // neighbourhoods are read from the unchanged input, so every pass gives the
+  // same output.
+  bool KuanFilter();
+  // Frost (V. S. Frost, J. A. Stiles, K. S. Shanmugan, J. C. Holtzman, "A model
+  // for radar images and its application to adaptive digital filtering of
+  // multiplicative noise", IEEE PAMI 4(2), 1982): over the mean filter's sheared
+  // 5x5 window, written one column left of the visited position and updated in
+  // place like it, each pixel becomes sum(k_i x_i) / sum(k_i) truncated, with
+  // k_i = exp(-K * (variance / mean^2) * d_i), d_i the distance of the cell to
+  // the window's centre cell and variance / mean^2 the window's squared
+  // coefficient of variation (0 for a window of mean 0). Flat areas keep their
+  // value; the stronger the local variation, the more the centre dominates, so
+  // edges stay sharp. K, the damping factor, is the real of
+  // SetAdaptatifFiltreParameters; 0 (the default), a negative or a non-finite
+  // value selects K = 1.
+  bool FrostFilter();
 
   // Parameter setters are const: hosts configure the operator through const references.
   void SetGradientFlagDirection(bool flag) const { GradientFlagDirection = flag; }
