@@ -4,6 +4,7 @@
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 #include "ipg/arithmetic/ipg_change_dynamic.h"
+#include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/filtering/ipg_morpho_processing.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
@@ -44,6 +45,7 @@ bool ForHeldClass(int type, Action&& action)
   case kIpgClassStatistic2: return action(Held<kIpgClassStatistic2, IPG_STATISTIC2>{});
   case kIpgClassArithmetic1: return action(Held<kIpgClassArithmetic1, IPG_ARITHMETIC1>{});
   case kIpgClassArithmetic2: return action(Held<kIpgClassArithmetic2, IPG_ARITHMETIC2>{});
+  case kIpgClassFilterProcessing: return action(Held<kIpgClassFilterProcessing, IPG_FILTER_PROCESSING>{});
   case kIpgClassTransformation: return action(Held<kIpgClassTransformation, IPG_TRANSFORMATION>{});
   case kIpgClassMorphoProcessing: return action(Held<kIpgClassMorphoProcessing, IPG_MORPHO_PROCESSING>{});
   case kIpgClassFftOneInput: return action(Held<kIpgClassFftOneInput, IPG_FFT_ONE_INPUT>{});

@@ -4,6 +4,7 @@
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 #include "ipg/arithmetic/ipg_change_dynamic.h"
+#include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/filtering/ipg_morpho_processing.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
@@ -250,6 +251,13 @@ TEST(Container, EveryHeldClassRunsAsItsOperatorWithMode302)
   twoImages.SetThresholdMax(30);
   ExpectContainerRunsLikeTheOperator(kIpgClassArithmetic2, twoImages, 303, in.get(), second.get());
   ExpectContainerRunsLikeTheOperator(kIpgClassArithmetic2, twoImages, 305, in.get(), second.get(), roi.get());
+
+  IPG_FILTER_PROCESSING filter(in.get());
+  filter.SetLaplacianGaussianSize(5);
+  filter.SetLaplacianGaussianSigma(0.8);
+  filter.setWaitbarVisible(false);
+  ExpectContainerRunsLikeTheOperator(kIpgClassFilterProcessing, filter, 507, in.get());
+  ExpectContainerRunsLikeTheOperator(kIpgClassFilterProcessing, filter, 515, in.get(), nullptr, roi.get());
 
   IPG_TRANSFORMATION transformation(in.get());
   transformation.SetenX(2.0);
