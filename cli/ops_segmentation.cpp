@@ -2,6 +2,7 @@
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
+#include "ipg/segmentation/ipg_region.h"
 #include "ipg/segmentation/ipg_roi.h"
 
 #include <sstream>
@@ -157,6 +158,28 @@ const bool convertRegistered = [] {
     if (!outcome.images.empty())
       outcome.results.Set("Contours", ContoursJson(outcome.images[0].second.get()));
   });
+  return Cli_Register(std::move(table));
+}();
+
+const bool regionRegistered = [] {
+  auto table = std::make_unique<CliOperatorTable<IPG_REGION>>(
+      "IPG_REGION", "seeded region growing: fixed range, variance-controlled widening, local statistics",
+      [](const CliImages& im) { return std::make_unique<IPG_REGION>(im.in); });
+  table->Code(900, "FillRangeInImage").Code(901, "ManageRegionGrowingSegmentation").Code(902, "CustomFill");
+  table->ParamFn("Seed", "x,y", "seed column and row", [](IPG_REGION& op, const std::string& text) {
+    const MTH_2D_INTEGER seed = ParsePoint("Seed", text);
+    op.SetSeed(seed.GetX(), seed.GetY());
+  });
+  table->Param("MinGL", &IPG_REGION::SetMinGL, "lowest accepted grey value");
+  table->Param("MaxGL", &IPG_REGION::SetMaxGL, "highest accepted grey value");
+  table->Param("Connectedness", &IPG_REGION::SetConnectedness, "401 sides, 402 diagonals, 403 all eight");
+  table->Param("Tolerance", &IPG_REGION::SetTolerance, "stopping threshold of the automatic modes (20)");
+  table->Param("CheckIterative", &IPG_REGION::SetCheckIterative, "stored only");
+  table->Result("MinGL", &IPG_REGION::GetMinGL).Result("MaxGL", &IPG_REGION::GetMaxGL);
+  table->Result("XSeed", &IPG_REGION::GetXSeed).Result("YSeed", &IPG_REGION::GetYSeed);
+  table->Result("Tolerance", &IPG_REGION::GetTolerance).Result("RegionCount", &IPG_REGION::GetRegionCount);
+  table->Result("RegionMean", &IPG_REGION::GetRegionMean).Result("RegionDeviation", &IPG_REGION::GetRegionDeviation);
+  table->Output("out", [](IPG_REGION& op, DCM_STRUCT* out) { op.SetImaOut(out); });
   return Cli_Register(std::move(table));
 }();
 

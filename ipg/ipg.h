@@ -38,6 +38,7 @@
 #include "ipg/segmentation/ipg_connected_component.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
+#include "ipg/segmentation/ipg_region.h"
 #include "ipg/segmentation/ipg_roi.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"

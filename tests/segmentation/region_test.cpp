@@ -1,0 +1,280 @@
+#include "ipg/segmentation/ipg_region.h"
+
+#include "dcm/dcm_struct.h"
+#include "segmentation_images.h"
+#include "support/message_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+
+#include <functional>
+#include <random>
+
+namespace {
+
+constexpr int kSet = 16777217;
+
+// Runs work on a thread with the given stack size and waits for it.
+void RunWithStack(std::size_t bytes, std::function<void()> work)
+{
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  ASSERT_EQ(pthread_attr_setstacksize(&attr, bytes), 0);
+  pthread_t thread;
+  auto body = [](void* arg) -> void* {
+    (*static_cast<std::function<void()>*>(arg))();
+    return nullptr;
+  };
+  ASSERT_EQ(pthread_create(&thread, &attr, body, &work), 0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attr);
+}
+
+// The recursive fill as first written, as a reference for the explicit stack.
+struct RecursiveFill {
+  std::vector<int> work;
+  int cols = 0, rows = 0, minGL = 0, maxGL = 0, first = 0, step = 1;
+  int depth = 0, count = 0;
+  const DCM_STRUCT* roi = nullptr;
+  static constexpr int kDx[8] = {-1, -1, 0, 1, 1, 1, 0, -1};
+  static constexpr int kDy[8] = {0, 1, 1, 1, 0, -1, -1, -1};
+
+  void Visit(int x, int y)
+  {
+    if (roi != nullptr && roi->Data->GetValue(x, y) == 0)
+      return;
+    if (++depth >= 32000)
+      return;
+    ++count;
+    work[y * cols + x] = kSet;
+    for (int k = first; k < 8; k += step) {
+      const int nx = x + kDx[k], ny = y + kDy[k];
+      if (ny >= 0 && ny < rows && nx >= 0 && nx < cols && minGL <= work[ny * cols + nx] && work[ny * cols + nx] <= maxGL)
+        Visit(nx, ny);
+    }
+    --depth;
+  }
+};
+
+struct Grown {
+  std::vector<std::string> mask;
+  int count;
+};
+
+Grown GrowRecursively(const DCM_STRUCT& in, int x, int y, int minGL, int maxGL, int connectedness,
+                      const DCM_STRUCT* roi = nullptr)
+{
+  RecursiveFill fill;
+  fill.cols = static_cast<int>(in.GetNbOfCols());
+  fill.rows = static_cast<int>(in.GetNbOfRows());
+  fill.work.assign(in.Data->GetIDataAddress(), in.Data->GetIDataAddress() + in.Data->GetSize());
+  fill.minGL = minGL;
+  fill.maxGL = maxGL;
+  fill.first = connectedness == 402 ? 1 : 0;
+  fill.step = connectedness == 403 ? 1 : 2;
+  fill.roi = roi;
+  const int seedValue = in.Data->GetValue(x, y);
+  if (minGL <= seedValue && seedValue <= maxGL)
+    RunWithStack(std::size_t{1} << 30, [&] { fill.Visit(x, y); });
+  DCM_STRUCT out(in.GetNbOfCols(), in.GetNbOfRows());
+  for (int r = 0; r < fill.rows; ++r)
+    for (int c = 0; c < fill.cols; ++c)
+      out.Data->SetValue(c, r, fill.work[r * fill.cols + c] == kSet ? kSet : 0);
+  return {TextFromMask(out), fill.count};
+}
+
+Grown Grow(DCM_STRUCT& in, int x, int y, int minGL, int maxGL, int connectedness, DCM_STRUCT* roi = nullptr)
+{
+  DCM_STRUCT out(in.GetNbOfCols(), in.GetNbOfRows());
+  IPG_REGION op(&in);
+  op.SetImaOut(&out);
+  op.SetRoi(roi);
+  op.SetSeed(x, y);
+  op.SetMinGL(minGL);
+  op.SetMaxGL(maxGL);
+  op.SetConnectedness(connectedness);
+  op.SetTools(900);
+  EXPECT_TRUE(op.Apply());
+  return {TextFromMask(out), op.GetRegionCount()};
+}
+
+TEST(Region, FillsTheRangeAroundTheSeed)
+{
+  auto in = MaskFromText({"......",
+                          ".XX...",
+                          ".XXX..",
+                          "....X.",
+                          "X....."}, 10, 50);
+  in->Data->SetValue(2u, 2u, 12);
+  DCM_STRUCT out(6, 5);
+  IPG_REGION op(in.get());
+  EXPECT_EQ(op.GetConnectedness(), 403);
+  EXPECT_FLOAT_EQ(op.GetTolerance(), 20.0f);
+  op.SetImaOut(&out);
+  op.SetSeed(1, 1);
+  op.SetMinGL(10);
+  op.SetMaxGL(12);
+  op.SetTools(900);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(TextFromMask(out), (std::vector<std::string>{"......", ".XX...", ".XXX..", "....X.", "......"}));
+  EXPECT_EQ(op.GetRegionCount(), 6);
+  EXPECT_DOUBLE_EQ(op.GetRegionMean(), 62.0 / 6);
+  EXPECT_NEAR(op.GetRegionVariance(), (5 * 100 + 144) / 6.0 - (62.0 / 6) * (62.0 / 6), 1e-9);
+  EXPECT_EQ(op.GetRegionSumOfSquares(), 644);
+
+  op.SetMinGL(11); // the seed value 10 is out of range: nothing grows
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(op.GetRegionCount(), 0);
+  EXPECT_EQ(out.Data->GetValue(1u, 1u), 0);
+}
+
+TEST(Region, ConnectednessChoosesTheDirections)
+{
+  auto line = MaskFromText({".....", "XXXXX", "....."}, 10, 0);
+  EXPECT_EQ(Grow(*line, 2, 1, 10, 10, 402).count, 1);
+  EXPECT_EQ(Grow(*line, 2, 1, 10, 10, 401).count, 5);
+  auto diagonal = MaskFromText({"X...", ".X..", "..X.", "...X"}, 10, 0);
+  EXPECT_EQ(Grow(*diagonal, 0, 0, 10, 10, 401).count, 1);
+  EXPECT_EQ(Grow(*diagonal, 0, 0, 10, 10, 402).count, 4);
+  EXPECT_EQ(Grow(*diagonal, 0, 0, 10, 10, 403).count, 4);
+}
+
+TEST(Region, RoiZerosStopTheFill)
+{
+  auto in = MaskFromText({"XXXXX"}, 10, 0);
+  auto roi = MaskFromText({"XX.XX"}, 1, 0);
+  EXPECT_EQ(Grow(*in, 0, 0, 10, 10, 403, roi.get()).mask, (std::vector<std::string>{"XX..."}));
+}
+
+TEST(Region, ApplyReportsSuccessForItsCodesOnly)
+{
+  auto in = MaskFromText({"XX"}, 5, 5);
+  DCM_STRUCT out(2, 1);
+  IPG_REGION op(in.get());
+  op.SetImaOut(&out);
+  op.SetConnectedness(404);
+  op.SetTools(900);
+  EXPECT_FALSE(op.Apply());
+  op.SetConnectedness(401);
+  op.SetTools(903);
+  EXPECT_FALSE(op.Apply());
+  op.SetTools(901); // uniform image: the widening has nothing to try
+  EXPECT_FALSE(op.VarianceControlRegionGrowing());
+  EXPECT_TRUE(op.Apply());
+  op.SetTools(902);
+  EXPECT_TRUE(op.Apply());
+  IPG_REGION none(nullptr);
+  EXPECT_FALSE(none.Apply());
+  EXPECT_FALSE(none.FillRangeInImage());
+}
+
+TEST(Region, TakenPixelsAreAcceptedAgainAboveTheMark)
+{
+  DCM_STRUCT in(4, 4);
+  in.Data->Init(3.0);
+  const Grown expected = GrowRecursively(in, 1, 1, 0, kSet, 403);
+  const Grown grown = Grow(in, 1, 1, 0, kSet, 403);
+  EXPECT_EQ(grown.count, expected.count);
+  EXPECT_EQ(grown.count, 31999); // refilled until the depth limit
+}
+
+TEST(Region, ExplicitStackMatchesTheRecursiveFill)
+{
+  std::mt19937 random(99);
+  for (int trial = 0; trial < 12; ++trial) {
+    const unsigned cols = 150 + random() % 120, rows = 150 + random() % 120;
+    DCM_STRUCT in(cols, rows);
+    std::bernoulli_distribution dark(trial < 3 ? 0.0 : 0.15 + 0.03 * trial);
+    for (unsigned r = 0; r < rows; ++r)
+      for (unsigned c = 0; c < cols; ++c)
+        in.Data->SetValue(c, r, dark(random) ? 1 : static_cast<int>(10 + random() % 3));
+    const int connectedness = 401 + trial % 3;
+    const int x = static_cast<int>(random() % cols), y = static_cast<int>(random() % rows);
+    const Grown expected = GrowRecursively(in, x, y, 10, 12, connectedness);
+    const Grown grown = Grow(in, x, y, 10, 12, connectedness);
+    ASSERT_EQ(grown.count, expected.count) << "trial " << trial;
+    ASSERT_EQ(grown.mask, expected.mask) << "trial " << trial;
+  }
+}
+
+TEST(Region, LargeFillRunsOnASmallStack)
+{
+  DCM_STRUCT in(600, 600);
+  in.Data->Init(7.0);
+  const int onMainThread = Grow(in, 300, 300, 7, 7, 403).count;
+  int onSmallStack = -1;
+  RunWithStack(256 * 1024, [&] {
+    DCM_STRUCT out(600, 600);
+    IPG_REGION op(&in);
+    op.SetImaOut(&out);
+    op.SetSeed(300, 300);
+    op.SetMinGL(7);
+    op.SetMaxGL(7);
+    op.SetTools(900);
+    op.Apply();
+    onSmallStack = op.GetRegionCount();
+  });
+  EXPECT_EQ(onSmallStack, onMainThread);
+  EXPECT_GT(onSmallStack, 32000);
+}
+
+TEST(Region, VarianceControlStopsBeforeTheRing)
+{
+  // A 5 x 5 core of 100 inside a ring of 200 on a background of 0.
+  DCM_STRUCT in(9, 9);
+  for (unsigned r = 1; r < 8; ++r)
+    for (unsigned c = 1; c < 8; ++c)
+      in.Data->SetValue(c, r, r >= 2 && r <= 6 && c >= 2 && c <= 6 ? 100 : 200);
+  DCM_STRUCT out(9, 9);
+  IPG_REGION op(&in);
+  op.SetImaOut(&out);
+  op.SetSeed(4, 4);
+  ASSERT_TRUE(op.VarianceControlRegionGrowing());
+  // Tolerance: 20 sigma of the positive pixels (mean 7300/49, mean square 1210000/49).
+  const double mean = 7300.0 / 49;
+  EXPECT_NEAR(op.GetTolerance(), 20.0 * std::sqrt(1210000.0 / 49 - mean * mean), 1e-2);
+  EXPECT_EQ(op.GetMinGL(), 100);
+  EXPECT_EQ(op.GetMaxGL(), 199);
+  EXPECT_EQ(op.GetRegionCount(), 25);
+  EXPECT_EQ(out.Data->GetValue(1u, 1u), 0);
+  EXPECT_EQ(out.Data->GetValue(2u, 2u), kSet);
+}
+
+TEST(Region, CustomFillByVarianceMovesTheSeedToAnInRangePixel)
+{
+  DCM_STRUCT in(30, 30);
+  in.Data->Init(100.0);
+  in.Data->SetValue(15u, 15u, 300);
+  for (unsigned r = 0; r < 30; ++r)
+    in.Data->SetValue(25u, r, 1000);
+  DCM_STRUCT out(30, 30);
+  IPG_REGION op(&in);
+  op.SetImaOut(&out);
+  op.SetSeed(15, 15);
+  ASSERT_TRUE(op.CustomFillByVariance(2.5f));
+  EXPECT_EQ(op.GetXSeed(), 9); // the leftmost in-range column of the scan
+  EXPECT_EQ(op.GetSeedValue(), 101);
+  EXPECT_EQ(op.GetRegionCount(), 25 * 30 - 1);
+  EXPECT_EQ(out.Data->GetValue(25u, 3u), 0);
+}
+
+TEST(Region, CustomFillNearTheEdgeReadsOnlyTheImage)
+{
+  DCM_STRUCT in(12, 12);
+  for (unsigned r = 0; r < 12; ++r)
+    for (unsigned c = 0; c < 12; ++c)
+      in.Data->SetValue(c, r, static_cast<int>(50 + (c + r) % 3));
+  DCM_STRUCT out(12, 12);
+  IPG_REGION op(&in);
+  op.SetImaOut(&out);
+  op.SetSeed(0, 0);
+  op.SetTools(902);
+  ASSERT_TRUE(op.Apply());
+  // The 14 x 14 block clipped to rows and columns 0..6: 49 pixels of 50..52.
+  EXPECT_GT(op.GetRegionCount(), 0);
+  op.SetSeed(-20, 40); // far outside: no statistics, nothing grows
+  EXPECT_FALSE(op.CustomFillByVariance(2.5f));
+}
+
+} // namespace
