@@ -25,6 +25,14 @@ IPG_STATISTIC1::IPG_STATISTIC1(DCM_STRUCT* in, DCM_STRUCT* roi)
   SetDefaultParameters();
 }
 
+IPG_STATISTIC1::IPG_STATISTIC1(DCM_STRUCT* in, std::string name)
+{
+  ImaIn = in;
+  Roi = in != nullptr ? in->GetObjectsList()->GetBinaryImage(name) : nullptr;
+  SetDefaultParameters();
+  OwnsRoi = true;
+}
+
 IPG_STATISTIC1::IPG_STATISTIC1(const IPG_STATISTIC1& source) : IPG_ONE_INPUT_NO_OUTPUT()
 {
   Min = source.Min;

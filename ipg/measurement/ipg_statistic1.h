@@ -2,6 +2,8 @@
 
 #include "ipg/framework/ipg_one_input_no_output.h"
 
+#include <string>
+
 // First-order statistics and noise estimates of one image, optionally restricted
 // to a ROI image. A pixel counts when its raw value is at most 16777216 and, with a
 // ROI image, when the ROI value at the same place is exactly 16777217. When the
@@ -23,6 +25,9 @@ class IPG_STATISTIC1 : public IPG_ONE_INPUT_NO_OUTPUT {
 public:
   explicit IPG_STATISTIC1(DCM_STRUCT* in);
   IPG_STATISTIC1(DCM_STRUCT* in, DCM_STRUCT* roi);
+  // The ROI is the filled mask of the input's contour object of that name
+  // (OBJ_OBJECTS_LIST::GetBinaryImage), built here and deleted with the operator.
+  IPG_STATISTIC1(DCM_STRUCT* in, std::string name);
   // Copies the statistics only: the images and Tools take their defaults, and
   // the copy never owns a ROI image.
   IPG_STATISTIC1(const IPG_STATISTIC1& source);
