@@ -1,0 +1,173 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+class DCM_STRUCT;
+
+// Cores of the ultrasound despeckling filters of IPG_FILTER_PROCESSING.
+//
+// Every pass reads a cols x rows row-major image of reals (in) and writes the
+// filtered image into out (same size, a different buffer): the passes are
+// Jacobi steps, so the result does not depend on the visiting order. Windows
+// are clipped to the image, so every pixel is filtered, the borders included.
+// A window "side" is its odd width; "half" is side / 2.
+//
+// Speckle is modelled as multiplicative (Goodman, "Speckle Phenomena in
+// Optics", 2007): in a homogeneous region the grey level's coefficient of
+// variation (standard deviation / mean) is a constant Cu of the image, which
+// Ipg_SpeckleCu2 estimates.
+
+// Local mean and population variance of the (2 half + 1)^2 window around every
+// pixel, clipped to the image; summed-area tables, so any window costs the same.
+void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vector<double>& mean,
+                      std::vector<double>& variance);
+
+// Squared speckle coefficient of variation Cu^2: the median, over the pixels
+// whose local mean is positive, of the local variance / mean^2 in windows of
+// the given half size. The median of the local statistic is the estimator of
+// Aja-Fernandez and Alberola-Lopez (IEEE TIP 15(9), 2006): homogeneous areas
+// dominate an ultrasound image, so edges do not move it. 0 for an image
+// without a positive local mean.
+double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half);
+
+// Squeeze box filter, one iteration (P. C. Tay, S. T. Acton, J. A. Hossack,
+// "A stochastic approach to ultrasound despeckling", Proc. IEEE ISBI 2006,
+// 221-224): a pixel that is a strict local extremum of its window (above
+// every other value of the window, or below every one) is replaced by the mean
+// of the other values of the window; every other pixel is kept.
+// Repeated, the outliers are squeezed toward the local mean while monotone
+// structures (edges) are never moved.
+void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half);
+
+// Weighted squeeze box filter, one iteration (P. C. Tay, C. D. Garson,
+// S. T. Acton, J. A. Hossack, "Ultrasound despeckling for contrast
+// enhancement", IEEE TIP 19(7), 2010, 1847-1860): the same extremum test, but
+// the replacement is a weighted mean of the other values of the window whose
+// weights fall with the distance to the window's mean m in units of its
+// standard deviation s: w = exp(-(x - m)^2 / (2 s^2)). Neighbours that are
+// themselves outliers (other speckle peaks, the far side of an edge) count
+// less, so the squeeze converges faster and blurs edges less than the plain SBF.
+void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half);
+
+// Squeeze box filter with a dynamically varying window, one iteration. The
+// extremum test is that of the SBF on the 3x3 window; an extremum is replaced
+// by the mean of the largest window, from 3x3 up to 2 maxHalf + 1, that is
+// still homogeneous: a window is homogeneous while its coefficient of
+// variation squared stays at most factor^2 Cu^2 (the adaptive-window rule of
+// M. Park, W. Song, W. Pearlman, "Speckle filtering of SAR images based on
+// adaptive windowing", IEE Proc. Vision Image Signal Process. 146(4), 1999).
+// Flat speckle gets wide windows, edges and small structures 3x3 ones.
+void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2);
+
+// Speckle reducing anisotropic diffusion, one explicit step of time step dt
+// (Y. Yu, S. T. Acton, "Speckle reducing anisotropic diffusion", IEEE TIP
+// 11(11), 2002, 1260-1270), with the discretisation of the paper: the
+// instantaneous coefficient of variation
+//   q^2 = (|grad I|^2 / (2 I^2) - (lap I)^2 / (16 I^2)) / (1 + lap I / (4 I))^2
+// from one-sided differences and the 4-neighbour Laplacian, the diffusion
+// coefficient c = 1 / (1 + (q^2 - q0^2) / (q0^2 (1 + q0^2))) clipped to [0, 1],
+// and I += dt / 4 (c_E dE + c dW + c_S dS + c dN) (d: neighbour minus centre).
+// Mirror (zero-flux) boundaries. q0sq is the speckle scale q0^2.
+void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq);
+
+// Detail preserving anisotropic diffusion, one step (S. Aja-Fernandez,
+// C. Alberola-Lopez, "On the estimation of the coefficient of variation for
+// anisotropic diffusion speckle filtering", IEEE TIP 15(9), 2006,
+// 2694-2701): SRAD's scheme, but the coefficient of variation C_I^2 is the
+// local variance / mean^2 over a (2 half + 1)^2 window, and the diffusion
+// coefficient is the Kuan filter's c = (1 + 1 / C_I^2) / (1 + 1 / Cu^2),
+// clipped to [0, 1] (1 where C_I is 0). cu2 is the noise Cu^2.
+void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2);
+
+// Adaptive weighted median filter, one iteration (T. Loupas, W. N. McDicken,
+// P. L. Allan, "An adaptive weighted median filter for speckle suppression in
+// medical ultrasonic images", IEEE Trans. Circuits Syst. 36(1), 1989,
+// 129-135): in the (2 half + 1)^2 window, the cell at distance d from the
+// centre weighs w = round(centreWeight - b d var / mean) (local variance and
+// mean of the window; negative weights are 0), and the pixel becomes the
+// weighted median. Homogeneous speckle (low var / mean) gives nearly equal
+// weights, a plain median; edges and bright structures (high var / mean)
+// concentrate the weight on the centre, which is kept.
+void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b);
+
+// The scale b of the AWMF that makes the farthest cell of the window weigh
+// half the centre in a typical speckle area: b = centreWeight / (2 dmax r),
+// where r is the median over the image of the local variance / mean.
+double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight);
+
+// Adaptive-neighbourhood speckle filter, one iteration, after R. M. Rangayyan,
+// M. Ciuc, F. Faghih, "Adaptive-neighborhood filtering of images corrupted by
+// signal-dependent noise", Applied Optics 37(20), 1998, 4477-4487. For every
+// pixel a region is grown from it, 8-connected, breadth first, in the order
+// N, NE, E, SE, S, SW, W, NW: a candidate joins when its deviation from the
+// reference m0 is within k noise standard deviations, |x - m0| <= k sqrt(Cu2) m0
+// (for multiplicative speckle the noise standard deviation at mean m0 is
+// Cu m0), until the region holds maxArea pixels or nothing more joins. The
+// reference m0 is the mean of the seed's 3x3 window rather than the seed
+// itself, so a speckle peak does not grow a region of its own. The pixel then
+// takes the Kuan (linear
+// minimum mean square error) estimate over the region:
+//   x = m + w (centre - m), w = (1 - Cu2 / C2) / (1 + Cu2) clipped to [0, 1],
+// with C2 = var / m^2 of the region: homogeneous regions are replaced by their
+// mean, textured ones keep their detail.
+void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int rows, int maxArea, double k,
+                                   double cu2);
+
+// Adaptive median filter, one iteration (H. Hwang, R. A. Haddad, "Adaptive
+// median filters: new algorithms and results", IEEE TIP 4(4), 1995, 499-502):
+// the window grows from 3x3 to 2 maxHalf + 1 until its median lies strictly
+// between its minimum and maximum; then the pixel is kept when it too lies
+// strictly between them and replaced by the median otherwise (an impulse);
+// at the largest window the median is written (the version of R. C. Gonzalez,
+// R. E. Woods, "Digital Image Processing", 3rd ed., 2008, 5.3.3). A pixel that
+// passes the test is left exactly as it was.
+void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf);
+
+// The frame shared by the despeckling filters of IPG_FILTER_PROCESSING: checks
+// the images and the iteration count (showing the method's message and
+// returning false), copies the input into a working image, opens the progress
+// seam with label and maximum iterations, runs pass(in, out) once per
+// iteration with one progress step each (the 1-based iteration as status),
+// then writes the result into the output's pixel array (rounded to the
+// nearest integer), copying the input where the ROI (when set) is not
+// 16777217 and where the input holds a mark (above 16777216), and recomputes
+// the output's extremes. minSide is the smallest image side the filter needs
+// (its window); a smaller image is refused with the window message.
+struct Ipg_SpeckleJob {
+  DCM_STRUCT* In = nullptr;
+  DCM_STRUCT* Out = nullptr;
+  DCM_STRUCT* Roi = nullptr;
+  int Iterations = 1;
+  std::string Label;  // progress label
+  std::string Method; // "SBF": names the method in the messages
+  int MinSide = 1;
+};
+
+using Ipg_SpecklePass = void (*)(const double* in, double* out, int cols, int rows, const void* context);
+
+// Validation alone: false, with the method's message, when the job cannot run.
+bool Ipg_SpeckleJobValid(const Ipg_SpeckleJob& job);
+// Validation, then the passes; false when validation failed.
+template <typename Pass>
+bool Ipg_RunSpeckleJob(const Ipg_SpeckleJob& job, Pass pass);
+
+// Messages of the family, for a method name such as "SBF".
+std::string Ipg_SpeckleMsgIterations(const std::string& method);
+std::string Ipg_SpeckleMsgWindow(const std::string& method);
+std::string Ipg_SpeckleMsgParameter(const std::string& method);
+inline constexpr const char* kIpgMsgNoInput = "image d'entrée non allouée";
+
+// Internal: the loop behind Ipg_RunSpeckleJob.
+bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const void* context);
+
+template <typename Pass>
+bool Ipg_RunSpeckleJob(const Ipg_SpeckleJob& job, Pass pass)
+{
+  return Ipg_RunSpeckleLoop(
+      job,
+      [](const double* in, double* out, int cols, int rows, const void* context) {
+        (*static_cast<const Pass*>(context))(in, out, cols, rows);
+      },
+      &pass);
+}
