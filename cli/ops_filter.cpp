@@ -69,13 +69,16 @@ void AddGradients(Op& op, const CliImages&, CliRunOutcome& outcome)
 
 const bool registered = [] {
   auto table = std::make_unique<CliOperatorTable<Op>>(
-      "IPG_FILTER_PROCESSING", "convolution, smoothing and edge filters",
+      "IPG_FILTER_PROCESSING", "convolution, smoothing and edge filters, ultrasound despeckling",
       [](const CliImages& im) { return std::make_unique<Op>(im.in, im.roi); });
   table->Code(500, "ApplyFilter (defined kernel)").Code(501, "ApplyFilter (user kernel)");
   table->Code(502, "DericheSmooth").Code(503, "DericheDerivative").Code(505, "MedianFilter, then Nagao_5_x_5");
   table->Code(506, "Nagao_5_x_5").Code(507, "LaplacianGaussian").Code(508, "Chi2");
   table->Code(513, "LeeFilter").Code(514, "EdgeDetection").Code(515, "MeanFilter");
   table->Code(516, "FrostFilter").Code(517, "KuanFilter");
+  table->Code(504, "AdaptativeDenoise, then MedianFilter, then Nagao_5_x_5").Code(509, "SBF");
+  table->Code(510, "N_B_Filter").Code(511, "SRAD").Code(512, "AWMF").Code(518, "SBF_DVW").Code(519, "WSBF");
+  table->Code(520, "ADespeckling").Code(521, "Filtre_Impuls");
   table->ParamFn("DefinedFilter", "integer", "number of the predefined kernel (code 500)",
                  [](Op& op, const std::string& text) { op.SetDefinedFilter(Cli_ParseValue<int>("DefinedFilter", text)); });
   table->ParamFn("UserFilter", "kernel", "user kernel WxH:c1,c2,... row by row (code 501; window of the median)",
@@ -92,8 +95,9 @@ const bool registered = [] {
                  Const<int>("LaplacianGaussianSigmaType", &Op::SetLaplacianGaussianSigmaType));
   table->ParamFn("WaitbarVisible", "bool", "show the median filter's progress",
                  Const<bool>("WaitbarVisible", &Op::setWaitbarVisible));
-  table->ParamFn("NbIter", "integer", "passes of the mean, edge, Lee, Frost and Kuan filters", Const<int>("NbIter", &Op::SetNbIter));
-  table->ParamFn("AdaptatifFiltreParameters", "first,second,real", "parameters of the adaptive filters (the real: Frost damping factor, 0 for 1)",
+  table->ParamFn("NbIter", "integer", "passes of the mean, edge and speckle filters", Const<int>("NbIter", &Op::SetNbIter));
+  table->ParamFn("AdaptatifFiltreParameters", "first,second,real", "speckle filter parameters, 0 = default: window or region size; "
+                 "second integer (AWMF centre weight, AdaptativeDenoise fewest neighbours); real (Frost damping, time step, tolerance)",
                  SetAdaptiveParameters);
   table->ResultFn("DefinedFilterNumber", [](Op& op) { return Json(op.GetDefinedFilterNumber()); });
   table->Output("out", [](Op& op, DCM_STRUCT* out) { op.SetImaOut(out); });

@@ -1,6 +1,7 @@
 #include "ipg/filtering/ipg_filter_processing.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/filtering/ipg_speckle.h"
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/ui/ipg_message.h"
@@ -12,6 +13,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <new>
 #include <optional>
 #include <string>
@@ -322,7 +324,16 @@ int IPG_FILTER_PROCESSING::Apply()
   case 515: return MeanFilter() ? 1 : 0;
   case 516: return FrostFilter() ? 1 : 0;
   case 517: return KuanFilter() ? 1 : 0;
-  default: return 0; // 504, 509..512, 518..521: the other speckle filters, not in this class yet
+  case 504: return RunChain504() ? 1 : 0;
+  case 509: return SBF() ? 1 : 0;
+  case 510: return N_B_Filter() ? 1 : 0;
+  case 511: return SRAD() ? 1 : 0;
+  case 512: return AWMF() ? 1 : 0;
+  case 518: return SBF_DVW() ? 1 : 0;
+  case 519: return WSBF() ? 1 : 0;
+  case 520: return ADespeckling() ? 1 : 0;
+  case 521: return Filtre_Impuls() ? 1 : 0;
+  default: return 0;
   }
 }
 
@@ -1181,4 +1192,292 @@ bool IPG_FILTER_PROCESSING::FrostFilter()
     progress.Step(std::to_string(pass));
   }
   return true;
+}
+
+// ---------------------------------------------------------------------------
+// Ultrasound despeckling: thin wrappers over ipg/filtering/ipg_speckle.h.
+
+namespace {
+
+constexpr const char* kLabelAdaptive = "filtrage adaptatif";
+constexpr const char* kLabelSbf = "filtrage SBF";
+constexpr const char* kLabelNeighbourhood = "Ultrasound Images Filter";
+constexpr const char* kLabelSrad = "Speckle Reducing Anisotropic Diffusion";
+constexpr const char* kLabelAwmf = "Adaptative Weighted Median Filter";
+constexpr const char* kLabelSbfDvw = "SBF-DVW (using Dynamically Varying Window)";
+constexpr const char* kLabelWsbf = "Weighted Squeeze Box Filter (WSBF)";
+constexpr const char* kLabelDespeckling = "ADAPTATIVE DESPECKLING";
+// The impulse filter shows the squeeze box label: hosts match on it.
+constexpr const char* kLabelImpulse = "filtrage SBF";
+
+// Half-width of the speckle-level windows (5x5).
+constexpr int kSpeckleHalf = 2;
+
+int OrDefault(int value, int fallback) { return value == 0 ? fallback : value; }
+double OrDefault(double value, double fallback) { return value == 0.0 ? fallback : value; }
+
+// An odd, positive window side; otherwise the window message.
+bool WindowSideValid(int side, const char* method)
+{
+  if (side >= 1 && side % 2 == 1)
+    return true;
+  Ipg_Inform(Ipg_SpeckleMsgWindow(method));
+  return false;
+}
+
+bool ParameterValid(bool valid, const char* method)
+{
+  if (!valid)
+    Ipg_Inform(Ipg_SpeckleMsgParameter(method));
+  return valid;
+}
+
+} // namespace
+
+bool IPG_FILTER_PROCESSING::RunChain504()
+{
+  if (!AdaptativeDenoise())
+    return false;
+  // The median and the Nagao filter continue from the denoised image.
+  DCM_STRUCT denoised(*ImaOut, true);
+  DCM_STRUCT* input = ImaIn;
+  ImaIn = &denoised;
+  const bool median = RunChain505();
+  ImaIn = input;
+  return median;
+}
+
+bool IPG_FILTER_PROCESSING::SBF()
+{
+  const int side = OrDefault(AdaptatifFirst, 3);
+  if (!WindowSideValid(side, "SBF"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbf, "SBF", side},
+                           [half = side / 2](const double* in, double* out, int cols, int rows) {
+                             Ipg_SbfPass(in, out, cols, rows, half);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::WSBF()
+{
+  const int side = OrDefault(AdaptatifFirst, 3);
+  if (!WindowSideValid(side, "WSBF"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelWsbf, "WSBF", side},
+                           [half = side / 2](const double* in, double* out, int cols, int rows) {
+                             Ipg_WsbfPass(in, out, cols, rows, half);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::SBF_DVW()
+{
+  const int side = OrDefault(AdaptatifFirst, 7);
+  const double factor = OrDefault(AdaptatifReal, 1.5);
+  if (!WindowSideValid(side, "SBF_DVW") || !ParameterValid(factor > 0.0, "SBF_DVW"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbfDvw, "SBF_DVW", side},
+                           [half = side / 2, factor](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
+                             Ipg_SbfDvwPass(in, out, cols, rows, half, factor, cu2);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::SRAD()
+{
+  const double dt = OrDefault(AdaptatifReal, 0.2);
+  if (!ParameterValid(dt > 0.0 && dt <= 1.0, "SRAD"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSrad, "SRAD", 1},
+                           [dt](const double* in, double* out, int cols, int rows) {
+                             const double q0sq = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
+                             Ipg_SradPass(in, out, cols, rows, dt, q0sq);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::AWMF()
+{
+  const int side = OrDefault(AdaptatifFirst, 5);
+  const int centreWeight = OrDefault(AdaptatifSecond, 99);
+  const double scale = AdaptatifReal;
+  if (!WindowSideValid(side, "AWMF") || !ParameterValid(centreWeight > 0 && scale >= 0.0, "AWMF"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAwmf, "AWMF", side},
+                           [half = side / 2, centreWeight, scale](const double* in, double* out, int cols, int rows) {
+                             const double b =
+                                 scale > 0.0 ? scale : Ipg_AwmfAutoScale(in, cols, rows, half, centreWeight);
+                             Ipg_AwmfPass(in, out, cols, rows, half, centreWeight, b);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::N_B_Filter()
+{
+  const int area = OrDefault(AdaptatifFirst, 49);
+  const double k = OrDefault(AdaptatifReal, 2.0);
+  if (!ParameterValid(area > 0 && k > 0.0, "N_B_Filter"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelNeighbourhood, "N_B_Filter", 1},
+                           [area, k](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
+                             Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, cu2);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::ADespeckling()
+{
+  const int side = OrDefault(AdaptatifFirst, 5);
+  const double dt = OrDefault(AdaptatifReal, 0.2);
+  if (!WindowSideValid(side, "ADespeckling") || !ParameterValid(dt > 0.0 && dt <= 1.0, "ADespeckling"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelDespeckling, "ADespeckling", side},
+                           [half = side / 2, dt](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, half);
+                             Ipg_DpadPass(in, out, cols, rows, half, dt, cu2);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::Filtre_Impuls()
+{
+  const int side = OrDefault(AdaptatifFirst, 7);
+  if (!WindowSideValid(side, "Filtre_Impuls") || !ParameterValid(side >= 3, "Filtre_Impuls"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelImpulse, "Filtre_Impuls", side},
+                           [half = side / 2](const double* in, double* out, int cols, int rows) {
+                             Ipg_AdaptiveMedianPass(in, out, cols, rows, half);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::AdaptativeDenoise()
+{
+  const int side = OrDefault(AdaptatifFirst, 5);
+  const int fewest = OrDefault(AdaptatifSecond, 3);
+  const double range = OrDefault(AdaptatifReal, 2.0);
+  if (!WindowSideValid(side, "AdaptativeDenoise") ||
+      !ParameterValid(fewest > 0 && range > 0.0, "AdaptativeDenoise"))
+    return false;
+  DCM_STRUCT* const input = ImaIn;
+  const int half = side / 2;
+  const bool done = Ipg_RunSpeckleJob(
+      {ImaIn, ImaOut, Roi, NbIter, kLabelAdaptive, "AdaptativeDenoise", side},
+      [&](const double* in, double* out, int cols, int rows) {
+        // The helpers read ImaIn: point it at this pass's image.
+        DCM_STRUCT current(*input, false);
+        int* pixels = current.Data->GetIDataAddress();
+        for (std::size_t i = 0; i < current.Data->GetSize(); ++i)
+          pixels[i] = static_cast<int>(std::lround(in[i]));
+        ImaIn = &current;
+        const double cu = std::sqrt(Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf));
+        TLinkedList<MTH_2D_INTEGER*> similar;
+        auto release = [&similar] {
+          for (int i = 0; i < similar.Count(); ++i)
+            delete similar.Get(i);
+          similar.Clear();
+        };
+        for (int row = 0; row < rows; ++row)
+          for (int col = 0; col < cols; ++col) {
+            const std::size_t at = static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) +
+                                   static_cast<std::size_t>(col);
+            out[at] = in[at];
+            if (!AddPixel(col, row, 0, &similar))
+              continue; // a mark or outside the ROI: kept
+            const double level = std::fabs(static_cast<double>(pixels[at]));
+            const int tolerance = TruncateToInt(std::lround(range * cu * level));
+            for (int y = row - half; y <= row + half; ++y)
+              for (int x = col - half; x <= col + half; ++x)
+                if ((x != col || y != row) && x >= 0 && y >= 0 && x < cols && y < rows)
+                  AddPixel(x, y, tolerance, &similar);
+            if (similar.Count() - 1 >= fewest) {
+              out[at] = GetNeighboorsMeanGreyLevel(&similar);
+            } else {
+              // Too few look alike: an impulse, replaced by its neighbours' mean.
+              double sum = 0.0;
+              int count = 0;
+              for (int y = std::max(0, row - 1); y <= std::min(rows - 1, row + 1); ++y)
+                for (int x = std::max(0, col - 1); x <= std::min(cols - 1, col + 1); ++x)
+                  if (x != col || y != row) {
+                    sum += in[static_cast<std::size_t>(y) * static_cast<std::size_t>(cols) +
+                              static_cast<std::size_t>(x)];
+                    ++count;
+                  }
+              if (count > 0)
+                out[at] = sum / count;
+            }
+            release();
+          }
+        ImaIn = input;
+      });
+  ImaIn = input;
+  return done;
+}
+
+double IPG_FILTER_PROCESSING::SNR(int col, int row, int halfX, int halfY, int* data, int cols, int rows)
+{
+  if (data == nullptr || cols <= 0 || rows <= 0 || halfX < 0 || halfY < 0)
+    return 0.0;
+  double sum = 0.0, squares = 0.0, count = 0.0;
+  for (int y = std::max(0, row - halfY); y <= std::min(rows - 1, row + halfY); ++y)
+    for (int x = std::max(0, col - halfX); x <= std::min(cols - 1, col + halfX); ++x) {
+      const double v = data[static_cast<std::size_t>(y) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(x)];
+      sum += v;
+      squares += v * v;
+      count += 1.0;
+    }
+  if (count == 0.0)
+    return 0.0;
+  const double mean = sum / count;
+  const double variance = std::max(0.0, squares / count - mean * mean);
+  if (variance == 0.0)
+    return mean > 0.0 ? std::numeric_limits<double>::max() : 0.0;
+  return mean / std::sqrt(variance);
+}
+
+bool IPG_FILTER_PROCESSING::N_Existe_Region(int col, int row, TList* region)
+{
+  if (region == nullptr)
+    return false;
+  for (int i = 0; i < region->Count(); ++i) {
+    const auto* point = static_cast<const MTH_2D_INTEGER*>(region->Get(i));
+    if (point != nullptr && point->GetX() == col && point->GetY() == row)
+      return true;
+  }
+  return false;
+}
+
+bool IPG_FILTER_PROCESSING::IsTreatedPixel(int col, int row, bool useRoi)
+{
+  if (ImaIn == nullptr || col < 0 || row < 0 || col >= static_cast<int>(ImaIn->GetNbOfCols()) ||
+      row >= static_cast<int>(ImaIn->GetNbOfRows()))
+    return false;
+  if (IsMark(ImaIn->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row))))
+    return false;
+  return !useRoi || InsideRoi(Roi, col, row);
+}
+
+bool IPG_FILTER_PROCESSING::AddPixel(int col, int row, int tolerance, TLinkedList<MTH_2D_INTEGER*>* list)
+{
+  if (list == nullptr || !IsTreatedPixel(col, row, true))
+    return false;
+  if (list->Count() > 0) {
+    const MTH_2D_INTEGER* reference = list->Get(0);
+    if (reference == nullptr)
+      return false;
+    const long difference =
+        static_cast<long>(ImaIn->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row))) -
+        ImaIn->Data->GetValue(static_cast<unsigned>(reference->GetX()), static_cast<unsigned>(reference->GetY()));
+    if (std::labs(difference) > tolerance)
+      return false;
+  }
+  list->Add(new MTH_2D_INTEGER(col, row));
+  return true;
+}
+
+double IPG_FILTER_PROCESSING::GetNeighboorsMeanGreyLevel(TLinkedList<MTH_2D_INTEGER*>* list)
+{
+  if (list == nullptr || list->Count() == 0 || ImaIn == nullptr)
+    return 0.0;
+  double sum = 0.0;
+  for (int i = 0; i < list->Count(); ++i) {
+    const MTH_2D_INTEGER* point = list->Get(i);
+    sum += ImaIn->Data->GetValue(static_cast<unsigned>(point->GetX()), static_cast<unsigned>(point->GetY()));
+  }
+  return sum / list->Count();
 }

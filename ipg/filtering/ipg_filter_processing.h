@@ -1,6 +1,9 @@
 #pragma once
 
 #include "ipg/filtering/ipg_filter_virtual.h"
+#include "ipg/framework/tlinked_list.h"
+#include "ipg/framework/tlist.h"
+#include "mth/mth_2d_integer.h"
 
 #include <memory>
 
@@ -20,9 +23,10 @@ class DCM_STRUCT;
 //   515 MeanFilter
 //   513 LeeFilter                      516 FrostFilter
 //   517 KuanFilter
-// The other speckle and adaptive filters - 504 (AdaptativeDenoise, then the 505
-// chain), 509 to 512 and 518 to 521 - are not part of this class yet: their
-// Apply() branches return 0 with no message until they are added in place.
+//   504 AdaptativeDenoise, then MedianFilter on its result, then Nagao_5_x_5
+//   509 SBF   510 N_B_Filter   511 SRAD   512 AWMF   518 SBF_DVW   519 WSBF
+//   520 ADespeckling           521 Filtre_Impuls      (ultrasound despeckling)
+// Codes without an operation in this class return 0 with no message.
 //
 // Apply() returns 0 without an output image; when the output's column count and
 // row count both differ from the input's it shows the size message and returns
@@ -122,6 +126,69 @@ public:
   // value selects K = 1.
   bool FrostFilter();
 
+  // Ultrasound despeckling. The algorithms, with their references, are in
+  // ipg/filtering/ipg_speckle.h. Each runs GetNbIter() passes (fewer than one:
+  // refused) over a working copy of the input, drives the progress seam with
+  // one step per pass, and writes the output's pixels directly, rounded; pixels
+  // outside the ROI and marks keep the input value; the output's extremes are
+  // recomputed and no output mode is applied. Windows are clipped at the image
+  // edges. SetAdaptatifFiltreParameters(first, second, real) sets, 0 meaning
+  // the default given in brackets:
+  //   SBF, WSBF       first: window side, odd (3)
+  //   SBF_DVW         first: largest window side, odd (7); real: homogeneity
+  //                   factor, a window is homogeneous while its coefficient of
+  //                   variation is at most real x the image's speckle one (1.5)
+  //   SRAD            real: time step, at most 1 (0.2); q0 estimated every pass
+  //   AWMF            first: window side, odd (5); second: centre weight (99);
+  //                   real: scale b (chosen from the image, Ipg_AwmfAutoScale)
+  //   N_B_Filter      first: largest region, in pixels (49); real: tolerance,
+  //                   in speckle standard deviations (2)
+  //   ADespeckling    first: side of the local-statistics window, odd (5);
+  //                   real: time step, at most 1 (0.2)
+  //   Filtre_Impuls   first: largest window side, odd (7)
+  //   AdaptativeDenoise first: window side, odd (5); second: fewest similar
+  //                   neighbours, below which the pixel is an impulse and takes
+  //                   its 8 neighbours' mean (3); real: similarity range, in
+  //                   speckle standard deviations (2)
+  // An even, negative or larger-than-the-image window, or a negative parameter,
+  // is refused with a message; every refusal returns false.
+  bool SBF();
+  bool WSBF();
+  bool SBF_DVW();
+  bool SRAD();
+  bool AWMF();
+  bool N_B_Filter();
+  bool ADespeckling();
+  bool Filtre_Impuls();
+  // J.-S. Lee's sigma filter ("Digital image smoothing and the sigma filter",
+  // CVGIP 24, 1983) for multiplicative speckle: each pixel takes the mean of
+  // the list of its window's pixels within k Cu x its value of it (Cu: the
+  // speckle coefficient of variation of the image, estimated every pass),
+  // the list built with IsTreatedPixel and AddPixel and averaged by
+  // GetNeighboorsMeanGreyLevel, all reading the current pass's image.
+  bool AdaptativeDenoise();
+
+  // Local signal-to-noise ratio mean / standard deviation of the window of
+  // half sizes halfX, halfY around (col, row) of data (cols x rows, row-major),
+  // clipped to the image; 0 for an empty window or no data, and the largest
+  // double when the window is flat with a positive mean. N_B_Filter's speckle
+  // level is 1 / the median of SNR^2 over the 5x5 windows of the image.
+  double SNR(int col, int row, int halfX, int halfY, int* data, int cols, int rows);
+  // Whether region (a list of MTH_2D_INTEGER*) holds the point (col, row): the
+  // membership test of N_B_Filter's region growing.
+  bool N_Existe_Region(int col, int row, TList* region);
+  // Whether the filters treat the input pixel (col, row): inside the image, a
+  // grey level (not a mark) and, when useRoi and a ROI is set, inside the ROI.
+  bool IsTreatedPixel(int col, int row, bool useRoi);
+  // Appends a new MTH_2D_INTEGER(col, row) to list (which owns nothing: the
+  // caller deletes the points) when the pixel is treated (ROI included) and,
+  // unless list is empty (the pixel then becomes the reference), when its
+  // input value differs from that of the list's first point by at most
+  // tolerance. Returns whether it was added.
+  bool AddPixel(int col, int row, int tolerance, TLinkedList<MTH_2D_INTEGER*>* list);
+  // Mean input value of the listed points; 0 for an empty or null list.
+  double GetNeighboorsMeanGreyLevel(TLinkedList<MTH_2D_INTEGER*>* list);
+
   // Parameter setters are const: hosts configure the operator through const references.
   void SetGradientFlagDirection(bool flag) const { GradientFlagDirection = flag; }
   bool GetGradientFlagDirection() const { return GradientFlagDirection; }
@@ -161,6 +228,7 @@ public:
 
 private:
   bool RunChain505();
+  bool RunChain504();
   template <typename PixelRule>
   bool RunShearedWindowFilter(const char* label, PixelRule rule);
   bool ConvolveInto(IPG_FILTER* kernel, bool fast);

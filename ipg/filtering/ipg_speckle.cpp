@@ -144,6 +144,37 @@ int RoundToPixel(double v)
   return static_cast<int>(std::lround(v));
 }
 
+// Marks are not grey levels: in the working copy each takes the value of the
+// nearest grey level of its row (0 in a row without one), so that the windows
+// around it are not thrown off; the output gets the mark back.
+void FillMarks(std::vector<double>& values, int cols, int rows)
+{
+  std::vector<int> left(static_cast<std::size_t>(cols));
+  for (int r = 0; r < rows; ++r) {
+    double* line = values.data() + At(0, r, cols);
+    int nearest = -1; // the last grey level seen, scanning right
+    for (int c = 0; c < cols; ++c) {
+      if (line[c] <= kIpgMaxGrey)
+        nearest = c;
+      left[static_cast<std::size_t>(c)] = nearest;
+    }
+    if (nearest < 0) {
+      std::fill(line, line + cols, 0.0);
+      continue;
+    }
+    int right = -1; // the next grey level, scanning left
+    for (int c = cols - 1; c >= 0; --c) {
+      if (line[c] <= kIpgMaxGrey) {
+        right = c;
+        continue;
+      }
+      const int l = left[static_cast<std::size_t>(c)];
+      const bool useLeft = right < 0 || (l >= 0 && c - l <= right - c);
+      line[c] = line[useLeft ? l : right];
+    }
+  }
+}
+
 } // namespace
 
 void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vector<double>& mean,
@@ -482,6 +513,7 @@ bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const v
   const int* source = job.In->Data->GetIDataAddress();
   std::vector<double> current(source, source + job.In->Data->GetSize());
   std::vector<double> next(current.size());
+  FillMarks(current, cols, rows);
 
   {
     Ipg_Progress progress(job.Label, job.Iterations);

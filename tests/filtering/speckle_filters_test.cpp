@@ -1,0 +1,408 @@
+#include "dcm/dcm_struct.h"
+#include "ipg/filtering/ipg_filter_processing.h"
+#include "ipg/filtering/ipg_speckle.h"
+#include "support/message_capture.h"
+#include "support/progress_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+// The despeckling family on a small speckled phantom: tissue of echogenicity
+// 400 with a round cyst of 100 (radius 14) in the middle, linear intensity
+// times unit-mean gamma speckle of 4 looks from a fixed seed.
+
+namespace {
+
+constexpr int kSide = 64;
+constexpr double kCystRadius = 14.0;
+constexpr double kTissue = 400.0;
+constexpr double kCyst = 100.0;
+
+double Radius(int col, int row) { return std::hypot(col - 31.5, row - 31.5); }
+
+void FillPhantom(DCM_STRUCT& image, int looks, unsigned seed)
+{
+  std::mt19937 random(seed);
+  std::gamma_distribution<double> speckle(looks, 1.0 / looks);
+  for (int r = 0; r < kSide; ++r)
+    for (int c = 0; c < kSide; ++c) {
+      const double truth = Radius(c, r) < kCystRadius ? kCyst : kTissue;
+      image.Data->SetValue(static_cast<unsigned>(c), static_cast<unsigned>(r),
+                           static_cast<int>(truth * speckle(random)));
+    }
+}
+
+// Mean^2 / variance over the tissue at least 4 pixels from the cyst and 3 from the border.
+double TissueEnl(DCM_STRUCT& image)
+{
+  double sum = 0.0, squares = 0.0, n = 0.0;
+  for (int r = 3; r < kSide - 3; ++r)
+    for (int c = 3; c < kSide - 3; ++c)
+      if (Radius(c, r) > kCystRadius + 4.0) {
+        const double v = image.Data->GetValue(static_cast<unsigned>(c), static_cast<unsigned>(r));
+        sum += v;
+        squares += v * v;
+        n += 1.0;
+      }
+  const double mean = sum / n;
+  return mean * mean / (squares / n - mean * mean);
+}
+
+// Radius where the ring-averaged profile crosses half-way between the cyst and the tissue.
+double CystEdgeRadius(DCM_STRUCT& image)
+{
+  std::vector<double> sum(40, 0.0), count(40, 0.0);
+  for (int r = 0; r < kSide; ++r)
+    for (int c = 0; c < kSide; ++c) {
+      const int ring = static_cast<int>(Radius(c, r));
+      if (ring < 40) {
+        sum[static_cast<std::size_t>(ring)] += image.Data->GetValue(static_cast<unsigned>(c), static_cast<unsigned>(r));
+        count[static_cast<std::size_t>(ring)] += 1.0;
+      }
+    }
+  double inside = 0.0, insideCount = 0.0, outside = 0.0, outsideCount = 0.0;
+  for (std::size_t i = 0; i < 8; ++i) {
+    inside += sum[i];
+    insideCount += count[i];
+    outside += sum[i + 20];
+    outsideCount += count[i + 20];
+  }
+  const double half = (inside / insideCount + outside / outsideCount) / 2.0;
+  for (std::size_t i = 1; i < 40; ++i) {
+    const double a = sum[i - 1] / count[i - 1], b = sum[i] / count[i];
+    if ((a - half) * (b - half) <= 0.0)
+      return static_cast<double>(i - 1) + (half - a) / (b - a) + 0.5;
+  }
+  return -1.0;
+}
+
+struct Case {
+  const char* Name;
+  int Code;
+  int Iterations;
+  const char* Label;
+};
+
+// Iterations that a user would pick for each filter; the adaptive parameters stay at their defaults.
+const Case kCases[] = {
+    {"SBF", 509, 5, "filtrage SBF"},
+    {"N_B_Filter", 510, 1, "Ultrasound Images Filter"},
+    {"SRAD", 511, 20, "Speckle Reducing Anisotropic Diffusion"},
+    {"AWMF", 512, 1, "Adaptative Weighted Median Filter"},
+    {"SBF_DVW", 518, 5, "SBF-DVW (using Dynamically Varying Window)"},
+    {"WSBF", 519, 5, "Weighted Squeeze Box Filter (WSBF)"},
+    {"ADespeckling", 520, 10, "ADAPTATIVE DESPECKLING"},
+    {"AdaptativeDenoise", 504, 2, "filtrage adaptatif"},
+};
+
+// Runs one code through Apply(); code 504 needs the median's window.
+bool RunCode(IPG_FILTER_PROCESSING& op, int code, int iterations)
+{
+  op.SetTools(code);
+  op.SetNbIter(iterations);
+  if (code == 504) {
+    int ones[9] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+    op.SetUserFilter(ones, 3, 3);
+  }
+  return op.Apply() != 0;
+}
+
+class SpeckleFamily : public ::testing::TestWithParam<Case> {};
+
+TEST_P(SpeckleFamily, DoublesTheTissueEnlKeepsTheCystEdgeAndShowsItsLabel)
+{
+  const Case& test = GetParam();
+  DCM_STRUCT in(kSide, kSide), out(kSide, kSide);
+  FillPhantom(in, 4, 11);
+  IPG_FILTER_PROCESSING op(&in);
+  op.SetImaOut(&out);
+  ProgressCapture progress;
+  MessageCapture messages;
+
+  ASSERT_TRUE(RunCode(op, test.Code, test.Iterations));
+
+  EXPECT_TRUE(messages.Texts.empty());
+  EXPECT_GE(TissueEnl(out), 2.0 * TissueEnl(in));
+  EXPECT_NEAR(CystEdgeRadius(out), kCystRadius, 1.0);
+  ASSERT_FALSE(progress.Events.empty());
+  EXPECT_EQ(progress.Events.front(), std::string("open ") + test.Label + " " + std::to_string(test.Iterations));
+  EXPECT_EQ(progress.Events[1], "step 1");
+  if (test.Code != 504) { // the 504 chain goes on with the median's progress
+    EXPECT_EQ(progress.Events.size(), static_cast<std::size_t>(test.Iterations) + 2);
+    EXPECT_EQ(progress.Events.back(), "close");
+  }
+
+  // Deterministic: a second run gives the same pixels.
+  DCM_STRUCT again(kSide, kSide);
+  op.SetImaOut(&again);
+  ASSERT_TRUE(RunCode(op, test.Code, test.Iterations));
+  for (int r = 0; r < kSide; ++r)
+    for (int c = 0; c < kSide; ++c)
+      ASSERT_EQ(again.Data->GetValue(c, r), out.Data->GetValue(c, r));
+}
+
+TEST_P(SpeckleFamily, RefusesBadIterationsAndWindowsWithAMessage)
+{
+  const Case& test = GetParam();
+  DCM_STRUCT in(kSide, kSide), out(kSide, kSide);
+  FillPhantom(in, 4, 3);
+  IPG_FILTER_PROCESSING op(&in);
+  op.SetImaOut(&out);
+  MessageCapture messages;
+
+  EXPECT_FALSE(RunCode(op, test.Code, 0));
+  EXPECT_FALSE(RunCode(op, test.Code, -3));
+  ASSERT_EQ(messages.Texts.size(), 2u);
+  EXPECT_EQ(messages.Texts[0], Ipg_SpeckleMsgIterations(test.Code == 504 ? "AdaptativeDenoise" : test.Name));
+
+  // Negative parameters are refused too, whatever the filter reads.
+  op.SetAdaptatifFiltreParameters(-1, -1, -1.0);
+  EXPECT_FALSE(RunCode(op, test.Code, 1));
+  EXPECT_EQ(messages.Texts.size(), 3u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Codes, SpeckleFamily, ::testing::ValuesIn(kCases),
+                         [](const ::testing::TestParamInfo<Case>& info) { return std::string(info.param.Name); });
+
+TEST(SpeckleFamily, WindowsTooLargeOrEvenAreRefused)
+{
+  DCM_STRUCT in(8, 8), out(8, 8);
+  FillPhantom(in, 1, 5);
+  IPG_FILTER_PROCESSING op(&in);
+  op.SetImaOut(&out);
+  MessageCapture messages;
+
+  op.SetAdaptatifFiltreParameters(9, 0, 0.0);
+  op.SetTools(509);
+  EXPECT_EQ(op.Apply(), 0);
+  op.SetTools(512);
+  EXPECT_EQ(op.Apply(), 0);
+  op.SetAdaptatifFiltreParameters(4, 0, 0.0);
+  op.SetTools(519);
+  EXPECT_EQ(op.Apply(), 0);
+  // The impulse filter's default 7x7 fits, its 9x9 does not.
+  op.SetAdaptatifFiltreParameters(0, 0, 0.0);
+  op.SetTools(521);
+  EXPECT_EQ(op.Apply(), 1);
+  op.SetAdaptatifFiltreParameters(9, 0, 0.0);
+  EXPECT_EQ(op.Apply(), 0);
+  ASSERT_EQ(messages.Texts.size(), 4u);
+  EXPECT_EQ(messages.Texts[0], "Taille de fenêtre incorrecte pour l'image : IPG_FILTER_PROCESSING::SBF()");
+  EXPECT_EQ(messages.Texts[1], Ipg_SpeckleMsgWindow("AWMF"));
+  EXPECT_EQ(messages.Texts[2], Ipg_SpeckleMsgWindow("WSBF"));
+  EXPECT_EQ(messages.Texts[3], Ipg_SpeckleMsgWindow("Filtre_Impuls"));
+  EXPECT_EQ(messages.Captions[0], "Information");
+
+  // A time step beyond the stable range, and no output image.
+  op.SetAdaptatifFiltreParameters(0, 0, 1.5);
+  EXPECT_FALSE(op.SRAD());
+  EXPECT_EQ(messages.Texts.back(), "Paramètre de filtrage incorrect : IPG_FILTER_PROCESSING::SRAD()");
+  op.SetImaOut(nullptr);
+  EXPECT_FALSE(op.SBF());
+  EXPECT_EQ(messages.Texts.back(), "image de sortie non allouée");
+}
+
+TEST(FiltreImpuls, RemovesImpulsesAndLeavesEveryOtherPixel)
+{
+  DCM_STRUCT in(kSide, kSide), out(kSide, kSide);
+  for (int r = 0; r < kSide; ++r)
+    for (int c = 0; c < kSide; ++c)
+      in.Data->SetValue(c, r, 100 + c + r); // a ramp: no pixel is its window's extremum
+  DCM_STRUCT clean(in, true);
+  in.Data->SetValue(10, 10, 4000);
+  in.Data->SetValue(40, 20, 0);
+  in.Data->SetValue(41, 20, 0); // a two-pixel dark impulse
+  IPG_FILTER_PROCESSING op(&in);
+  op.SetImaOut(&out);
+  op.SetTools(521);
+  ProgressCapture progress;
+  ASSERT_EQ(op.Apply(), 1);
+  EXPECT_EQ(progress.Events.front(), "open filtrage SBF 1");
+
+  for (const auto& [c, r] : {std::pair{10, 10}, std::pair{40, 20}, std::pair{41, 20}})
+    EXPECT_NEAR(out.Data->GetValue(c, r), clean.Data->GetValue(c, r), 2) << c << "," << r;
+  int changed = 0;
+  for (int r = 0; r < kSide; ++r)
+    for (int c = 0; c < kSide; ++c) {
+      const bool impulse = (c == 10 && r == 10) || (r == 20 && (c == 40 || c == 41));
+      const bool rampEnd = (c == 0 && r == 0) || (c == kSide - 1 && r == kSide - 1); // true extrema
+      if (!impulse && !rampEnd)
+        changed += out.Data->GetValue(c, r) != clean.Data->GetValue(c, r);
+    }
+  EXPECT_EQ(changed, 0);
+}
+
+TEST(SpeckleFrame, RoiMarksAndExtremes)
+{
+  DCM_STRUCT in(kSide, kSide), out(kSide, kSide), roi(kSide, kSide);
+  FillPhantom(in, 1, 9);
+  in.Data->SetValue(5, 5, 17000000);
+  for (int r = 0; r < kSide; ++r)
+    for (int c = 0; c < kSide / 2; ++c)
+      roi.Data->SetValue(c, r, 16777217);
+  IPG_FILTER_PROCESSING op(&in, &roi);
+  op.SetImaOut(&out);
+  op.SetNbIter(3);
+  ASSERT_TRUE(op.SBF());
+
+  int filtered = 0;
+  for (int r = 0; r < kSide; ++r) {
+    for (int c = kSide / 2; c < kSide; ++c)
+      ASSERT_EQ(out.Data->GetValue(c, r), in.Data->GetValue(c, r));
+    for (int c = 0; c < kSide / 2; ++c)
+      filtered += out.Data->GetValue(c, r) != in.Data->GetValue(c, r);
+  }
+  EXPECT_GT(filtered, 100);
+  // The mark comes back and does not leak into its neighbours.
+  EXPECT_EQ(out.Data->GetValue(5, 5), 17000000);
+  EXPECT_EQ(out.Data->GetMax(), 17000000);
+  for (int r = 0; r < 12; ++r) {
+    for (int c = 0; c < 12; ++c) {
+      if (c != 5 || r != 5) {
+        ASSERT_LT(out.Data->GetValue(c, r), 100000) << c << "," << r;
+      }
+    }
+  }
+}
+
+TEST(SpeckleFrame, AStripOfTheInputsWidthReceivesItsRows)
+{
+  DCM_STRUCT in(16, 16), out(16, 4);
+  FillPhantom(in, 4, 2);
+  IPG_FILTER_PROCESSING op(&in);
+  op.SetImaOut(&out);
+  op.SetTools(511);
+  EXPECT_EQ(op.Apply(), 1);
+  EXPECT_GT(out.Data->GetMax(), 0);
+}
+
+TEST(SpeckleCores, FlatImagesStayFlatAndMonotoneEdgesStay)
+{
+  constexpr int cols = 12, rows = 10;
+  std::vector<double> flat(cols * rows, 50.0), step(cols * rows), out(cols * rows);
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < cols; ++c)
+      step[static_cast<std::size_t>(r * cols + c)] = c < 6 ? 20.0 : 200.0;
+
+  const auto check = [&](auto pass, const std::vector<double>& image) {
+    pass(image.data(), out.data());
+    for (std::size_t i = 0; i < out.size(); ++i)
+      ASSERT_DOUBLE_EQ(out[i], image[i]) << i;
+  };
+  for (const auto* image : {&flat, &step}) {
+    check([](const double* i, double* o) { Ipg_SbfPass(i, o, cols, rows, 1); }, *image);
+    check([](const double* i, double* o) { Ipg_WsbfPass(i, o, cols, rows, 2); }, *image);
+    check([](const double* i, double* o) { Ipg_SbfDvwPass(i, o, cols, rows, 3, 1.5, 0.1); }, *image);
+    check([](const double* i, double* o) { Ipg_AdaptiveMedianPass(i, o, cols, rows, 3); }, *image);
+    check([](const double* i, double* o) { Ipg_AwmfPass(i, o, cols, rows, 2, 99, 1.0); }, *image);
+  }
+  check([](const double* i, double* o) { Ipg_SradPass(i, o, cols, rows, 0.2, 0.1); }, flat);
+  check([](const double* i, double* o) { Ipg_DpadPass(i, o, cols, rows, 2, 0.2, 0.1); }, flat);
+  check([](const double* i, double* o) { Ipg_AdaptiveNeighbourhoodPass(i, o, cols, rows, 49, 2.0, 0.1); }, flat);
+}
+
+TEST(SpeckleCores, SbfReplacesAStrictExtremumByItsNeighboursMean)
+{
+  std::vector<double> in = {1, 2, 3, 4, 90, 6, 7, 8, 9}, out(9);
+  Ipg_SbfPass(in.data(), out.data(), 3, 3, 1);
+  EXPECT_DOUBLE_EQ(out[4], 40.0 / 8.0);
+  // Corner 1 is below its window's others (2, 4, 90): replaced by their mean.
+  EXPECT_DOUBLE_EQ(out[0], 32.0);
+  EXPECT_DOUBLE_EQ(out[1], 2.0);
+}
+
+TEST(SpeckleCores, AwmfWeightedMedianFollowsTheWeights)
+{
+  // b = 0: every weight is the centre's, a plain 3x3 median.
+  std::vector<double> in = {9, 1, 8, 2, 7, 3, 6, 4, 5}, out(9);
+  Ipg_AwmfPass(in.data(), out.data(), 3, 3, 1, 10, 0.0);
+  EXPECT_DOUBLE_EQ(out[4], 5.0);
+  // A large b leaves only the centre's weight: the centre is kept.
+  Ipg_AwmfPass(in.data(), out.data(), 3, 3, 1, 10, 1e6);
+  EXPECT_DOUBLE_EQ(out[4], 7.0);
+}
+
+TEST(SpeckleCores, SpeckleLevelOfGammaSpeckleIsOneOverTheLooks)
+{
+  DCM_STRUCT image(kSide, kSide);
+  std::mt19937 random(1);
+  std::gamma_distribution<double> speckle(4.0, 0.25);
+  std::vector<double> values(kSide * kSide);
+  for (double& v : values)
+    v = 1000.0 * speckle(random);
+  // The 5x5 sample variance runs a little below the population one.
+  EXPECT_NEAR(Ipg_SpeckleCu2(values.data(), kSide, kSide, 2), 0.25, 0.05);
+}
+
+TEST(NBFilterHelpers, SnrAndRegionMembership)
+{
+  DCM_STRUCT in(4, 4);
+  IPG_FILTER_PROCESSING op(&in);
+  int data[9] = {1, 3, 1, 3, 1, 3, 1, 3, 1}; // mean 17/9
+  const double mean = 17.0 / 9.0, variance = (5.0 * 1 + 4.0 * 9) / 9.0 - mean * mean;
+  EXPECT_NEAR(op.SNR(1, 1, 1, 1, data, 3, 3), mean / std::sqrt(variance), 1e-12);
+  EXPECT_NEAR(op.SNR(0, 0, 0, 1, data, 3, 3), 2.0 / 1.0, 1e-12); // column 0, rows 0..1: 1 and 3
+  EXPECT_EQ(op.SNR(0, 0, 1, 1, nullptr, 3, 3), 0.0);
+  int flat[4] = {5, 5, 5, 5};
+  EXPECT_GT(op.SNR(0, 0, 1, 1, flat, 2, 2), 1e300);
+
+  TList region;
+  MTH_2D_INTEGER a(2, 3), b(4, 1);
+  region.Add(&a);
+  region.Add(&b);
+  EXPECT_TRUE(op.N_Existe_Region(4, 1, &region));
+  EXPECT_FALSE(op.N_Existe_Region(3, 2, &region));
+  EXPECT_FALSE(op.N_Existe_Region(2, 3, nullptr));
+}
+
+TEST(AdaptativeDenoiseHelpers, ListOfSimilarNeighbours)
+{
+  DCM_STRUCT in(4, 4), roi(4, 4);
+  const int values[16] = {100, 104, 130, 99, 98, 17000000, 101, 100, 0, 0, 0, 0, 0, 0, 0, 0};
+  for (int i = 0; i < 16; ++i) {
+    in.Data->SetValue(i % 4, i / 4, values[i]);
+    roi.Data->SetValue(i % 4, i / 4, i == 3 ? 0 : 16777217);
+  }
+  IPG_FILTER_PROCESSING op(&in, &roi);
+  EXPECT_TRUE(op.IsTreatedPixel(0, 0, true));
+  EXPECT_FALSE(op.IsTreatedPixel(1, 1, false)); // a mark
+  EXPECT_FALSE(op.IsTreatedPixel(3, 0, true));  // outside the ROI
+  EXPECT_TRUE(op.IsTreatedPixel(3, 0, false));
+  EXPECT_FALSE(op.IsTreatedPixel(4, 0, false));
+  EXPECT_FALSE(op.IsTreatedPixel(-1, 0, false));
+
+  TLinkedList<MTH_2D_INTEGER*> list;
+  EXPECT_TRUE(op.AddPixel(0, 0, 0, &list));   // the reference, 100
+  EXPECT_TRUE(op.AddPixel(1, 0, 5, &list));   // 104
+  EXPECT_FALSE(op.AddPixel(2, 0, 5, &list));  // 130
+  EXPECT_FALSE(op.AddPixel(3, 0, 5, &list));  // 99 but outside the ROI
+  EXPECT_FALSE(op.AddPixel(1, 1, 5, &list));  // a mark
+  EXPECT_TRUE(op.AddPixel(0, 1, 5, &list));   // 98
+  EXPECT_FALSE(op.AddPixel(0, 0, 5, nullptr));
+  ASSERT_EQ(list.Count(), 3);
+  EXPECT_DOUBLE_EQ(op.GetNeighboorsMeanGreyLevel(&list), (100.0 + 104.0 + 98.0) / 3.0);
+  for (int i = 0; i < list.Count(); ++i)
+    delete list.Get(i);
+  TLinkedList<MTH_2D_INTEGER*> empty;
+  EXPECT_EQ(op.GetNeighboorsMeanGreyLevel(&empty), 0.0);
+}
+
+TEST(AdaptativeDenoise, ChainOf504ReportsTheMediansResult)
+{
+  DCM_STRUCT in(kSide, kSide), out(kSide, kSide);
+  FillPhantom(in, 4, 8);
+  IPG_FILTER_PROCESSING op(&in);
+  op.SetImaOut(&out);
+  op.SetTools(504);
+  MessageCapture messages;
+  // Without the median's window the chain stops at the median, with its message.
+  EXPECT_EQ(op.Apply(), 0);
+  ASSERT_EQ(messages.Texts.size(), 1u);
+  EXPECT_EQ(messages.Texts[0], "Le filtre utilisateur n'est pas défini");
+}
+
+} // namespace
