@@ -28,7 +28,9 @@ IPG_STATISTIC1::IPG_STATISTIC1(DCM_STRUCT* in, DCM_STRUCT* roi)
 IPG_STATISTIC1::IPG_STATISTIC1(DCM_STRUCT* in, std::string name)
 {
   ImaIn = in;
-  Roi = in != nullptr ? in->GetObjectsList()->GetBinaryImage(name) : nullptr;
+  if (in != nullptr && in->GetObjectsList() != nullptr)
+    BuiltRoi.reset(in->GetObjectsList()->GetBinaryImage(name));
+  Roi = BuiltRoi.get();
   SetDefaultParameters();
   OwnsRoi = true;
 }
@@ -45,12 +47,9 @@ IPG_STATISTIC1::IPG_STATISTIC1(const IPG_STATISTIC1& source) : IPG_ONE_INPUT_NO_
   OwnsRoi = false; // the ROI pointer is not copied, so there is nothing to own
 }
 
-IPG_STATISTIC1::~IPG_STATISTIC1()
-{
-  if (OwnsRoi)
-    delete Roi;
-  Roi = nullptr;
-}
+// BuiltRoi deletes the image built from a named object: only that one, not an
+// image set with SetRoi() since, and also after SetDefaultParameters() cleared OwnsRoi.
+IPG_STATISTIC1::~IPG_STATISTIC1() = default;
 
 void IPG_STATISTIC1::SetDefaultParameters()
 {

@@ -2,6 +2,7 @@
 
 #include "ipg/framework/ipg_one_input_no_output.h"
 
+#include <memory>
 #include <string>
 
 // First-order statistics and noise estimates of one image, optionally restricted
@@ -25,14 +26,15 @@ class IPG_STATISTIC1 : public IPG_ONE_INPUT_NO_OUTPUT {
 public:
   explicit IPG_STATISTIC1(DCM_STRUCT* in);
   IPG_STATISTIC1(DCM_STRUCT* in, DCM_STRUCT* roi);
-  // The ROI is the filled mask of the input's contour object of that name
-  // (OBJ_OBJECTS_LIST::GetBinaryImage), built here and deleted with the operator.
+  // The ROI is the mask of the input's contour objects of that name
+  // (OBJ_OBJECTS_LIST::GetBinaryImage); the operator owns it (OwnsRoi).
   IPG_STATISTIC1(DCM_STRUCT* in, std::string name);
   // Copies the statistics only: the images and Tools take their defaults, and
   // the copy never owns a ROI image.
   IPG_STATISTIC1(const IPG_STATISTIC1& source);
   IPG_STATISTIC1& operator=(const IPG_STATISTIC1&) = delete;
-  // Deletes the ROI image when the operator built it itself.
+  // Deletes the ROI image when the operator built it itself (only that image,
+  // even when another ROI was set since).
   ~IPG_STATISTIC1();
 
   // Tools 0, no owned ROI, statistics not computed.
@@ -87,4 +89,5 @@ private:
   double Mean = 0.0;
   double SNR = 0.0;
   bool OwnsRoi = false;
+  std::unique_ptr<DCM_STRUCT> BuiltRoi; // the ROI image built from a named object
 };

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <string>
 #include <initializer_list>
 #include <memory>
 
@@ -215,4 +216,18 @@ TEST(IpgStatistic1, NoiseMeasureFailures)
   IPG_STATISTIC1 narrow(thin.get());
   EXPECT_FALSE(narrow.SignalToNoiseRatio());
   EXPECT_FALSE(narrow.EstimateNoisePercent());
+}
+
+TEST(IpgStatistic1, OnlyTheBuiltRoiIsDeleted)
+{
+  auto in = Image(2, 2, {1, 2, 3, 4});
+  auto hostRoi = Constant(2, 2, kRoi);
+  {
+    IPG_STATISTIC1 op(in.get(), std::string("absent"));
+    EXPECT_TRUE(op.GetOwnsRoi());
+    op.SetRoi(hostRoi.get()); // the host keeps this one; the built mask is still released
+    ASSERT_TRUE(op.BasicStats());
+    EXPECT_EQ(op.GetNbPixels(), 4);
+  }
+  EXPECT_EQ(hostRoi->Data->GetValue(1u, 1u), kRoi);
 }
