@@ -10,7 +10,9 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 #include "ipg/frequency/ipg_transformation.h"
+#include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
+#include "ipg/segmentation/ipg_convert_binary_to_object.h"
 
 #include <cfloat>
 #include <cmath>
@@ -42,6 +44,7 @@ bool ForHeldClass(int type, Action&& action)
 {
   switch (type) {
   case kIpgClassGenericProcessing: return action(Held<kIpgClassGenericProcessing, IPG_GENERIC_PROCESSING>{});
+  case kIpgClassStatistic1: return action(Held<kIpgClassStatistic1, IPG_STATISTIC1>{});
   case kIpgClassStatistic2: return action(Held<kIpgClassStatistic2, IPG_STATISTIC2>{});
   case kIpgClassArithmetic1: return action(Held<kIpgClassArithmetic1, IPG_ARITHMETIC1>{});
   case kIpgClassArithmetic2: return action(Held<kIpgClassArithmetic2, IPG_ARITHMETIC2>{});
@@ -50,6 +53,8 @@ bool ForHeldClass(int type, Action&& action)
   case kIpgClassMorphoProcessing: return action(Held<kIpgClassMorphoProcessing, IPG_MORPHO_PROCESSING>{});
   case kIpgClassFftOneInput: return action(Held<kIpgClassFftOneInput, IPG_FFT_ONE_INPUT>{});
   case kIpgClassFftTwoInputs: return action(Held<kIpgClassFftTwoInputs, IPG_FFT_TWO_INPUTS>{});
+  case kIpgClassConvertBinaryToObject:
+    return action(Held<kIpgClassConvertBinaryToObject, IPG_CONVERT_BINARY_TO_OBJECT>{});
   case kIpgClassChangeDynamic: return action(Held<kIpgClassChangeDynamic, IPG_CHANGE_DYNAMIC>{});
   default: return false;
   }

@@ -10,7 +10,9 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 #include "ipg/frequency/ipg_transformation.h"
+#include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
+#include "ipg/segmentation/ipg_convert_binary_to_object.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -76,7 +78,11 @@ void ExpectContainerRunsLikeTheOperator(int type, Op& source, int tools, DCM_STR
   const Image carried(container.GetResult()); // the output the copy constructor carried, if any
   const bool viaContainer = container.Apply();
 
-  DCM_STRUCT out(carried ? *carried : roi != nullptr ? *roi : *in, true);
+  DCM_STRUCT& start = carried                                  ? *carried
+                      : type == kIpgClassConvertBinaryToObject ? *second
+                      : roi != nullptr                         ? *roi
+                                                               : *in;
+  DCM_STRUCT out(start, true);
   if (type == kIpgClassArithmetic1 || type == kIpgClassArithmetic2)
     out.Data->SetPrecision(10000);
   if (type != kIpgClassConvertBinaryToObject && type != kIpgClassChangeDynamic)
@@ -101,6 +107,13 @@ void ExpectContainerRunsLikeTheOperator(int type, Op& source, int tools, DCM_STR
     const Image result(container.GetResult());
     ASSERT_NE(result, nullptr);
     ExpectSameImage(*result, out);
+    // The contours go to the output's object list, which an image copy leaves behind.
+    DCM_STRUCT* heldOut = static_cast<Op*>(container.GetIPGClassAddress())->GetImaOut();
+    ASSERT_NE(heldOut, nullptr);
+    EXPECT_EQ(heldOut->GetObjectsList()->GetNbObjects(), out.GetObjectsList()->GetNbObjects());
+    if (type == kIpgClassConvertBinaryToObject) {
+      EXPECT_GT(out.GetObjectsList()->GetNbObjects(), 0);
+    }
   } else {
     EXPECT_EQ(container.GetNumericalResult(), static_cast<float>(source.GetResult()));
   }
@@ -236,6 +249,11 @@ TEST(Container, EveryHeldClassRunsAsItsOperatorWithMode302)
   ExpectContainerRunsLikeTheOperator(kIpgClassGenericProcessing, generic, 401, in.get());
   ExpectContainerRunsLikeTheOperator(kIpgClassGenericProcessing, generic, 403, in.get(), nullptr, roi.get());
 
+  IPG_STATISTIC1 statistics(in.get());
+  ExpectContainerRunsLikeTheOperator(kIpgClassStatistic1, statistics, 0, in.get());
+  ExpectContainerRunsLikeTheOperator(kIpgClassStatistic1, statistics, 12, in.get(), nullptr, roi.get());
+  ExpectContainerRunsLikeTheOperator(kIpgClassStatistic1, statistics, 16, in.get(), nullptr, roi.get());
+
   IPG_STATISTIC2 similarity(in.get(), second.get());
   ExpectContainerRunsLikeTheOperator(kIpgClassStatistic2, similarity, 102, in.get(), second.get());
   ExpectContainerRunsLikeTheOperator(kIpgClassStatistic2, similarity, 100, in.get(), second.get());
@@ -277,6 +295,13 @@ TEST(Container, EveryHeldClassRunsAsItsOperatorWithMode302)
 
   IPG_FFT_TWO_INPUTS fourierTwo(in.get(), second.get(), nullptr);
   ExpectContainerRunsLikeTheOperator(kIpgClassFftTwoInputs, fourierTwo, 1303, in.get(), second.get());
+
+  auto mask = MakeImage(8, 6, [](unsigned c, unsigned r) {
+    return (c >= 1 && c <= 2 && r >= 1 && r <= 4) || (c >= 5 && c <= 6 && r >= 2 && r <= 3) ? kRoiIn : 0;
+  });
+  IPG_CONVERT_BINARY_TO_OBJECT contours(mask.get(), second.get());
+  contours.SetStep(1);
+  ExpectContainerRunsLikeTheOperator(kIpgClassConvertBinaryToObject, contours, 0, mask.get(), second.get());
 
   auto dynamicOut = Ramp();
   IPG_CHANGE_DYNAMIC dynamic(in.get(), dynamicOut.get());
