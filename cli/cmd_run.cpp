@@ -3,6 +3,7 @@
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"
 #include "cli/cli_io.h"
+#include "cli/cli_pipeline.h"
 #include "cli/operator_registry.h"
 
 #include <iostream>
@@ -16,6 +17,7 @@ CliArgs RunGrammar(const CliOperator& op)
   grammar.Option("tools", true).Option("set", true).Option("roi", true).Option("second", true);
   grammar.Option("mode", true).Option("output", true, {"-o"}).Option("png", true).Option("json", false);
   grammar.Option("frame", true).Option("precision", true);
+  grammar.Option("save-pipeline", true).Option("append-pipeline", true);
   for (const CliOption& o : op.Options())
     grammar.Option(o.name, !o.valueName.empty());
   return grammar;
@@ -123,6 +125,10 @@ int Run(const std::vector<std::string>& args)
     outcome.results.Set("outputs", WriteOutputs(outcome, parsed));
   else if (!outcome.images.empty() && (parsed.Has("output") || parsed.Has("png")))
     std::cerr << "ipg: " << op->Name() << "::Apply() failed; no output image written\n";
+  if (parsed.Has("save-pipeline"))
+    Cli_WritePipeline(*parsed.Value("save-pipeline"), {Cli_DescribeRun(*op, settings, outcome)});
+  if (parsed.Has("append-pipeline"))
+    Cli_AppendPipelineStep(*parsed.Value("append-pipeline"), Cli_DescribeRun(*op, settings, outcome));
   if (parsed.Has("json"))
     std::cout << outcome.results.Dump(2) << "\n";
   else
@@ -136,6 +142,7 @@ const bool registered = Cli_RegisterCommand({
     "usage: ipg run CLASS [--tools N] [--set Name=Value]... [--roi FILE] [--second FILE]\n"
     "               [--mode M] [--precision P] [--frame F] [CLASS OPTIONS] IN\n"
     "               [-o OUT.dcm] [--png OUT.png] [--json]\n"
+    "               [--save-pipeline FILE.json | --append-pipeline FILE.json]\n"
     "\n"
     "Builds the operator CLASS as a host would: its constructor with the input\n"
     "image (and ROI), SetDefaultParameters(), an output image of the input's\n"
@@ -160,6 +167,9 @@ const bool registered = Cli_RegisterCommand({
     "                   it as F-LABEL.dcm\n"
     "  --png F          write a PNG preview of the output image\n"
     "  --json           print the results as a JSON object (default: Name: value lines)\n"
+    "  --save-pipeline F  record this run (class, class-type code, code, mode,\n"
+    "                   parameters) as a pipeline for `ipg replay`\n"
+    "  --append-pipeline F  add this run as the next step of pipeline F\n"
     "\n"
     "Operator messages appear on standard error as \"Information: <text>\".\n"
     "Exit status: 0 Apply() succeeded, 1 Apply() failed or a file could not be\n"

@@ -84,6 +84,9 @@ public:
   }
   virtual bool NeedsSecondInput() const = 0;
   virtual bool WritesImage() const = 0;
+  // The operator built and configured as Run() builds it, not applied, as the
+  // address of its library class (what IPG_CONTAINER::SetIpgContainer takes).
+  virtual std::shared_ptr<void> Build(const CliImages&, const CliSettings&) const { return nullptr; }
   // Throws CliUsageError for an unknown parameter or a value of the wrong type.
   virtual CliRunOutcome Run(const CliImages& images, const CliSettings& settings) const = 0;
 };
@@ -232,32 +235,21 @@ public:
   bool NeedsSecondInput() const override { return static_cast<bool>(AttachSecond) && SecondRequired; }
   bool WritesImage() const override { return !Outputs.empty(); }
 
+  std::shared_ptr<void> Build(const CliImages& images, const CliSettings& settings) const override
+  {
+    std::shared_ptr<Op> op = Prepare(images, settings);
+    CliRunOutcome unused;
+    RunOptions(*op, settings, CliWhen::BeforeApply, unused);
+    // A program-side subclass names the library class it extends.
+    if constexpr (requires { typename Op::LibraryClass; })
+      return std::shared_ptr<void>(op, static_cast<typename Op::LibraryClass*>(op.get()));
+    else
+      return op;
+  }
+
   CliRunOutcome Run(const CliImages& images, const CliSettings& settings) const override
   {
-    if (images.in == nullptr)
-      throw CliUsageError(ClassName + " needs an input image");
-    if (NeedsSecondInput() && images.second == nullptr)
-      throw CliUsageError(ClassName + " needs a second input image (--second FILE)");
-    std::unique_ptr<Op> op = Make(images);
-    if (images.second != nullptr && AttachSecond)
-      AttachSecond(*op, images.second);
-    if (images.roi != nullptr) {
-      if (AttachRoi)
-        AttachRoi(*op, images.roi);
-      else if constexpr (requires(Op& o, DCM_STRUCT* r) { o.SetRoi(r); })
-        op->SetRoi(images.roi);
-    }
-    for (const auto& [name, text] : settings.values)
-      FindSetter(name)(*op, text);
-    if constexpr (requires(Op& o) { o.SetTools(0); }) {
-      if (settings.tools)
-        op->SetTools(*settings.tools);
-    }
-    if constexpr (requires(Op& o) { o.SetMode(short{0}); }) {
-      if (settings.mode)
-        op->SetMode(*settings.mode);
-    }
-
+    std::unique_ptr<Op> op = Prepare(images, settings);
     CliRunOutcome outcome;
     RunOptions(*op, settings, CliWhen::BeforeApply, outcome);
     for (const auto& [label, attach] : Outputs) {
@@ -283,6 +275,36 @@ public:
   }
 
 private:
+  // The operator as a host builds it: constructor, second input, ROI, then the
+  // parameters, the code and the mode.
+  std::unique_ptr<Op> Prepare(const CliImages& images, const CliSettings& settings) const
+  {
+    if (images.in == nullptr)
+      throw CliUsageError(ClassName + " needs an input image");
+    if (NeedsSecondInput() && images.second == nullptr)
+      throw CliUsageError(ClassName + " needs a second input image (--second FILE)");
+    std::unique_ptr<Op> op = Make(images);
+    if (images.second != nullptr && AttachSecond)
+      AttachSecond(*op, images.second);
+    if (images.roi != nullptr) {
+      if (AttachRoi)
+        AttachRoi(*op, images.roi);
+      else if constexpr (requires(Op& o, DCM_STRUCT* r) { o.SetRoi(r); })
+        op->SetRoi(images.roi);
+    }
+    for (const auto& [name, text] : settings.values)
+      FindSetter(name)(*op, text);
+    if constexpr (requires(Op& o) { o.SetTools(0); }) {
+      if (settings.tools)
+        op->SetTools(*settings.tools);
+    }
+    if constexpr (requires(Op& o) { o.SetMode(short{0}); }) {
+      if (settings.mode)
+        op->SetMode(*settings.mode);
+    }
+    return op;
+  }
+
   void RunOptions(Op& op, const CliSettings& settings, CliWhen when, CliRunOutcome& outcome) const
   {
     for (const auto& [name, value] : settings.options) {

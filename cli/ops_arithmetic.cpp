@@ -26,6 +26,7 @@ const bool registered = [] {
 class CliArithmetic2 : public IPG_ARITHMETIC2 {
 public:
   using IPG_ARITHMETIC2::IPG_ARITHMETIC2;
+  using LibraryClass = IPG_ARITHMETIC2;
   std::optional<int> OptimalModel;
 };
 

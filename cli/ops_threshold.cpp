@@ -11,6 +11,7 @@ namespace {
 class CliGeneric : public IPG_GENERIC_PROCESSING {
 public:
   using IPG_GENERIC_PROCESSING::IPG_GENERIC_PROCESSING;
+  using LibraryClass = IPG_GENERIC_PROCESSING;
   std::optional<int> Factor;
 };
 
