@@ -34,6 +34,13 @@ int Phantom(const std::vector<std::string>& args)
   const std::string out = parsed.Positional()[0];
   const std::string maskPath = Cli_DerivedPath(out, "mask");
   Cli_WriteImage(*phantom.Image, out);
+  // The mask joins the image's study, series and frame of reference.
+  const DCM_HEADER written = Cli_ReadImage(out)->GetHeader();
+  DCM_HEADER maskHeader = phantom.Mask->GetHeader();
+  maskHeader.StudyInstanceUID = written.StudyInstanceUID;
+  maskHeader.SeriesInstanceUID = written.SeriesInstanceUID;
+  maskHeader.FrameOfReferenceUID = written.FrameOfReferenceUID;
+  phantom.Mask->SetHeader(maskHeader);
   Cli_WriteImage(*phantom.Mask, maskPath);
   if (parsed.Has("png"))
     Cli_WritePng(*phantom.Image, *parsed.Value("png"));
