@@ -24,8 +24,12 @@ void Cli_WriteImage(const DCM_STRUCT& image, const std::string& path)
 
 void Cli_WritePng(const DCM_STRUCT& image, const std::string& path)
 {
+  // Some filters leave the stored extremes stale; the preview spans the pixels.
+  DCM_STRUCT measured(const_cast<DCM_STRUCT&>(image), true);
+  measured.Data->SetMin();
+  measured.Data->SetMax();
   std::string error;
-  if (!Dcm_WritePng(image, path, &error))
+  if (!Dcm_WritePng(measured, path, &error))
     throw CliFileError("cannot write " + error);
 }
 

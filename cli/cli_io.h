@@ -14,6 +14,7 @@ public:
 
 std::unique_ptr<DCM_STRUCT> Cli_ReadImage(const std::string& path, unsigned frame = 0);
 void Cli_WriteImage(const DCM_STRUCT& image, const std::string& path);
+// An 8-bit preview whose window spans the image's pixel extremes.
 void Cli_WritePng(const DCM_STRUCT& image, const std::string& path);
 
 // "out.dcm" with label "mask" gives "out-mask.dcm": where an extra output goes.
