@@ -16,6 +16,7 @@
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
+#include "ipg/segmentation/ipg_region.h"
 
 #include <cctype>
 
@@ -26,6 +27,7 @@ namespace {
 IPG_ONE_INPUT_NO_OUTPUT* AsOperator(void* op, int type)
 {
   switch (type) {
+  case kIpgClassRegion: return static_cast<IPG_REGION*>(op);
   case kIpgClassGenericProcessing: return static_cast<IPG_GENERIC_PROCESSING*>(op);
   case kIpgClassStatistic1: return static_cast<IPG_STATISTIC1*>(op);
   case kIpgClassStatistic2: return static_cast<IPG_STATISTIC2*>(op);

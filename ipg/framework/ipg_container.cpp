@@ -13,6 +13,7 @@
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
+#include "ipg/segmentation/ipg_region.h"
 
 #include <cfloat>
 #include <cmath>
@@ -43,6 +44,7 @@ template <typename Action>
 bool ForHeldClass(int type, Action&& action)
 {
   switch (type) {
+  case kIpgClassRegion: return action(Held<kIpgClassRegion, IPG_REGION>{});
   case kIpgClassGenericProcessing: return action(Held<kIpgClassGenericProcessing, IPG_GENERIC_PROCESSING>{});
   case kIpgClassStatistic1: return action(Held<kIpgClassStatistic1, IPG_STATISTIC1>{});
   case kIpgClassStatistic2: return action(Held<kIpgClassStatistic2, IPG_STATISTIC2>{});

@@ -13,6 +13,7 @@
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
+#include "ipg/segmentation/ipg_region.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -242,6 +243,13 @@ TEST(Container, EveryHeldClassRunsAsItsOperatorWithMode302)
   auto in = Ramp();
   auto second = OtherRamp();
   auto roi = LeftHalfRoi();
+
+  IPG_REGION region(in.get());
+  region.SetSeed(1, 1); // value 21, inside the range
+  region.SetMinGL(10);
+  region.SetMaxGL(45);
+  ExpectContainerRunsLikeTheOperator(kIpgClassRegion, region, 900, in.get());
+  ExpectContainerRunsLikeTheOperator(kIpgClassRegion, region, 900, in.get(), nullptr, roi.get());
 
   IPG_GENERIC_PROCESSING generic(in.get());
   generic.SetSeuilMin(20);
