@@ -35,6 +35,28 @@ int WrappedSquare(int v)
   return Wrap(static_cast<std::int64_t>(v) * v);
 }
 
+// Statistics of every positive pixel of an image: the smallest of them (or
+// startMin when it is smaller), their count, sum and sum of wrapped squares.
+struct PositivePixels {
+  int minimum;
+  int count = 0;
+  double sum = 0.0;
+  double sumOfSquares = 0.0;
+};
+PositivePixels GatherPositivePixels(const DCM_STRUCT& image, int startMin)
+{
+  PositivePixels p{startMin};
+  const int* pixels = image.Data->GetIDataAddress();
+  for (std::size_t i = 0; i < image.Data->GetSize(); ++i)
+    if (pixels[i] > 0) {
+      p.minimum = std::min(p.minimum, pixels[i]);
+      ++p.count;
+      p.sum += pixels[i];
+      p.sumOfSquares += WrappedSquare(pixels[i]);
+    }
+  return p;
+}
+
 // max(seed - half, low) and min(seed + half, high), without overflowing.
 int Lower(int seed, int half, int low)
 {
@@ -220,17 +242,10 @@ bool IPG_REGION::VarianceControlRegionGrowing()
   IPG_HISTO histo(ImaIn);
   histo.SetTools(1400);
   histo.Apply();
-  int m = kVarianceStartMin;
-  int count = 0;
-  double sum = 0.0, sumOfSquares = 0.0;
-  const int* pixels = ImaIn->Data->GetIDataAddress();
-  for (std::size_t i = 0; i < ImaIn->Data->GetSize(); ++i)
-    if (pixels[i] > 0) {
-      m = std::min(m, pixels[i]);
-      ++count;
-      sum += pixels[i];
-      sumOfSquares += WrappedSquare(pixels[i]);
-    }
+  const PositivePixels positive = GatherPositivePixels(*ImaIn, kVarianceStartMin);
+  int m = positive.minimum;
+  const int count = positive.count;
+  const double sum = positive.sum, sumOfSquares = positive.sumOfSquares;
   if (count == 0)
     return false; // no usable statistics
   const double mean = sum / count;
@@ -333,17 +348,10 @@ bool IPG_REGION::CustomFillByExpansion()
   IPG_HISTO histo(ImaIn);
   histo.SetTools(1400);
   histo.Apply();
-  int m = kExpansionStartMin;
-  int count = 0;
-  double sum = 0.0, sumOfSquares = 0.0;
-  const int* pixels = ImaIn->Data->GetIDataAddress();
-  for (std::size_t i = 0; i < ImaIn->Data->GetSize(); ++i)
-    if (pixels[i] > 0) {
-      m = std::min(m, pixels[i]);
-      ++count;
-      sum += pixels[i];
-      sumOfSquares += WrappedSquare(pixels[i]);
-    }
+  const PositivePixels positive = GatherPositivePixels(*ImaIn, kExpansionStartMin);
+  int m = positive.minimum;
+  const int count = positive.count;
+  const double sum = positive.sum, sumOfSquares = positive.sumOfSquares;
   if (count == 0)
     return false;
   const double mean = sum / count;
