@@ -118,6 +118,24 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int threshold, short type)
   return FinishOutput();
 }
 
+// Raw walk shared by the band operations: marks (above 16777216) and pixels
+// outside the ROI are copied, the others get map(v).
+template <typename Map>
+void IPG_GENERIC_PROCESSING::MapSelectedPixels(Map map) const
+{
+  const DCM_DATA& in = *ImaIn->Data;
+  const int* src = in.GetIDataAddress();
+  int* dst = ImaOut->Data->GetIDataAddress();
+  const std::size_t outSize = ImaOut->Data->GetSize();
+  const unsigned cols = in.GetNbOfCols();
+  for (std::size_t k = 0; k < in.GetSize() && k < outSize; ++k) {
+    const int v = src[k];
+    const bool selected =
+        v <= kIpgMaxGrey && InsideRoi(static_cast<unsigned>(k % cols), static_cast<unsigned>(k / cols));
+    dst[k] = selected ? map(v) : v;
+  }
+}
+
 int IPG_GENERIC_PROCESSING::MakeBinary(int low, int high, short type)
 {
   if (ImaOut == nullptr) {
@@ -126,20 +144,10 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int low, int high, short type)
   }
   if (ImaIn == nullptr)
     return 0;
-  const DCM_DATA& in = *ImaIn->Data;
-  const int* src = in.GetIDataAddress();
-  int* dst = ImaOut->Data->GetIDataAddress();
-  const std::size_t outSize = ImaOut->Data->GetSize();
-  const unsigned cols = in.GetNbOfCols();
-  for (std::size_t k = 0; k < in.GetSize() && k < outSize; ++k) {
-    const int v = src[k];
-    if (v > kIpgMaxGrey || !InsideRoi(static_cast<unsigned>(k % cols), static_cast<unsigned>(k / cols))) {
-      dst[k] = v;
-      continue;
-    }
+  MapSelectedPixels([low, high, type](int v) {
     const bool inBand = low <= v && v <= high;
-    dst[k] = (type == 1 ? inBand : !inBand) ? kIpgRoiValue : 0;
-  }
+    return (type == 1 ? inBand : !inBand) ? kIpgRoiValue : 0;
+  });
   return FinishOutput();
 }
 
@@ -151,25 +159,14 @@ int IPG_GENERIC_PROCESSING::DoubleThreshold(int low, int high, short type)
   }
   if (ImaIn == nullptr)
     return 0;
-  const DCM_DATA& in = *ImaIn->Data;
-  const int* src = in.GetIDataAddress();
-  int* dst = ImaOut->Data->GetIDataAddress();
-  const std::size_t outSize = ImaOut->Data->GetSize();
-  const unsigned cols = in.GetNbOfCols();
-  for (std::size_t k = 0; k < in.GetSize() && k < outSize; ++k) {
-    const int v = src[k];
-    if (v >= kIpgRoiValue || !InsideRoi(static_cast<unsigned>(k % cols), static_cast<unsigned>(k / cols))) {
-      dst[k] = v;
-      continue;
-    }
+  MapSelectedPixels([low, high, type](int v) {
     const bool outside = v < low || v > high;
     if (type == 1)
-      dst[k] = v < low ? low : v > high ? high : v;
-    else if (type == -1)
-      dst[k] = outside ? 0 : v;
-    else
-      dst[k] = outside ? kIpgRoiValue : v;
-  }
+      return v < low ? low : v > high ? high : v;
+    if (type == -1)
+      return outside ? 0 : v;
+    return outside ? kIpgRoiValue : v;
+  });
   DCM_DATA& out = *ImaOut->Data;
   out.SetMin();
   out.SetMax();

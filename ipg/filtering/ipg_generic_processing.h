@@ -63,6 +63,8 @@ public:
 
 private:
   bool InsideRoi(unsigned col, unsigned row) const;
+  template <typename Map>
+  void MapSelectedPixels(Map map) const;
   int FinishOutput();
 
   int SeuilMin = 0;
