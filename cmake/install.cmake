@@ -5,7 +5,8 @@ install(TARGETS ipg EXPORT ipgTargets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 foreach(dir dcm mth ipg)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/${dir} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    FILES_MATCHING PATTERN "*.h")
+    FILES_MATCHING PATTERN "*.h"
+    PATTERN "internal" EXCLUDE) # the operators' own helpers are not part of the interface
 endforeach()
 
 install(EXPORT ipgTargets NAMESPACE ipg:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/ipg)

@@ -1,31 +1,37 @@
 #include "dcm/dcm_io.h"
 
-#include <gdcmDataSet.h>
-#include <gdcmImage.h>
-#include <gdcmImageApplyLookupTable.h>
-#include <gdcmImageReader.h>
-#include <gdcmPixelFormat.h>
-#include <gdcmReader.h>
+#include "dcm/internal/dicom_frame.h"
+#include "dcm/internal/dicom_scanner.h"
+#include "dcm/internal/frame_decoder.h"
+#include "dcm/internal/isolated_call.h"
+
 #include <gdcmTrace.h>
-#include <gdcmTransferSyntax.h>
 #include <gdcmUIDGenerator.h>
 #include <gdcmUIDs.h>
 #include <gdcmWriter.h>
 
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
-#include <cstdlib>
-#include <cstdint>
-#include <climits>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iterator>
-#include <sys/stat.h>
+#include <mutex>
 #include <vector>
 
 namespace {
+
+std::mutex LimitsLock;
+DCM_READ_LIMITS Limits;
+std::atomic<bool> Isolated{false};
 
 // GDCM reports problems on its own streams; the reasons given here replace them.
 void QuietGdcm()
@@ -33,43 +39,6 @@ void QuietGdcm()
   gdcm::Trace::WarningOff();
   gdcm::Trace::ErrorOff();
   gdcm::Trace::DebugOff();
-}
-
-// A text attribute without its padding, or "" when absent.
-std::string GetString(const gdcm::DataSet& ds, uint16_t group, uint16_t element)
-{
-  const gdcm::Tag tag(group, element);
-  if (!ds.FindDataElement(tag))
-    return "";
-  const gdcm::ByteValue* bv = ds.GetDataElement(tag).GetByteValue();
-  if (bv == nullptr || bv->GetPointer() == nullptr)
-    return "";
-  std::string s(bv->GetPointer(), bv->GetLength());
-  while (!s.empty() && (s.back() == ' ' || s.back() == '\0'))
-    s.pop_back();
-  std::size_t first = 0;
-  while (first < s.size() && s[first] == ' ')
-    ++first;
-  return s.substr(first);
-}
-
-// The values of a decimal-string attribute ("0.5\\0.5"); stops at the first bad one.
-std::vector<double> GetNumbers(const gdcm::DataSet& ds, uint16_t group, uint16_t element)
-{
-  std::vector<double> values;
-  const std::string text = GetString(ds, group, element);
-  std::size_t start = 0;
-  while (start <= text.size() && !text.empty()) {
-    const std::size_t end = std::min(text.find('\\', start), text.size());
-    const std::string item = text.substr(start, end - start);
-    char* stop = nullptr;
-    const double v = std::strtod(item.c_str(), &stop);
-    if (item.empty() || stop == item.c_str() || !std::isfinite(v))
-      break;
-    values.push_back(v);
-    start = end + 1;
-  }
-  return values;
 }
 
 // The precision p that a Rescale Slope of exactly 1/p stands for, else 1.
@@ -90,23 +59,6 @@ bool Fail(std::string* error, const std::string& reason)
   return false;
 }
 
-// A file that cannot be a DICOM file is refused before GDCM parses it.
-bool CheckFile(const std::string& path, std::string* error)
-{
-  struct stat info {};
-  if (stat(path.c_str(), &info) != 0)
-    return Fail(error, path + ": " + std::strerror(errno));
-  if (S_ISDIR(info.st_mode))
-    return Fail(error, path + ": is a directory");
-  if (info.st_size == 0)
-    return Fail(error, path + ": empty file");
-  FILE* f = std::fopen(path.c_str(), "rb");
-  if (f == nullptr)
-    return Fail(error, path + ": " + std::strerror(errno));
-  std::fclose(f);
-  return true;
-}
-
 std::unique_ptr<DCM_STRUCT> Refuse(std::string* error, const std::string& reason)
 {
   Fail(error, reason);
@@ -121,138 +73,85 @@ std::string UidName(const std::string& uid)
   return known.GetName();
 }
 
-// What the attributes before the pixel data say, read without the pixel data:
-// files that GDCM's image reader would misread or abort on are refused here.
-struct FilePreamble {
-  bool deflated = false;
-  bool bigEndian = false;
-  bool implicit = false;
-};
-
-bool ReadPreamble(const std::string& path, FilePreamble& pre, std::string* error)
+// What a path names when it is not a regular file, else "".
+std::string NotAFile(const struct stat& info)
 {
-  gdcm::Reader reader;
-  reader.SetFileName(path.c_str());
-  if (!reader.ReadUpToTag(gdcm::Tag(0x7fe0, 0x0010)))
-    return Fail(error, path + ": not a DICOM file (no DICOM preamble or file meta information, or damaged beyond reading)");
-  const gdcm::DataSet& ds = reader.GetFile().GetDataSet();
-  const bool hasFrames = ds.FindDataElement(gdcm::Tag(0x0028, 0x0008));
-  if (hasFrames) {
-    const std::string text = GetString(ds, 0x0028, 0x0008);
-    char* end = nullptr;
-    const long n = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || n < 1)
-      return Fail(error, path + ": invalid Number of Frames '" + text + "'");
-  } else if (ds.FindDataElement(gdcm::Tag(0x0028, 0x0009)) || ds.FindDataElement(gdcm::Tag(0x5200, 0x9230)) ||
-             ds.FindDataElement(gdcm::Tag(0x5200, 0x9229))) {
-    // Multi-frame modules without their frame count make GDCM's image reader abort.
-    return Fail(error, path + ": multi-frame image (" + UidName(GetString(ds, 0x0008, 0x0016)) +
-                           ") without Number of Frames");
-  }
-  const gdcm::TransferSyntax ts = reader.GetFile().GetHeader().GetDataSetTransferSyntax();
-  pre.deflated = ts == gdcm::TransferSyntax::DeflatedExplicitVRLittleEndian;
-  pre.bigEndian = ts == gdcm::TransferSyntax::ExplicitVRBigEndian;
-  pre.implicit = ts == gdcm::TransferSyntax::ImplicitVRLittleEndian;
-  return true;
+  if (S_ISDIR(info.st_mode))
+    return "is a directory";
+  if (S_ISCHR(info.st_mode))
+    return "is a character device, not a file";
+  if (S_ISBLK(info.st_mode))
+    return "is a block device, not a file";
+  if (S_ISFIFO(info.st_mode))
+    return "is a named pipe (FIFO), not a file";
+  if (S_ISSOCK(info.st_mode))
+    return "is a socket, not a file";
+  if (!S_ISREG(info.st_mode))
+    return "is not a regular file";
+  return "";
 }
 
-// Photometric code of a monochrome file; colour files become MONOCHROME2.
-unsigned short PhotometricCode(gdcm::PhotometricInterpretation::PIType pi)
-{
-  return pi == gdcm::PhotometricInterpretation::MONOCHROME1 ? 0 : 1;
-}
-
-// The stored value of one sample, masked to BitsStored and sign-extended when
-// Pixel Representation says two's complement.
-class SampleDecoder {
+// A read-only mapping of a whole file, so that it is parsed in place, once.
+class MappedFile {
 public:
-  SampleDecoder(const gdcm::PixelFormat& pf, bool swapWords)
-      : Bytes(pf.GetBitsAllocated() / 8), SwapWords(swapWords && Bytes == 4), Stored(pf.GetBitsStored()),
-        Shift(pf.GetHighBit() + 1 >= pf.GetBitsStored() ? pf.GetHighBit() + 1 - pf.GetBitsStored() : 0),
-        Signed(pf.GetPixelRepresentation() == 1)
+  bool Open(const std::string& path, std::string& reason)
   {
+    struct stat info {};
+    if (stat(path.c_str(), &info) != 0)
+      return Reason(reason, std::strerror(errno));
+    if (const std::string what = NotAFile(info); !what.empty())
+      return Reason(reason, what);
+    if (info.st_size == 0)
+      return Reason(reason, "empty file");
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0)
+      return Reason(reason, std::strerror(errno));
+    Size = static_cast<std::size_t>(info.st_size);
+    void* at = mmap(nullptr, Size, PROT_READ, MAP_PRIVATE, fd, 0);
+    close(fd);
+    if (at == MAP_FAILED)
+      return Reason(reason, std::strerror(errno));
+    Data = static_cast<const unsigned char*>(at);
+    return true;
   }
-
-  long long operator()(const unsigned char* p) const
+  ~MappedFile()
   {
-    unsigned long long raw = 0;
-    for (unsigned b = 0; b < Bytes; ++b) // GDCM hands buffers in host (little endian) order
-      raw |= static_cast<unsigned long long>(p[b]) << (8 * b);
-    if (SwapWords)
-      raw = ((raw & 0xffff) << 16) | (raw >> 16);
-    raw >>= Shift;
-    if (Stored < 64)
-      raw &= (1ULL << Stored) - 1;
-    long long v = static_cast<long long>(raw);
-    if (Signed && Stored < 64 && (raw >> (Stored - 1)) != 0)
-      v -= 1LL << Stored;
-    return v;
+    if (Data != nullptr)
+      munmap(const_cast<unsigned char*>(Data), Size);
   }
-
-  unsigned Bytes;
+  const unsigned char* Data = nullptr;
+  std::size_t Size = 0;
 
 private:
-  bool SwapWords;
-  unsigned Stored;
-  unsigned Shift;
-  bool Signed;
+  static bool Reason(std::string& reason, const std::string& text)
+  {
+    reason = text;
+    return false;
+  }
 };
 
-struct FrameLayout {
-  unsigned cols, rows, samples;
-  bool planar;   // samples stored plane after plane
-  bool ybr422;   // Y1 Y2 Cb Cr for each pair of pixels, as stored
+// The bit depths the decoder ended with (a palette becomes its table's depth),
+// ahead of the pixels in a decoded frame.
+struct DecodedFormat {
+  unsigned BitsAllocated, BitsStored, PixelRepresentation;
 };
 
-// BT.601 luminance of R, G, B.
-long long Luminance(long long r, long long g, long long b)
+void ReadGeometry(const DicomScan& scan, DCM_HEADER& h)
 {
-  return std::llround(0.299 * static_cast<double>(r) + 0.587 * static_cast<double>(g) + 0.114 * static_cast<double>(b));
-}
-
-bool IsYbr(gdcm::PhotometricInterpretation::PIType pi)
-{
-  using PI = gdcm::PhotometricInterpretation;
-  return pi == PI::YBR_FULL || pi == PI::YBR_FULL_422 || pi == PI::YBR_PARTIAL_422 || pi == PI::YBR_PARTIAL_420;
-}
-
-// Grey value of pixel (c, r) of a frame starting at base.
-long long GreyValue(const unsigned char* base, const FrameLayout& f, const SampleDecoder& decode,
-                    gdcm::PhotometricInterpretation::PIType pi, unsigned c, unsigned r)
-{
-  const std::size_t pixel = static_cast<std::size_t>(r) * f.cols + c;
-  const std::size_t plane = static_cast<std::size_t>(f.cols) * f.rows;
-  if (f.samples == 1)
-    return decode(base + pixel * decode.Bytes);
-  if (f.ybr422) // the luminance sample of each pixel of a pair
-    return decode(base + ((pixel / 2) * 4 + pixel % 2) * decode.Bytes);
-  auto sample = [&](unsigned s) {
-    const std::size_t index = f.planar ? s * plane + pixel : pixel * f.samples + s;
-    return decode(base + index * decode.Bytes);
-  };
-  if (IsYbr(pi)) // Y is the luminance already
-    return sample(0);
-  return Luminance(sample(0), sample(1), sample(2));
-}
-
-void ReadGeometry(const gdcm::DataSet& ds, DCM_HEADER& h)
-{
-  const std::vector<double> spacing = GetNumbers(ds, 0x0028, 0x0030);
+  const std::vector<double> spacing = scan.Numbers(DicomTag(0x0028, 0x0030));
+  const std::vector<double> imager = scan.Numbers(DicomTag(0x0018, 0x1164)); // Imager Pixel Spacing
   if (spacing.size() >= 2 && spacing[0] > 0 && spacing[1] > 0) {
     h.PixelSpacing[0] = spacing[0];
     h.PixelSpacing[1] = spacing[1];
-  } else {
-    const std::vector<double> imager = GetNumbers(ds, 0x0018, 0x1164); // Imager Pixel Spacing
-    if (imager.size() >= 2 && imager[0] > 0 && imager[1] > 0) {
-      h.PixelSpacing[0] = imager[0];
-      h.PixelSpacing[1] = imager[1];
-    }
+  } else if (imager.size() >= 2 && imager[0] > 0 && imager[1] > 0) {
+    h.PixelSpacing[0] = imager[0];
+    h.PixelSpacing[1] = imager[1];
   }
-  const std::vector<double> position = GetNumbers(ds, 0x0020, 0x0032);
+  const std::vector<double> position = scan.Numbers(DicomTag(0x0020, 0x0032));
   if (position.size() >= 3)
     for (int i = 0; i < 3; ++i)
       h.ImagePosition[i] = position[i];
-  const std::vector<double> orientation = GetNumbers(ds, 0x0020, 0x0037);
+  const std::vector<double> orientation = scan.Numbers(DicomTag(0x0020, 0x0037));
   if (orientation.size() >= 6)
     for (int i = 0; i < 3; ++i) {
       h.RowDirection[i] = orientation[i];
@@ -260,10 +159,10 @@ void ReadGeometry(const gdcm::DataSet& ds, DCM_HEADER& h)
     }
 }
 
-void ReadDescription(const gdcm::DataSet& ds, DCM_HEADER& h)
+void ReadDescription(const DicomScan& scan, DCM_HEADER& h)
 {
   auto text = [&](uint16_t g, uint16_t e, std::string& field) {
-    const std::string v = GetString(ds, g, e);
+    const std::string v = scan.Text(DicomTag(g, e));
     if (!v.empty())
       field = v;
   };
@@ -275,217 +174,184 @@ void ReadDescription(const gdcm::DataSet& ds, DCM_HEADER& h)
   text(0x0008, 0x0018, h.SOPInstanceUID);
   text(0x0008, 0x0016, h.SOPClassUID);
   text(0x0020, 0x0052, h.FrameOfReferenceUID);
-  const std::vector<double> slope = GetNumbers(ds, 0x0028, 0x1053);
-  const std::vector<double> intercept = GetNumbers(ds, 0x0028, 0x1052);
+  const std::vector<double> slope = scan.Numbers(DicomTag(0x0028, 0x1053));
+  const std::vector<double> intercept = scan.Numbers(DicomTag(0x0028, 0x1052));
   if (!slope.empty() && slope[0] != 0.0)
     h.RescaleSlope = slope[0];
   if (!intercept.empty())
     h.RescaleIntercept = intercept[0];
-  const std::vector<double> center = GetNumbers(ds, 0x0028, 0x1050);
-  const std::vector<double> width = GetNumbers(ds, 0x0028, 0x1051);
+  const std::vector<double> center = scan.Numbers(DicomTag(0x0028, 0x1050));
+  const std::vector<double> width = scan.Numbers(DicomTag(0x0028, 0x1051));
   if (!center.empty() && !width.empty() && width[0] > 0) {
     h.WindowCenter = center[0];
     h.WindowWidth = width[0];
   }
 }
 
-bool CheckPixelFormat(const gdcm::PixelFormat& pf, const std::string& path, std::string* error)
+DCM_HEADER MakeHeader(const DicomScan& scan, const DicomFrame& f, const DecodedFormat& format)
 {
-  const unsigned allocated = pf.GetBitsAllocated();
-  if (pf.GetScalarType() == gdcm::PixelFormat::FLOAT32 || pf.GetScalarType() == gdcm::PixelFormat::FLOAT64)
-    return Fail(error, path + ": floating-point pixels are not supported");
-  if (allocated != 1 && allocated != 8 && allocated != 16 && allocated != 32)
-    return Fail(error, path + ": " + std::to_string(allocated) + " bits allocated per sample is not supported");
-  if (pf.GetBitsStored() == 0 || pf.GetBitsStored() > allocated)
-    return Fail(error, path + ": invalid Bits Stored " + std::to_string(pf.GetBitsStored()));
-  if (pf.GetSamplesPerPixel() != 1 && pf.GetSamplesPerPixel() != 3)
-    return Fail(error, path + ": " + std::to_string(pf.GetSamplesPerPixel()) + " samples per pixel is not supported");
-  return true;
+  DCM_HEADER h;
+  h.BitsAllocated = static_cast<short>(format.BitsAllocated);
+  h.BitsStored = static_cast<short>(format.BitsStored);
+  h.HighBit = static_cast<short>(format.BitsStored - 1);
+  h.PixelRepresentation = static_cast<unsigned short>(format.PixelRepresentation);
+  h.PhotometricInterpretation = f.Photometric == "MONOCHROME1" ? 0 : 1; // colour is read as luminance
+  h.SamplesPerPixel = 1;
+  h.Rows = static_cast<unsigned short>(f.Rows);
+  h.Columns = static_cast<unsigned short>(f.Cols);
+  h.NumberOfFrames = static_cast<int>(f.Frames);
+  h.Frame = static_cast<int>(f.Frame);
+  h.TransferSyntax = scan.Deflated ? scan.TransferSyntax : f.TransferSyntax;
+  h.SourcePhotometric = f.Photometric;
+  ReadGeometry(scan, h);
+  ReadDescription(scan, h);
+  return h;
 }
 
-// Bytes that the last Pixel Data element of the file declares and holds; GDCM
-// pads a truncated element silently, so the file itself is looked at.
-bool PixelDataTruncated(const std::string& path, const FilePreamble& pre, std::size_t& declared, std::size_t& held)
+bool Plan(const unsigned char* data, std::size_t size, unsigned frame, DicomScan& scan, DicomFrame& f,
+          std::string& reason)
 {
-  std::ifstream in(path, std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  const std::string tag = pre.bigEndian ? std::string("\x7f\xe0\x00\x10", 4) : std::string("\xe0\x7f\x10\x00", 4);
-  const std::size_t at = bytes.rfind(tag);
-  const std::size_t lengthAt = at + (pre.implicit ? 4 : 8);
-  if (at == std::string::npos || lengthAt + 4 > bytes.size())
+  const DCM_READ_LIMITS limits = Dcm_GetReadLimits();
+  if (!DicomScanner(limits.MaxDecodedBytes).Scan(data, size, scan, reason))
     return false;
-  uint32_t length = 0;
-  for (int b = 0; b < 4; ++b) {
-    const auto byte = static_cast<unsigned char>(bytes[lengthAt + (pre.bigEndian ? 3 - b : b)]);
-    length |= static_cast<uint32_t>(byte) << (8 * b);
+  if (scan.Elements.empty()) {
+    reason = "DICOM file without a data set (nothing follows the file meta information)";
+    return false;
   }
-  if (length == 0xffffffffu)
-    return false; // encapsulated
-  declared = length;
-  held = bytes.size() - (lengthAt + 4);
-  return held < declared;
-}
-
-bool CheckUncompressedLength(const std::string& path, const FilePreamble& pre, std::size_t expected,
-                             std::string* error)
-{
-  std::size_t declared = 0, held = 0;
-  if (pre.deflated)
-    return true;
-  if (PixelDataTruncated(path, pre, declared, held))
-    return Fail(error, path + ": truncated pixel data (" + std::to_string(held) + " of " +
-                           std::to_string(declared) + " bytes)");
-  if (declared != 0 && declared < expected)
-    return Fail(error, path + ": pixel data too short (" + std::to_string(declared) + " of " +
-                           std::to_string(expected) + " bytes)");
-  return true;
-}
-
-// The uncompressed 32-bit samples of the Pixel Data element in little endian order.
-bool RawSamples(const gdcm::Image& image, bool bigEndian, std::vector<char>& out)
-{
-  const gdcm::ByteValue* bv = image.GetDataElement().GetByteValue();
-  if (bv == nullptr || bv->GetPointer() == nullptr)
+  if (!scan.HasPixelData && !scan.FloatPixelData) {
+    reason = "DICOM file without an image (" + UidName(scan.Text(DicomTag(0x0008, 0x0016))) + ")";
     return false;
-  out.assign(bv->GetPointer(), bv->GetPointer() + bv->GetLength());
-  if (bigEndian)
-    for (std::size_t i = 0; i + 4 <= out.size(); i += 4) {
-      std::swap(out[i], out[i + 3]);
-      std::swap(out[i + 1], out[i + 2]);
-    }
+  }
+  return DicomFramePlanner(limits.MaxDecodedBytes).Plan(scan, frame, f, reason);
+}
+
+// Decodes into format and pixels, in this process or behind the isolation wall.
+bool Decode(const DicomFrame& f, DecodedFormat& format, int* pixels, std::string& reason)
+{
+  const std::size_t pixelBytes = f.PixelCount() * sizeof(int);
+  auto job = [&f](void* out, std::string& why) {
+    auto* decoded = static_cast<DecodedFormat*>(out);
+    return FrameDecoder::Decode(f, reinterpret_cast<int*>(decoded + 1), why, decoded->BitsAllocated,
+                                decoded->BitsStored, decoded->PixelRepresentation);
+  };
+  if (!Dcm_GetIsolatedDecoding())
+    return FrameDecoder::Decode(f, pixels, reason, format.BitsAllocated, format.BitsStored,
+                                format.PixelRepresentation);
+  const DCM_READ_LIMITS limits = Dcm_GetReadLimits();
+  std::vector<unsigned char> result(sizeof(DecodedFormat) + pixelBytes);
+  const std::size_t childBytes = 4 * std::max(limits.MaxDecodedBytes, pixelBytes) + (std::size_t{512} << 20);
+  if (!IsolatedCall(result.size(), limits.MaxSeconds, childBytes).Run(job, result.data(), reason))
+    return false;
+  std::memcpy(&format, result.data(), sizeof format);
+  std::memcpy(pixels, result.data() + sizeof format, pixelBytes);
   return true;
+}
+
+std::unique_ptr<DCM_STRUCT> ReadBytes(const unsigned char* data, std::size_t size, unsigned frame,
+                                      std::string& reason)
+{
+  QuietGdcm();
+  DicomScan scan;
+  DicomFrame f;
+  if (!Plan(data, size, frame, scan, f, reason))
+    return nullptr;
+  auto out = std::make_unique<DCM_STRUCT>(f.Cols, f.Rows, nullptr);
+  DecodedFormat format{f.BitsAllocated, f.BitsStored, f.PixelRepresentation};
+  if (!Decode(f, format, out->Data->GetIDataAddress(), reason))
+    return nullptr;
+  out->Data->SetMin();
+  out->Data->SetMax();
+  const DCM_HEADER h = MakeHeader(scan, f, format);
+  out->SetHeader(h);
+  out->Data->SetRGB(f.Samples == 3);
+  out->Data->SetPrecision(PrecisionFromSlope(h.RescaleSlope));
+  return out;
+}
+
+// Runs a read, turning every exception into the error text.
+template <class Read>
+std::unique_ptr<DCM_STRUCT> Guarded(std::string* error, const std::string& prefix, Read read)
+{
+  std::string reason;
+  try {
+    auto image = read(reason);
+    if (image != nullptr) {
+      if (error != nullptr)
+        error->clear();
+      return image;
+    }
+  } catch (const std::bad_alloc&) {
+    reason = "not enough memory to read this file";
+  } catch (const std::exception& e) {
+    reason = std::string("cannot read this file: ") + e.what();
+  } catch (...) {
+    reason = "cannot read this file";
+  }
+  return Refuse(error, prefix + reason);
 }
 
 } // namespace
 
 std::unique_ptr<DCM_STRUCT> Dcm_ReadFile(const std::string& path, std::string* error, unsigned frame)
 {
-  QuietGdcm();
-  if (!CheckFile(path, error))
-    return nullptr;
-  FilePreamble pre;
-  if (!ReadPreamble(path, pre, error))
-    return nullptr;
-  gdcm::ImageReader reader;
-  reader.SetFileName(path.c_str());
-  if (!reader.Read()) {
-    gdcm::Reader plain;
-    plain.SetFileName(path.c_str());
-    const bool parsed = plain.Read();
-    const gdcm::DataSet& all = plain.GetFile().GetDataSet();
-    const bool hasPixels = parsed && all.FindDataElement(gdcm::Tag(0x7fe0, 0x0010));
-    const std::string sopClass = parsed ? UidName(GetString(all, 0x0008, 0x0016)) : "unreadable";
-    return Refuse(error, path + (hasPixels ? ": the image attributes of this DICOM file cannot be read"
-                                           : ": DICOM file without an image (" + sopClass + ")"));
+  return Guarded(error, path + ": ", [&](std::string& reason) -> std::unique_ptr<DCM_STRUCT> {
+    MappedFile file;
+    if (!file.Open(path, reason))
+      return nullptr;
+    return ReadBytes(file.Data, file.Size, frame, reason);
+  });
+}
+
+std::unique_ptr<DCM_STRUCT> Dcm_ReadBuffer(const void* data, std::size_t size, std::string* error, unsigned frame)
+{
+  return Guarded(error, "", [&](std::string& reason) -> std::unique_ptr<DCM_STRUCT> {
+    if (data == nullptr || size == 0) {
+      reason = "empty buffer";
+      return nullptr;
+    }
+    return ReadBytes(static_cast<const unsigned char*>(data), size, frame, reason);
+  });
+}
+
+bool Dcm_ValidateBuffer(const void* data, std::size_t size, std::string* error, unsigned frame)
+{
+  std::string reason = "empty buffer";
+  try {
+    DicomScan scan;
+    DicomFrame f;
+    if (data != nullptr && size != 0 && Plan(static_cast<const unsigned char*>(data), size, frame, scan, f, reason)) {
+      if (error != nullptr)
+        error->clear();
+      return true;
+    }
+  } catch (const std::exception& e) {
+    reason = std::string("cannot check this file: ") + e.what();
   }
-  const gdcm::DataSet& ds = reader.GetFile().GetDataSet();
-  gdcm::Image image = reader.GetImage();
-  using PI = gdcm::PhotometricInterpretation;
-  const PI::PIType sourcePi = image.GetPhotometricInterpretation();
-  if (sourcePi == PI::PALETTE_COLOR) {
-    gdcm::ImageApplyLookupTable lut;
-    lut.SetInput(image);
-    if (!lut.Apply())
-      return Refuse(error, path + ": cannot apply the palette colour lookup table");
-    image = lut.GetOutput();
-  }
-  const gdcm::PixelFormat pf = image.GetPixelFormat();
-  if (!CheckPixelFormat(pf, path, error))
-    return nullptr;
+  return Fail(error, reason);
+}
 
-  const unsigned cols = image.GetDimension(0), rows = image.GetDimension(1);
-  const unsigned frames = image.GetNumberOfDimensions() > 2 ? image.GetDimension(2) : 1;
-  if (cols == 0 || rows == 0)
-    return Refuse(error, path + ": image without rows or columns");
-  if (cols > DCM_STRUCT::MaxSide || rows > DCM_STRUCT::MaxSide)
-    return Refuse(error, path + ": image larger than 65535 columns or rows");
-  if (frame >= frames)
-    return Refuse(error, path + ": frame " + std::to_string(frame) + " out of range (the file has " +
-                             std::to_string(frames) + (frames == 1 ? " frame)" : " frames)"));
+DCM_READ_LIMITS Dcm_SetReadLimits(const DCM_READ_LIMITS& limits)
+{
+  std::lock_guard<std::mutex> lock(LimitsLock);
+  const DCM_READ_LIMITS previous = Limits;
+  Limits = limits;
+  return previous;
+}
 
-  const unsigned samples = pf.GetSamplesPerPixel();
-  const std::size_t plane = static_cast<std::size_t>(cols) * rows;
-  const std::size_t bitsPerFrame = plane * samples * pf.GetBitsAllocated();
-  const std::size_t bytesPerFrame = (bitsPerFrame + 7) / 8;
-  const PI::PIType pi = image.GetPhotometricInterpretation();
-  const bool subsampled = samples == 3 && (pi == PI::YBR_FULL_422 || pi == PI::YBR_PARTIAL_422);
-  const std::size_t storedFrameBytes = subsampled ? plane * 2 * (pf.GetBitsAllocated() / 8) : bytesPerFrame;
-  if (!image.GetTransferSyntax().IsEncapsulated() &&
-      !CheckUncompressedLength(path, pre,
-                               pf.GetBitsAllocated() == 1 ? (bitsPerFrame * frames + 7) / 8 : storedFrameBytes * frames,
-                               error))
-    return nullptr;
+DCM_READ_LIMITS Dcm_GetReadLimits()
+{
+  std::lock_guard<std::mutex> lock(LimitsLock);
+  return Limits;
+}
 
-  // GDCM aborts when it clears the unused bits of 32-bit samples: those are
-  // taken from the element as stored (the decoder masks them) when uncompressed.
-  const bool partial32 = pf.GetBitsAllocated() == 32 && pf.GetBitsStored() != 32;
-  if (partial32 && image.GetTransferSyntax().IsEncapsulated())
-    return Refuse(error, path + ": compressed 32-bit samples with " + std::to_string(pf.GetBitsStored()) +
-                             " bits stored are not supported");
-  std::vector<char> buffer;
-  if (partial32) {
-    if (!RawSamples(image, pre.bigEndian, buffer))
-      return Refuse(error, path + ": unreadable pixel data");
-  } else {
-    buffer.resize(image.GetBufferLength());
-    if (buffer.empty() || !image.GetBuffer(buffer.data()))
-      return Refuse(error, path + ": cannot decode the pixel data (" +
-                               Dcm_TransferSyntaxName(image.GetTransferSyntax().GetString()) + ")");
-  }
+bool Dcm_SetIsolatedDecoding(bool on)
+{
+  return Isolated.exchange(on);
+}
 
-  FrameLayout layout{cols, rows, samples, image.GetPlanarConfiguration() == 1, false};
-  std::size_t frameBytes = bytesPerFrame;
-  if (subsampled && buffer.size() == storedFrameBytes * frames) {
-    layout.ybr422 = true; // kept subsampled by the decoder
-    frameBytes = storedFrameBytes;
-  }
-  if (buffer.size() < frameBytes * frames)
-    return Refuse(error, path + ": truncated pixel data (" + std::to_string(buffer.size()) + " of " +
-                             std::to_string(frameBytes * frames) + " bytes)");
-
-  auto out = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
-  int* pixels = out->Data->GetIDataAddress();
-  const unsigned char* base = reinterpret_cast<const unsigned char*>(buffer.data());
-  if (pf.GetBitsAllocated() == 1) {
-    const std::size_t first = plane * frame; // bits, least significant first
-    for (std::size_t i = 0; i < plane; ++i)
-      pixels[i] = (base[(first + i) / 8] >> ((first + i) % 8)) & 1;
-  } else {
-    // GDCM swaps big endian 32-bit samples as 16-bit words: the halves are put back.
-    const SampleDecoder decode(pf, pre.bigEndian && !partial32);
-    const unsigned char* frameBase = base + frameBytes * frame;
-    for (unsigned r = 0; r < rows; ++r)
-      for (unsigned c = 0; c < cols; ++c) {
-        const long long v = GreyValue(frameBase, layout, decode, pi, c, r);
-        if (v > INT_MAX || v < INT_MIN)
-          return Refuse(error, path + ": pixel value " + std::to_string(v) + " does not fit a signed 32-bit pixel");
-        pixels[static_cast<std::size_t>(r) * cols + c] = static_cast<int>(v);
-      }
-  }
-  out->Data->SetMin();
-  out->Data->SetMax();
-
-  DCM_HEADER h = out->GetHeader();
-  h.BitsAllocated = static_cast<short>(pf.GetBitsAllocated());
-  h.BitsStored = static_cast<short>(pf.GetBitsStored());
-  h.HighBit = static_cast<short>(pf.GetBitsStored() - 1);
-  h.PixelRepresentation = pf.GetPixelRepresentation();
-  h.PhotometricInterpretation = PhotometricCode(sourcePi);
-  h.SamplesPerPixel = 1;
-  h.NumberOfFrames = static_cast<int>(frames);
-  h.Frame = static_cast<int>(frame);
-  h.TransferSyntax = image.GetTransferSyntax().GetString() ? image.GetTransferSyntax().GetString() : "";
-  h.SourcePhotometric = PI::GetPIString(sourcePi) ? PI::GetPIString(sourcePi) : "";
-  while (!h.SourcePhotometric.empty() && h.SourcePhotometric.back() == ' ')
-    h.SourcePhotometric.pop_back();
-  ReadGeometry(ds, h);
-  ReadDescription(ds, h);
-  out->SetHeader(h);
-  out->Data->SetRGB(samples == 3);
-  out->Data->SetPrecision(PrecisionFromSlope(h.RescaleSlope));
-  if (error != nullptr)
-    error->clear();
-  return out;
+bool Dcm_GetIsolatedDecoding()
+{
+  return Isolated.load();
 }
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -19,7 +20,42 @@
 // null) and never throws.
 
 // The frame of a file to read (0 is the first).
+//
+// Files come from anywhere, so reading is defensive: the file is mapped and
+// parsed once by the library's own scanner, which checks every element length
+// against the file and the image-pixel attributes against each other, against
+// the pixel data and against what the codec's own header declares, before any
+// codec runs; only the requested frame is decoded; memory is bounded by the
+// read limits below. Failures never throw: they return null with a reason.
 std::unique_ptr<DCM_STRUCT> Dcm_ReadFile(const std::string& path, std::string* error, unsigned frame = 0);
+
+// The same for a whole DICOM file held in memory (the bytes are not kept).
+std::unique_ptr<DCM_STRUCT> Dcm_ReadBuffer(const void* data, std::size_t size, std::string* error,
+                                           unsigned frame = 0);
+
+// Everything Dcm_ReadBuffer checks before a codec runs, without decoding:
+// true when the frame would be handed to its decoder.
+bool Dcm_ValidateBuffer(const void* data, std::size_t size, std::string* error, unsigned frame = 0);
+
+// Ceilings of a read. A frame whose decoded pixels would exceed MaxDecodedBytes
+// is refused before anything is allocated for it. MaxSeconds bounds the time a
+// decoder may take; it can only be enforced with isolated decoding (a decoder
+// running in the caller's process cannot be stopped).
+struct DCM_READ_LIMITS {
+  std::size_t MaxDecodedBytes = std::size_t{1} << 30;
+  double MaxSeconds = 20.0;
+};
+DCM_READ_LIMITS Dcm_SetReadLimits(const DCM_READ_LIMITS& limits); // returns the previous limits
+DCM_READ_LIMITS Dcm_GetReadLimits();
+
+// Isolated decoding: the codec runs in a forked child process and hands the
+// pixels back through shared memory, so that an abort, a memory fault or a
+// runaway decoder in a codec becomes an error of the read instead of the end of
+// the calling process. Off by default in the library (a fork costs about a
+// millisecond per file); the `ipg` program turns it on. Returns the previous
+// setting. POSIX only: a host that forks must tolerate a short-lived child.
+bool Dcm_SetIsolatedDecoding(bool on);
+bool Dcm_GetIsolatedDecoding();
 
 // Writes one frame as Secondary Capture, explicit VR little endian, with new
 // SOP instance UIDs (study, series and frame of reference kept when the header
