@@ -1,6 +1,7 @@
 #include "dcm/internal/isolated_call.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -92,27 +93,29 @@ std::string Ending(int status)
   return "the decoder ended without a result (exit status " + std::to_string(WEXITSTATUS(status)) + ")";
 }
 
-// Waits for the child, killing it after maxSeconds. False on timeout.
-bool WaitFor(pid_t child, double maxSeconds, int& status)
+// Waits for the child, killing it after maxSeconds. The child holds the write
+// end of a pipe that closes when it ends, however it ends. False on timeout.
+bool WaitFor(pid_t child, int endOfChild, double maxSeconds, int& status)
 {
   timespec start{};
   clock_gettime(CLOCK_MONOTONIC, &start);
-  long pause = 50000; // ns, doubling up to 5 ms
   while (true) {
-    const pid_t done = waitpid(child, &status, WNOHANG);
-    if (done == child || (done < 0 && errno != EINTR))
-      return true;
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    if (double(now.tv_sec - start.tv_sec) + double(now.tv_nsec - start.tv_nsec) * 1e-9 > maxSeconds) {
+    const double left = maxSeconds - (double(now.tv_sec - start.tv_sec) + double(now.tv_nsec - start.tv_nsec) * 1e-9);
+    pollfd end{endOfChild, POLLIN, 0};
+    const int ready = left > 0 ? poll(&end, 1, static_cast<int>(left * 1000) + 1) : 0;
+    if (ready < 0 && errno == EINTR)
+      continue;
+    if (ready == 0) {
       kill(child, SIGKILL);
       while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
       }
       return false;
     }
-    const timespec wait{0, pause};
-    nanosleep(&wait, nullptr);
-    pause = pause < 5000000 ? pause * 2 : pause;
+    while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+    }
+    return true;
   }
 }
 
@@ -129,18 +132,30 @@ bool IsolatedCall::Run(const Job& job, void* result, std::string& error) const
   auto* report = static_cast<ChildReport*>(shared);
   void* area = static_cast<char*>(shared) + sizeof(ChildReport);
   const std::size_t ceiling = MaxChildBytes == 0 ? 0 : CurrentAddressSpace() + MaxChildBytes;
-  std::fflush(nullptr);
-  const pid_t child = fork();
-  if (child < 0) {
+  int endOfChild[2];
+  if (pipe2(endOfChild, O_CLOEXEC) != 0) {
     error = std::string("cannot start the decoder process: ") + std::strerror(errno);
     munmap(shared, bytes);
     return false;
   }
-  if (child == 0)
+  std::fflush(nullptr);
+  const pid_t child = fork();
+  if (child == 0) {
+    close(endOfChild[0]);
     RunChild(job, report, area, ceiling);
+  }
+  close(endOfChild[1]);
+  if (child < 0) {
+    error = std::string("cannot start the decoder process: ") + std::strerror(errno);
+    close(endOfChild[0]);
+    munmap(shared, bytes);
+    return false;
+  }
   int status = 0;
   bool ok = false;
-  if (!WaitFor(child, MaxSeconds, status))
+  const bool ended = WaitFor(child, endOfChild[0], MaxSeconds, status);
+  close(endOfChild[0]);
+  if (!ended)
     error = "the decoder took longer than " + std::to_string(static_cast<int>(MaxSeconds)) + " s and was stopped";
   else if (report->Done == 1) {
     std::memcpy(result, area, ResultBytes);
