@@ -3,8 +3,11 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_fractal_measures.h"
+#include "ipg/measurement/ipg_holder.h"
 #include "ipg/ui/ipg_message.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
@@ -44,6 +47,22 @@ IPG_STATISTIC1::IPG_STATISTIC1(const IPG_STATISTIC1& source) : IPG_ONE_INPUT_NO_
   NbPixels = source.NbPixels;
   Mean = source.Mean;
   SNR = source.SNR;
+  BoxSize = source.BoxSize;
+  QMin = source.QMin;
+  QMax = source.QMax;
+  QStep = source.QStep;
+  HolderMeasType = source.HolderMeasType;
+  HolderWindowSize = source.HolderWindowSize;
+  HolderBins = source.HolderBins;
+  BoxSizes = source.BoxSizes;
+  BoxCounts = source.BoxCounts;
+  FitR2 = source.FitR2;
+  QValues = source.QValues;
+  Dq = source.Dq;
+  Alpha = source.Alpha;
+  FAlpha = source.FAlpha;
+  HolderAlpha = source.HolderAlpha;
+  HolderFAlpha = source.HolderFAlpha;
   OwnsRoi = false; // the ROI pointer is not copied, so there is nothing to own
 }
 
@@ -56,6 +75,13 @@ void IPG_STATISTIC1::SetDefaultParameters()
   Tools = 0;
   OwnsRoi = false;
   VarianceValue = kNotComputed;
+  BoxSize = 64;
+  QMin = -5.0;
+  QMax = 5.0;
+  QStep = 1.0;
+  HolderMeasType = 2;
+  HolderWindowSize = 5;
+  HolderBins = 20;
 }
 
 void IPG_STATISTIC1::SetImaIn(DCM_STRUCT* image)
@@ -72,13 +98,17 @@ bool IPG_STATISTIC1::Apply()
   case 2: return SignalToNoiseRatio();
   case 4: return MinMaxGL();
   case 6: return BasicStats();
+  case 7: return FractalDimensionByBoxMethod();
+  case 8: return FractalDimensionByDBCMethod();
   case 9: return MinGL();
   case 10: return MaxGL();
   case 11: return Variance();
   case 12: return StdDeviation();
   case 13: return NumberOfPixels();
+  case 14: return HolderSpectral();
+  case 15: return MultiFractalDimension();
   case 16: return SumOfPixels();
-  default: return false; // 3 and 5 are free; 7, 8, 14 and 15 are not implemented
+  default: return false; // 3 and 5 are free
   }
 }
 
@@ -336,4 +366,105 @@ bool IPG_STATISTIC1::NumberOfPixels()
   const bool computed = ComputeIfNotCached();
   Result = static_cast<double>(NbPixels);
   return computed;
+}
+
+bool IPG_STATISTIC1::BoxDimension(bool differential)
+{
+  const std::string where = differential ? "IPG_STATISTIC1::FractalDimensionByDBCMethod()"
+                                         : "IPG_STATISTIC1::FractalDimensionByBoxMethod()";
+  Ipg_ScalingGrid grid;
+  if (!Ipg_MakeScalingGrid(ImaIn, Roi, BoxSize, differential ? 2 : 1, where, grid))
+    return false;
+  Ipg_ScalingFit fit;
+  const bool done = differential ? Ipg_DifferentialBoxCountingDimension(grid, where, fit)
+                                 : Ipg_BoxCountingDimension(grid, where, fit);
+  if (!done)
+    return false;
+  BoxSizes = fit.Sizes;
+  BoxCounts = fit.Counts;
+  FitR2 = fit.R2;
+  Result = fit.Dimension;
+  return true;
+}
+
+bool IPG_STATISTIC1::FractalDimensionByBoxMethod()
+{
+  return BoxDimension(false);
+}
+
+bool IPG_STATISTIC1::FractalDimensionByDBCMethod()
+{
+  return BoxDimension(true);
+}
+
+bool IPG_STATISTIC1::MultiFractalDimension()
+{
+  const std::string where = "IPG_STATISTIC1::MultiFractalDimension()";
+  // The q range is walked by index, so that a step that does not divide it
+  // exactly still ends at or below QMax; at most 10001 values of q.
+  const double span = QMax - QMin;
+  if (!(QStep > 0.0) || !(span >= 0.0) || span / QStep > 10000.0) {
+    Ipg_Inform(Ipg_MsgBadParameter("Q", where));
+    return false;
+  }
+  Ipg_ScalingGrid grid;
+  if (!Ipg_MakeScalingGrid(ImaIn, Roi, BoxSize, 1, where, grid))
+    return false;
+  std::vector<double> qs;
+  const int count = static_cast<int>(std::floor(span / QStep + 1e-9)) + 1;
+  for (int k = 0; k < count; ++k)
+    qs.push_back(QMin + k * QStep);
+  qs.push_back(0.0); // D(0) is the Result, whether or not the range holds 0
+  Ipg_MultifractalSpectrum spectrum;
+  if (!Ipg_MomentSpectrum(grid, qs, where, spectrum))
+    return false;
+  Result = spectrum.Dq.back();
+  QValues.assign(spectrum.Q.begin(), spectrum.Q.end() - 1);
+  Dq.assign(spectrum.Dq.begin(), spectrum.Dq.end() - 1);
+  Alpha.assign(spectrum.Alpha.begin(), spectrum.Alpha.end() - 1);
+  FAlpha.assign(spectrum.F.begin(), spectrum.F.end() - 1);
+  return true;
+}
+
+bool IPG_STATISTIC1::HolderSpectral()
+{
+  const std::string where = "IPG_STATISTIC1::HolderSpectral()";
+  Ipg_ScalingGrid grid;
+  if (!Ipg_MakeScalingGrid(ImaIn, Roi, BoxSize, 1, where, grid))
+    return false;
+  // The largest window must fit for any exponent to be measured.
+  const int reach = HolderWindowSize / 2 + (HolderMeasType >= 12 && HolderMeasType <= 15 ? 1 : 0);
+  const char* bad = HolderBins < 1 || HolderBins > 1000             ? "HolderBins"
+                    : HolderMeasType < 1 || HolderMeasType > 15      ? "HolderMeasType"
+                    : HolderWindowSize < 3 || 2LL * reach + 1 > std::min(grid.ImageCols, grid.ImageRows) ? "HolderWindowSize"
+                                                                     : nullptr;
+  if (bad != nullptr) {
+    Ipg_Inform(Ipg_MsgBadParameter(bad, where));
+    return false;
+  }
+  IPG_HOLDER holder(ImaIn);
+  holder.SetMeasType(HolderMeasType);
+  holder.SetWindowSize(HolderWindowSize);
+  if (!holder.ComputeHolderByCapacityMeasure() || holder.GetHolder() == nullptr)
+    return false; // IPG_HOLDER has shown why
+
+  // Exponents of the selected pixels whose largest window fits: the frame
+  // IPG_HOLDER leaves at 0 is not a measured exponent.
+  std::vector<double> exponents(grid.Selected.size(), 0.0);
+  std::vector<unsigned char> valid(grid.Selected.size(), 0);
+  const double* computed = holder.GetHolder();
+  for (int row = reach; row < grid.ImageRows - reach; ++row)
+    for (int col = reach; col < grid.ImageCols - reach; ++col) {
+      const std::size_t k = static_cast<std::size_t>(row) * grid.Cols + col;
+      exponents[k] = computed[static_cast<std::size_t>(row) * grid.ImageCols + col];
+      valid[k] = grid.Selected[k];
+    }
+  Ipg_HolderSpectrum spectrum;
+  if (!Ipg_IsoHolderSpectrum(grid, exponents, valid, HolderBins, where, spectrum))
+    return false;
+  HolderAlpha = spectrum.Alpha;
+  HolderFAlpha = spectrum.F;
+  const auto top = std::max_element(HolderFAlpha.begin(), HolderFAlpha.end());
+  Result = HolderAlpha[static_cast<std::size_t>(top - HolderFAlpha.begin())];
+  return true;
 }

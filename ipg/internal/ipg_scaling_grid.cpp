@@ -1,0 +1,141 @@
+#include "ipg/internal/ipg_scaling_grid.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/ui/ipg_message.h"
+#include "mth/mth_regression.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <new>
+
+namespace {
+
+constexpr const char* kMsgNoInput = "Pas d'image d'entrée!";
+
+int LargestPowerOfTwoUpTo(int n)
+{
+  int p = 1;
+  while (p <= n / 2)
+    p *= 2;
+  return p;
+}
+
+int RoundUpTo(int n, int multiple)
+{
+  return (n + multiple - 1) / multiple * multiple;
+}
+
+bool Fail(const std::string& text)
+{
+  Ipg_Inform(text);
+  return false;
+}
+
+void FillGrid(const DCM_STRUCT* in, const DCM_STRUCT* roi, Ipg_ScalingGrid& grid)
+{
+  const std::size_t size = static_cast<std::size_t>(grid.Cols) * static_cast<std::size_t>(grid.Rows);
+  grid.Values.assign(size, 0);
+  grid.Selected.assign(size, 0);
+  grid.SelectedCount = 0;
+  const int* pixels = in->Data->GetIDataAddress();
+  const int* mask = roi != nullptr ? roi->Data->GetIDataAddress() : nullptr;
+  for (int row = 0; row < grid.ImageRows; ++row)
+    for (int col = 0; col < grid.ImageCols; ++col) {
+      const std::size_t src = static_cast<std::size_t>(row) * grid.ImageCols + col;
+      if (pixels[src] > kIpgMaxGrey || (mask != nullptr && mask[src] != kIpgRoiValue))
+        continue;
+      const std::size_t dst = static_cast<std::size_t>(row) * grid.Cols + col;
+      grid.Values[dst] = pixels[src];
+      grid.Selected[dst] = 1;
+      ++grid.SelectedCount;
+    }
+}
+
+} // namespace
+
+std::string Ipg_MsgNothingToMeasure(const std::string& where)
+{
+  return "Aucun pixel à mesurer : " + where;
+}
+
+std::string Ipg_MsgBadParameter(const std::string& parameter, const std::string& where)
+{
+  return "Paramètre " + parameter + " hors limites : " + where;
+}
+
+std::vector<int> Ipg_CommonDivisors(int cols, int rows, int smallest, int largest)
+{
+  std::vector<int> sizes;
+  const int top = std::min({largest, cols, rows});
+  for (int s = std::max(smallest, 1); s <= top; ++s)
+    if (cols % s == 0 && rows % s == 0)
+      sizes.push_back(s);
+  return sizes;
+}
+
+bool Ipg_TileSizes(int cols, int rows, int smallest, int largest, int& gridCols, int& gridRows,
+                   std::vector<int>& sizes)
+{
+  gridCols = cols;
+  gridRows = rows;
+  sizes = Ipg_CommonDivisors(cols, rows, smallest, largest);
+  if (static_cast<int>(sizes.size()) >= kIpgMinBoxSizes)
+    return true;
+  const int p = LargestPowerOfTwoUpTo(std::max(largest, 1));
+  gridCols = RoundUpTo(cols, p);
+  gridRows = RoundUpTo(rows, p);
+  sizes = Ipg_CommonDivisors(gridCols, gridRows, smallest, largest);
+  return static_cast<int>(sizes.size()) >= kIpgMinBoxSizes;
+}
+
+bool Ipg_MakeScalingGrid(const DCM_STRUCT* in, const DCM_STRUCT* roi, int largestBox, int smallestBox,
+                         const std::string& where, Ipg_ScalingGrid& grid)
+{
+  if (in == nullptr)
+    return Fail(kMsgNoInput);
+  const int cols = static_cast<int>(in->GetNbOfCols());
+  const int rows = static_cast<int>(in->GetNbOfRows());
+  if (roi != nullptr && (static_cast<int>(roi->GetNbOfCols()) != cols || static_cast<int>(roi->GetNbOfRows()) != rows))
+    return Fail("La ROI n'a pas les mêmes dimensions que l'image : " + where);
+  if (cols < 2 || rows < 2)
+    return Fail("Image trop petite : " + where);
+  if (largestBox < smallestBox || largestBox > std::min(cols, rows))
+    return Fail(Ipg_MsgBadParameter("BoxSize", where));
+  grid.ImageCols = cols;
+  grid.ImageRows = rows;
+  if (!Ipg_TileSizes(cols, rows, smallestBox, largestBox, grid.Cols, grid.Rows, grid.BoxSizes))
+    return Fail(Ipg_MsgBadParameter("BoxSize", where));
+  try {
+    FillGrid(in, roi, grid);
+  } catch (const std::bad_alloc&) {
+    return Fail("Allocation mémoire impossible");
+  }
+  if (grid.SelectedCount == 0)
+    return Fail(Ipg_MsgNothingToMeasure(where));
+  return true;
+}
+
+Ipg_LineFit Ipg_FitLine(const std::vector<double>& x, const std::vector<double>& y)
+{
+  Ipg_LineFit fit;
+  fit.Slope = Mth_Pente(x, y);
+  const std::size_t n = std::min(x.size(), y.size());
+  if (n < 2)
+    return fit;
+  double xbar = 0.0, ybar = 0.0;
+  for (std::size_t k = 0; k < n; ++k) {
+    xbar += x[k];
+    ybar += y[k];
+  }
+  xbar /= static_cast<double>(n);
+  ybar /= static_cast<double>(n);
+  double sxx = 0.0, syy = 0.0;
+  for (std::size_t k = 0; k < n; ++k) {
+    sxx += (x[k] - xbar) * (x[k] - xbar);
+    syy += (y[k] - ybar) * (y[k] - ybar);
+  }
+  // Explained over total variance of y: b^2 Sxx / Syy.
+  fit.R2 = syy > 0.0 ? std::min(1.0, fit.Slope * fit.Slope * sxx / syy) : 0.0;
+  return fit;
+}
