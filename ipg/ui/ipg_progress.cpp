@@ -22,6 +22,12 @@ Ipg_ProgressSink* Ipg_GetProgressSink()
   return CurrentSink();
 }
 
+bool Ipg_CancelRequested()
+{
+  Ipg_ProgressSink* sink = CurrentSink();
+  return sink != nullptr && sink->Cancelled();
+}
+
 Ipg_Progress::Ipg_Progress(const std::string& label, int maximum) : Sink(CurrentSink())
 {
   if (Sink != nullptr)
@@ -38,4 +44,9 @@ void Ipg_Progress::Step(const std::string& status)
 {
   if (Sink != nullptr)
     Sink->Step(status);
+}
+
+bool Ipg_Progress::Cancelled() const
+{
+  return Sink != nullptr && Sink->Cancelled();
 }
