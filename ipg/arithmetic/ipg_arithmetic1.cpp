@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <climits>
@@ -46,6 +47,8 @@ void IPG_ARITHMETIC1::SetDefaultParameters()
 
 bool IPG_ARITHMETIC1::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_ARITHMETIC1"))
+    return false;
   switch (Tools) {
   case 200: return AddConstant();
   case 201: return MultiplyConstant();

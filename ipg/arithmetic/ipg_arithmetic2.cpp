@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -109,6 +110,8 @@ void IPG_ARITHMETIC2::SetDefaultParameters()
 
 bool IPG_ARITHMETIC2::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_ARITHMETIC2"))
+    return false;
   if (Tools < kFirstCode || Tools > kLastCode)
     return false;
   switch (Tools) {

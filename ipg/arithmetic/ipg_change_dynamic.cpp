@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <climits>
@@ -61,6 +62,8 @@ int IPG_CHANGE_DYNAMIC::GetLimitSup() const { return TruncateToInt(LimitSup); }
 
 bool IPG_CHANGE_DYNAMIC::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_CHANGE_DYNAMIC"))
+    return false;
   if (ImaOut == nullptr || ImaIn == nullptr)
     return false;
   DCM_DATA& in = *ImaIn->Data;

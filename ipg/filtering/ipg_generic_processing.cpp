@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -74,6 +75,8 @@ void IPG_GENERIC_PROCESSING::SetDefaultParameters()
 
 int IPG_GENERIC_PROCESSING::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_GENERIC_PROCESSING"))
+    return 0;
   switch (Tools) {
   case 400: return MakeBinary(SeuilMin, BinaryType);
   case 401: return MakeBinary(SeuilMin, SeuilMax, BinaryType);

@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -111,6 +112,8 @@ void IPG_MORPHO_PROCESSING::SetDefaultParameters()
 
 int IPG_MORPHO_PROCESSING::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_MORPHO_PROCESSING"))
+    return 0;
   switch (Tools) {
   case 1100: return Dilate(GetDefineFilter());
   case 1101: return Erode(GetDefineFilter());

@@ -10,6 +10,7 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 #include "ipg/frequency/ipg_transformation.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
@@ -175,6 +176,10 @@ bool IPG_CONTAINER::SetImageROI(DCM_STRUCT* image)
 
 bool IPG_CONTAINER::Apply()
 {
+  // Checked before the result image is made from the ROI: the held operator
+  // would otherwise receive an output of the ROI's size.
+  if (!Ipg_RoiFitsImage(ImageIn, RoiImage, "IPG_CONTAINER"))
+    return false;
   if (ResultImage == nullptr) {
     ResultImage = DeepCopy(ImageIn);
     if (RoiImage != nullptr) {

@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -77,6 +78,8 @@ void IPG_TRANSFORMATION::SetDefaultParameters()
 
 bool IPG_TRANSFORMATION::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_TRANSFORMATION"))
+    return false;
   switch (Tools) {
   case 600: return Translation(enX, enY);
   case 601: return Rotation(Angle);

@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_fractal_measures.h"
 #include "ipg/measurement/ipg_holder.h"
 #include "ipg/ui/ipg_message.h"
@@ -92,6 +93,8 @@ void IPG_STATISTIC1::SetImaIn(DCM_STRUCT* image)
 
 bool IPG_STATISTIC1::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_STATISTIC1"))
+    return false;
   switch (Tools) {
   case 0: return AverageGL();
   case 1: return EstimateNoisePercent();

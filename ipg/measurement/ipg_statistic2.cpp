@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 
 #include <algorithm>
 #include <cmath>
@@ -162,6 +163,8 @@ void IPG_STATISTIC2::SetDefaultParameters()
 
 bool IPG_STATISTIC2::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_STATISTIC2"))
+    return false;
   // Hosts read Result; the success flag only says that the code is known.
   switch (Tools) {
   case 100: ComputeMutualInformation(); return true;

@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -262,6 +263,8 @@ void IPG_CONNEXITY_PROCESSING::SetDefaultParameters()
 
 bool IPG_CONNEXITY_PROCESSING::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_CONNEXITY_PROCESSING"))
+    return false;
   if (Tools == 800)
     return Labelling_8Neighbors();
   if (Tools < 801 || Tools > 806 || Components == nullptr)

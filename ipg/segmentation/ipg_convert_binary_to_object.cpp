@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
 
 IPG_CONVERT_BINARY_TO_OBJECT::IPG_CONVERT_BINARY_TO_OBJECT()
@@ -47,6 +48,8 @@ void IPG_CONVERT_BINARY_TO_OBJECT::SetDefaultParameters()
 
 bool IPG_CONVERT_BINARY_TO_OBJECT::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_CONVERT_BINARY_TO_OBJECT"))
+    return false;
   if (ImaIn == nullptr || ImaOut == nullptr)
     return false;
   DCM_STRUCT working(*ImaIn, true);

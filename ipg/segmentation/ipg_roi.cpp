@@ -1,6 +1,7 @@
 #include "ipg/segmentation/ipg_roi.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -77,6 +78,8 @@ void IPG_ROI::SetCentre(MTH_2D_INTEGER* centre)
 
 bool IPG_ROI::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_ROI"))
+    return false;
   if (Tools != 1000) {
     Ipg_Inform(kMsgNoTool);
     return false;
