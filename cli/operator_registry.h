@@ -307,7 +307,9 @@ private:
 
   void RunOptions(Op& op, const CliSettings& settings, CliWhen when, CliRunOutcome& outcome) const
   {
-    for (const auto& [name, value] : settings.options) {
+    for (const auto& option : settings.options) {
+      const std::string& name = option.first; // named, not bound: clang 14 lambdas cannot capture bindings
+      const std::string& value = option.second;
       const auto declared = std::find_if(OptionList.begin(), OptionList.end(),
                                          [&](const CliOption& o) { return o.name == name; });
       if (declared == OptionList.end())
