@@ -109,13 +109,13 @@ const bool roiRegistered = [] {
   table->After([](IPG_ROI& op, const CliImages&, CliRunOutcome& outcome) {
     if (!op.GetResize() || outcome.images.empty())
       return;
-    const int cols = op.GetLRCorner()->GetX() - op.GetTLCorner()->GetX() + 1;
-    const int rows = op.GetLRCorner()->GetY() - op.GetTLCorner()->GetY() + 1;
+    // In 64 bits: corners may be any int.
+    const long long cols = static_cast<long long>(op.GetLRCorner()->GetX()) - op.GetTLCorner()->GetX() + 1;
+    const long long rows = static_cast<long long>(op.GetLRCorner()->GetY()) - op.GetTLCorner()->GetY() + 1;
     DCM_STRUCT* full = outcome.images[0].second.get();
-    if (cols < 1 || rows < 1 || cols > static_cast<int>(full->GetNbOfCols()) ||
-        rows > static_cast<int>(full->GetNbOfRows()))
+    if (cols < 1 || rows < 1 || cols > full->GetNbOfCols() || rows > full->GetNbOfRows())
       return;
-    auto cropped = std::make_unique<DCM_STRUCT>(*full, true, cols, rows);
+    auto cropped = std::make_unique<DCM_STRUCT>(*full, true, static_cast<int>(cols), static_cast<int>(rows));
     cropped->Data->SetMin();
     cropped->Data->SetMax();
     outcome.images[0].second = std::move(cropped);
