@@ -16,6 +16,7 @@ public:
 Json CountsOf(const CliHisto& h)
 {
   Json::Array counts;
+  counts.reserve(h.GetHistoAddress() != nullptr ? static_cast<std::size_t>(h.GetNbOfValues()) : 0);
   for (int i = 0; h.GetHistoAddress() != nullptr && i < h.GetNbOfValues(); ++i)
     counts.emplace_back(h.GetHistoAddress()[i]);
   return Json(std::move(counts));

@@ -4,7 +4,6 @@
 #include "ipg/framework/ipg_output_mode.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <new>
 
@@ -12,9 +11,14 @@ namespace {
 
 constexpr int kHistoTools = 1400;
 
+// One bin per level: 2^25 bins hold every grey level, the mark 16777217 and as
+// many negative levels. A wider range of values is refused as a failed
+// allocation rather than zero-filling gigabytes of counts.
+constexpr long long kMaxBins = 1LL << 25;
+
 std::unique_ptr<int[]> AllocateCounts(long long count)
 {
-  if (count <= 0 || count > INT_MAX)
+  if (count <= 0 || count > kMaxBins)
     return nullptr;
   return std::unique_ptr<int[]>(new (std::nothrow) int[static_cast<std::size_t>(count)]());
 }
