@@ -90,7 +90,9 @@ std::string Ending(int status)
     return "the decoder crashed (" + std::string(name != nullptr ? name : "signal " + std::to_string(sig)) +
            "); the file is damaged or not supported";
   }
-  return "the decoder ended without a result (exit status " + std::to_string(WEXITSTATUS(status)) + ")";
+  // A sanitizer or an exit inside a codec ends the child without a report.
+  return "the decoder crashed (exit status " + std::to_string(WEXITSTATUS(status)) +
+         "); the file is damaged or not supported";
 }
 
 // Waits for the child, killing it after maxSeconds. The child holds the write
