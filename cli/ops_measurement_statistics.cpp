@@ -5,11 +5,21 @@ namespace {
 
 const bool registered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_STATISTIC1>>(
-      "IPG_STATISTIC1", "basic statistics and noise estimates of one image",
+      "IPG_STATISTIC1", "basic statistics, noise estimates, fractal and multifractal dimensions of one image",
       [](const CliImages& im) { return std::make_unique<IPG_STATISTIC1>(im.in, im.roi); });
   table->Code(0, "AverageGL").Code(1, "EstimateNoisePercent").Code(2, "SignalToNoiseRatio");
-  table->Code(4, "MinMaxGL").Code(6, "BasicStats").Code(9, "MinGL").Code(10, "MaxGL");
-  table->Code(11, "Variance").Code(12, "StdDeviation").Code(13, "NumberOfPixels").Code(16, "SumOfPixels");
+  table->Code(4, "MinMaxGL").Code(6, "BasicStats");
+  table->Code(7, "FractalDimensionByBoxMethod").Code(8, "FractalDimensionByDBCMethod");
+  table->Code(9, "MinGL").Code(10, "MaxGL");
+  table->Code(11, "Variance").Code(12, "StdDeviation").Code(13, "NumberOfPixels");
+  table->Code(14, "HolderSpectral").Code(15, "MultiFractalDimension").Code(16, "SumOfPixels");
+  table->Param("BoxSize", &IPG_STATISTIC1::SetBoxSize, "largest box side of the fractal measures (default 64)");
+  table->Param("QMin", &IPG_STATISTIC1::SetQMin, "first q of the multifractal spectrum (default -5)");
+  table->Param("QMax", &IPG_STATISTIC1::SetQMax, "last q of the multifractal spectrum (default 5)");
+  table->Param("QStep", &IPG_STATISTIC1::SetQStep, "step of q (default 1)");
+  table->Param("HolderMeasType", &IPG_STATISTIC1::SetHolderMeasType, "IPG_HOLDER capacity measure 1-15 (default 2)");
+  table->Param("HolderWindowSize", &IPG_STATISTIC1::SetHolderWindowSize, "IPG_HOLDER largest window (default 5)");
+  table->Param("HolderBins", &IPG_STATISTIC1::SetHolderBins, "classes of the Hölder spectrum (default 20)");
   table->Result("Mean", &IPG_STATISTIC1::GetMean);
   table->Result("Min", &IPG_STATISTIC1::GetMin);
   table->Result("Max", &IPG_STATISTIC1::GetMax);
@@ -17,6 +27,21 @@ const bool registered = [] {
   table->Result("StdDev", &IPG_STATISTIC1::GetStdDev);
   table->Result("NbPixels", &IPG_STATISTIC1::GetNbPixels);
   table->Result("SNR", &IPG_STATISTIC1::GetSNR);
+  auto array = [](const std::vector<double>& values) {
+    Json::Array out;
+    for (double v : values)
+      out.emplace_back(v);
+    return Json(std::move(out));
+  };
+  table->ResultFn("BoxSizes", [array](IPG_STATISTIC1& op) { return array(op.GetBoxSizes()); });
+  table->ResultFn("BoxCounts", [array](IPG_STATISTIC1& op) { return array(op.GetBoxCounts()); });
+  table->Result("FitR2", &IPG_STATISTIC1::GetFitR2);
+  table->ResultFn("QValues", [array](IPG_STATISTIC1& op) { return array(op.GetQValues()); });
+  table->ResultFn("Dq", [array](IPG_STATISTIC1& op) { return array(op.GetDq()); });
+  table->ResultFn("Alpha", [array](IPG_STATISTIC1& op) { return array(op.GetAlpha()); });
+  table->ResultFn("FAlpha", [array](IPG_STATISTIC1& op) { return array(op.GetFAlpha()); });
+  table->ResultFn("HolderAlpha", [array](IPG_STATISTIC1& op) { return array(op.GetHolderAlpha()); });
+  table->ResultFn("HolderFAlpha", [array](IPG_STATISTIC1& op) { return array(op.GetHolderFAlpha()); });
   return Cli_Register(std::move(table));
 }();
 
