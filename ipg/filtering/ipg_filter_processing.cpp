@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_speckle.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
@@ -47,6 +48,9 @@ int TruncateToInt(double q)
 }
 
 bool IsMark(int v) { return v > kIpgMaxGrey; }
+
+// The pass count of the iterative filters: more than kIpgMaxPasses is refused.
+bool PassesInRange(int passes) { return Ipg_ParameterInRange(passes <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"); }
 
 // Inside the region: no ROI image, or its pixel holds exactly 16777217.
 bool InsideRoi(const DCM_STRUCT* roi, int col, int row)
@@ -296,6 +300,8 @@ void IPG_FILTER_PROCESSING::SetDefaultParameters()
 
 int IPG_FILTER_PROCESSING::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_FILTER_PROCESSING"))
+    return 0;
   if (ImaOut == nullptr || ImaIn == nullptr)
     return 0;
   // Both dimensions must differ to be refused: hosts pass strips of the input's width.
@@ -342,7 +348,7 @@ int IPG_FILTER_PROCESSING::Apply()
 bool IPG_FILTER_PROCESSING::RunChain505()
 {
   const bool median = MedianFilter();
-  if (ImaOut == nullptr)
+  if (ImaOut == nullptr || Ipg_CancelRequested())
     return median;
   DCM_STRUCT medianResult(*ImaOut, true);
   DCM_STRUCT* input = ImaIn;
@@ -695,6 +701,8 @@ bool IPG_FILTER_PROCESSING::MedianFilter()
     }
     if (progress)
       progress->Step("");
+    if (Ipg_StopRequested())
+      return false;
   }
   // The user kernel's array holds the last window, sorted: callers read it back.
   if (rows - hy > hy && cols - hx > hx && UserFilter->GetDataFilter() != nullptr) {
@@ -732,11 +740,15 @@ bool IPG_FILTER_PROCESSING::RunShearedWindowFilter(const char* label, PixelRule 
   CopyPixels(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
+  if (!PassesInRange(passes))
+    return false;
   Ipg_Progress progress(label, passes);
   for (int pass = 1; pass <= passes; ++pass) {
     for (int row = 2; row < rows - 2; ++row)
       rule(work.data(), static_cast<std::ptrdiff_t>(row) * cols, cols);
     progress.Step(std::to_string(pass));
+    if (Ipg_StopRequested())
+      return false;
   }
   CopyPixels(work.data(), size, ImaOut);
   RecomputeExtremes(ImaOut);
@@ -1080,6 +1092,8 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
   CopyPixels(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
+  if (!PassesInRange(passes))
+    return false;
   Ipg_Progress progress(kLabelLee, passes);
   for (int pass = 1; pass <= passes; ++pass) {
     // In place: each neighbourhood sees the pixels already updated in this pass.
@@ -1092,6 +1106,8 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
         work[idx] = (1.0 - w) * mean + w * work[idx];
       }
     progress.Step(std::to_string(pass));
+    if (Ipg_StopRequested())
+      return false;
   }
   for (std::size_t i = 0; i < size; ++i)
     WritePixel(ImaOut, i, TruncateToInt(work[i]));
@@ -1114,6 +1130,8 @@ bool IPG_FILTER_PROCESSING::KuanFilter()
   CopyPixels(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
+  if (!PassesInRange(passes))
+    return false;
   Ipg_Progress progress(kLabelKuan, passes);
   for (int pass = 1; pass <= passes; ++pass) {
     // The work array is never updated, so every pass gives the same pixels;
@@ -1128,6 +1146,8 @@ bool IPG_FILTER_PROCESSING::KuanFilter()
         WritePixel(ImaOut, idx, TruncateToInt((1.0 - w) * mean + w * work[idx]));
       }
     progress.Step(std::to_string(pass));
+    if (Ipg_StopRequested())
+      return false;
   }
   return true;
 }
@@ -1156,6 +1176,8 @@ bool IPG_FILTER_PROCESSING::FrostFilter()
   CopyPixels(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
+  if (!PassesInRange(passes))
+    return false;
   Ipg_Progress progress(kLabelFrost, passes);
   for (int pass = 1; pass <= passes; ++pass) {
     for (int row = 2; row < rows - 2; ++row)
@@ -1190,6 +1212,8 @@ bool IPG_FILTER_PROCESSING::FrostFilter()
         WritePixel(ImaOut, static_cast<std::size_t>(w), value);
       }
     progress.Step(std::to_string(pass));
+    if (Ipg_StopRequested())
+      return false;
   }
   return true;
 }
@@ -1273,7 +1297,7 @@ bool IPG_FILTER_PROCESSING::SBF_DVW()
 {
   const int side = OrDefault(AdaptatifFirst, 7);
   const double factor = OrDefault(AdaptatifReal, 1.5);
-  if (!WindowSideValid(side, "SBF_DVW") || !ParameterValid(factor > 0.0, "SBF_DVW"))
+  if (!WindowSideValid(side, "SBF_DVW") || !ParameterValid(factor > 0.0 && std::isfinite(factor), "SBF_DVW"))
     return false;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbfDvw, "SBF_DVW", side},
                            [half = side / 2, factor](const double* in, double* out, int cols, int rows) {
@@ -1299,7 +1323,7 @@ bool IPG_FILTER_PROCESSING::AWMF()
   const int side = OrDefault(AdaptatifFirst, 5);
   const int centreWeight = OrDefault(AdaptatifSecond, 99);
   const double scale = AdaptatifReal;
-  if (!WindowSideValid(side, "AWMF") || !ParameterValid(centreWeight > 0 && scale >= 0.0, "AWMF"))
+  if (!WindowSideValid(side, "AWMF") || !ParameterValid(centreWeight > 0 && scale >= 0.0 && std::isfinite(scale), "AWMF"))
     return false;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAwmf, "AWMF", side},
                            [half = side / 2, centreWeight, scale](const double* in, double* out, int cols, int rows) {
@@ -1313,7 +1337,9 @@ bool IPG_FILTER_PROCESSING::N_B_Filter()
 {
   const int area = OrDefault(AdaptatifFirst, 49);
   const double k = OrDefault(AdaptatifReal, 2.0);
-  if (!ParameterValid(area > 0 && k > 0.0, "N_B_Filter"))
+  // A region cannot outgrow the image: a larger one is refused, not clipped.
+  const long long pixels = ImaIn == nullptr ? 0 : static_cast<long long>(ImaIn->Data->GetSize());
+  if (!ParameterValid(area > 0 && (ImaIn == nullptr || area <= pixels) && k > 0.0 && std::isfinite(k), "N_B_Filter"))
     return false;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelNeighbourhood, "N_B_Filter", 1},
                            [area, k](const double* in, double* out, int cols, int rows) {
@@ -1352,7 +1378,7 @@ bool IPG_FILTER_PROCESSING::AdaptativeDenoise()
   const int fewest = OrDefault(AdaptatifSecond, 3);
   const double range = OrDefault(AdaptatifReal, 2.0);
   if (!WindowSideValid(side, "AdaptativeDenoise") ||
-      !ParameterValid(fewest > 0 && range > 0.0, "AdaptativeDenoise"))
+      !ParameterValid(fewest > 0 && range > 0.0 && std::isfinite(range), "AdaptativeDenoise"))
     return false;
   DCM_STRUCT* const input = ImaIn;
   const int half = side / 2;

@@ -141,8 +141,9 @@ public:
   //   SRAD            real: time step, at most 1 (0.2); q0 estimated every pass
   //   AWMF            first: window side, odd (5); second: centre weight (99);
   //                   real: scale b (chosen from the image, Ipg_AwmfAutoScale)
-  //   N_B_Filter      first: largest region, in pixels (49); real: tolerance,
-  //                   in speckle standard deviations (2)
+  //   N_B_Filter      first: largest region, in pixels (49), at most the
+  //                   image's pixel count; real: tolerance, in speckle
+  //                   standard deviations (2)
   //   ADespeckling    first: side of the local-statistics window, odd (5);
   //                   real: time step, at most 1 (0.2)
   //   Filtre_Impuls   first: largest window side, odd (7)
@@ -150,8 +151,9 @@ public:
   //                   neighbours, below which the pixel is an impulse and takes
   //                   its 8 neighbours' mean (3); real: similarity range, in
   //                   speckle standard deviations (2)
-  // An even, negative or larger-than-the-image window, or a negative parameter,
-  // is refused with a message; every refusal returns false.
+  // An even, negative or larger-than-the-image window, a negative parameter or
+  // a real that is not finite is refused with a message; every refusal
+  // returns false.
   bool SBF();
   bool WSBF();
   bool SBF_DVW();
@@ -221,7 +223,11 @@ public:
   // cols x rows chi-square distances of the last Chi2 (null before).
   float* GetChi2InFloat() const { return Chi2InFloat.get(); }
 
-  // Both set the number of passes of the iterative filters.
+  // Both set the number of passes of the iterative filters. More than
+  // kIpgMaxPasses (ipg/internal/ipg_guard.h, 10000) is refused with the
+  // parameter message. Every pass (and every row of the median) polls the
+  // progress sink: a host's cancel stops the filter with "Opération annulée
+  // par l'utilisateur" and a false result.
   void SetNbIter(int n) const { NbIter = n; }
   void SetNbrOfIter(int n) const { NbIter = n; }
   int GetNbIter() const { return NbIter; }

@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 
@@ -205,7 +206,7 @@ double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half)
 
 void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
 {
-  for (int r = 0; r < rows; ++r)
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       const Others o = OthersOf(in, cols, rows, c, r, half);
@@ -215,7 +216,7 @@ void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
 
 void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
 {
-  for (int r = 0; r < rows; ++r)
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       const Others o = OthersOf(in, cols, rows, c, r, half);
@@ -252,7 +253,7 @@ void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHa
 {
   const SummedArea area(in, cols, rows);
   const double limit = factor * factor * cu2;
-  for (int r = 0; r < rows; ++r)
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       if (!StrictExtremum(v, OthersOf(in, cols, rows, c, r, 1))) {
@@ -352,7 +353,7 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
 {
   const SummedArea area(in, cols, rows);
   std::vector<std::pair<double, long>> cells;
-  for (int r = 0; r < rows; ++r)
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
     for (int c = 0; c < cols; ++c) {
       double mean = 0.0, variance = 0.0;
       area.Moments(c, r, half, mean, variance);
@@ -398,9 +399,9 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   const double cu = std::sqrt(std::max(0.0, cu2));
   std::vector<unsigned> stamp(n, 0);
   std::vector<std::size_t> region;
-  region.reserve(static_cast<std::size_t>(std::max(1, maxArea)));
+  region.reserve(std::min(n, static_cast<std::size_t>(std::max(1, maxArea)))); // a region never outgrows the image
   unsigned generation = 0;
-  for (int r = 0; r < rows; ++r)
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
     for (int c = 0; c < cols; ++c) {
       const std::size_t seed = At(c, r, cols);
       double m0 = 0.0, unused = 0.0;
@@ -444,7 +445,7 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
 void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf)
 {
   std::vector<double> window;
-  for (int r = 0; r < rows; ++r)
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       double median = v;
@@ -496,6 +497,8 @@ bool Ipg_SpeckleJobValid(const Ipg_SpeckleJob& job)
     Ipg_Inform(Ipg_SpeckleMsgIterations(job.Method));
     return false;
   }
+  if (!Ipg_ParameterInRange(job.Iterations <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"))
+    return false;
   const int side = static_cast<int>(std::min(job.In->GetNbOfCols(), job.In->GetNbOfRows()));
   if (side < job.MinSide || side == 0) {
     Ipg_Inform(Ipg_SpeckleMsgWindow(job.Method));
@@ -519,6 +522,8 @@ bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const v
     Ipg_Progress progress(job.Label, job.Iterations);
     for (int iteration = 1; iteration <= job.Iterations; ++iteration) {
       pass(current.data(), next.data(), cols, rows, context);
+      if (Ipg_StopRequested())
+        return false; // the output is left as it was
       current.swap(next);
       progress.Step(std::to_string(iteration));
     }

@@ -17,6 +17,9 @@ class DCM_STRUCT;
 // Optics", 2007): in a homogeneous region the grey level's coefficient of
 // variation (standard deviation / mean) is a constant Cu of the image, which
 // Ipg_SpeckleCu2 estimates.
+//
+// The passes whose cost grows with the window poll Ipg_CancelRequested() once
+// per row and stop early when the host cancels; the frame then drops that pass.
 
 // Local mean and population variance of the (2 half + 1)^2 window around every
 // pixel, clipped to the image; summed-area tables, so any window costs the same.
@@ -132,7 +135,9 @@ void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, i
 // then writes the result into the output's pixel array (rounded to the
 // nearest integer), copying the input where the ROI (when set) is not
 // 16777217 and where the input holds a mark (above 16777216), and recomputes
-// the output's extremes. minSide is the smallest image side the filter needs
+// the output's extremes. More than kIpgMaxPasses iterations are refused; a
+// cancellation between passes stops with its message, the output untouched.
+// minSide is the smallest image side the filter needs
 // (its window); a smaller image is refused with the window message.
 struct Ipg_SpeckleJob {
   DCM_STRUCT* In = nullptr;

@@ -1,6 +1,7 @@
 #include "ipg/frequency/ipg_wavelet.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/ui/ipg_message.h"
 #include "mth/mth_regression.h"
 
@@ -19,6 +20,9 @@ const double kPi = std::acos(-1.0);
 constexpr float kSmallestMaximum = 0.000001f;
 constexpr int kMaxRegressionScales = 16;
 constexpr int kMaxScales = (INT_MAX - 2) / 2; // the slot array holds 2 S + 2 entries
+// The modulus and angle images of every scale stay in memory: at most 2^28
+// floats (1 GiB) for them all.
+constexpr double kMaxSlotFloats = 268435456.0;
 
 using Image = std::unique_ptr<float[]>;
 
@@ -70,6 +74,8 @@ void IPG_WAVELET::SetDefaultParameters()
 
 int IPG_WAVELET::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_WAVELET"))
+    return 0;
   switch (Tools) {
   case 1800: return ComputeOfWaveletTransformByBSpline();
   case 1801: return ComputeOfHolderExponentByWaveletTransform();
@@ -331,7 +337,13 @@ bool IPG_WAVELET::ReadInput(std::vector<float>& image)
   }
   Cols = static_cast<int>(ImaIn->GetNbOfCols());
   Rows = static_cast<int>(ImaIn->GetNbOfRows());
-  if (Cols == 0 || Rows == 0 || NbConvolution < 0 || NbConvolution > kMaxScales)
+  if (Cols == 0 || Rows == 0)
+    return false;
+  // After as many binomial passes as the smaller side, the smoothing spans the
+  // whole (periodic) image: more scales add nothing but memory. Refused.
+  const double floats = 2.0 * std::max(NbConvolution, 1) * static_cast<double>(Cols) * Rows;
+  if (!Ipg_ParameterInRange(NbConvolution >= 0 && NbConvolution <= std::min(Cols, Rows) && floats <= kMaxSlotFloats,
+                            "NbConvolution", "IPG_WAVELET"))
     return false;
   image.assign(static_cast<std::size_t>(Cols) * Rows, 0.0f);
   for (int r = 0; r < Rows; ++r)
@@ -369,6 +381,10 @@ int IPG_WAVELET::Analyse(Maxima maxima)
   Image smoothed(new float[n]);
   std::copy(input.begin(), input.end(), smoothed.get());
   for (int s = 0; s < std::max(S, 1); ++s) {
+    if (Ipg_StopRequested()) {
+      ClearResults();
+      return 0;
+    }
     if (s > 0) {
       float* next = nullptr;
       ConvoRapideMasqBin(&next, smoothed.get(), Cols, Rows);
@@ -457,7 +473,11 @@ int IPG_WAVELET::ComputeHolderExponentAllPixel()
   const std::size_t n = static_cast<std::size_t>(Cols) * Rows;
   AlphaPixel = NewImage(n, kNoExponent);
   std::vector<double> x, y;
-  for (int r = 0; r < Rows; ++r)
+  for (int r = 0; r < Rows; ++r) {
+    if (Ipg_StopRequested()) {
+      AlphaPixel.reset();
+      return 0;
+    }
     for (int c = 0; c < Cols; ++c) {
       x.clear();
       y.clear();
@@ -476,5 +496,6 @@ int IPG_WAVELET::ComputeHolderExponentAllPixel()
       if (x.size() >= 2)
         AlphaPixel[static_cast<std::size_t>(r) * Cols + c] = static_cast<float>(Mth_Pente(x, y));
     }
+  }
   return 1;
 }

@@ -34,7 +34,10 @@ class TList;
 //   1803 to 1805, the discrete wavelet transforms and denoising, are not provided:
 //        Apply() returns 0 for them. NameWavelet, NbScale, Scale, EnsWt, EnsWf,
 //        ThrFactor and WindowSize are kept for them.
-// A missing input image shows "Pas d'image d'entrée!" and returns 0.
+// A missing input image shows "Pas d'image d'entrée!" and returns 0. An
+// NbConvolution below 0, above the image's smaller side or whose slots would
+// pass 2^28 floats shows the parameter message and returns 0. The scales (and
+// the rows of 1802) poll for cancellation: a cancelled run returns 0.
 class IPG_WAVELET : public IPG_TWO_INPUTS_ONE_OUTPUT {
 public:
   static constexpr float kNoExponent = 30.0f;

@@ -1,6 +1,7 @@
 #include "ipg/measurement/ipg_holder.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/measurement/ipg_holder_fast_measures.h"
 #include "ipg/ui/ipg_message.h"
 #include "mth/mth_matrix.h"
@@ -171,6 +172,8 @@ void IPG_HOLDER::SetDefaultParameters()
 
 bool IPG_HOLDER::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_HOLDER"))
+    return false;
   if (Tools == kHolderCode)
     return ComputeHolderByCapacityMeasure();
   return false;
@@ -182,21 +185,18 @@ bool IPG_HOLDER::ComputeHolderByCapacityMeasure()
     Ipg_Inform(kMsgNoInput);
     return false;
   }
-  if (WindowSize < 3)
-    return false; // a single radius leaves no slope to fit
   const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
-  const int R = static_cast<int>(std::floor(WindowSize * 0.5));
+  const int R = WindowSize / 2;
   const std::size_t size = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  // Below 3 a single radius leaves no slope to fit. Beyond the image the
+  // largest window fits nowhere and every exponent would be 0: refused rather
+  // than reported as a result. Holder is left as it was.
+  const long long reach = MeasType >= 12 && MeasType <= 15 ? R + 1LL : R;
+  if (!Ipg_ParameterInRange(WindowSize >= 3 && 2 * reach + 1 <= std::min(cols, rows), "WindowSize", "IPG_HOLDER"))
+    return false;
 
   try {
-    // Beyond the image the largest window fits nowhere: layer R is 0 everywhere,
-    // and so is every exponent.
-    const int reach = MeasType >= 12 ? R + 1 : R;
-    if (2 * static_cast<long long>(reach) + 1 > std::min(cols, rows)) {
-      Holder.assign(size, 0.0);
-      return true;
-    }
 
     MTH_MATRIX pixels(rows, cols);
     double* data = pixels.GetData();
@@ -210,6 +210,8 @@ bool IPG_HOLDER::ComputeHolderByCapacityMeasure()
       fast.emplace(data, cols, rows, MeasType, kPowExponent);
     const bool useFast = fast && fast->Supported();
     for (int i = 0; i <= R; ++i) {
+      if (Ipg_StopRequested())
+        return false;
       if (useFast)
         fast->FillLayer(layers[i].data(), i);
       else

@@ -21,7 +21,11 @@
 // not above 1e-10 gets exponent 0; intermediate layers are not tested.
 //
 // WindowSize must be at least 3 (R >= 1): below it the regression has a
-// single abscissa, so the computation returns false and leaves Holder as it was.
+// single abscissa. Its largest window (2R + 1, or 2R + 3 for the half-window
+// measures 12 to 15) must fit in the image, else no pixel gets an exponent.
+// Outside these bounds the computation shows the parameter message, returns
+// false and leaves Holder as it was. It stops between radii, with the
+// cancellation message, when the host cancels.
 class IPG_HOLDER : public IPG_ONE_INPUT_NO_OUTPUT {
 public:
   IPG_HOLDER(DCM_STRUCT* in);

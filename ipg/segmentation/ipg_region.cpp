@@ -3,6 +3,8 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_histo.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
+#include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
 #include <climits>
@@ -67,6 +69,13 @@ int Upper(int seed, int half, int high)
   return static_cast<int>(std::min<std::int64_t>(static_cast<std::int64_t>(seed) + half, high));
 }
 
+// The range searches may step over two billion grey levels and fill at each:
+// they poll for cancellation every 256 levels.
+bool GreyLevelStepCancelled(long long step)
+{
+  return step % 256 == 0 && Ipg_StopRequested();
+}
+
 } // namespace
 
 IPG_REGION::IPG_REGION(DCM_STRUCT* in)
@@ -101,6 +110,8 @@ void IPG_REGION::SetSeed(int x, int y)
 
 bool IPG_REGION::Apply()
 {
+  if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_REGION"))
+    return false;
   if (ImaIn == nullptr)
     return false;
   switch (Connectedness) {
@@ -111,13 +122,18 @@ bool IPG_REGION::Apply()
   }
   Cols = static_cast<int>(ImaIn->GetNbOfCols());
   Rows = static_cast<int>(ImaIn->GetNbOfRows());
+  // A seed off the image has no grey level to grow from: refused, not moved.
+  if ((Tools == 900 || Tools == 901 || Tools == 902) &&
+      !Ipg_ParameterInRange(Ipg_PointOnImage(ImaIn, XSeed, YSeed), "Seed", "IPG_REGION"))
+    return false;
   switch (Tools) {
   case 900:
     SeedValue = ImaIn->Data->GetValue(static_cast<unsigned>(XSeed), static_cast<unsigned>(YSeed));
     FillRangeInImage();
     return true;
-  case 901: ManageRegionGrowingSegmentation(); return true;
-  case 902: CustomFill(); return true;
+  // The automatic ranges try fill after fill: a cancelled search reports failure.
+  case 901: ManageRegionGrowingSegmentation(); return !Ipg_CancelRequested();
+  case 902: CustomFill(); return !Ipg_CancelRequested();
   default: return false;
   }
 }
@@ -177,12 +193,14 @@ void IPG_REGION::SurfaceRangeIteration(int x, int y)
     }
     const int k = frame.next;
     frame.next += DirectionStep;
-    const int nx = frame.x + ColumnOffsets[k], ny = frame.y + RowOffsets[k];
+    // Wide arithmetic: a seed given to the operation methods may lie anywhere.
+    const long long nx = static_cast<long long>(frame.x) + ColumnOffsets[k];
+    const long long ny = static_cast<long long>(frame.y) + RowOffsets[k];
     if (ny < 0 || ny >= Rows || nx < 0 || nx >= Cols || nx >= workCols || ny >= workRows)
       continue;
     const int w = work[static_cast<std::size_t>(ny) * workCols + nx];
     if (MinGL <= w && w <= MaxGL)
-      enter(nx, ny);
+      enter(static_cast<int>(nx), static_cast<int>(ny));
   }
 }
 
@@ -258,6 +276,8 @@ bool IPG_REGION::VarianceControlRegionGrowing()
     return false;
   for (int d = m; d < M; ++d) {
     // Only half-widths that are themselves grey levels of the image are tried.
+    if (GreyLevelStepCancelled(d - m))
+      return false;
     if (histo.GetHistoValueFromGreyLevel(d) == 0)
       continue;
     FillWithHalfWidth(d, m, M);
@@ -272,12 +292,13 @@ bool IPG_REGION::VarianceControlRegionGrowing()
 // Statistics of the positive pixels of a block, clamped to the input image: a
 // pixel off the image would read as 0 and is never positive, so clamping keeps
 // the values a seed near the edge has always given.
-IPG_REGION::BlockStats IPG_REGION::PositiveStats(int firstCol, int firstRow, int lastCol, int lastRow) const
+IPG_REGION::BlockStats IPG_REGION::PositiveStats(long long firstCol, long long firstRow, long long lastCol,
+                                                 long long lastRow) const
 {
   BlockStats s;
-  const int cols = static_cast<int>(ImaIn->GetNbOfCols()), rows = static_cast<int>(ImaIn->GetNbOfRows());
-  for (int row = std::max(firstRow, 0); row <= std::min(lastRow, rows - 1); ++row)
-    for (int col = std::max(firstCol, 0); col <= std::min(lastCol, cols - 1); ++col) {
+  const long long cols = ImaIn->GetNbOfCols(), rows = ImaIn->GetNbOfRows();
+  for (long long row = std::max(firstRow, 0LL); row <= std::min(lastRow, rows - 1); ++row)
+    for (long long col = std::max(firstCol, 0LL); col <= std::min(lastCol, cols - 1); ++col) {
       const int v = ImaIn->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row));
       if (v > 0) {
         ++s.count;
@@ -293,7 +314,7 @@ bool IPG_REGION::CustomFill()
   if (ImaIn == nullptr)
     return false;
   // The block is one pixel shorter on the far side; hosts tuned seeds on it.
-  const BlockStats s = PositiveStats(XSeed - 7, YSeed - 7, XSeed + 6, YSeed + 6);
+  const BlockStats s = PositiveStats(XSeed - 7LL, YSeed - 7LL, XSeed + 6LL, YSeed + 6LL);
   if (s.count > 0) {
     const double mean = s.sum / s.count;
     const double variance = s.sumOfSquares / s.count - mean * mean;
@@ -307,7 +328,7 @@ bool IPG_REGION::CustomFillByVariance(float k)
 {
   if (ImaIn == nullptr)
     return false;
-  const BlockStats s = PositiveStats(XSeed - 7, YSeed - 7, XSeed + 6, YSeed + 6);
+  const BlockStats s = PositiveStats(XSeed - 7LL, YSeed - 7LL, XSeed + 6LL, YSeed + 6LL);
   if (s.count == 0)
     return false;
   const double mean = s.sum / s.count;
@@ -330,11 +351,11 @@ bool IPG_REGION::CustomFillByVariance(float k)
     // columns off the image are not looked at.
     const int lastCol = static_cast<int>(ImaIn->GetNbOfCols()) - 1;
     const bool rowInside = YSeed >= 0 && YSeed < static_cast<int>(ImaIn->GetNbOfRows());
-    const int from = std::min(XSeed + 7, lastCol), to = std::max(XSeed - 6, 0);
-    for (int col = from; rowInside && col >= to; --col) {
+    const long long from = std::min<long long>(XSeed + 7LL, lastCol), to = std::max<long long>(XSeed - 6LL, 0);
+    for (long long col = from; rowInside && col >= to; --col) {
       const int v = ImaIn->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(YSeed));
       if (MinGL <= v && v <= MaxGL)
-        XSeed = col;
+        XSeed = static_cast<int>(col);
     }
   }
   FillRangeInImage();
@@ -365,11 +386,13 @@ bool IPG_REGION::CustomFillByExpansion()
   const float upperBound = static_cast<float>(mean) + 2.0f * static_cast<float>(sigma);
   const int U = TruncToInt(std::min(static_cast<float>(M), upperBound));
 
-  const BlockStats block = PositiveStats(XSeed - 5, YSeed - 5, XSeed + 4, YSeed + 4);
+  const BlockStats block = PositiveStats(XSeed - 5LL, YSeed - 5LL, XSeed + 4LL, YSeed + 4LL);
   SeedValue = block.count == 0 ? ImaIn->Data->GetValue(static_cast<unsigned>(XSeed), static_cast<unsigned>(YSeed))
                                : TruncToInt(block.sum / block.count);
   Tolerance = static_cast<float>(5.0 * sigma);
   for (int d = m; d < U; ++d) {
+    if (GreyLevelStepCancelled(d - m))
+      return false;
     if (histo.GetHistoValueFromGreyLevel(d) <= 1)
       continue;
     FillWithHalfWidth(d, m, U);

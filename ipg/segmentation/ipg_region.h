@@ -25,7 +25,9 @@ public:
   IPG_REGION& operator=(const IPG_REGION&) = delete;
 
   // Returns 1 for codes 900-902 whatever the operation returned (hosts read the
-  // output image); 0 for another code, another Connectedness or no input.
+  // output image); 0 for another code, another Connectedness or no input, and
+  // 0 with a message for a ROI of another size or a seed off the image. The
+  // automatic ranges (901, 902) stop with a message when the host cancels.
   bool Apply();
 
   bool FillRangeInImage();
@@ -64,7 +66,7 @@ private:
     double sum = 0.0;
     double sumOfSquares = 0.0;
   };
-  BlockStats PositiveStats(int firstCol, int firstRow, int lastCol, int lastRow) const;
+  BlockStats PositiveStats(long long firstCol, long long firstRow, long long lastCol, long long lastRow) const;
   void SurfaceRangeIteration(int x, int y);
   void Accept(int x, int y);
   bool PrepareWorkingImage();

@@ -1,5 +1,6 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
+#include "ipg/internal/ipg_guard.h"
 #include "support/message_capture.h"
 #include "support/progress_capture.h"
 
@@ -10,6 +11,7 @@
 #include <cstdint>
 #include <utility>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <random>
 #include <string>
@@ -595,4 +597,59 @@ TEST(IpgFilterProcessing, Chi2IsZeroWhereTheTextureMatchesTheImage)
   }
   EXPECT_GT(d[2 * 9 + 2], 0.0f);
   EXPECT_FLOAT_EQ(d[0], 0.0f); // frame not computed
+}
+
+// Sizes that no image allows are refused at once, before any buffer or pass:
+// the pass count of every iterative filter, and the neighbourhood filter's
+// region and tolerance.
+TEST(IpgFilterProcessing, HugePassCountsAndRegionsAreRefusedAtOnce)
+{
+  auto in = Random(16, 16, 3, 0.0);
+  const int iterative[] = {513, 514, 515, 516, 517, 509, 510, 511, 512, 518, 519, 520, 521, 504};
+  for (int code : iterative) {
+    SCOPED_TRACE(code);
+    MessageCapture capture;
+    DCM_STRUCT out(*in, false);
+    IPG_FILTER_PROCESSING op(in.get());
+    op.SetImaOut(&out);
+    op.SetTools(code);
+    op.SetNbIter(2147483647);
+    EXPECT_EQ(op.Apply(), 0);
+    ASSERT_EQ(capture.Texts.size(), 1u);
+    EXPECT_EQ(capture.Texts[0], "Paramètre NbIter hors limites : IPG_FILTER_PROCESSING::Apply()");
+  }
+  const double inf = std::numeric_limits<double>::infinity();
+  for (double tolerance : {inf, std::nan(""), 2.0}) {
+    MessageCapture capture;
+    DCM_STRUCT out(*in, false);
+    IPG_FILTER_PROCESSING op(in.get());
+    op.SetImaOut(&out);
+    op.SetTools(510);
+    op.SetAdaptatifFiltreParameters(tolerance == 2.0 ? 257 : 49, 2147483647, tolerance); // 257 > 16 x 16
+    EXPECT_EQ(op.Apply(), 0) << tolerance;
+    EXPECT_EQ(capture.Texts, std::vector<std::string>{"Paramètre de filtrage incorrect : IPG_FILTER_PROCESSING::N_B_Filter()"});
+  }
+}
+
+// A host's cancel stops every long filter at its next row or pass, with the
+// cancellation message and a false result.
+TEST(IpgFilterProcessing, LongFiltersStopWhenTheHostCancels)
+{
+  auto in = Random(24, 24, 5, 0.0);
+  for (int code : {513, 515, 516, 517, 511, 519, 505}) {
+    SCOPED_TRACE(code);
+    MessageCapture capture;
+    ProgressCapture progress;
+    progress.CancelAfter = 3;
+    DCM_STRUCT out(*in, false);
+    IPG_FILTER_PROCESSING op(in.get());
+    op.SetImaOut(&out);
+    SetUser(op, std::vector<int>(9, 1), 3, 3);
+    op.SetTools(code);
+    op.SetNbIter(kIpgMaxPasses);
+    EXPECT_EQ(op.Apply(), 0);
+    EXPECT_EQ(progress.Steps, 3);
+    EXPECT_EQ(progress.Events.back(), "close");
+    EXPECT_EQ(capture.Texts, std::vector<std::string>{"Opération annulée par l'utilisateur"});
+  }
 }

@@ -49,12 +49,21 @@ TEST(Wavelet, DefaultsCopyAndUnprovidedCodes)
     op.SetTools(code);
     EXPECT_EQ(op.Apply(), 0) << code;
   }
-  op.SetTools(1800);
-  op.SetNbConvolution(-1); // no scale count to allocate slots for
-  EXPECT_EQ(op.Apply(), 0);
-  op.SetNbConvolution(2147483647);
-  EXPECT_EQ(op.Apply(), 0);
   EXPECT_TRUE(capture.Texts.empty());
+  // Scale counts below 0 or beyond the image's smaller side (8 here) are
+  // refused before any slot is allocated, for every code that builds them.
+  for (int code : {1800, 1801, 1802})
+    for (int scales : {-1, 9, 1000000000, 2147483647}) {
+      op.SetTools(code);
+      op.SetNbConvolution(scales);
+      EXPECT_EQ(op.Apply(), 0) << code << " " << scales;
+      EXPECT_EQ(op.GetWaveletTransform(), nullptr);
+    }
+  ASSERT_EQ(capture.Texts.size(), 12u);
+  EXPECT_EQ(capture.Texts[0], "Paramètre NbConvolution hors limites : IPG_WAVELET::Apply()");
+  op.SetTools(1800);
+  op.SetNbConvolution(8);
+  EXPECT_EQ(op.Apply(), 1);
 }
 
 TEST(Wavelet, MissingInputIsReported)

@@ -10,6 +10,9 @@
 
 #include <functional>
 #include <random>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -275,6 +278,27 @@ TEST(Region, CustomFillNearTheEdgeReadsOnlyTheImage)
   EXPECT_GT(op.GetRegionCount(), 0);
   op.SetSeed(-20, 40); // far outside: no statistics, nothing grows
   EXPECT_FALSE(op.CustomFillByVariance(2.5f));
+}
+
+TEST(Region, SeedsOffTheImageAreRefused)
+{
+  DCM_STRUCT in(12, 12);
+  in.Data->Init(50.0);
+  for (int code : {900, 901, 902})
+    for (const auto& [x, y] : {std::pair{2147483647, 2147483647}, std::pair{-2147483647 - 1, 0}, std::pair{12, 3}}) {
+      SCOPED_TRACE(std::to_string(code) + " " + std::to_string(x) + "," + std::to_string(y));
+      MessageCapture capture;
+      DCM_STRUCT out(12, 12);
+      IPG_REGION op(&in);
+      op.SetImaOut(&out);
+      op.SetMinGL(0);
+      op.SetMaxGL(100);
+      op.SetSeed(x, y);
+      op.SetTools(code);
+      EXPECT_FALSE(op.Apply());
+      EXPECT_EQ(capture.Texts, std::vector<std::string>{"Paramètre Seed hors limites : IPG_REGION::Apply()"});
+      EXPECT_EQ(op.GetRegionCount(), 0);
+    }
 }
 
 } // namespace
