@@ -36,6 +36,7 @@
 #include "ipg/measurement/ipg_holder_fast_measures.h"
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
+#include "ipg/measurement/ipg_texture.h"
 #include "ipg/segmentation/ipg_connected_component.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"

@@ -1,0 +1,118 @@
+#include "ipg/measurement/ipg_texture.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_glcm.h"
+#include "ipg/internal/ipg_scaling_grid.h"
+#include "ipg/ui/ipg_message.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+
+namespace {
+
+constexpr int kCooccurrenceCode = 1500;
+constexpr const char* kWhere = "IPG_TEXTURE::ComputeCooccurrence()";
+
+bool Fail(const std::string& text)
+{
+  Ipg_Inform(text);
+  return false;
+}
+
+} // namespace
+
+IPG_TEXTURE::IPG_TEXTURE(DCM_STRUCT* in) : IPG_TEXTURE(in, nullptr) {}
+
+IPG_TEXTURE::IPG_TEXTURE(DCM_STRUCT* in, DCM_STRUCT* roi)
+{
+  ImaIn = in;
+  Roi = roi;
+  SetDefaultParameters();
+}
+
+IPG_TEXTURE::IPG_TEXTURE(const IPG_TEXTURE& source) : IPG_ONE_INPUT_NO_OUTPUT()
+{
+  Distance = source.Distance;
+  Angle = source.Angle;
+  GreyLevels = source.GreyLevels;
+  Symmetric = source.Symmetric;
+  Matrix = source.Matrix;
+  Energy = source.Energy;
+  Contrast = source.Contrast;
+  Correlation = source.Correlation;
+  Homogeneity = source.Homogeneity;
+  Entropy = source.Entropy;
+}
+
+void IPG_TEXTURE::SetDefaultParameters()
+{
+  Tools = kCooccurrenceCode;
+  Distance = 1;
+  Angle = 0;
+  GreyLevels = 16;
+  Symmetric = true;
+}
+
+bool IPG_TEXTURE::Apply()
+{
+  return Tools == kCooccurrenceCode && ComputeCooccurrence();
+}
+
+bool IPG_TEXTURE::Selected(int col, int row) const
+{
+  return ImaIn->Data->GetValue(col, row) <= kIpgMaxGrey &&
+         (Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue);
+}
+
+bool IPG_TEXTURE::ComputeCooccurrence()
+{
+  if (ImaIn == nullptr)
+    return Fail("Pas d'image d'entrée!");
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  if (Roi != nullptr && (static_cast<int>(Roi->GetNbOfCols()) != cols || static_cast<int>(Roi->GetNbOfRows()) != rows))
+    return Fail(std::string("La ROI n'a pas les mêmes dimensions que l'image : ") + kWhere);
+  if (GreyLevels < 2 || GreyLevels > 256)
+    return Fail(Ipg_MsgBadParameter("GreyLevels", kWhere));
+  int dcol = 0, drow = 0;
+  if (Distance < 1 || Distance >= std::max(cols, rows) || !Ipg_GlcmOffset(Angle, Distance, dcol, drow))
+    return Fail(Ipg_MsgBadParameter(Distance < 1 || Distance >= std::max(cols, rows) ? "Distance" : "Angle", kWhere));
+
+  int lowest = INT_MAX, highest = INT_MIN;
+  for (int row = 0; row < rows; ++row)
+    for (int col = 0; col < cols; ++col)
+      if (Selected(col, row)) {
+        lowest = std::min(lowest, ImaIn->Data->GetValue(col, row));
+        highest = std::max(highest, ImaIn->Data->GetValue(col, row));
+      }
+
+  std::vector<double> counts(static_cast<std::size_t>(GreyLevels) * GreyLevels, 0.0);
+  double pairs = 0.0;
+  for (int row = std::max(0, -drow); row < std::min(rows, rows - drow); ++row)
+    for (int col = std::max(0, -dcol); col < std::min(cols, cols - dcol); ++col) {
+      if (!Selected(col, row) || !Selected(col + dcol, row + drow))
+        continue;
+      const int i = Ipg_GlcmQuantise(ImaIn->Data->GetValue(col, row), lowest, highest, GreyLevels);
+      const int j = Ipg_GlcmQuantise(ImaIn->Data->GetValue(col + dcol, row + drow), lowest, highest, GreyLevels);
+      counts[static_cast<std::size_t>(i) * GreyLevels + j] += 1.0;
+      if (Symmetric)
+        counts[static_cast<std::size_t>(j) * GreyLevels + i] += 1.0;
+      pairs += Symmetric ? 2.0 : 1.0;
+    }
+  if (pairs == 0.0)
+    return Fail(Ipg_MsgNothingToMeasure(kWhere));
+
+  const Ipg_GlcmFeatures features = Ipg_GlcmFeaturesOf(counts, GreyLevels);
+  Matrix = counts;
+  for (double& p : Matrix)
+    p /= pairs;
+  Energy = features.Energy;
+  Contrast = features.Contrast;
+  Correlation = features.Correlation;
+  Homogeneity = features.Homogeneity;
+  Entropy = features.Entropy;
+  Result = Energy;
+  return true;
+}
