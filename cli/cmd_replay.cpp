@@ -1,6 +1,7 @@
 // ipg replay: runs a saved pipeline (ipg run --save-pipeline) on an image.
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"
+#include "cli/cli_interrupt.h"
 #include "cli/cli_io.h"
 #include "cli/cli_pipeline.h"
 
@@ -69,6 +70,7 @@ int Replay(const std::vector<std::string>& args)
     const CliOperator& op = Cli_StepOperator(step);
     DCM_STRUCT* in = current ? current.get() : inputs.in.get();
     CliRunOutcome outcome = op.Run({in, inputs.second.get(), inputs.roi.get()}, Cli_StepSettings(step));
+    Cli_StopIfInterrupted(); // before the next step and before anything is written
     results.AsArray().push_back(outcome.results);
     if (!outcome.applied) {
       std::cerr << "ipg: step " << results.AsArray().size() << " (" << step.className

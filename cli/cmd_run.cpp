@@ -2,6 +2,7 @@
 // writes its output image and numerical results.
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"
+#include "cli/cli_interrupt.h"
 #include "cli/cli_io.h"
 #include "cli/cli_pipeline.h"
 #include "cli/operator_registry.h"
@@ -121,6 +122,7 @@ int Run(const std::vector<std::string>& args)
   const RunInputs inputs = ReadInputs(*op, parsed);
 
   CliRunOutcome outcome = op->Run({inputs.in.get(), inputs.second.get(), inputs.roi.get()}, settings);
+  Cli_StopIfInterrupted(); // before anything is written
   if (outcome.applied)
     outcome.results.Set("outputs", WriteOutputs(outcome, parsed));
   else if (!outcome.images.empty() && (parsed.Has("output") || parsed.Has("png")))
@@ -174,7 +176,8 @@ const bool registered = Cli_RegisterCommand({
     "\n"
     "Operator messages appear on standard error as \"Information: <text>\".\n"
     "Exit status: 0 Apply() succeeded, 1 Apply() failed or a file could not be\n"
-    "read or written, 2 bad usage.\n",
+    "read or written, 2 bad usage, 130 interrupted by Ctrl-C (the operator stops\n"
+    "and nothing is written).\n",
     Run,
 });
 

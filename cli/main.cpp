@@ -1,8 +1,10 @@
 // ipg: runs the operators of the library on DICOM files.
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"
+#include "cli/cli_interrupt.h"
 #include "cli/cli_io.h"
 #include "cli/operator_registry.h"
+#include "dcm/dcm_io.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_terminal_progress.h"
 
@@ -21,7 +23,7 @@ void PrintUsage(std::ostream& out)
   for (const CliCommand* c : Cli_Commands())
     out << "  " << c->Name << std::string(c->Name.size() < 10 ? 10 - c->Name.size() : 1, ' ') << c->Summary << "\n";
   out << "\nexit status: 0 success, 1 an operator failed or a file could not be read or written,\n"
-         "2 bad usage.\n";
+         "2 bad usage, 130 interrupted (Ctrl-C; nothing written).\n";
 }
 
 int Dispatch(const std::vector<std::string>& args)
@@ -53,19 +55,32 @@ int Dispatch(const std::vector<std::string>& args)
 
 int main(int argc, char** argv)
 {
-  // Progress of long filters on a terminal; messages erase the bar first.
+  // Progress of long filters drawn on a terminal, silent otherwise; the sink is
+  // always there so that Ctrl-C reaches the running operator. Messages erase
+  // the bar first; the operator's cancellation message gives way to the
+  // program's own line.
+  Cli_CatchInterrupt();
+  // Files come from anywhere: a codec that aborts or faults ends a child
+  // process, and the file is reported as unreadable.
+  Dcm_SetIsolatedDecoding(true);
   Ipg_TerminalProgress bar(stderr);
-  if (isatty(STDERR_FILENO)) {
-    Ipg_SetProgressSink(&bar);
-    Ipg_SetMessageHandler([&bar](const std::string& text, const std::string& caption) {
+  const bool terminal = isatty(STDERR_FILENO) != 0;
+  CliProgressSink sink(terminal ? &bar : nullptr);
+  Ipg_SetProgressSink(&sink);
+  Ipg_SetMessageHandler([&bar, terminal](const std::string& text, const std::string& caption) {
+    if (Cli_Interrupted() && text == kIpgMsgCancelled)
+      return;
+    if (terminal)
       bar.Interrupt();
-      std::fprintf(stderr, "%s: %s\n", caption.c_str(), text.c_str());
-      std::fflush(stderr);
-    });
-  }
+    std::fprintf(stderr, "%s: %s\n", caption.c_str(), text.c_str());
+    std::fflush(stderr);
+  });
   int status = kCliFailed;
   try {
     status = Dispatch(std::vector<std::string>(argv + 1, argv + argc));
+  } catch (const CliInterruptedError& e) {
+    std::cerr << "ipg: " << e.what() << "\n";
+    status = kCliInterrupted;
   } catch (const CliUsageError& e) {
     std::cerr << "ipg: " << e.what() << "\n";
     status = kCliUsage;

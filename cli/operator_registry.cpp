@@ -6,6 +6,8 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
+#include <sstream>
 
 namespace {
 
@@ -39,13 +41,23 @@ long long ParseInteger(const std::string& parameter, const std::string& text, lo
   return v;
 }
 
-double ParseReal(const std::string& parameter, const std::string& text)
+// A finite real that the parameter's type holds: no parameter of the library
+// gives infinity or not-a-number a meaning, and a float parameter would
+// silently turn 1e308 into infinity.
+double ParseReal(const std::string& parameter, const std::string& text, double largest)
 {
   errno = 0;
   char* end = nullptr;
   const double v = std::strtod(text.c_str(), &end);
-  if (text.empty() || end == text.c_str() || *end != '\0' || errno == ERANGE)
+  if (text.empty() || end == text.c_str() || *end != '\0')
     BadValue(parameter, text, "a real number");
+  const bool underflow = errno == ERANGE && std::fabs(v) <= 1.0; // too small: rounds to 0 or a denormal
+  if (!std::isfinite(v) || (errno == ERANGE && !underflow) || std::fabs(v) > largest) {
+    std::ostringstream range;
+    range << largest;
+    throw CliUsageError("parameter " + parameter + ": " + text + " is out of range for a real of this parameter [-" +
+                        range.str() + ", " + range.str() + "]");
+  }
   return v;
 }
 
@@ -116,12 +128,12 @@ template <> char Cli_ParseValue<char>(const std::string& parameter, const std::s
 
 template <> float Cli_ParseValue<float>(const std::string& parameter, const std::string& text)
 {
-  return static_cast<float>(ParseReal(parameter, text));
+  return static_cast<float>(ParseReal(parameter, text, std::numeric_limits<float>::max()));
 }
 
 template <> double Cli_ParseValue<double>(const std::string& parameter, const std::string& text)
 {
-  return ParseReal(parameter, text);
+  return ParseReal(parameter, text, std::numeric_limits<double>::max());
 }
 
 template <> std::string Cli_ParseValue<std::string>(const std::string&, const std::string& text)

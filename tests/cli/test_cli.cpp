@@ -8,7 +8,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <csignal>
+#include <cstdio>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -234,4 +237,57 @@ TEST(IpgCli, PhantomWritesImageAndMask)
   EXPECT_EQ(image->GetHeader().Modality, "US");
   EXPECT_EQ(mask->Data->GetMax(), 3);
   EXPECT_EQ(Ipg("phantom '" + out + "' --size 8").status, 2);
+}
+
+TEST(IpgCli, ValuesThatDoNotFitTheParameterTypeAreUsageErrors)
+{
+  const std::string small = "'" + SmallImage() + "'";
+  const struct {
+    std::string set, reason;
+  } cases[] = {
+      {"IPG_ARITHMETIC1 --set Variable=1e308", "1e308 is out of range for a real of this parameter"},
+      {"IPG_ARITHMETIC1 --set Variable=inf", "inf is out of range"},
+      {"IPG_ARITHMETIC1 --set Variable=nan", "nan is out of range"},
+      {"IPG_FILTER_PROCESSING --set AdaptatifFiltreParameters=1,1,1e999", "1e999 is out of range"},
+      {"IPG_FILTER_PROCESSING --set NbIter=2147483648", "2147483648 is out of range [-2147483648, 2147483647]"},
+      {"IPG_REGION --set Seed=1,-2147483649", "expects x,y (two integers)"},
+      {"IPG_ARITHMETIC1 --mode 40000", "40000 is out of range [-32768, 32767]"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.set);
+    const Outcome o = Ipg("run " + c.set + " " + small);
+    EXPECT_EQ(o.status, 2);
+    EXPECT_TRUE(Contains(o.err, c.reason)) << o.err;
+  }
+  EXPECT_EQ(Ipg("run IPG_ARITHMETIC1 --set Variable=3.4e38 " + small).status, 0);
+}
+
+// Ctrl-C during a long filter: the filter stops, nothing is written, status 130
+// and one line. The child starts with SIGINT blocked and already pending, so
+// it arrives as soon as the program catches it: no timing involved.
+TEST(IpgCli, InterruptStopsTheOperatorAndWritesNothing)
+{
+  const std::string in = SmallImage(), out = Temp("interrupted.dcm"), err = Temp("stderr.txt");
+  sigset_t interrupt, previous;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  sigprocmask(SIG_BLOCK, &interrupt, &previous); // inherited by the child from its first instruction
+  const pid_t child = fork();
+  if (child != 0)
+    sigprocmask(SIG_SETMASK, &previous, nullptr);
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    std::freopen("/dev/null", "w", stdout);
+    std::freopen(err.c_str(), "w", stderr);
+    execl(IPG_CLI_PATH, "ipg", "run", "IPG_FILTER_PROCESSING", "--tools", "511", "--set", "NbIter=10000",
+          in.c_str(), "-o", out.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  kill(child, SIGINT);
+  int raw = 0;
+  ASSERT_EQ(waitpid(child, &raw, 0), child);
+  ASSERT_TRUE(WIFEXITED(raw));
+  EXPECT_EQ(WEXITSTATUS(raw), 130);
+  EXPECT_EQ(Slurp(err), "ipg: interrupted; no output written\n");
+  EXPECT_FALSE(std::ifstream(out).good());
 }
