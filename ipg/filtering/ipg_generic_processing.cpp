@@ -190,6 +190,11 @@ int IPG_GENERIC_PROCESSING::Resample()
   }
   if (ImaIn == nullptr)
     return 0;
+  // A block larger than the image both ways leaves no pixel at all: refused.
+  // (One side shorter than the block gives an empty strip, as callers expect.)
+  if (!Ipg_ParameterInRange(static_cast<unsigned>(n) <= std::max(ImaIn->GetNbOfCols(), ImaIn->GetNbOfRows()),
+                            "ResolutionFactor", "IPG_GENERIC_PROCESSING"))
+    return 0;
   const DCM_DATA& in = *ImaIn->Data;
   const unsigned newCols = in.GetNbOfCols() / static_cast<unsigned>(n);
   const unsigned newRows = in.GetNbOfRows() / static_cast<unsigned>(n);

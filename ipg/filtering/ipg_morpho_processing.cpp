@@ -288,6 +288,8 @@ int IPG_MORPHO_PROCESSING::Skeleton()
   CopyOverlap(*ImaIn, *ImaOut);
   const double pixels = static_cast<double>(ImaOut->Data->GetSize());
   for (;;) {
+    if (Ipg_StopRequested())
+      return 0;
     std::unique_ptr<DCM_STRUCT> thinned(Thinning(ImaOut));
     if (!thinned)
       return 0;

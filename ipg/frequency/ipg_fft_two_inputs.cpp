@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
+#include "ipg/internal/ipg_guard.h"
 #include "mth/mth_complex_buffer.h"
 #include "mth/mth_fft.h"
 
@@ -25,9 +26,12 @@ int ClampToInt(long double v)
   return static_cast<int>(v); // truncation toward zero
 }
 
-// A centred spectral part (1210 real, 1211 imaginary) of source, in a new image.
+// A centred spectral part (1210 real, 1211 imaginary) of source, in a new
+// image; null when the transform failed or the host cancelled the chain.
 std::unique_ptr<DCM_STRUCT> SpectralPart(DCM_STRUCT* source, int code)
 {
+  if (Ipg_StopRequested())
+    return nullptr;
   auto part = std::make_unique<DCM_STRUCT>(*source, false);
   IPG_FFT_ONE_INPUT fft(source, part.get());
   fft.SetTools(code);
@@ -91,11 +95,10 @@ bool IPG_FFT_TWO_INPUTS::Compare(Comparison kind)
 {
   if (ImaIn == nullptr || InSecond == nullptr || ImaOut == nullptr)
     return false;
-  const std::unique_ptr<DCM_STRUCT> realFirst = SpectralPart(ImaIn, 1210);
-  const std::unique_ptr<DCM_STRUCT> realSecond = SpectralPart(InSecond, 1210);
-  const std::unique_ptr<DCM_STRUCT> imagFirst = SpectralPart(ImaIn, 1211);
-  const std::unique_ptr<DCM_STRUCT> imagSecond = SpectralPart(InSecond, 1211);
-  if (!realFirst || !realSecond || !imagFirst || !imagSecond)
+  // One after the other: the chain stops at its first failure or cancellation.
+  std::unique_ptr<DCM_STRUCT> realFirst, realSecond, imagFirst, imagSecond;
+  if (!(realFirst = SpectralPart(ImaIn, 1210)) || !(realSecond = SpectralPart(InSecond, 1210)) ||
+      !(imagFirst = SpectralPart(ImaIn, 1211)) || !(imagSecond = SpectralPart(InSecond, 1211)))
     return false;
   ImaOut->Data->SetPrecision(kind == Comparison::Phase ? 100 : 10);
 

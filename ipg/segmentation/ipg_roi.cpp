@@ -129,8 +129,10 @@ bool IPG_ROI::MakeRoi()
         // The circle is always written from the output's top-left corner, with or
         // without Resize: hosts place its output by the recorded origin.
         const bool shifted = Resize || ROIType == kCircle;
-        const unsigned oc = static_cast<unsigned>(shifted ? col - x0 : col);
-        const unsigned orow = static_cast<unsigned>(shifted ? row - y0 : row);
+        // Wide arithmetic: a corner may be any int; a pixel landing off the
+        // output is not written.
+        const unsigned oc = static_cast<unsigned>(shifted ? static_cast<long long>(col) - x0 : col);
+        const unsigned orow = static_cast<unsigned>(shifted ? static_cast<long long>(row) - y0 : row);
         if (!inside)
           out->SetValue(oc, orow, OutValueColor);
         else if (InValueColor >= 0)
@@ -151,8 +153,8 @@ void IPG_ROI::CopyHeader(int x0, int y0, int x1, int y1)
 {
   DCM_HEADER header = ImaIn->GetHeader();
   if (Resize) {
-    header.Columns = static_cast<unsigned short>(x1 - x0 + 1);
-    header.Rows = static_cast<unsigned short>(y1 - y0 + 1);
+    header.Columns = static_cast<unsigned short>(static_cast<long long>(x1) - x0 + 1);
+    header.Rows = static_cast<unsigned short>(static_cast<long long>(y1) - y0 + 1);
   }
   ImaOut->SetHeader(header); // the store's own size wins over the header's
   if (!Resize)
