@@ -43,7 +43,7 @@ bool Dcm_ValidateBuffer(const void* data, std::size_t size, std::string* error, 
 // running in the caller's process cannot be stopped).
 struct DCM_READ_LIMITS {
   std::size_t MaxDecodedBytes = std::size_t{1} << 30;
-  double MaxSeconds = 20.0;
+  double MaxSeconds = 10.0;
 };
 DCM_READ_LIMITS Dcm_SetReadLimits(const DCM_READ_LIMITS& limits); // returns the previous limits
 DCM_READ_LIMITS Dcm_GetReadLimits();

@@ -158,6 +158,19 @@ TEST(DcmReadHostile, SharedRegressionFilesAreRefusedWithAReason)
   }
 }
 
+TEST(DcmReadHostile, ADecoderThatHangsIsStoppedAtTheTimeLimit)
+{
+  Isolation isolation(true);
+  DCM_READ_LIMITS quick;
+  quick.MaxSeconds = 1.0;
+  const DCM_READ_LIMITS previous = Dcm_SetReadLimits(quick);
+  std::string error;
+  EXPECT_EQ(Dcm_ReadFile(std::string(IPG_TEST_SOURCE_DIR) + "/dcm/bad-dicom/jpegls-mutant-decoder-hang.dcm", &error),
+            nullptr);
+  EXPECT_NE(error.find("longer than 1 s"), std::string::npos) << error;
+  Dcm_SetReadLimits(previous);
+}
+
 TEST(DcmReadHostile, ReadLimitRefusesLargeFrames)
 {
   const Bytes file = FileBuilder().Mono(64, 64).Bits(16, 16).Pixels(64 * 64 * 2);
