@@ -482,6 +482,8 @@ bool IPG_FILTER_PROCESSING::GaussianFilter(int size)
 {
   if (size <= 0 || size % 2 == 0 || size > kMaxKernelSide)
     return false;
+  if (ImaIn != nullptr && static_cast<unsigned>(size) > std::min(ImaIn->GetNbOfCols(), ImaIn->GetNbOfRows()))
+    return false; // wider than the image: no pixel to filter, size^2 coefficients to build
   const double sigma = size / 6.0;
   const int h = size / 2;
   std::vector<double> coef;
@@ -519,6 +521,12 @@ bool IPG_FILTER_PROCESSING::LaplacianGaussian()
   const int size = LaplacianGaussianSize;
   if (size > kMaxKernelSide || size % 2 == 0)
     return false; // no kernel of that size can be centred
+  // A kernel wider than the image filters no pixel but would cost size^2
+  // coefficients: refused.
+  if (ImaIn != nullptr &&
+      !Ipg_ParameterInRange(static_cast<unsigned>(size) <= std::min(ImaIn->GetNbOfCols(), ImaIn->GetNbOfRows()),
+                            "LaplacianGaussianSize", "IPG_FILTER_PROCESSING"))
+    return false;
   const float sigma2 = static_cast<float>(LaplacianGaussianSigma) * static_cast<float>(LaplacianGaussianSigma);
   const float scale = -1.0f / (2.0f * kPiF * sigma2 * sigma2);
   const int h = size / 2;
