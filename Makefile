@@ -1,10 +1,12 @@
 # Quick start: `make demo` and `make test`. Both install what is missing first.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
 JOBS       ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: all deps build test test-normal test-asan demo bench install clean
+.PHONY: all deps build test test-normal test-asan fuzz demo bench install clean
 
 all: build
 
@@ -29,6 +31,14 @@ test-asan: deps
 	UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
 	ctest --test-dir $(ASAN_BUILD) --output-on-failure -j $(JOBS)
 
+# libFuzzer targets (clang), each run FUZZ_SECONDS from its seeds, two at a time;
+# fails when one finds a crash, a leak, a timeout or an out-of-memory input.
+fuzz: deps
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DIPG_BUILD_FUZZ=ON -DIPG_BUILD_TESTS=OFF $(CMAKE_ARGS)
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz-targets
+	scripts/run-fuzz $(FUZZ_BUILD) $(FUZZ_SECONDS)
+
 demo: build
 	scripts/demo $(BUILD)
 
@@ -41,4 +51,4 @@ install: build
 	cmake --install $(BUILD) --prefix $(or $(PREFIX),/usr/local)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(BUILD)-bench demo-out
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD) $(BUILD)-bench demo-out
