@@ -1,5 +1,4 @@
 #include "ipg/ui/ipg_message.h"
-#include "ipg/ui/ipg_progress.h"
 
 #include <gtest/gtest.h>
 
@@ -28,29 +27,4 @@ TEST(MessageSeam, InstalledHandlerReceivesTextAndCaptionAndCanBeRestored)
   testing::internal::CaptureStderr();
   Ipg_Inform("x");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Information: x\n");
-}
-
-namespace {
-struct RecordingSink : Ipg_ProgressSink {
-  std::vector<std::string> Events;
-  void Open(const std::string& label, int maximum) override { Events.push_back("open " + label + " " + std::to_string(maximum)); }
-  void Step(const std::string& status) override { Events.push_back("step " + status); }
-  void Close() override { Events.push_back("close"); }
-};
-} // namespace
-
-TEST(ProgressSeam, ProgressOpensStepsAndClosesThroughTheSink)
-{
-  RecordingSink sink;
-  Ipg_ProgressSink* previous = Ipg_SetProgressSink(&sink);
-  {
-    Ipg_Progress progress("filtrage", 2);
-    progress.Step("1");
-    progress.Step("2");
-  }
-  Ipg_SetProgressSink(previous);
-  EXPECT_EQ(sink.Events, (std::vector<std::string>{"open filtrage 2", "step 1", "step 2", "close"}));
-
-  Ipg_Progress silent("nothing", 1); // no sink: nothing happens
-  silent.Step();
 }

@@ -1,12 +1,15 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
-#include "ipg/filtering/ipg_speckle.h"
+#include "ipg/internal/ipg_speckle_frame.h"
+#include "ipg/internal/ipg_speckle_kernels.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 #include "support/progress_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -78,6 +81,32 @@ double CystEdgeRadius(DCM_STRUCT& image)
       return static_cast<double>(i - 1) + (half - a) / (b - a) + 0.5;
   }
   return -1.0;
+}
+
+// Runs code on in with n passes and returns the output pixels.
+std::vector<int> Filtered(DCM_STRUCT& in, int code, int passes = 1, double damping = 0.0)
+{
+  DCM_STRUCT out(in, false);
+  IPG_FILTER_PROCESSING filter(&in);
+  filter.SetImaOut(&out);
+  filter.SetTools(code);
+  filter.SetNbIter(passes);
+  filter.SetAdaptatifFiltreParameters(0, 0, damping);
+  EXPECT_EQ(filter.Apply(), 1);
+  return PixelsOf(out);
+}
+
+// 10 with one bright pixel at (1, 1): global variance 504; the first window
+// has mean 20 and variance 800.
+std::unique_ptr<DCM_STRUCT> SpikeStrip()
+{
+  return TestImage(5, 3).Fill(10).At(1, 1, 100).Build();
+}
+
+// A vertical step from 100 to 200 between columns 5 and 6.
+std::unique_ptr<DCM_STRUCT> Step(unsigned cols, unsigned rows)
+{
+  return TestImage(cols, rows).Fill(100).Rect(6, 0, cols - 6, rows, 200).Build();
 }
 
 struct Case {
@@ -403,6 +432,91 @@ TEST(AdaptativeDenoise, ChainOf504ReportsTheMediansResult)
   EXPECT_EQ(op.Apply(), 0);
   ASSERT_EQ(messages.Texts.size(), 1u);
   EXPECT_EQ(messages.Texts[0], "Le filtre utilisateur n'est pas défini");
+}
+
+TEST(IpgSpeckleFilters, LeeWeighsByLocalAgainstGlobalVarianceInPlace)
+{
+  auto in = SpikeStrip();
+  // (1,1): w = (800 - 504) / 800 = 0.37, 0.63 * 20 + 0.37 * 100 = 49.6.
+  // (2,1) sees that 49.6: mean 14.4, variance 154.88 < 504, w clips to 0.
+  // (3,1) sees 14.4: mean 10.49, w 0.
+  EXPECT_EQ(Filtered(*in, 513), (std::vector<int>{10, 10, 10, 10, 10, 10, 49, 14, 10, 10, 10, 10, 10, 10, 10}));
+}
+
+TEST(IpgSpeckleFilters, LeeKeepsFlatPatchesAndCopiesWithoutPasses)
+{
+  auto in = ImageOf(5, 4, {7, 7, 7, 50, 0, 7, 7, 7, 90, 3, 7, 7, 7, 20, 40, 1, 2, 3, 4, 5});
+  const std::vector<int> out = Filtered(*in, 513);
+  EXPECT_EQ(out[6], 7); // its 3x3 patch is flat: variance 0, the mean is the centre
+  EXPECT_EQ(Filtered(*in, 513, 0), PixelsOf(*in));
+}
+
+TEST(IpgSpeckleFilters, KuanReadsTheUnchangedInputAndDoesNotClip)
+{
+  auto in = SpikeStrip();
+  // (1,1) and (2,1): mean 20, variance 800, w = 0.5 (1 - 20/800) = 0.4875;
+  // (3,1): flat, the mean.
+  const std::vector<int> expected{10, 10, 10, 10, 10, 10, 59, 15, 10, 10, 10, 10, 10, 10, 10};
+  EXPECT_EQ(Filtered(*in, 517), expected);
+  EXPECT_EQ(Filtered(*in, 517, 3), expected); // every pass computes the same
+
+  // Mean 93/9, variance 8/9: w = -5.3125, -3.83 truncated toward zero.
+  auto faint = TestImage(3, 3).Fill(10).At(1, 1, 13).Build();
+  EXPECT_EQ(Filtered(*faint, 517)[4], -3);
+}
+
+TEST(IpgSpeckleFilters, FrostKeepsFlatAreasAndTheFrame)
+{
+  auto flat = TestImage(6, 6).Fill(321).Build();
+  EXPECT_EQ(Filtered(*flat, 516, 3), PixelsOf(*flat));
+
+  auto in = Step(12, 9);
+  in->Data->SetValue(4u, 4u, 180);
+  const std::vector<int> out = Filtered(*in, 516);
+  for (unsigned r = 0; r < 9; ++r)
+    for (unsigned c = 0; c < 12; ++c)
+      if (r < 2 || r > 6 || c == 0 || c > 8) { // the written positions are c - 1 of columns 2..9
+        EXPECT_EQ(out[r * 12 + c], in->Data->GetValue(c, r)) << c << "," << r;
+      }
+  EXPECT_EQ(Filtered(*in, 516, 0), PixelsOf(*in));
+}
+
+TEST(IpgSpeckleFilters, FrostKeepsAStepSharperThanTheMeanFilter)
+{
+  auto in = Step(16, 9);
+  const std::vector<int> original = PixelsOf(*in);
+  auto blur = [&](const std::vector<int>& out) {
+    long total = 0;
+    for (std::size_t i = 0; i < out.size(); ++i)
+      total += std::labs(out[i] - original[i]);
+    return total;
+  };
+  const long mean = blur(Filtered(*in, 515));
+  const long frost = blur(Filtered(*in, 516));
+  const long frostStrong = blur(Filtered(*in, 516, 1, 20.0));
+  EXPECT_GT(mean, 0);
+  EXPECT_LT(frost, mean);
+  EXPECT_LT(frostStrong, frost); // a larger damping factor preserves the edge better
+}
+
+TEST(IpgSpeckleFilters, FrameRulesProgressAndNoRoi)
+{
+  auto in = SpikeStrip();
+  auto roi = TestImage(5, 3).Build(); // selects nothing: the speckle filters ignore it
+  for (const auto& [code, label] : {std::pair{513, "LEE FILTER"}, std::pair{516, "FROST FILTER"}, std::pair{517, "KUAN FILTER"}}) {
+    ProgressCapture sink;
+    DCM_STRUCT out(*in, false);
+    IPG_FILTER_PROCESSING filter(in.get(), roi.get());
+    filter.SetImaOut(&out);
+    filter.SetTools(code);
+    filter.SetNbrOfIter(2);
+    ASSERT_EQ(filter.Apply(), 1) << code;
+    EXPECT_EQ(sink.Events, (std::vector<std::string>{"open " + std::string(label) + " 2", "step 1", "step 2", "close"}));
+    EXPECT_EQ(out.Data->GetMax(), 0) << code; // extremes are not recomputed
+    if (code != 516) { // Frost's 5x5 window does not fit in three rows
+      EXPECT_NE(out.Data->GetValue(1u, 1u), 100) << code;
+    }
+  }
 }
 
 } // namespace
