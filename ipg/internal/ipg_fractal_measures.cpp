@@ -1,5 +1,6 @@
 #include "ipg/internal/ipg_fractal_measures.h"
 
+#include "ipg/internal/ipg_messages.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 
@@ -9,12 +10,6 @@
 #include <limits>
 
 namespace {
-
-bool Fail(const std::string& text)
-{
-  Ipg_Inform(text);
-  return false;
-}
 
 // One progress step per box side; true when the host asked to stop (the
 // cancellation message is then shown).
@@ -135,7 +130,7 @@ bool Ipg_BoxCountingDimension(const Ipg_ScalingGrid& grid, const std::string& wh
       marked[k] = 1;
   const bool any = std::find(marked.begin(), marked.end(), 1) != marked.end();
   if (!any)
-    return Fail(Ipg_MsgNothingToMeasure(where));
+    return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(where));
   Ipg_Progress progress("Dimension fractale (boîtes)", static_cast<int>(grid.BoxSizes.size()));
   return MarkedSetDimension(grid, marked, progress, fit);
 }
@@ -151,7 +146,7 @@ bool Ipg_DifferentialBoxCountingDimension(const Ipg_ScalingGrid& grid, const std
       highest = std::max(highest, grid.Values[k]);
     }
   if (lowest > highest)
-    return Fail(Ipg_MsgNothingToMeasure(where));
+    return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(where));
   const double levels = static_cast<double>(highest) - lowest + 1.0;
   const double side = std::min(grid.ImageCols, grid.ImageRows);
 
@@ -200,7 +195,7 @@ bool Ipg_MomentSpectrum(const Ipg_ScalingGrid& grid, const std::vector<double>& 
     for (double m : masses)
       total += m;
     if (total <= 0.0)
-      return Fail(Ipg_MsgNothingToMeasure(where));
+      return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(where));
     std::vector<double> logMu;
     for (double m : masses)
       if (m > 0.0)
@@ -240,7 +235,7 @@ bool Ipg_IsoHolderSpectrum(const Ipg_ScalingGrid& grid, const std::vector<double
       highest = std::max(highest, exponents[k]);
     }
   if (lowest > highest)
-    return Fail(Ipg_MsgNothingToMeasure(where));
+    return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(where));
   const double width = (highest - lowest) / bins;
   auto binOf = [&](double a) {
     return width > 0.0 ? std::min(bins - 1, static_cast<int>((a - lowest) / width)) : 0;

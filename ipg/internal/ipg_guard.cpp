@@ -4,16 +4,6 @@
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 
-std::string Ipg_MsgRoiSize(const std::string& className)
-{
-  return "La ROI n'a pas les mêmes dimensions que l'image : " + className + "::Apply()";
-}
-
-std::string Ipg_MsgParameterRange(const std::string& parameter, const std::string& className)
-{
-  return "Paramètre " + parameter + " hors limites : " + className + "::Apply()";
-}
-
 bool Ipg_RoiFitsImage(const DCM_STRUCT* in, const DCM_STRUCT* roi, const std::string& className)
 {
   if (in == nullptr || roi == nullptr)

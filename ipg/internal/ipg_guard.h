@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ipg/internal/ipg_messages.h"
+
 #include <string>
 
 class DCM_STRUCT;
@@ -12,11 +14,6 @@ class DCM_STRUCT;
 // Passes count of the iterative filters: more is refused. Far above any useful
 // despeckling or smoothing chain, low enough that a run stays bounded.
 inline constexpr int kIpgMaxPasses = 10000;
-
-// "La ROI n'a pas les mêmes dimensions que l'image : <className>::Apply()"
-std::string Ipg_MsgRoiSize(const std::string& className);
-// "Paramètre <parameter> hors limites : <className>::Apply()"
-std::string Ipg_MsgParameterRange(const std::string& parameter, const std::string& className);
 
 // True without a ROI (or without an input); otherwise the ROI must have the
 // input's columns and rows, else the ROI message and false.

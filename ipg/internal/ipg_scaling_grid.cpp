@@ -1,8 +1,8 @@
 #include "ipg/internal/ipg_scaling_grid.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
-#include "ipg/ui/ipg_message.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "mth/mth_regression.h"
 
 #include <algorithm>
@@ -10,8 +10,6 @@
 #include <new>
 
 namespace {
-
-constexpr const char* kMsgNoInput = "Pas d'image d'entrée!";
 
 int LargestPowerOfTwoUpTo(int n)
 {
@@ -26,12 +24,6 @@ int RoundUpTo(int n, int multiple)
   return (n + multiple - 1) / multiple * multiple;
 }
 
-bool Fail(const std::string& text)
-{
-  Ipg_Inform(text);
-  return false;
-}
-
 void FillGrid(const DCM_STRUCT* in, const DCM_STRUCT* roi, Ipg_ScalingGrid& grid)
 {
   const std::size_t size = static_cast<std::size_t>(grid.Cols) * static_cast<std::size_t>(grid.Rows);
@@ -43,7 +35,7 @@ void FillGrid(const DCM_STRUCT* in, const DCM_STRUCT* roi, Ipg_ScalingGrid& grid
   for (int row = 0; row < grid.ImageRows; ++row)
     for (int col = 0; col < grid.ImageCols; ++col) {
       const std::size_t src = static_cast<std::size_t>(row) * grid.ImageCols + col;
-      if (pixels[src] > kIpgMaxGrey || (mask != nullptr && mask[src] != kIpgRoiValue))
+      if (!Ipg_CountedPixel(pixels[src], mask, src))
         continue;
       const std::size_t dst = static_cast<std::size_t>(row) * grid.Cols + col;
       grid.Values[dst] = pixels[src];
@@ -53,16 +45,6 @@ void FillGrid(const DCM_STRUCT* in, const DCM_STRUCT* roi, Ipg_ScalingGrid& grid
 }
 
 } // namespace
-
-std::string Ipg_MsgNothingToMeasure(const std::string& where)
-{
-  return "Aucun pixel à mesurer : " + where;
-}
-
-std::string Ipg_MsgBadParameter(const std::string& parameter, const std::string& where)
-{
-  return "Paramètre " + parameter + " hors limites : " + where;
-}
 
 std::vector<int> Ipg_CommonDivisors(int cols, int rows, int smallest, int largest)
 {
@@ -93,26 +75,26 @@ bool Ipg_MakeScalingGrid(const DCM_STRUCT* in, const DCM_STRUCT* roi, int larges
                          const std::string& where, Ipg_ScalingGrid& grid)
 {
   if (in == nullptr)
-    return Fail(kMsgNoInput);
+    return Ipg_InformAndFail(kIpgMsgNoInputImage);
   const int cols = static_cast<int>(in->GetNbOfCols());
   const int rows = static_cast<int>(in->GetNbOfRows());
   if (roi != nullptr && (static_cast<int>(roi->GetNbOfCols()) != cols || static_cast<int>(roi->GetNbOfRows()) != rows))
-    return Fail("La ROI n'a pas les mêmes dimensions que l'image : " + where);
+    return Ipg_InformAndFail(Ipg_MsgRoiSizeAt(where));
   if (cols < 2 || rows < 2)
-    return Fail("Image trop petite : " + where);
+    return Ipg_InformAndFail(Ipg_MsgImageTooSmall(where));
   if (largestBox < smallestBox || largestBox > std::min(cols, rows))
-    return Fail(Ipg_MsgBadParameter("BoxSize", where));
+    return Ipg_InformAndFail(Ipg_MsgParameterRangeAt("BoxSize", where));
   grid.ImageCols = cols;
   grid.ImageRows = rows;
   if (!Ipg_TileSizes(cols, rows, smallestBox, largestBox, grid.Cols, grid.Rows, grid.BoxSizes))
-    return Fail(Ipg_MsgBadParameter("BoxSize", where));
+    return Ipg_InformAndFail(Ipg_MsgParameterRangeAt("BoxSize", where));
   try {
     FillGrid(in, roi, grid);
   } catch (const std::bad_alloc&) {
-    return Fail("Allocation mémoire impossible");
+    return Ipg_InformAndFail(kIpgMsgAllocation);
   }
   if (grid.SelectedCount == 0)
-    return Fail(Ipg_MsgNothingToMeasure(where));
+    return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(where));
   return true;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ipg/internal/ipg_messages.h" // the measures' messages
+
 #include <string>
 #include <vector>
 
@@ -53,7 +55,3 @@ struct Ipg_LineFit {
   double R2 = 0.0;
 };
 Ipg_LineFit Ipg_FitLine(const std::vector<double>& x, const std::vector<double>& y);
-
-// Messages of the measures (French, like every operator message).
-std::string Ipg_MsgNothingToMeasure(const std::string& where);
-std::string Ipg_MsgBadParameter(const std::string& parameter, const std::string& where);

@@ -407,7 +407,7 @@ bool IPG_STATISTIC1::MultiFractalDimension()
   // exactly still ends at or below QMax; at most 10001 values of q.
   const double span = QMax - QMin;
   if (!(QStep > 0.0) || !(span >= 0.0) || span / QStep > 10000.0) {
-    Ipg_Inform(Ipg_MsgBadParameter("Q", where));
+    Ipg_Inform(Ipg_MsgParameterRangeAt("Q", where));
     return false;
   }
   Ipg_ScalingGrid grid;
@@ -442,7 +442,7 @@ bool IPG_STATISTIC1::HolderSpectral()
                     : HolderWindowSize < 3 || 2LL * reach + 1 > std::min(grid.ImageCols, grid.ImageRows) ? "HolderWindowSize"
                                                                      : nullptr;
   if (bad != nullptr) {
-    Ipg_Inform(Ipg_MsgBadParameter(bad, where));
+    Ipg_Inform(Ipg_MsgParameterRangeAt(bad, where));
     return false;
   }
   IPG_HOLDER holder(ImaIn);

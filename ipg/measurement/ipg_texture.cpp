@@ -75,10 +75,10 @@ bool IPG_TEXTURE::ComputeCooccurrence()
   if (Roi != nullptr && (static_cast<int>(Roi->GetNbOfCols()) != cols || static_cast<int>(Roi->GetNbOfRows()) != rows))
     return Fail(std::string("La ROI n'a pas les mêmes dimensions que l'image : ") + kWhere);
   if (GreyLevels < 2 || GreyLevels > 256)
-    return Fail(Ipg_MsgBadParameter("GreyLevels", kWhere));
+    return Fail(Ipg_MsgParameterRangeAt("GreyLevels", kWhere));
   int dcol = 0, drow = 0;
   if (Distance < 1 || Distance >= std::max(cols, rows) || !Ipg_GlcmOffset(Angle, Distance, dcol, drow))
-    return Fail(Ipg_MsgBadParameter(Distance < 1 || Distance >= std::max(cols, rows) ? "Distance" : "Angle", kWhere));
+    return Fail(Ipg_MsgParameterRangeAt(Distance < 1 || Distance >= std::max(cols, rows) ? "Distance" : "Angle", kWhere));
 
   int lowest = INT_MAX, highest = INT_MIN;
   for (int row = 0; row < rows; ++row)
