@@ -1,6 +1,6 @@
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -13,23 +13,6 @@
 namespace {
 
 constexpr int kMark = 16777217;
-
-std::unique_ptr<DCM_STRUCT> ImageOf(unsigned cols, unsigned rows, const std::vector<int>& pixels)
-{
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows);
-  for (unsigned r = 0; r < rows; ++r)
-    for (unsigned c = 0; c < cols; ++c)
-      image->Data->SetValue(c, r, pixels[r * cols + c]);
-  image->Data->SetMin();
-  image->Data->SetMax();
-  return image;
-}
-
-std::vector<int> PixelsOf(const DCM_STRUCT& image)
-{
-  const int* p = image.Data->GetIDataAddress();
-  return std::vector<int>(p, p + image.Data->GetSize());
-}
 
 // Runs one operation of a two-image operator with Mode 302, which leaves the
 // written values as they are.

@@ -1,6 +1,6 @@
 #include "ipg/arithmetic/ipg_change_dynamic.h"
 
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -13,23 +13,6 @@ namespace {
 
 constexpr int kMark = 16777217;
 using V = std::vector<int>;
-
-std::unique_ptr<DCM_STRUCT> ImageOf(unsigned cols, unsigned rows, const V& pixels)
-{
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows);
-  for (unsigned r = 0; r < rows; ++r)
-    for (unsigned c = 0; c < cols; ++c)
-      image->Data->SetValue(c, r, pixels[r * cols + c]);
-  image->Data->SetMin();
-  image->Data->SetMax();
-  return image;
-}
-
-V PixelsOf(const DCM_STRUCT& image)
-{
-  const int* p = image.Data->GetIDataAddress();
-  return V(p, p + image.Data->GetSize());
-}
 
 // The re-dynamisation of v from [0, 1000] onto [0, 4095].
 int Redyn1000(int v) { return static_cast<int>(std::floor(v / 1000.0L * 4095 + 0.5L)); }

@@ -1,6 +1,6 @@
-#include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/internal/ipg_guard.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 #include "support/progress_capture.h"
 
@@ -24,25 +24,7 @@ constexpr int kMark = 16777217;
 const char* kNoOutput = "image de sortie non allouée";
 const char* kSizeMessage = "Les images n'ont pas les mêmes dimensions : IPG_FILTER_PROCESSING::Apply()";
 
-std::unique_ptr<DCM_STRUCT> Image(int cols, int rows, const std::function<int(int, int)>& value)
-{
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows);
-  for (int r = 0; r < rows; ++r)
-    for (int c = 0; c < cols; ++c)
-      image->Data->SetValue(c, r, value(c, r));
-  return image;
-}
-
-std::unique_ptr<DCM_STRUCT> Constant(int cols, int rows, int v)
-{
-  return Image(cols, rows, [v](int, int) { return v; });
-}
-
-Pixels PixelsOf(const DCM_STRUCT& image)
-{
-  const int* p = image.Data->GetIDataAddress();
-  return Pixels(p, p + image.Data->GetSize());
-}
+std::unique_ptr<DCM_STRUCT> Constant(unsigned cols, unsigned rows, int v) { return TestImage(cols, rows).Fill(v).Build(); }
 
 int At(const DCM_STRUCT& image, int c, int r) { return image.Data->GetValue(c, r); }
 
@@ -87,7 +69,7 @@ std::unique_ptr<DCM_STRUCT> Random(int cols, int rows, unsigned seed, double mar
   std::mt19937 gen(seed);
   std::uniform_int_distribution<int> grey(-3000, 60000);
   std::uniform_real_distribution<double> share(0.0, 1.0);
-  return Image(cols, rows, [&](int, int) { return share(gen) < markShare ? kMark + 5 : grey(gen); });
+  return ImageOf(cols, rows, [&](int, int) { return share(gen) < markShare ? kMark + 5 : grey(gen); });
 }
 
 } // namespace
@@ -177,7 +159,7 @@ TEST(IpgFilterProcessing, MarksAreCopiedAndLeftOutOfSumAndNorm)
   EXPECT_EQ(At(*run.Out, 1, 1), kMark);
 
   // Kernel 2 (weights 1 2 1 / 2 4 2 / 1 2 1): a marked corner of value 0 weight.
-  auto ramp = Image(3, 3, [](int c, int r) { return c == 0 && r == 0 ? kMark + 1 : 10 * (c + 3 * r); });
+  auto ramp = ImageOf(3, 3, [](int c, int r) { return c == 0 && r == 0 ? kMark + 1 : 10 * (c + 3 * r); });
   Filtering weighted(std::move(ramp));
   weighted.Op.SetDefinedFilter(2);
   ASSERT_EQ(weighted.Op.Apply(), 1);
@@ -187,8 +169,8 @@ TEST(IpgFilterProcessing, MarksAreCopiedAndLeftOutOfSumAndNorm)
 
 TEST(IpgFilterProcessing, RoiSelectsThePixelsThatAreFiltered)
 {
-  auto in = Image(5, 5, [](int c, int r) { return c * 10 + r; });
-  auto roi = Image(5, 5, [](int c, int) { return c < 3 ? kMark : 1; });
+  auto in = ImageOf(5, 5, [](int c, int r) { return c * 10 + r; });
+  auto roi = ImageOf(5, 5, [](int c, int) { return c < 3 ? kMark : 1; });
   Filtering run(std::move(in), roi.get());
   ASSERT_EQ(run.Op.Apply(), 1);
   EXPECT_EQ(At(*run.Out, 2, 2), 22); // a plane is its own mean
@@ -198,7 +180,7 @@ TEST(IpgFilterProcessing, RoiSelectsThePixelsThatAreFiltered)
 
 TEST(IpgFilterProcessing, ZeroSumAndNegativeSumKernels)
 {
-  Filtering ramp(Image(5, 4, [](int c, int) { return c; }));
+  Filtering ramp(ImageOf(5, 4, [](int c, int) { return c; }));
   ramp.Op.SetDefinedFilter(6);
   ASSERT_EQ(ramp.Op.Apply(), 1);
   EXPECT_EQ(At(*ramp.Out, 2, 1), 8); // sum 8, norm 0 taken as 1
@@ -213,7 +195,7 @@ TEST(IpgFilterProcessing, ZeroSumAndNegativeSumKernels)
   EXPECT_EQ(At(*negative.Out, 1, 1), -50); // the norm is |-2|
 
   // A 3x1 kernel: only the columns move.
-  Filtering line(Image(4, 2, [](int c, int) { return c * c * 4; }));
+  Filtering line(ImageOf(4, 2, [](int c, int) { return c * c * 4; }));
   SetUser(line.Op, {1, 2, 1}, 3, 1);
   line.Op.SetTools(501);
   ASSERT_EQ(line.Op.Apply(), 1);
@@ -357,7 +339,7 @@ TEST(IpgFilterProcessing, ApplyReturnRulesPerCode)
 TEST(IpgFilterProcessing, DericheDerivativeGradientsAndDirection)
 {
   const int n = 16;
-  Filtering run(Image(n, n, [](int c, int r) { return c < 8 ? 0 : (r < 10 ? 1000 : 3000); }));
+  Filtering run(ImageOf(n, n, [](int c, int r) { return c < 8 ? 0 : (r < 10 ? 1000 : 3000); }));
   run.Op.SetMode(301);
   run.Op.SetGradientFlagDirection(true);
   run.Op.SetTools(503);
@@ -392,7 +374,7 @@ TEST(IpgFilterProcessing, DericheDerivativeGradientsAndDirection)
 
 TEST(IpgFilterProcessing, GaussianWeighsBySquaredDistance)
 {
-  Filtering run(Image(5, 5, [](int c, int r) { return c == 2 && r == 2 ? 1200 : 0; }));
+  Filtering run(ImageOf(5, 5, [](int c, int r) { return c == 2 && r == 2 ? 1200 : 0; }));
   EXPECT_FALSE(run.Op.GaussianFilter(4));
   EXPECT_FALSE(run.Op.GaussianFilter(0));
   ASSERT_TRUE(run.Op.GaussianFilter(3)); // sigma 0.5: corners 1/6, sides 1/12, centre 0
@@ -405,7 +387,7 @@ TEST(IpgFilterProcessing, GaussianWeighsBySquaredDistance)
 TEST(IpgFilterProcessing, LaplacianOfGaussianMarksTheSelectedLobe)
 {
   auto blob = [](int c, int r) { return (c >= 7 && c <= 11 && r >= 7 && r <= 11) ? 1000 : 0; };
-  Filtering negative(Image(19, 19, blob));
+  Filtering negative(ImageOf(19, 19, blob));
   negative.Op.SetLaplacianGaussianSize(7);
   negative.Op.SetLaplacianGaussianSigma(1.0);
   negative.Op.SetTools(507);
@@ -414,7 +396,7 @@ TEST(IpgFilterProcessing, LaplacianOfGaussianMarksTheSelectedLobe)
   EXPECT_EQ(At(*negative.Out, 5, 9), 0);      // just outside: positive
   EXPECT_EQ(At(*negative.Out, 1, 1), 0);      // frame
 
-  Filtering positive(Image(19, 19, blob));
+  Filtering positive(ImageOf(19, 19, blob));
   positive.Op.SetLaplacianGaussianSize(7);
   positive.Op.SetLaplacianGaussianSigma(1.0);
   positive.Op.SetLaplacianGaussianSigmaType(1);
@@ -427,7 +409,7 @@ TEST(IpgFilterProcessing, LaplacianOfGaussianMarksTheSelectedLobe)
 TEST(IpgFilterProcessing, MedianRemovesImpulsesAndReportsProgress)
 {
   ProgressCapture progress;
-  Filtering run(Image(6, 5, [](int c, int r) { return c == 2 && r == 2 ? 5000 : 40 + c; }));
+  Filtering run(ImageOf(6, 5, [](int c, int r) { return c == 2 && r == 2 ? 5000 : 40 + c; }));
   SetUser(run.Op, std::vector<int>(9, 1), 3, 3);
   ASSERT_TRUE(run.Op.MedianFilter());
   EXPECT_EQ(At(*run.Out, 2, 2), 42);
@@ -444,7 +426,7 @@ TEST(IpgFilterProcessing, MedianRemovesImpulsesAndReportsProgress)
   EXPECT_TRUE(progress.Events.empty());
 
   // A 1x3 window: medians along the columns only.
-  Filtering column(Image(3, 5, [](int c, int r) { return r == 2 ? 900 : c; }));
+  Filtering column(ImageOf(3, 5, [](int c, int r) { return r == 2 ? 900 : c; }));
   SetUser(column.Op, {1, 1, 1}, 1, 3);
   ASSERT_TRUE(column.Op.MedianFilter());
   EXPECT_EQ(At(*column.Out, 0, 2), 0);
@@ -459,7 +441,7 @@ TEST(IpgFilterProcessing, MedianIsTheMiddleOfTheSortedWindow)
     for (unsigned seed : {5u, 6u}) {
       std::mt19937 gen(seed);
       std::uniform_int_distribution<int> grey(-4, 4); // many ties
-      auto in = Image(cols, rows, [&](int, int) { return grey(gen) * 1000 + (seed == 6u ? 0 : grey(gen)); });
+      auto in = ImageOf(cols, rows, [&](int, int) { return grey(gen) * 1000 + (seed == 6u ? 0 : grey(gen)); });
       in->Data->SetValue(6, 5, INT32_MAX);
       Filtering run(std::make_unique<DCM_STRUCT>(*in, true));
       SetUser(run.Op, std::vector<int>(sx * sy, 1), sx, sy);
@@ -544,7 +526,7 @@ TEST(IpgFilterProcessing, MeanAndEdgeProgressIsAlwaysShown)
 
 TEST(IpgFilterProcessing, NagaoPreservesEdgesAndSmoothsFlatNoise)
 {
-  Filtering step(Image(12, 10, [](int c, int) { return c < 6 ? 0 : 1000; }));
+  Filtering step(ImageOf(12, 10, [](int c, int) { return c < 6 ? 0 : 1000; }));
   step.Op.SetTools(506);
   ASSERT_EQ(step.Op.Apply(), 1);
   for (int r = 2; r < 8; ++r)
@@ -552,14 +534,14 @@ TEST(IpgFilterProcessing, NagaoPreservesEdgesAndSmoothsFlatNoise)
       EXPECT_EQ(At(*step.Out, c, r), c < 6 ? 0 : 1000) << c << "," << r;
 
   // A lone impulse lies in every region: the 3x3 square has the least variance.
-  Filtering impulse(Image(7, 7, [](int c, int r) { return c == 3 && r == 3 ? 900 : 0; }));
+  Filtering impulse(ImageOf(7, 7, [](int c, int r) { return c == 3 && r == 3 ? 900 : 0; }));
   ASSERT_TRUE(impulse.Op.Nagao_5_x_5());
   EXPECT_EQ(At(*impulse.Out, 3, 3), 100);
   // Next to it the region turned away has variance 0.
   EXPECT_EQ(At(*impulse.Out, 2, 3), 0);
 
   // Regions holding a mark are skipped; a marked pixel is copied.
-  Filtering marked(Image(7, 7, [](int c, int r) { return c == 3 && r == 2 ? kMark : (r >= 3 ? 60 : 20); }));
+  Filtering marked(ImageOf(7, 7, [](int c, int r) { return c == 3 && r == 2 ? kMark : (r >= 3 ? 60 : 20); }));
   ASSERT_TRUE(marked.Op.Nagao_5_x_5());
   EXPECT_EQ(At(*marked.Out, 3, 2), kMark);
   EXPECT_EQ(At(*marked.Out, 3, 3), 60);
@@ -570,7 +552,7 @@ TEST(IpgFilterProcessing, Chi2IsZeroWhereTheTextureMatchesTheImage)
   // Each 3x3 window of a period-3 pattern holds each grey level three times,
   // like the 9x9 image as a whole.
   auto pattern = [](int c, int r) { return ((c + 2 * r) % 3) * 100; };
-  Filtering run(Image(9, 9, pattern));
+  Filtering run(ImageOf(9, 9, pattern));
   run.Op.SetTools(508);
   ASSERT_EQ(run.Op.Apply(), 1);
   const float* chi2 = run.Op.GetChi2InFloat();
@@ -582,7 +564,7 @@ TEST(IpgFilterProcessing, Chi2IsZeroWhereTheTextureMatchesTheImage)
     }
 
   // A uniform patch of a grey level the rest of the image lacks deviates.
-  Filtering patch(Image(9, 9, [&](int c, int r) { return c >= 3 && c <= 5 && r >= 3 && r <= 5 ? 250 : pattern(c, r); }));
+  Filtering patch(ImageOf(9, 9, [&](int c, int r) { return c >= 3 && c <= 5 && r >= 3 && r <= 5 ? 250 : pattern(c, r); }));
   patch.Op.SetTools(508);
   ASSERT_EQ(patch.Op.Apply(), 1);
   const float* d = patch.Op.GetChi2InFloat();

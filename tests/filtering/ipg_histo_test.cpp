@@ -1,6 +1,6 @@
 #include "ipg/filtering/ipg_histo.h"
 
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -12,16 +12,6 @@
 #include <vector>
 
 namespace {
-
-// A cols x rows image holding the given pixels, row after row.
-std::unique_ptr<DCM_STRUCT> ImageOf(unsigned cols, unsigned rows, const std::vector<int>& pixels)
-{
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows);
-  for (unsigned r = 0; r < rows; ++r)
-    for (unsigned c = 0; c < cols; ++c)
-      image->Data->SetValue(c, r, pixels[r * cols + c]);
-  return image;
-}
 
 std::vector<int> Bins(const IPG_HISTO& h)
 {

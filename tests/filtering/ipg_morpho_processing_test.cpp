@@ -1,4 +1,4 @@
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/filtering/ipg_morpho_processing.h"
 #include "support/message_capture.h"
@@ -18,16 +18,13 @@ constexpr short kExtremesOnly = 302; // output mode that leaves the pixels as co
 
 std::unique_ptr<DCM_STRUCT> MakeImage(const Grid& rows)
 {
-  auto image = std::make_unique<DCM_STRUCT>(static_cast<unsigned>(rows[0].size()), static_cast<unsigned>(rows.size()));
-  for (unsigned row = 0; row < rows.size(); ++row)
-    for (unsigned col = 0; col < rows[row].size(); ++col)
-      image->Data->SetValue(col, row, rows[row][col]);
-  return image;
+  return ImageOf(static_cast<unsigned>(rows[0].size()), static_cast<unsigned>(rows.size()),
+                 [&](unsigned col, unsigned row) { return rows[row][col]; });
 }
 
 std::unique_ptr<DCM_STRUCT> Filled(unsigned cols, unsigned rows, int value)
 {
-  return MakeImage(Grid(rows, std::vector<int>(cols, value)));
+  return TestImage(cols, rows).Fill(value).Build();
 }
 
 Grid Pixels(const DCM_STRUCT& image)

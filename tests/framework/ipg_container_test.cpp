@@ -1,6 +1,6 @@
 #include "ipg/framework/ipg_container.h"
 
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 #include "ipg/arithmetic/ipg_change_dynamic.h"
@@ -28,21 +28,9 @@ constexpr int kRoiIn = 16777217;
 
 using Image = std::unique_ptr<DCM_STRUCT>;
 
-// cols x rows image with pixel value(col, row), extremes recomputed.
-Image MakeImage(unsigned cols, unsigned rows, const std::function<int(unsigned, unsigned)>& value)
-{
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
-  for (unsigned r = 0; r < rows; ++r)
-    for (unsigned c = 0; c < cols; ++c)
-      image->Data->SetValue(c, r, value(c, r));
-  image->Data->SetMin();
-  image->Data->SetMax();
-  return image;
-}
-
-Image Ramp() { return MakeImage(8, 6, [](unsigned c, unsigned r) { return static_cast<int>((c * 7 + r * 13) % 50 + 1); }); }
-Image OtherRamp() { return MakeImage(8, 6, [](unsigned c, unsigned r) { return static_cast<int>((c * 3 + r * r) % 40 + 2); }); }
-Image LeftHalfRoi() { return MakeImage(8, 6, [](unsigned c, unsigned) { return c < 4 ? kRoiIn : 0; }); }
+Image Ramp() { return ImageOf(8, 6, [](unsigned c, unsigned r) { return static_cast<int>((c * 7 + r * 13) % 50 + 1); }); }
+Image OtherRamp() { return ImageOf(8, 6, [](unsigned c, unsigned r) { return static_cast<int>((c * 3 + r * r) % 40 + 2); }); }
+Image LeftHalfRoi() { return ImageOf(8, 6, [](unsigned c, unsigned) { return c < 4 ? kRoiIn : 0; }); }
 
 void ExpectSameImage(DCM_STRUCT& actual, DCM_STRUCT& expected)
 {
@@ -304,7 +292,7 @@ TEST(Container, EveryHeldClassRunsAsItsOperatorWithMode302)
   IPG_FFT_TWO_INPUTS fourierTwo(in.get(), second.get(), nullptr);
   ExpectContainerRunsLikeTheOperator(kIpgClassFftTwoInputs, fourierTwo, 1303, in.get(), second.get());
 
-  auto mask = MakeImage(8, 6, [](unsigned c, unsigned r) {
+  auto mask = ImageOf(8, 6, [](unsigned c, unsigned r) {
     return (c >= 1 && c <= 2 && r >= 1 && r <= 4) || (c >= 5 && c <= 6 && r >= 2 && r <= 3) ? kRoiIn : 0;
   });
   IPG_CONVERT_BINARY_TO_OBJECT contours(mask.get(), second.get());

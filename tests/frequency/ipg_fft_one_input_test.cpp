@@ -1,6 +1,6 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -13,15 +13,6 @@
 namespace {
 
 const double kPi = std::acos(-1.0);
-
-std::unique_ptr<DCM_STRUCT> MakeImage(int cols, int rows, const std::vector<int>& rowMajor)
-{
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
-  for (int r = 0; r < rows; ++r)
-    for (int c = 0; c < cols; ++c)
-      image->Data->SetValue(c, r, rowMajor[static_cast<size_t>(r * cols + c)]);
-  return image;
-}
 
 // Forward DFT by its definition: kernel e^(-2 pi i (u c / cols + v r / rows)), unnormalised.
 std::complex<double> Dft(const DCM_STRUCT& in, int u, int v)
@@ -67,7 +58,7 @@ TEST(FftOneInput, CentredRealAndImaginaryPartsFollowTheDftAtPrecisionTen)
     std::vector<int> pixels;
     for (int k = 0; k < cols * rows; ++k)
       pixels.push_back((k * 37 + 11) % 23);
-    auto owner = MakeImage(cols, rows, pixels);
+    auto owner = ImageOf(cols, rows, pixels);
   DCM_STRUCT& in = *owner;
     DCM_STRUCT re(in, false), im(in, false);
     ASSERT_TRUE(RunCode(in, re, 1210));
@@ -104,7 +95,7 @@ TEST(FftOneInput, ConstantImageHasOnlyTheCentreCoefficient)
 TEST(FftOneInput, PhaseIsOneArgumentArctangentInTenthsUnderPrecisionHundred)
 {
   // Row [0 0 1 1]: F0 = 2, F1 = -1 + i, F2 = 0, F3 = -1 - i; centring puts Fu at (u + 2) mod 4.
-  auto owner = MakeImage(4, 1, {0, 0, 1, 1});
+  auto owner = ImageOf(4, 1, {0, 0, 1, 1});
   DCM_STRUCT& in = *owner;
   DCM_STRUCT deg(in, false), rad(in, false), mod(in, false);
   ASSERT_TRUE(RunCode(in, deg, 1212));
@@ -129,7 +120,7 @@ TEST(FftOneInput, FiltersWithZeroThresholdGiveTheInputBack)
   std::vector<int> pixels;
   for (int k = 0; k < 8 * 8; ++k)
     pixels.push_back((k * 13) % 29 + 1);
-  auto owner = MakeImage(8, 8, pixels);
+  auto owner = ImageOf(8, 8, pixels);
   DCM_STRUCT& in = *owner;
   for (int code : {1202, 1203}) {
     DCM_STRUCT out(in, false);
@@ -146,7 +137,7 @@ TEST(FftOneInput, LowPassRemovesTheHighestFrequencyAndHighPassTheMean)
   for (int r = 0; r < 8; ++r)
     for (int c = 0; c < 8; ++c)
       pixels.push_back(500 + ((c + r) % 2 == 0 ? 100 : -100));
-  auto owner = MakeImage(8, 8, pixels);
+  auto owner = ImageOf(8, 8, pixels);
   DCM_STRUCT& in = *owner;
   DCM_STRUCT low(in, false), high(in, false);
   ASSERT_TRUE(RunCode(in, low, 1202, 1));

@@ -1,7 +1,7 @@
 #include "ipg/measurement/ipg_holder.h"
 #include "ipg/measurement/ipg_holder_fast_measures.h"
 
-#include "image_helpers.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -126,9 +126,9 @@ TEST(HolderMeasures, WindowsThatFitNowhereLeaveTheLayerAtZero)
   EXPECT_EQ(Layer(IPG_HOLDER::AlphaMaxGrain, kMixed, 3, 3, 1 << 30), std::vector<double>(9, 0.0));
 }
 
-std::unique_ptr<DCM_STRUCT> ImageOf(int cols, int rows, const std::vector<double>& values)
+std::unique_ptr<DCM_STRUCT> ImageOfReals(unsigned cols, unsigned rows, const std::vector<double>& values)
 {
-  return MakeImage(cols, rows, std::vector<int>(values.begin(), values.end()));
+  return ImageOf(cols, rows, std::vector<int>(values.begin(), values.end()));
 }
 
 double Slope(const std::vector<double>& measures)
@@ -161,7 +161,7 @@ TEST(Holder, DefaultsAndRefusals)
   EXPECT_EQ(capture.Texts[0], "Pas d'image en entrée!");
   EXPECT_EQ(capture.Captions[0], "Information");
 
-  auto image = ImageOf(5, 5, Ramp());
+  auto image = ImageOfReals(5, 5, Ramp());
   IPG_HOLDER op(image.get());
   op.SetMeasType(2);
   // A single abscissa (no slope), or a largest window wider than the image
@@ -197,7 +197,7 @@ TEST(Holder, DefaultsAndRefusals)
 TEST(Holder, ExponentIsTheSlopeOfLogMeasureAgainstLogWidth)
 {
   // Maximum on the ramp at the centre: 13, 19, 25 for widths 1, 3, 5.
-  auto image = ImageOf(5, 5, Ramp());
+  auto image = ImageOfReals(5, 5, Ramp());
   IPG_HOLDER op(image.get());
   op.SetMeasType(1);
   op.SetWindowSize(5);
@@ -214,7 +214,7 @@ TEST(Holder, ExponentIsTheSlopeOfLogMeasureAgainstLogWidth)
 TEST(Holder, FlatMeasuresGiveZeroExponents)
 {
   // A constant image: the mean is the same at every radius.
-  auto flat = ImageOf(7, 7, std::vector<double>(49, 5.0));
+  auto flat = ImageOfReals(7, 7, std::vector<double>(49, 5.0));
   IPG_HOLDER mean(flat.get());
   mean.SetMeasType(2);
   mean.SetWindowSize(5);
@@ -225,7 +225,7 @@ TEST(Holder, FlatMeasuresGiveZeroExponents)
   // One bright pixel: the maximum stays 100 at the centre whatever the window.
   std::vector<double> spot(49, 1.0);
   spot[24] = 100.0;
-  auto image = ImageOf(7, 7, spot);
+  auto image = ImageOfReals(7, 7, spot);
   IPG_HOLDER max(image.get());
   max.SetMeasType(1);
   max.SetWindowSize(5);
@@ -236,7 +236,7 @@ TEST(Holder, FlatMeasuresGiveZeroExponents)
   // A zero at radius 0 or an unknown measure: 0.
   std::vector<double> hole(49, 5.0);
   hole[24] = 0.0;
-  auto holed = ImageOf(7, 7, hole);
+  auto holed = ImageOfReals(7, 7, hole);
   IPG_HOLDER zero(holed.get());
   zero.SetMeasType(2);
   zero.SetWindowSize(5);
@@ -310,7 +310,7 @@ TEST(HolderFastPath, LayersMatchTheDirectMeasures)
 
 TEST(HolderFastPath, ExponentsMatchTheDirectComputation)
 {
-  auto image = ImageOf(23, 17, Noise(23 * 17, 0, 65535, 3u));
+  auto image = ImageOfReals(23, 17, Noise(23 * 17, 0, 65535, 3u));
   for (int measType = 1; measType <= 15; ++measType) {
     IPG_HOLDER direct(image.get()), fast(image.get());
     for (IPG_HOLDER* op : {&direct, &fast}) {

@@ -1,6 +1,6 @@
 #include "ipg/measurement/ipg_statistic2.h"
 
-#include "image_helpers.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -21,8 +21,8 @@ double RunCode(IPG_STATISTIC2& op, int tools)
 
 TEST(Statistic2, DefaultsCodesAndCopy)
 {
-  auto a = MakeImage(2, 2, {0, 1, 2, 3});
-  auto b = MakeImage(2, 2, {0, 1, 2, 3});
+  auto a = ImageOf(2, 2, {0, 1, 2, 3});
+  auto b = ImageOf(2, 2, {0, 1, 2, 3});
   IPG_STATISTIC2 op(a.get(), b.get());
   EXPECT_EQ(op.GetTools(), 102.0);
   EXPECT_EQ(op.GetMutualInformationRecord(), nullptr);
@@ -44,12 +44,12 @@ TEST(Statistic2, DefaultsCodesAndCopy)
 TEST(Statistic2, LeastSquaredIsTheEuclideanDistanceOfValidPairs)
 {
   // Pairs (0,3), (16777216,16777210) and (5,1) count; 16777217 does not.
-  auto a = MakeImage(2, 2, {0, kTop, kTop + 1, 5});
-  auto b = MakeImage(2, 2, {3, kTop - 6, 0, 1});
+  auto a = ImageOf(2, 2, {0, kTop, kTop + 1, 5});
+  auto b = ImageOf(2, 2, {3, kTop - 6, 0, 1});
   IPG_STATISTIC2 op(a.get(), b.get());
   EXPECT_DOUBLE_EQ(RunCode(op, 102), std::sqrt(9.0 + 36.0 + 16.0));
 
-  auto roi = MakeImage(2, 2, {0, kRoiIn, kRoiIn, 1});
+  auto roi = ImageOf(2, 2, {0, kRoiIn, kRoiIn, 1});
   IPG_STATISTIC2 inRoi(a.get(), b.get(), roi.get());
   EXPECT_DOUBLE_EQ(RunCode(inRoi, 102), 6.0);
 
@@ -60,8 +60,8 @@ TEST(Statistic2, LeastSquaredIsTheEuclideanDistanceOfValidPairs)
 TEST(Statistic2, LeastSquaredLeavesResultOnDifferentSizesOrMissingImage)
 {
   MessageCapture capture;
-  auto a = MakeImage(2, 2, {0, 1, 2, 3});
-  auto wide = MakeImage(4, 1, {0, 1, 2, 3});
+  auto a = ImageOf(2, 2, {0, 1, 2, 3});
+  auto wide = ImageOf(4, 1, {0, 1, 2, 3});
   IPG_STATISTIC2 op(a.get(), wide.get());
   op.SetResult(7.0);
   EXPECT_FALSE(op.ComputeLeastSquared());
@@ -75,7 +75,7 @@ TEST(Statistic2, LeastSquaredLeavesResultOnDifferentSizesOrMissingImage)
 TEST(Statistic2, MutualInformationOfIdenticalAndIndependentImages)
 {
   // Levels 0, 1, 1, 2: H = -(1/4 ln 1/4 + 1/2 ln 1/2 + 1/4 ln 1/4) = 1.5 ln 2.
-  auto a = MakeImage(2, 2, {0, 1, 1, 2});
+  auto a = ImageOf(2, 2, {0, 1, 1, 2});
   IPG_STATISTIC2 same(a.get(), a.get());
   EXPECT_DOUBLE_EQ(RunCode(same, 100), 1.5 * std::log(2.0));
   const double* record = same.GetMutualInformationRecord();
@@ -88,8 +88,8 @@ TEST(Statistic2, MutualInformationOfIdenticalAndIndependentImages)
     EXPECT_EQ(record[k], 0.0);
 
   // Every joint cell once: H1 = H2 = ln 2, H12 = ln 4.
-  auto columns = MakeImage(2, 2, {0, 1, 0, 1});
-  auto rows = MakeImage(2, 2, {0, 0, 1, 1});
+  auto columns = ImageOf(2, 2, {0, 1, 0, 1});
+  auto rows = ImageOf(2, 2, {0, 0, 1, 1});
   IPG_STATISTIC2 independent(columns.get(), rows.get());
   EXPECT_NEAR(RunCode(independent, 100), 0.0, 1e-15);
   EXPECT_DOUBLE_EQ(independent.GetMutualInformationRecord()[IPG_STATISTIC2::kJointEntropy], std::log(4.0));
@@ -101,8 +101,8 @@ TEST(Statistic2, MutualInformationReadsMarginalsWithTheLevelRangeAsStride)
   // First image levels 0 and 2 (range 3, two bins), second 0 and 1. Joint cells
   // at keys 0 and 3; read with stride 3 both fall in the first marginal's cell 0,
   // so H1 = 0, H2 = H12 = ln 2 and I = 0 (the true value would be ln 2).
-  auto a = MakeImage(2, 1, {0, 2});
-  auto b = MakeImage(2, 1, {0, 1});
+  auto a = ImageOf(2, 1, {0, 2});
+  auto b = ImageOf(2, 1, {0, 1});
   IPG_STATISTIC2 op(a.get(), b.get());
   EXPECT_DOUBLE_EQ(RunCode(op, 100), 0.0);
   const double* record = op.GetMutualInformationRecord();
@@ -115,8 +115,8 @@ TEST(Statistic2, ImagesOfDifferentSizesArePairedByColumnTimesRows)
 {
   // 2x3 and 3x2: elements col * rows_k + row for col < 2, row < 2 are 0, 1, 3, 4
   // of the first and 0, 1, 2, 3 of the second, identical here, so I = ln 4.
-  auto a = MakeImage(2, 3, {0, 1, 3, 2, 3, 3});
-  auto b = MakeImage(3, 2, {0, 1, 2, 3, 3, 3});
+  auto a = ImageOf(2, 3, {0, 1, 3, 2, 3, 3});
+  auto b = ImageOf(3, 2, {0, 1, 2, 3, 3, 3});
   IPG_STATISTIC2 op(a.get(), b.get());
   EXPECT_DOUBLE_EQ(RunCode(op, 100), std::log(4.0));
   EXPECT_DOUBLE_EQ(op.GetMutualInformationRecord()[IPG_STATISTIC2::kNormalisedMutualInformation], 2.0);
@@ -127,12 +127,12 @@ TEST(Statistic2, CorrelationRatioUsesLevelNumbersAndSkipsTopGrey)
   // Second image levels 0, 1, 5 are numbered 0, 1, 2: m = 5/4, V = 11/16,
   // W = 1/8, so 1 - 2/11 (grey levels would give 1 - 2/83). The fifth pair
   // holds 16777216 and is left out.
-  auto a = MakeImage(5, 1, {0, 0, 1, 1, kTop});
-  auto b = MakeImage(5, 1, {0, 1, 5, 5, 0});
+  auto a = ImageOf(5, 1, {0, 0, 1, 1, kTop});
+  auto b = ImageOf(5, 1, {0, 1, 5, 5, 0});
   IPG_STATISTIC2 op(a.get(), b.get());
   EXPECT_DOUBLE_EQ(RunCode(op, 101), 9.0 / 11.0);
 
-  auto c = MakeImage(2, 2, {0, 1, 1, 2});
+  auto c = ImageOf(2, 2, {0, 1, 1, 2});
   IPG_STATISTIC2 same(c.get(), c.get());
   EXPECT_NEAR(RunCode(same, 101), 1.0, 1e-12);
 }
@@ -140,8 +140,8 @@ TEST(Statistic2, CorrelationRatioUsesLevelNumbersAndSkipsTopGrey)
 TEST(Statistic2, FlatMissingOrVarianceFreeImagesGiveMinusOne)
 {
   MessageCapture capture;
-  auto flat = MakeImage(2, 2, {4, 4, 4, 4});
-  auto a = MakeImage(2, 2, {0, 1, 0, 1});
+  auto flat = ImageOf(2, 2, {4, 4, 4, 4});
+  auto a = ImageOf(2, 2, {0, 1, 0, 1});
   for (int tools : {100, 101}) {
     IPG_STATISTIC2 op(a.get(), flat.get());
     EXPECT_EQ(RunCode(op, tools), -1.0) << tools;
@@ -149,7 +149,7 @@ TEST(Statistic2, FlatMissingOrVarianceFreeImagesGiveMinusOne)
     EXPECT_EQ(RunCode(missing, tools), -1.0) << tools;
   }
   // The second image's valid pixels share one level although max > min.
-  auto oneValidLevel = MakeImage(2, 2, {3, 3, 3, kTop});
+  auto oneValidLevel = ImageOf(2, 2, {3, 3, 3, kTop});
   IPG_STATISTIC2 op(a.get(), oneValidLevel.get());
   EXPECT_FALSE(op.ComputeCorrelationRatio());
   EXPECT_EQ(op.GetResult(), -1.0);

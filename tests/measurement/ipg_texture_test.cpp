@@ -1,6 +1,6 @@
 #include "ipg/measurement/ipg_texture.h"
 
-#include "support/measure_images.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ using V = std::vector<double>;
 
 TEST(IpgTexture, CheckerboardByHand)
 {
-  auto board = MakeImageOf(8, 8, [](unsigned c, unsigned r) { return (c + r) % 2 ? 100 : 0; });
+  auto board = ImageOf(8, 8, [](unsigned c, unsigned r) { return (c + r) % 2 ? 100 : 0; });
   // Horizontal neighbours always differ: half the pairs 0-1, half 1-0.
   IPG_TEXTURE across = Texture(board.get(), 0);
   EXPECT_EQ(across.GetMatrix(), (V{0, 0.5, 0.5, 0}));
@@ -48,14 +48,14 @@ TEST(IpgTexture, CheckerboardByHand)
 TEST(IpgTexture, StripesAndConstant)
 {
   // Columns 0 1 1 0 0 1 1 0 ...: at distance 1 across, 1/2 of the pairs differ.
-  auto stripes = MakeImageOf(8, 4, [](unsigned c, unsigned) { return ((c + 1) / 2) % 2 ? 7 : 3; });
+  auto stripes = ImageOf(8, 4, [](unsigned c, unsigned) { return ((c + 1) / 2) % 2 ? 7 : 3; });
   IPG_TEXTURE across = Texture(stripes.get(), 0);
   EXPECT_NEAR(across.GetContrast(), 4.0 / 7.0, 1e-12); // 4 of the 7 pairs in a row differ
   IPG_TEXTURE along = Texture(stripes.get(), 90);
   EXPECT_DOUBLE_EQ(along.GetContrast(), 0.0);
   EXPECT_DOUBLE_EQ(along.GetHomogeneity(), 1.0);
 
-  auto flat = MakeImageOf(6, 6, [](unsigned, unsigned) { return 12; });
+  auto flat = ImageOf(6, 6, [](unsigned, unsigned) { return 12; });
   IPG_TEXTURE constant = Texture(flat.get(), 135, 2);
   EXPECT_DOUBLE_EQ(constant.GetEnergy(), 1.0);
   EXPECT_DOUBLE_EQ(constant.GetContrast(), 0.0);
@@ -65,8 +65,8 @@ TEST(IpgTexture, StripesAndConstant)
 TEST(IpgTexture, RoiAndBadInput)
 {
   // Inside the ROI (left half) the image is constant; the right half is noise.
-  auto image = MakeImageOf(8, 8, [](unsigned c, unsigned r) { return c < 4 ? 5 : static_cast<int>((c * 7 + r * 3) % 11); });
-  auto roi = MakeImageOf(8, 8, [](unsigned c, unsigned) { return c < 4 ? 16777217 : 0; });
+  auto image = ImageOf(8, 8, [](unsigned c, unsigned r) { return c < 4 ? 5 : static_cast<int>((c * 7 + r * 3) % 11); });
+  auto roi = ImageOf(8, 8, [](unsigned c, unsigned) { return c < 4 ? 16777217 : 0; });
   EXPECT_DOUBLE_EQ(Texture(image.get(), 0, 1, roi.get()).GetEnergy(), 1.0);
 
   auto check = [&](DCM_STRUCT* in, DCM_STRUCT* r, int levels, int distance, int angle) {
@@ -78,8 +78,8 @@ TEST(IpgTexture, RoiAndBadInput)
     EXPECT_FALSE(texture.Apply());
     EXPECT_EQ(messages.Texts.size(), 1u);
   };
-  auto empty = MakeImageOf(8, 8, [](unsigned, unsigned) { return 0; });
-  auto tiny = MakeImageOf(1, 1, [](unsigned, unsigned) { return 3; });
+  auto empty = ImageOf(8, 8, [](unsigned, unsigned) { return 0; });
+  auto tiny = ImageOf(1, 1, [](unsigned, unsigned) { return 3; });
   check(nullptr, nullptr, 16, 1, 0);
   check(image.get(), empty.get(), 16, 1, 0);
   check(tiny.get(), nullptr, 16, 1, 0);

@@ -1,6 +1,6 @@
 #include "ipg/segmentation/ipg_connexity_processing.h"
 
-#include "segmentation_images.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>

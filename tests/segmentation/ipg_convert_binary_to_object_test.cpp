@@ -1,7 +1,7 @@
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
 
 #include "dcm/obj_objects_list.h"
-#include "segmentation_images.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "ipg/segmentation/ipg_region.h"
 
 #include "dcm/dcm_struct.h"
-#include "segmentation_images.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
