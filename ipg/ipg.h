@@ -13,7 +13,6 @@
 #include "ipg/arithmetic/ipg_change_dynamic.h"
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/filtering/ipg_filter_processing.h"
-#include "ipg/filtering/ipg_speckle.h"
 #include "ipg/filtering/ipg_filter_virtual.h"
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/filtering/ipg_histo.h"

@@ -8,6 +8,8 @@
 #include <memory>
 
 class DCM_STRUCT;
+struct Ipg_KernelImages;
+struct Ipg_RowSpan;
 
 // The filtering operator: convolution by a predefined or user kernel, Deriche
 // smoothing and derivative, Gaussian and Laplacian-of-Gaussian filters, median,
@@ -127,7 +129,7 @@ public:
   bool FrostFilter();
 
   // Ultrasound despeckling. The algorithms, with their references, are in
-  // ipg/filtering/ipg_speckle.h. Each runs GetNbIter() passes (fewer than one:
+  // ipg/internal/ipg_speckle_kernels.h. Each runs GetNbIter() passes (fewer than one:
   // refused) over a working copy of the input, drives the progress seam with
   // one step per pass, and writes the output's pixels directly, rounded; pixels
   // outside the ROI and marks keep the input value; the output's extremes are
@@ -166,8 +168,8 @@ public:
   // CVGIP 24, 1983) for multiplicative speckle: each pixel takes the mean of
   // the list of its window's pixels within k Cu x its value of it (Cu: the
   // speckle coefficient of variation of the image, estimated every pass),
-  // the list built with IsTreatedPixel and AddPixel and averaged by
-  // GetNeighboorsMeanGreyLevel, all reading the current pass's image.
+  // the list built as AddPixel builds it and averaged as
+  // GetNeighboorsMeanGreyLevel averages it, on the current pass's image.
   bool AdaptativeDenoise();
 
   // Local signal-to-noise ratio mean / standard deviation of the window of
@@ -233,11 +235,17 @@ public:
   int GetNbIter() const { return NbIter; }
 
 private:
-  bool RunChain505();
+  // The in-place kernels of the mean and edge filters (ipg/internal/ipg_local_kernels.h).
+  using ShearedKernel = void (*)(const Ipg_KernelImages& images, Ipg_RowSpan span);
+
+  bool MedianThenNagao(const DCM_STRUCT* in);
   bool RunChain504();
-  template <typename PixelRule>
-  bool RunShearedWindowFilter(const char* label, PixelRule rule);
-  bool ConvolveInto(IPG_FILTER* kernel, bool fast);
+  bool RunShearedWindowFilter(const char* label, ShearedKernel kernel);
+  // The operations on explicit images, so that chains pass intermediate
+  // results without touching ImaIn and ImaOut.
+  bool ConvolveInto(const DCM_STRUCT* in, DCM_STRUCT* out, const IPG_FILTER* kernel, bool fast);
+  bool MedianInto(const DCM_STRUCT* in, DCM_STRUCT* out);
+  bool NagaoInto(const DCM_STRUCT* in, DCM_STRUCT* out);
   bool KernelUsable(const IPG_FILTER* kernel) const;
 
   mutable bool GradientFlagDirection = false;

@@ -8,31 +8,25 @@
 IPG_FILTER_VIRTUAL::IPG_FILTER_VIRTUAL(const IPG_FILTER_VIRTUAL& source) : IPG_ONE_INPUT_ONE_OUTPUT()
 {
   if (source.DefineFilter != nullptr) {
-    DefineFilter = new IPG_FILTER(source.DefineFilter);
+    DefineFilter = std::make_unique<IPG_FILTER>(source.DefineFilter.get());
     DefinedFilterNumber = source.DefinedFilterNumber;
   }
   if (source.UserFilter != nullptr)
-    UserFilter = new IPG_FILTER(source.UserFilter);
+    UserFilter = std::make_unique<IPG_FILTER>(source.UserFilter.get());
   ImageBorderType = source.ImageBorderType;
 }
 
-IPG_FILTER_VIRTUAL::~IPG_FILTER_VIRTUAL()
-{
-  delete DefineFilter;
-  delete UserFilter;
-}
+IPG_FILTER_VIRTUAL::~IPG_FILTER_VIRTUAL() = default;
 
 void IPG_FILTER_VIRTUAL::SetDefinedFilter(int n)
 {
-  delete DefineFilter;
-  DefineFilter = new IPG_FILTER(n);
+  DefineFilter = std::make_unique<IPG_FILTER>(n);
   DefinedFilterNumber = n;
 }
 
 void IPG_FILTER_VIRTUAL::SetUserFilter(int* data, int sizeX, int sizeY)
 {
-  delete UserFilter;
-  UserFilter = new IPG_FILTER(data, static_cast<short>(sizeX), static_cast<short>(sizeY));
+  UserFilter = std::make_unique<IPG_FILTER>(data, static_cast<short>(sizeX), static_cast<short>(sizeY));
   DefinedFilterNumber = -1;
 }
 

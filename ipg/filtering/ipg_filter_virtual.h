@@ -3,6 +3,8 @@
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 
+#include <memory>
+
 // The kernel-owning layer of the filtering and morphology operators: one
 // predefined ("defined") kernel, one user kernel and the image border type,
 // which says what a neighbourhood operation leaves where its kernel does not fit:
@@ -29,8 +31,9 @@ public:
   bool RotateUserFilter(bool direction) const;
 
   int GetDefinedFilterNumber() const { return DefinedFilterNumber; }
-  IPG_FILTER* GetDefineFilter() const { return DefineFilter; }
-  IPG_FILTER* GetUserFilter() const { return UserFilter; }
+  // The kernels stay owned by the operator.
+  IPG_FILTER* GetDefineFilter() const { return DefineFilter.get(); }
+  IPG_FILTER* GetUserFilter() const { return UserFilter.get(); }
   int GetImageBorderType() const { return ImageBorderType; }
   // Const like every parameter setter of the filters: hosts configure them through const references.
   void SetImageBorderType(int type) const { ImageBorderType = type; }
@@ -40,8 +43,8 @@ protected:
   // 0 or 1 clear it, 3 sets every pixel to 17000000, anything else leaves it.
   void PrepareOutputBorder(DCM_STRUCT* out) const;
 
-  IPG_FILTER* DefineFilter = nullptr;
-  IPG_FILTER* UserFilter = nullptr;
+  std::unique_ptr<IPG_FILTER> DefineFilter;
+  std::unique_ptr<IPG_FILTER> UserFilter;
   int DefinedFilterNumber = -1;
   mutable int ImageBorderType = 0;
 };

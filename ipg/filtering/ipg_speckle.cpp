@@ -1,546 +1,378 @@
-#include "ipg/filtering/ipg_speckle.h"
+// IPG_FILTER_PROCESSING: the speckle filters (Lee, Kuan, Frost, the ultrasound
+// despeckling filters and the sigma filter) and the public helpers of the
+// region-based ones. Their kernels are in ipg/internal/ipg_speckle_kernels.h,
+// the frame of the despeckling filters in ipg/internal/ipg_speckle_frame.h.
+#include "ipg/filtering/ipg_filter_processing.h"
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_kernel_images.h"
+#include "ipg/internal/ipg_speckle_frame.h"
+#include "ipg/internal/ipg_speckle_kernels.h"
+#include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
-#include <climits>
 #include <cmath>
-#include <cstddef>
-#include <utility>
+#include <cstdlib>
+#include <limits>
+#include <string>
+#include <vector>
+
+// --- Adaptive local-statistics speckle filters: Lee, Kuan, Frost ---
+//
+// Their shared frame: the input is copied into a work array and into the
+// output; each pass over the inner pixels steps the progress window with the
+// 1-based pass number. Neither the ROI nor the output mode applies, and the
+// output's extremes are left as they are: hosts re-measure them when they need to.
 
 namespace {
 
-std::size_t At(int col, int row, int cols)
+constexpr const char* kLabelLee = "LEE FILTER";
+constexpr const char* kLabelKuan = "KUAN FILTER";
+constexpr const char* kLabelFrost = "FROST FILTER";
+constexpr double kFrostDefaultDamping = 1.0;
+
+bool IsMark(int v) { return v > kIpgMaxGrey; }
+
+// The pass count of the iterative filters: more than kIpgMaxPasses is refused.
+bool PassesInRange(int passes) { return Ipg_ParameterInRange(passes <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"); }
+
+// Copies as much of from's pixels as fits into to, at the same linear positions.
+void CopyPixels(const int* from, std::size_t fromSize, DCM_STRUCT* to)
 {
-  return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
-}
-
-// Summed-area tables of the values and their squares: the sum over any
-// rectangle in four reads.
-class SummedArea {
-public:
-  SummedArea(const double* in, int cols, int rows)
-      : Cols(cols), Rows(rows), Sum(Size(cols, rows), 0.0), Squares(Size(cols, rows), 0.0)
-  {
-    for (int r = 0; r < rows; ++r) {
-      double line = 0.0, lineSquares = 0.0;
-      for (int c = 0; c < cols; ++c) {
-        const double v = in[At(c, r, cols)];
-        line += v;
-        lineSquares += v * v;
-        Sum[Index(c + 1, r + 1)] = Sum[Index(c + 1, r)] + line;
-        Squares[Index(c + 1, r + 1)] = Squares[Index(c + 1, r)] + lineSquares;
-      }
-    }
-  }
-
-  // Count, sum and sum of squares of the window of half size around (col, row), clipped.
-  void Window(int col, int row, int half, double& count, double& sum, double& squares) const
-  {
-    const int c0 = std::max(0, col - half), c1 = std::min(Cols, col + half + 1);
-    const int r0 = std::max(0, row - half), r1 = std::min(Rows, row + half + 1);
-    count = static_cast<double>(c1 - c0) * (r1 - r0);
-    sum = Rect(Sum, c0, r0, c1, r1);
-    squares = Rect(Squares, c0, r0, c1, r1);
-  }
-
-  void Moments(int col, int row, int half, double& mean, double& variance) const
-  {
-    double count = 0.0, sum = 0.0, squares = 0.0;
-    Window(col, row, half, count, sum, squares);
-    mean = sum / count;
-    variance = std::max(0.0, squares / count - mean * mean);
-  }
-
-private:
-  static std::size_t Size(int cols, int rows)
-  {
-    return static_cast<std::size_t>(cols + 1) * static_cast<std::size_t>(rows + 1);
-  }
-  std::size_t Index(int c, int r) const { return At(c, r, Cols + 1); }
-  double Rect(const std::vector<double>& t, int c0, int r0, int c1, int r1) const
-  {
-    return t[Index(c1, r1)] - t[Index(c0, r1)] - t[Index(c1, r0)] + t[Index(c0, r0)];
-  }
-
-  int Cols;
-  int Rows;
-  std::vector<double> Sum;
-  std::vector<double> Squares;
-};
-
-double Median(std::vector<double>& values)
-{
-  if (values.empty())
-    return 0.0;
-  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-  std::nth_element(values.begin(), middle, values.end());
-  return *middle;
-}
-
-// Statistics of the window of a pixel without the pixel itself.
-struct Others {
-  double Min = 0.0;
-  double Max = 0.0;
-  double Sum = 0.0;
-  int Count = 0;
-};
-
-Others OthersOf(const double* in, int cols, int rows, int col, int row, int half)
-{
-  Others o;
-  o.Min = INFINITY;
-  o.Max = -INFINITY;
-  for (int r = std::max(0, row - half); r <= std::min(rows - 1, row + half); ++r)
-    for (int c = std::max(0, col - half); c <= std::min(cols - 1, col + half); ++c) {
-      if (c == col && r == row)
-        continue;
-      const double v = in[At(c, r, cols)];
-      o.Min = std::min(o.Min, v);
-      o.Max = std::max(o.Max, v);
-      o.Sum += v;
-      ++o.Count;
-    }
-  return o;
-}
-
-bool StrictExtremum(double centre, const Others& o)
-{
-  return o.Count > 0 && (centre > o.Max || centre < o.Min);
-}
-
-// The divergence step shared by SRAD and DPAD, with zero flux across the border:
-// out = in + dt / 4 (c_E dE + c dW + c_S dS + c dN).
-void DiffusionStep(const double* in, double* out, int cols, int rows, const std::vector<double>& c, double dt)
-{
-  for (int r = 0; r < rows; ++r)
-    for (int col = 0; col < cols; ++col) {
-      const std::size_t i = At(col, r, cols);
-      const double v = in[i];
-      double flux = 0.0;
-      if (col + 1 < cols)
-        flux += c[i + 1] * (in[i + 1] - v);
-      if (col > 0)
-        flux += c[i] * (in[i - 1] - v);
-      if (r + 1 < rows)
-        flux += c[i + static_cast<std::size_t>(cols)] * (in[i + static_cast<std::size_t>(cols)] - v);
-      if (r > 0)
-        flux += c[i] * (in[i - static_cast<std::size_t>(cols)] - v);
-      out[i] = v + 0.25 * dt * flux;
-    }
-}
-
-int RoundToPixel(double v)
-{
-  if (std::isnan(v))
-    return 0;
-  if (v >= static_cast<double>(INT_MAX))
-    return INT_MAX;
-  if (v <= static_cast<double>(INT_MIN))
-    return INT_MIN;
-  return static_cast<int>(std::lround(v));
-}
-
-// Marks are not grey levels: in the working copy each takes the value of the
-// nearest grey level of its row (0 in a row without one), so that the windows
-// around it are not thrown off; the output gets the mark back.
-void FillMarks(std::vector<double>& values, int cols, int rows)
-{
-  std::vector<int> left(static_cast<std::size_t>(cols));
-  for (int r = 0; r < rows; ++r) {
-    double* line = values.data() + At(0, r, cols);
-    int nearest = -1; // the last grey level seen, scanning right
-    for (int c = 0; c < cols; ++c) {
-      if (line[c] <= kIpgMaxGrey)
-        nearest = c;
-      left[static_cast<std::size_t>(c)] = nearest;
-    }
-    if (nearest < 0) {
-      std::fill(line, line + cols, 0.0);
-      continue;
-    }
-    int right = -1; // the next grey level, scanning left
-    for (int c = cols - 1; c >= 0; --c) {
-      if (line[c] <= kIpgMaxGrey) {
-        right = c;
-        continue;
-      }
-      const int l = left[static_cast<std::size_t>(c)];
-      const bool useLeft = right < 0 || (l >= 0 && c - l <= right - c);
-      line[c] = line[useLeft ? l : right];
-    }
-  }
+  const std::size_t n = std::min(fromSize, to->Data->GetSize());
+  std::copy(from, from + n, to->Data->GetIDataAddress());
 }
 
 } // namespace
 
-void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vector<double>& mean,
-                      std::vector<double>& variance)
+bool IPG_FILTER_PROCESSING::LeeFilter()
 {
-  const std::size_t n = static_cast<std::size_t>(std::max(0, cols)) * static_cast<std::size_t>(std::max(0, rows));
-  mean.assign(n, 0.0);
-  variance.assign(n, 0.0);
-  if (n == 0)
-    return;
-  const SummedArea area(in, cols, rows);
-  for (int r = 0; r < rows; ++r)
-    for (int c = 0; c < cols; ++c)
-      area.Moments(c, r, half, mean[At(c, r, cols)], variance[At(c, r, cols)]);
-}
-
-double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half)
-{
-  std::vector<double> mean, variance;
-  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
-  std::vector<double> ratios;
-  ratios.reserve(mean.size());
-  for (std::size_t i = 0; i < mean.size(); ++i)
-    if (mean[i] > 0.0)
-      ratios.push_back(variance[i] / (mean[i] * mean[i]));
-  return Median(ratios);
-}
-
-void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
-{
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
-    for (int c = 0; c < cols; ++c) {
-      const double v = in[At(c, r, cols)];
-      const Others o = OthersOf(in, cols, rows, c, r, half);
-      out[At(c, r, cols)] = StrictExtremum(v, o) ? o.Sum / o.Count : v;
-    }
-}
-
-void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
-{
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
-    for (int c = 0; c < cols; ++c) {
-      const double v = in[At(c, r, cols)];
-      const Others o = OthersOf(in, cols, rows, c, r, half);
-      if (!StrictExtremum(v, o)) {
-        out[At(c, r, cols)] = v;
-        continue;
-      }
-      const double m = o.Sum / o.Count;
-      double spread = 0.0;
-      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
-        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x)
-          if (x != c || y != r)
-            spread += (in[At(x, y, cols)] - m) * (in[At(x, y, cols)] - m);
-      const double s2 = spread / o.Count;
-      if (s2 <= 0.0) {
-        out[At(c, r, cols)] = m;
-        continue;
-      }
-      double weighted = 0.0, weights = 0.0;
-      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
-        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
-          if (x == c && y == r)
-            continue;
-          const double d = in[At(x, y, cols)] - m;
-          const double w = std::exp(-d * d / (2.0 * s2));
-          weighted += w * in[At(x, y, cols)];
-          weights += w;
-        }
-      out[At(c, r, cols)] = weights > 0.0 ? weighted / weights : m;
-    }
-}
-
-void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2)
-{
-  const SummedArea area(in, cols, rows);
-  const double limit = factor * factor * cu2;
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
-    for (int c = 0; c < cols; ++c) {
-      const double v = in[At(c, r, cols)];
-      if (!StrictExtremum(v, OthersOf(in, cols, rows, c, r, 1))) {
-        out[At(c, r, cols)] = v;
-        continue;
-      }
-      // The largest homogeneous window, 3x3 at least.
-      double count = 0.0, sum = 0.0, squares = 0.0;
-      area.Window(c, r, 1, count, sum, squares);
-      for (int h = 2; h <= maxHalf; ++h) {
-        double n = 0.0, s = 0.0, q = 0.0;
-        area.Window(c, r, h, n, s, q);
-        const double mean = s / n;
-        const double variance = std::max(0.0, q / n - mean * mean);
-        if (mean <= 0.0 || variance > limit * mean * mean)
-          break;
-        count = n;
-        sum = s;
-      }
-      out[At(c, r, cols)] = count > 1.0 ? (sum - v) / (count - 1.0) : v;
-    }
-}
-
-void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq)
-{
-  constexpr double kTiny = 1e-9;
-  std::vector<double> c(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
-  for (int r = 0; r < rows; ++r)
-    for (int col = 0; col < cols; ++col) {
-      const std::size_t i = At(col, r, cols);
-      const double v = in[i];
-      // Outside the image a neighbour equals the centre (zero flux).
-      const double dN = r > 0 ? in[i - static_cast<std::size_t>(cols)] - v : 0.0;
-      const double dS = r + 1 < rows ? in[i + static_cast<std::size_t>(cols)] - v : 0.0;
-      const double dW = col > 0 ? in[i - 1] - v : 0.0;
-      const double dE = col + 1 < cols ? in[i + 1] - v : 0.0;
-      const double level = std::max(v, kTiny);
-      const double gradient2 = (dN * dN + dS * dS + dW * dW + dE * dE) / (level * level);
-      const double laplacian = (dN + dS + dW + dE) / level;
-      const double den = (1.0 + 0.25 * laplacian) * (1.0 + 0.25 * laplacian);
-      double q2 = 0.0;
-      if (den < kTiny)
-        q2 = INFINITY;
-      else
-        q2 = (0.5 * gradient2 - laplacian * laplacian / 16.0) / den;
-      double coefficient = 0.0;
-      if (q0sq <= 0.0)
-        coefficient = q2 <= 0.0 ? 1.0 : 0.0;
-      else if (std::isinf(q2))
-        coefficient = 0.0;
-      else
-        coefficient = 1.0 / (1.0 + (q2 - q0sq) / (q0sq * (1.0 + q0sq)));
-      // A negative value means q^2 so far below q0^2 that the denominator
-      // changed sign: the area is flatter than speckle, diffuse fully.
-      if (coefficient < 0.0 || coefficient > 1.0)
-        coefficient = 1.0;
-      c[i] = coefficient;
-    }
-  DiffusionStep(in, out, cols, rows, c, dt);
-}
-
-void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2)
-{
-  std::vector<double> mean, variance;
-  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
-  std::vector<double> c(mean.size(), 1.0);
-  for (std::size_t i = 0; i < c.size(); ++i) {
-    if (mean[i] <= 0.0 || variance[i] <= 0.0)
-      continue; // flat or empty: full diffusion
-    if (cu2 <= 0.0) {
-      c[i] = 0.0; // no speckle to remove
-      continue;
-    }
-    const double ci2 = variance[i] / (mean[i] * mean[i]);
-    c[i] = std::clamp((1.0 + 1.0 / ci2) / (1.0 + 1.0 / cu2), 0.0, 1.0);
-  }
-  DiffusionStep(in, out, cols, rows, c, dt);
-}
-
-double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight)
-{
-  std::vector<double> mean, variance;
-  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
-  std::vector<double> ratios;
-  ratios.reserve(mean.size());
-  for (std::size_t i = 0; i < mean.size(); ++i)
-    if (mean[i] > 0.0)
-      ratios.push_back(variance[i] / mean[i]);
-  const double typical = Median(ratios);
-  const double farthest = half * std::sqrt(2.0);
-  if (typical <= 0.0 || farthest <= 0.0)
-    return 0.0;
-  return centreWeight / (2.0 * farthest * typical);
-}
-
-void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b)
-{
-  const SummedArea area(in, cols, rows);
-  std::vector<std::pair<double, long>> cells;
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
-    for (int c = 0; c < cols; ++c) {
-      double mean = 0.0, variance = 0.0;
-      area.Moments(c, r, half, mean, variance);
-      const double ratio = mean > 0.0 ? variance / mean : 0.0;
-      cells.clear();
-      long total = 0;
-      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
-        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
-          const double d = std::hypot(static_cast<double>(x - c), static_cast<double>(y - r));
-          const double w = std::round(centreWeight - b * d * ratio);
-          const long weight = w > 0.0 ? static_cast<long>(std::min(w, 1e9)) : 0L;
-          if (weight > 0) {
-            cells.emplace_back(in[At(x, y, cols)], weight);
-            total += weight;
-          }
-        }
-      if (total == 0) {
-        out[At(c, r, cols)] = in[At(c, r, cols)];
-        continue;
-      }
-      std::sort(cells.begin(), cells.end());
-      // Element total / 2 of the multiset where each value appears weight times.
-      long seen = 0;
-      double median = cells.back().first;
-      for (const auto& [value, weight] : cells) {
-        seen += weight;
-        if (seen > total / 2) {
-          median = value;
-          break;
-        }
-      }
-      out[At(c, r, cols)] = median;
-    }
-}
-
-void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int rows, int maxArea, double k,
-                                   double cu2)
-{
-  static constexpr int kStepCol[8] = {0, 1, 1, 1, 0, -1, -1, -1};
-  static constexpr int kStepRow[8] = {-1, -1, 0, 1, 1, 1, 0, -1};
-  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
-  const SummedArea area(in, cols, rows);
-  const double cu = std::sqrt(std::max(0.0, cu2));
-  std::vector<unsigned> stamp(n, 0);
-  std::vector<std::size_t> region;
-  region.reserve(std::min(n, static_cast<std::size_t>(std::max(1, maxArea)))); // a region never outgrows the image
-  unsigned generation = 0;
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
-    for (int c = 0; c < cols; ++c) {
-      const std::size_t seed = At(c, r, cols);
-      double m0 = 0.0, unused = 0.0;
-      area.Moments(c, r, 1, m0, unused);
-      const double tolerance = k * cu * std::fabs(m0);
-      ++generation;
-      region.clear();
-      region.push_back(seed);
-      stamp[seed] = generation;
-      double sum = in[seed], squares = in[seed] * in[seed];
-      for (std::size_t next = 0; next < region.size() && static_cast<int>(region.size()) < maxArea; ++next) {
-        const int pc = static_cast<int>(region[next] % static_cast<std::size_t>(cols));
-        const int pr = static_cast<int>(region[next] / static_cast<std::size_t>(cols));
-        for (int d = 0; d < 8 && static_cast<int>(region.size()) < maxArea; ++d) {
-          const int qc = pc + kStepCol[d], qr = pr + kStepRow[d];
-          if (qc < 0 || qr < 0 || qc >= cols || qr >= rows)
-            continue;
-          const std::size_t q = At(qc, qr, cols);
-          if (stamp[q] == generation)
-            continue;
-          stamp[q] = generation;
-          if (std::fabs(in[q] - m0) > tolerance)
-            continue;
-          region.push_back(q);
-          sum += in[q];
-          squares += in[q] * in[q];
-        }
-      }
-      const double count = static_cast<double>(region.size());
-      const double m = sum / count;
-      const double variance = std::max(0.0, squares / count - m * m);
-      double w = 0.0;
-      if (m > 0.0 && variance > 0.0) {
-        const double c2 = variance / (m * m);
-        w = std::clamp((1.0 - cu2 / c2) / (1.0 + cu2), 0.0, 1.0);
-      }
-      out[seed] = m + w * (in[seed] - m);
-    }
-}
-
-void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf)
-{
-  std::vector<double> window;
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
-    for (int c = 0; c < cols; ++c) {
-      const double v = in[At(c, r, cols)];
-      double median = v;
-      bool decided = false;
-      for (int h = 1; h <= maxHalf && !decided; ++h) {
-        window.clear();
-        for (int y = std::max(0, r - h); y <= std::min(rows - 1, r + h); ++y)
-          for (int x = std::max(0, c - h); x <= std::min(cols - 1, c + h); ++x)
-            window.push_back(in[At(x, y, cols)]);
-        const auto [low, high] = std::minmax_element(window.begin(), window.end());
-        const double lowest = *low, highest = *high;
-        median = Median(window);
-        if (lowest < median && median < highest) {
-          out[At(c, r, cols)] = (lowest < v && v < highest) ? v : median;
-          decided = true;
-        }
-      }
-      if (!decided)
-        out[At(c, r, cols)] = median;
-    }
-}
-
-std::string Ipg_SpeckleMsgIterations(const std::string& method)
-{
-  return "Nombre d'itérations négatif ou nul : IPG_FILTER_PROCESSING::" + method + "()";
-}
-
-std::string Ipg_SpeckleMsgWindow(const std::string& method)
-{
-  return "Taille de fenêtre incorrecte pour l'image : IPG_FILTER_PROCESSING::" + method + "()";
-}
-
-std::string Ipg_SpeckleMsgParameter(const std::string& method)
-{
-  return "Paramètre de filtrage incorrect : IPG_FILTER_PROCESSING::" + method + "()";
-}
-
-bool Ipg_SpeckleJobValid(const Ipg_SpeckleJob& job)
-{
-  if (job.Out == nullptr) {
+  if (ImaOut == nullptr) {
     Ipg_Inform(kIpgMsgNoOutput);
     return false;
   }
-  if (job.In == nullptr) {
-    Ipg_Inform(kIpgMsgNoInput);
+  if (ImaIn == nullptr)
+    return false;
+  // The noise variance: that of the whole input, by the basic statistics.
+  IPG_STATISTIC1 statistics(ImaIn);
+  statistics.SetTools(6);
+  statistics.Apply();
+  const double noiseVariance = statistics.GetVariance();
+
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  const std::size_t size = ImaIn->Data->GetSize();
+  const int* src = ImaIn->Data->GetIDataAddress();
+  std::vector<double> work(src, src + size);
+  CopyPixels(src, size, ImaOut);
+
+  const int passes = std::max(0, NbIter);
+  if (!PassesInRange(passes))
+    return false;
+  Ipg_Progress progress(kLabelLee, passes);
+  for (int pass = 1; pass <= passes; ++pass) {
+    Ipg_LeePass(work.data(), cols, rows, noiseVariance);
+    progress.Step(std::to_string(pass));
+    if (Ipg_StopRequested())
+      return false;
+  }
+  const Ipg_KernelImages out = Ipg_KernelImagesOf(nullptr, ImaOut, nullptr);
+  for (std::size_t i = 0; i < size; ++i)
+    out.Write(i, Ipg_TruncateToInt(work[i]));
+  return true;
+}
+
+bool IPG_FILTER_PROCESSING::KuanFilter()
+{
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
     return false;
   }
-  if (job.Iterations <= 0) {
-    Ipg_Inform(Ipg_SpeckleMsgIterations(job.Method));
+  if (ImaIn == nullptr)
     return false;
-  }
-  if (!Ipg_ParameterInRange(job.Iterations <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"))
+  const std::size_t size = ImaIn->Data->GetSize();
+  const int* src = ImaIn->Data->GetIDataAddress();
+  const std::vector<int> work(src, src + size);
+  CopyPixels(src, size, ImaOut);
+
+  const int passes = std::max(0, NbIter);
+  if (!PassesInRange(passes))
     return false;
-  const int side = static_cast<int>(std::min(job.In->GetNbOfCols(), job.In->GetNbOfRows()));
-  if (side < job.MinSide || side == 0) {
-    Ipg_Inform(Ipg_SpeckleMsgWindow(job.Method));
-    return false;
+  Ipg_KernelImages images = Ipg_KernelImagesOf(ImaIn, ImaOut, nullptr);
+  images.In = work.data();
+  Ipg_Progress progress(kLabelKuan, passes);
+  for (int pass = 1; pass <= passes; ++pass) {
+    // The work array is never updated, so every pass gives the same pixels;
+    // hosts count on the pass count only for the progress they show.
+    Ipg_KuanRows(images, {0, images.Rows});
+    progress.Step(std::to_string(pass));
+    if (Ipg_StopRequested())
+      return false;
   }
   return true;
 }
 
-bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const void* context)
+bool IPG_FILTER_PROCESSING::FrostFilter()
 {
-  if (!Ipg_SpeckleJobValid(job))
+  if (ImaOut == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
     return false;
-  const int cols = static_cast<int>(job.In->GetNbOfCols());
-  const int rows = static_cast<int>(job.In->GetNbOfRows());
-  const int* source = job.In->Data->GetIDataAddress();
-  std::vector<double> current(source, source + job.In->Data->GetSize());
-  std::vector<double> next(current.size());
-  FillMarks(current, cols, rows);
-
-  {
-    Ipg_Progress progress(job.Label, job.Iterations);
-    for (int iteration = 1; iteration <= job.Iterations; ++iteration) {
-      pass(current.data(), next.data(), cols, rows, context);
-      if (Ipg_StopRequested())
-        return false; // the output is left as it was
-      current.swap(next);
-      progress.Step(std::to_string(iteration));
-    }
   }
+  if (ImaIn == nullptr)
+    return false;
+  const double damping =
+      std::isfinite(AdaptatifReal) && AdaptatifReal > 0.0 ? AdaptatifReal : kFrostDefaultDamping;
+  const std::size_t size = ImaIn->Data->GetSize();
+  const int* src = ImaIn->Data->GetIDataAddress();
+  std::vector<int> work(src, src + size);
+  CopyPixels(src, size, ImaOut);
 
-  // The output may differ from the input in one dimension: write the overlap.
-  const int outCols = static_cast<int>(job.Out->GetNbOfCols());
-  const int outRows = static_cast<int>(job.Out->GetNbOfRows());
-  int* target = job.Out->Data->GetIDataAddress();
-  for (int r = 0; r < std::min(rows, outRows); ++r)
-    for (int c = 0; c < std::min(cols, outCols); ++c) {
-      const int original = source[At(c, r, cols)];
-      const bool outside = job.Roi != nullptr && job.Roi->Data->GetValue(static_cast<unsigned>(c),
-                                                                          static_cast<unsigned>(r)) != kIpgRoiValue;
-      target[At(c, r, outCols)] = (outside || original > kIpgMaxGrey) ? original : RoundToPixel(current[At(c, r, cols)]);
-    }
-  job.Out->Data->SetMin();
-  job.Out->Data->SetMax();
+  const int passes = std::max(0, NbIter);
+  if (!PassesInRange(passes))
+    return false;
+  Ipg_KernelImages images = Ipg_KernelImagesOf(ImaIn, nullptr, nullptr);
+  images.In = images.Out = work.data();
+  images.OutSize = size;
+  Ipg_Progress progress(kLabelFrost, passes);
+  for (int pass = 1; pass <= passes; ++pass) {
+    Ipg_FrostRows(images, damping, {0, images.Rows});
+    // The output follows every pass: a cancelled run leaves the passes made.
+    CopyPixels(work.data(), size, ImaOut);
+    progress.Step(std::to_string(pass));
+    if (Ipg_StopRequested())
+      return false;
+  }
   return true;
+}
+
+// --- Ultrasound despeckling: thin wrappers over the speckle kernels ---
+
+namespace {
+
+constexpr const char* kLabelAdaptive = "filtrage adaptatif";
+constexpr const char* kLabelSbf = "filtrage SBF";
+constexpr const char* kLabelNeighbourhood = "Ultrasound Images Filter";
+constexpr const char* kLabelSrad = "Speckle Reducing Anisotropic Diffusion";
+constexpr const char* kLabelAwmf = "Adaptative Weighted Median Filter";
+constexpr const char* kLabelSbfDvw = "SBF-DVW (using Dynamically Varying Window)";
+constexpr const char* kLabelWsbf = "Weighted Squeeze Box Filter (WSBF)";
+constexpr const char* kLabelDespeckling = "ADAPTATIVE DESPECKLING";
+// The impulse filter shows the squeeze box label: hosts match on it.
+constexpr const char* kLabelImpulse = "filtrage SBF";
+
+// Half-width of the speckle-level windows (5x5).
+constexpr int kSpeckleHalf = 2;
+
+int OrDefault(int value, int fallback) { return value == 0 ? fallback : value; }
+double OrDefault(double value, double fallback) { return value == 0.0 ? fallback : value; }
+
+// An odd, positive window side; otherwise the window message.
+bool WindowSideValid(int side, const char* method)
+{
+  if (side >= 1 && side % 2 == 1)
+    return true;
+  Ipg_Inform(Ipg_SpeckleMsgWindow(method));
+  return false;
+}
+
+bool ParameterValid(bool valid, const char* method)
+{
+  if (!valid)
+    Ipg_Inform(Ipg_SpeckleMsgParameter(method));
+  return valid;
+}
+
+} // namespace
+
+bool IPG_FILTER_PROCESSING::SBF()
+{
+  const int side = OrDefault(AdaptatifFirst, 3);
+  if (!WindowSideValid(side, "SBF"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbf, "SBF", side},
+                           [half = side / 2](const double* in, double* out, int cols, int rows) {
+                             Ipg_SbfPass(in, out, cols, rows, half);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::WSBF()
+{
+  const int side = OrDefault(AdaptatifFirst, 3);
+  if (!WindowSideValid(side, "WSBF"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelWsbf, "WSBF", side},
+                           [half = side / 2](const double* in, double* out, int cols, int rows) {
+                             Ipg_WsbfPass(in, out, cols, rows, half);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::SBF_DVW()
+{
+  const int side = OrDefault(AdaptatifFirst, 7);
+  const double factor = OrDefault(AdaptatifReal, 1.5);
+  if (!WindowSideValid(side, "SBF_DVW") || !ParameterValid(factor > 0.0 && std::isfinite(factor), "SBF_DVW"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbfDvw, "SBF_DVW", side},
+                           [half = side / 2, factor](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
+                             Ipg_SbfDvwPass(in, out, cols, rows, half, factor, cu2);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::SRAD()
+{
+  const double dt = OrDefault(AdaptatifReal, 0.2);
+  if (!ParameterValid(dt > 0.0 && dt <= 1.0, "SRAD"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSrad, "SRAD", 1},
+                           [dt](const double* in, double* out, int cols, int rows) {
+                             const double q0sq = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
+                             Ipg_SradPass(in, out, cols, rows, dt, q0sq);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::AWMF()
+{
+  const int side = OrDefault(AdaptatifFirst, 5);
+  const int centreWeight = OrDefault(AdaptatifSecond, 99);
+  const double scale = AdaptatifReal;
+  if (!WindowSideValid(side, "AWMF") || !ParameterValid(centreWeight > 0 && scale >= 0.0 && std::isfinite(scale), "AWMF"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAwmf, "AWMF", side},
+                           [half = side / 2, centreWeight, scale](const double* in, double* out, int cols, int rows) {
+                             const double b =
+                                 scale > 0.0 ? scale : Ipg_AwmfAutoScale(in, cols, rows, half, centreWeight);
+                             Ipg_AwmfPass(in, out, cols, rows, half, centreWeight, b);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::N_B_Filter()
+{
+  const int area = OrDefault(AdaptatifFirst, 49);
+  const double k = OrDefault(AdaptatifReal, 2.0);
+  // A region cannot outgrow the image: a larger one is refused, not clipped.
+  const long long pixels = ImaIn == nullptr ? 0 : static_cast<long long>(ImaIn->Data->GetSize());
+  if (!ParameterValid(area > 0 && (ImaIn == nullptr || area <= pixels) && k > 0.0 && std::isfinite(k), "N_B_Filter"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelNeighbourhood, "N_B_Filter", 1},
+                           [area, k](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
+                             Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, cu2);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::ADespeckling()
+{
+  const int side = OrDefault(AdaptatifFirst, 5);
+  const double dt = OrDefault(AdaptatifReal, 0.2);
+  if (!WindowSideValid(side, "ADespeckling") || !ParameterValid(dt > 0.0 && dt <= 1.0, "ADespeckling"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelDespeckling, "ADespeckling", side},
+                           [half = side / 2, dt](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, half);
+                             Ipg_DpadPass(in, out, cols, rows, half, dt, cu2);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::Filtre_Impuls()
+{
+  const int side = OrDefault(AdaptatifFirst, 7);
+  if (!WindowSideValid(side, "Filtre_Impuls") || !ParameterValid(side >= 3, "Filtre_Impuls"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelImpulse, "Filtre_Impuls", side},
+                           [half = side / 2](const double* in, double* out, int cols, int rows) {
+                             Ipg_AdaptiveMedianPass(in, out, cols, rows, half);
+                           });
+}
+
+bool IPG_FILTER_PROCESSING::AdaptativeDenoise()
+{
+  const int side = OrDefault(AdaptatifFirst, 5);
+  const int fewest = OrDefault(AdaptatifSecond, 3);
+  const double range = OrDefault(AdaptatifReal, 2.0);
+  if (!WindowSideValid(side, "AdaptativeDenoise") ||
+      !ParameterValid(fewest > 0 && range > 0.0 && std::isfinite(range), "AdaptativeDenoise"))
+    return false;
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAdaptive, "AdaptativeDenoise", side},
+                           [roi = Ipg_RoiRowsOf(Roi), half = side / 2, fewest, range](const double* in, double* out,
+                                                                                     int cols, int rows) {
+                             Ipg_SigmaFilterPass(in, out, cols, rows, roi, half, fewest, range);
+                           });
+}
+
+double IPG_FILTER_PROCESSING::SNR(int col, int row, int halfX, int halfY, int* data, int cols, int rows)
+{
+  if (data == nullptr || cols <= 0 || rows <= 0 || halfX < 0 || halfY < 0)
+    return 0.0;
+  double sum = 0.0, squares = 0.0, count = 0.0;
+  for (int y = std::max(0, row - halfY); y <= std::min(rows - 1, row + halfY); ++y)
+    for (int x = std::max(0, col - halfX); x <= std::min(cols - 1, col + halfX); ++x) {
+      const double v = data[static_cast<std::size_t>(y) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(x)];
+      sum += v;
+      squares += v * v;
+      count += 1.0;
+    }
+  if (count == 0.0)
+    return 0.0;
+  const double mean = sum / count;
+  const double variance = std::max(0.0, squares / count - mean * mean);
+  if (variance == 0.0)
+    return mean > 0.0 ? std::numeric_limits<double>::max() : 0.0;
+  return mean / std::sqrt(variance);
+}
+
+bool IPG_FILTER_PROCESSING::N_Existe_Region(int col, int row, TList* region)
+{
+  if (region == nullptr)
+    return false;
+  for (int i = 0; i < region->Count(); ++i) {
+    const auto* point = static_cast<const MTH_2D_INTEGER*>(region->Get(i));
+    if (point != nullptr && point->GetX() == col && point->GetY() == row)
+      return true;
+  }
+  return false;
+}
+
+bool IPG_FILTER_PROCESSING::IsTreatedPixel(int col, int row, bool useRoi)
+{
+  if (ImaIn == nullptr || col < 0 || row < 0 || col >= static_cast<int>(ImaIn->GetNbOfCols()) ||
+      row >= static_cast<int>(ImaIn->GetNbOfRows()))
+    return false;
+  if (IsMark(ImaIn->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row))))
+    return false;
+  return !useRoi || Ipg_RoiRowsOf(Roi).Inside(col, row);
+}
+
+bool IPG_FILTER_PROCESSING::AddPixel(int col, int row, int tolerance, TLinkedList<MTH_2D_INTEGER*>* list)
+{
+  if (list == nullptr || !IsTreatedPixel(col, row, true))
+    return false;
+  if (list->Count() > 0) {
+    const MTH_2D_INTEGER* reference = list->Get(0);
+    if (reference == nullptr)
+      return false;
+    const long difference =
+        static_cast<long>(ImaIn->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row))) -
+        ImaIn->Data->GetValue(static_cast<unsigned>(reference->GetX()), static_cast<unsigned>(reference->GetY()));
+    if (std::labs(difference) > tolerance)
+      return false;
+  }
+  list->Add(new MTH_2D_INTEGER(col, row));
+  return true;
+}
+
+double IPG_FILTER_PROCESSING::GetNeighboorsMeanGreyLevel(TLinkedList<MTH_2D_INTEGER*>* list)
+{
+  if (list == nullptr || list->Count() == 0 || ImaIn == nullptr)
+    return 0.0;
+  double sum = 0.0;
+  for (int i = 0; i < list->Count(); ++i) {
+    const MTH_2D_INTEGER* point = list->Get(i);
+    sum += ImaIn->Data->GetValue(static_cast<unsigned>(point->GetX()), static_cast<unsigned>(point->GetY()));
+  }
+  return sum / list->Count();
 }

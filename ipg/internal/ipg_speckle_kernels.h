@@ -1,12 +1,14 @@
 #pragma once
 
-#include <string>
+#include "ipg/internal/ipg_kernel_images.h"
+
 #include <vector>
 
-class DCM_STRUCT;
-
-// Cores of the ultrasound despeckling filters of IPG_FILTER_PROCESSING.
+// Kernels of the speckle filters of IPG_FILTER_PROCESSING: the ultrasound
+// despeckling passes, the adaptive local-statistics filters (Lee, Kuan, Frost)
+// and the sigma filter.
 //
+// The despeckling passes:
 // Every pass reads a cols x rows row-major image of reals (in) and writes the
 // filtered image into out (same size, a different buffer): the passes are
 // Jacobi steps, so the result does not depend on the visiting order. Windows
@@ -127,52 +129,35 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
 // passes the test is left exactly as it was.
 void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf);
 
-// The frame shared by the despeckling filters of IPG_FILTER_PROCESSING: checks
-// the images and the iteration count (showing the method's message and
-// returning false), copies the input into a working image, opens the progress
-// seam with label and maximum iterations, runs pass(in, out) once per
-// iteration with one progress step each (the 1-based iteration as status),
-// then writes the result into the output's pixel array (rounded to the
-// nearest integer), copying the input where the ROI (when set) is not
-// 16777217 and where the input holds a mark (above 16777216), and recomputes
-// the output's extremes. More than kIpgMaxPasses iterations are refused; a
-// cancellation between passes stops with its message, the output untouched.
-// minSide is the smallest image side the filter needs
-// (its window); a smaller image is refused with the window message.
-struct Ipg_SpeckleJob {
-  DCM_STRUCT* In = nullptr;
-  DCM_STRUCT* Out = nullptr;
-  DCM_STRUCT* Roi = nullptr;
-  int Iterations = 1;
-  std::string Label;  // progress label
-  std::string Method; // "SBF": names the method in the messages
-  int MinSide = 1;
-};
+// Lee (J.-S. Lee, "Digital image enhancement and noise filtering by use of
+// local statistics", IEEE PAMI 2(2), 1980), one pass in place over rows and
+// columns 1 .. n-2: each value becomes (1 - w) m + w x with m, v the mean and
+// variance of its 3x3 neighbourhood (as already updated by this pass),
+// w = (v - noiseVariance) / v clipped to [0, 1].
+void Ipg_LeePass(double* work, int cols, int rows, double noiseVariance);
 
-using Ipg_SpecklePass = void (*)(const double* in, double* out, int cols, int rows, const void* context);
+// Kuan over rows and columns 1 .. n-2 of images.In into images.Out:
+// (1 - w) m + w x with w = 0.5 (1 - m / v), not clipped (0 on a flat
+// neighbourhood), truncated toward zero. Rows of span only.
+void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span);
 
-// Validation alone: false, with the method's message, when the job cannot run.
-bool Ipg_SpeckleJobValid(const Ipg_SpeckleJob& job);
-// Validation, then the passes; false when validation failed.
-template <typename Pass>
-bool Ipg_RunSpeckleJob(const Ipg_SpeckleJob& job, Pass pass);
+// Frost (V. S. Frost, J. A. Stiles, K. S. Shanmugan, J. C. Holtzman, "A model
+// for radar images and its application to adaptive digital filtering of
+// multiplicative noise", IEEE PAMI 4(2), 1982), in place (images.In and
+// images.Out the same buffer) over the sheared 5x5 window of the mean filter
+// (Ipg_ShearedRunStart), written one column left of the visited position:
+// sum(k_i x_i) / sum(k_i) truncated, k_i = exp(-damping * (variance / mean^2)
+// * d_i), d_i the distance of the cell to the window's centre cell (0 for the
+// squared coefficient of variation of a window of mean 0).
+void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan span);
 
-// Messages of the family, for a method name such as "SBF".
-std::string Ipg_SpeckleMsgIterations(const std::string& method);
-std::string Ipg_SpeckleMsgWindow(const std::string& method);
-std::string Ipg_SpeckleMsgParameter(const std::string& method);
-inline constexpr const char* kIpgMsgNoInput = "image d'entrée non allouée";
-
-// Internal: the loop behind Ipg_RunSpeckleJob.
-bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const void* context);
-
-template <typename Pass>
-bool Ipg_RunSpeckleJob(const Ipg_SpeckleJob& job, Pass pass)
-{
-  return Ipg_RunSpeckleLoop(
-      job,
-      [](const double* in, double* out, int cols, int rows, const void* context) {
-        (*static_cast<const Pass*>(context))(in, out, cols, rows);
-      },
-      &pass);
-}
+// J.-S. Lee's sigma filter ("Digital image smoothing and the sigma filter",
+// CVGIP 24, 1983), one pass: pixels are in's values rounded to integers; a
+// grey level (not a mark) inside roi lists itself then the pixels of its (2 half + 1)^2 window
+// (clipped, row by row), grey levels inside roi, whose value lies within
+// round(range x Cu x |value|) of its own (Cu: the speckle coefficient of
+// variation of in, estimated on 5x5 windows). With at least fewest neighbours
+// listed it takes the mean of the listed values; otherwise it is an impulse
+// and takes the mean of its 8 neighbours in in. Pixels outside roi keep in.
+void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, const Ipg_RoiRows& roi, int half,
+                         int fewest, double range);

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "ipg/internal/ipg_kernel_images.h"
+
+#include <array>
+#include <vector>
+
+// Median over a SizeX x SizeY window (both odd and positive) of images.In
+// into images.Out, for the rows of a span that lie at least SizeY / 2 from the
+// edge, columns SizeX / 2 .. Cols - SizeX / 2 - 1. Marks and the ROI take no
+// part: every such pixel gets its window's median. Holds its scratch buffers,
+// so one object serves every row of an image.
+class Ipg_MedianKernel {
+public:
+  Ipg_MedianKernel(int sizeX, int sizeY);
+
+  void Rows(const Ipg_KernelImages& images, Ipg_RowSpan span);
+  // The window centred on (col, row), sorted.
+  const std::vector<int>& SortedWindow(const Ipg_KernelImages& images, int col, int row);
+
+private:
+  void Gather(const Ipg_KernelImages& images, int col, int row);
+  void RowByNetwork(const Ipg_KernelImages& images, int row);
+  void RowBySelection(const Ipg_KernelImages& images, int row);
+
+  int SizeX;
+  int SizeY;
+  bool ByNetwork;
+  // Exchange network leaving the median in lane Middle (empty for selection).
+  int Lanes = 0;
+  int Middle = 0;
+  std::vector<std::array<int, 2>> Exchanges;
+  std::vector<int> LaneValues;
+  std::vector<int> Window;
+};

@@ -1,0 +1,141 @@
+#include "ipg/internal/ipg_speckle_frame.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_guard.h"
+#include "ipg/ui/ipg_message.h"
+#include "ipg/ui/ipg_progress.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace {
+
+std::size_t At(int col, int row, int cols)
+{
+  return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
+}
+
+int RoundToPixel(double v)
+{
+  if (std::isnan(v))
+    return 0;
+  if (v >= static_cast<double>(INT_MAX))
+    return INT_MAX;
+  if (v <= static_cast<double>(INT_MIN))
+    return INT_MIN;
+  return static_cast<int>(std::lround(v));
+}
+
+// Marks are not grey levels: in the working copy each takes the value of the
+// nearest grey level of its row (0 in a row without one), so that the windows
+// around it are not thrown off; the output gets the mark back.
+void FillMarks(std::vector<double>& values, int cols, int rows)
+{
+  std::vector<int> left(static_cast<std::size_t>(cols));
+  for (int r = 0; r < rows; ++r) {
+    double* line = values.data() + At(0, r, cols);
+    int nearest = -1; // the last grey level seen, scanning right
+    for (int c = 0; c < cols; ++c) {
+      if (line[c] <= kIpgMaxGrey)
+        nearest = c;
+      left[static_cast<std::size_t>(c)] = nearest;
+    }
+    if (nearest < 0) {
+      std::fill(line, line + cols, 0.0);
+      continue;
+    }
+    int right = -1; // the next grey level, scanning left
+    for (int c = cols - 1; c >= 0; --c) {
+      if (line[c] <= kIpgMaxGrey) {
+        right = c;
+        continue;
+      }
+      const int l = left[static_cast<std::size_t>(c)];
+      const bool useLeft = right < 0 || (l >= 0 && c - l <= right - c);
+      line[c] = line[useLeft ? l : right];
+    }
+  }
+}
+
+} // namespace
+
+std::string Ipg_SpeckleMsgIterations(const std::string& method)
+{
+  return "Nombre d'itérations négatif ou nul : IPG_FILTER_PROCESSING::" + method + "()";
+}
+
+std::string Ipg_SpeckleMsgWindow(const std::string& method)
+{
+  return "Taille de fenêtre incorrecte pour l'image : IPG_FILTER_PROCESSING::" + method + "()";
+}
+
+std::string Ipg_SpeckleMsgParameter(const std::string& method)
+{
+  return "Paramètre de filtrage incorrect : IPG_FILTER_PROCESSING::" + method + "()";
+}
+
+bool Ipg_SpeckleJobValid(const Ipg_SpeckleJob& job)
+{
+  if (job.Out == nullptr) {
+    Ipg_Inform(kIpgMsgNoOutput);
+    return false;
+  }
+  if (job.In == nullptr) {
+    Ipg_Inform(kIpgMsgNoInput);
+    return false;
+  }
+  if (job.Iterations <= 0) {
+    Ipg_Inform(Ipg_SpeckleMsgIterations(job.Method));
+    return false;
+  }
+  if (!Ipg_ParameterInRange(job.Iterations <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"))
+    return false;
+  const int side = static_cast<int>(std::min(job.In->GetNbOfCols(), job.In->GetNbOfRows()));
+  if (side < job.MinSide || side == 0) {
+    Ipg_Inform(Ipg_SpeckleMsgWindow(job.Method));
+    return false;
+  }
+  return true;
+}
+
+bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const void* context)
+{
+  if (!Ipg_SpeckleJobValid(job))
+    return false;
+  const int cols = static_cast<int>(job.In->GetNbOfCols());
+  const int rows = static_cast<int>(job.In->GetNbOfRows());
+  const int* source = job.In->Data->GetIDataAddress();
+  std::vector<double> current(source, source + job.In->Data->GetSize());
+  std::vector<double> next(current.size());
+  FillMarks(current, cols, rows);
+
+  {
+    Ipg_Progress progress(job.Label, job.Iterations);
+    for (int iteration = 1; iteration <= job.Iterations; ++iteration) {
+      pass(current.data(), next.data(), cols, rows, context);
+      if (Ipg_StopRequested())
+        return false; // the output is left as it was
+      current.swap(next);
+      progress.Step(std::to_string(iteration));
+    }
+  }
+
+  // The output may differ from the input in one dimension: write the overlap.
+  const int outCols = static_cast<int>(job.Out->GetNbOfCols());
+  const int outRows = static_cast<int>(job.Out->GetNbOfRows());
+  int* target = job.Out->Data->GetIDataAddress();
+  for (int r = 0; r < std::min(rows, outRows); ++r)
+    for (int c = 0; c < std::min(cols, outCols); ++c) {
+      const int original = source[At(c, r, cols)];
+      const bool outside = job.Roi != nullptr && job.Roi->Data->GetValue(static_cast<unsigned>(c),
+                                                                          static_cast<unsigned>(r)) != kIpgRoiValue;
+      target[At(c, r, outCols)] = (outside || original > kIpgMaxGrey) ? original : RoundToPixel(current[At(c, r, cols)]);
+    }
+  job.Out->Data->SetMin();
+  job.Out->Data->SetMax();
+  return true;
+}

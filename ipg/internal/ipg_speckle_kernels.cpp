@@ -1,0 +1,423 @@
+#include "ipg/internal/ipg_speckle_kernels.h"
+
+#include "ipg/ui/ipg_progress.h"
+
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <cstddef>
+#include <utility>
+
+namespace {
+
+std::size_t At(int col, int row, int cols)
+{
+  return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
+}
+
+// Summed-area tables of the values and their squares: the sum over any
+// rectangle in four reads.
+class SummedArea {
+public:
+  SummedArea(const double* in, int cols, int rows)
+      : Cols(cols), Rows(rows), Sum(Size(cols, rows), 0.0), Squares(Size(cols, rows), 0.0)
+  {
+    for (int r = 0; r < rows; ++r) {
+      double line = 0.0, lineSquares = 0.0;
+      for (int c = 0; c < cols; ++c) {
+        const double v = in[At(c, r, cols)];
+        line += v;
+        lineSquares += v * v;
+        Sum[Index(c + 1, r + 1)] = Sum[Index(c + 1, r)] + line;
+        Squares[Index(c + 1, r + 1)] = Squares[Index(c + 1, r)] + lineSquares;
+      }
+    }
+  }
+
+  // Count, sum and sum of squares of the window of half size around (col, row), clipped.
+  void Window(int col, int row, int half, double& count, double& sum, double& squares) const
+  {
+    const int c0 = std::max(0, col - half), c1 = std::min(Cols, col + half + 1);
+    const int r0 = std::max(0, row - half), r1 = std::min(Rows, row + half + 1);
+    count = static_cast<double>(c1 - c0) * (r1 - r0);
+    sum = Rect(Sum, c0, r0, c1, r1);
+    squares = Rect(Squares, c0, r0, c1, r1);
+  }
+
+  void Moments(int col, int row, int half, double& mean, double& variance) const
+  {
+    double count = 0.0, sum = 0.0, squares = 0.0;
+    Window(col, row, half, count, sum, squares);
+    mean = sum / count;
+    variance = std::max(0.0, squares / count - mean * mean);
+  }
+
+private:
+  static std::size_t Size(int cols, int rows)
+  {
+    return static_cast<std::size_t>(cols + 1) * static_cast<std::size_t>(rows + 1);
+  }
+  std::size_t Index(int c, int r) const { return At(c, r, Cols + 1); }
+  double Rect(const std::vector<double>& t, int c0, int r0, int c1, int r1) const
+  {
+    return t[Index(c1, r1)] - t[Index(c0, r1)] - t[Index(c1, r0)] + t[Index(c0, r0)];
+  }
+
+  int Cols;
+  int Rows;
+  std::vector<double> Sum;
+  std::vector<double> Squares;
+};
+
+double Median(std::vector<double>& values)
+{
+  if (values.empty())
+    return 0.0;
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+// Statistics of the window of a pixel without the pixel itself.
+struct Others {
+  double Min = 0.0;
+  double Max = 0.0;
+  double Sum = 0.0;
+  int Count = 0;
+};
+
+Others OthersOf(const double* in, int cols, int rows, int col, int row, int half)
+{
+  Others o;
+  o.Min = INFINITY;
+  o.Max = -INFINITY;
+  for (int r = std::max(0, row - half); r <= std::min(rows - 1, row + half); ++r)
+    for (int c = std::max(0, col - half); c <= std::min(cols - 1, col + half); ++c) {
+      if (c == col && r == row)
+        continue;
+      const double v = in[At(c, r, cols)];
+      o.Min = std::min(o.Min, v);
+      o.Max = std::max(o.Max, v);
+      o.Sum += v;
+      ++o.Count;
+    }
+  return o;
+}
+
+bool StrictExtremum(double centre, const Others& o)
+{
+  return o.Count > 0 && (centre > o.Max || centre < o.Min);
+}
+
+// The divergence step shared by SRAD and DPAD, with zero flux across the border:
+// out = in + dt / 4 (c_E dE + c dW + c_S dS + c dN).
+void DiffusionStep(const double* in, double* out, int cols, int rows, const std::vector<double>& c, double dt)
+{
+  for (int r = 0; r < rows; ++r)
+    for (int col = 0; col < cols; ++col) {
+      const std::size_t i = At(col, r, cols);
+      const double v = in[i];
+      double flux = 0.0;
+      if (col + 1 < cols)
+        flux += c[i + 1] * (in[i + 1] - v);
+      if (col > 0)
+        flux += c[i] * (in[i - 1] - v);
+      if (r + 1 < rows)
+        flux += c[i + static_cast<std::size_t>(cols)] * (in[i + static_cast<std::size_t>(cols)] - v);
+      if (r > 0)
+        flux += c[i] * (in[i - static_cast<std::size_t>(cols)] - v);
+      out[i] = v + 0.25 * dt * flux;
+    }
+}
+
+} // namespace
+
+void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vector<double>& mean,
+                      std::vector<double>& variance)
+{
+  const std::size_t n = static_cast<std::size_t>(std::max(0, cols)) * static_cast<std::size_t>(std::max(0, rows));
+  mean.assign(n, 0.0);
+  variance.assign(n, 0.0);
+  if (n == 0)
+    return;
+  const SummedArea area(in, cols, rows);
+  for (int r = 0; r < rows; ++r)
+    for (int c = 0; c < cols; ++c)
+      area.Moments(c, r, half, mean[At(c, r, cols)], variance[At(c, r, cols)]);
+}
+
+double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half)
+{
+  std::vector<double> mean, variance;
+  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
+  std::vector<double> ratios;
+  ratios.reserve(mean.size());
+  for (std::size_t i = 0; i < mean.size(); ++i)
+    if (mean[i] > 0.0)
+      ratios.push_back(variance[i] / (mean[i] * mean[i]));
+  return Median(ratios);
+}
+
+void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
+{
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+    for (int c = 0; c < cols; ++c) {
+      const double v = in[At(c, r, cols)];
+      const Others o = OthersOf(in, cols, rows, c, r, half);
+      out[At(c, r, cols)] = StrictExtremum(v, o) ? o.Sum / o.Count : v;
+    }
+}
+
+void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
+{
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+    for (int c = 0; c < cols; ++c) {
+      const double v = in[At(c, r, cols)];
+      const Others o = OthersOf(in, cols, rows, c, r, half);
+      if (!StrictExtremum(v, o)) {
+        out[At(c, r, cols)] = v;
+        continue;
+      }
+      const double m = o.Sum / o.Count;
+      double spread = 0.0;
+      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
+        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x)
+          if (x != c || y != r)
+            spread += (in[At(x, y, cols)] - m) * (in[At(x, y, cols)] - m);
+      const double s2 = spread / o.Count;
+      if (s2 <= 0.0) {
+        out[At(c, r, cols)] = m;
+        continue;
+      }
+      double weighted = 0.0, weights = 0.0;
+      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
+        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
+          if (x == c && y == r)
+            continue;
+          const double d = in[At(x, y, cols)] - m;
+          const double w = std::exp(-d * d / (2.0 * s2));
+          weighted += w * in[At(x, y, cols)];
+          weights += w;
+        }
+      out[At(c, r, cols)] = weights > 0.0 ? weighted / weights : m;
+    }
+}
+
+void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2)
+{
+  const SummedArea area(in, cols, rows);
+  const double limit = factor * factor * cu2;
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+    for (int c = 0; c < cols; ++c) {
+      const double v = in[At(c, r, cols)];
+      if (!StrictExtremum(v, OthersOf(in, cols, rows, c, r, 1))) {
+        out[At(c, r, cols)] = v;
+        continue;
+      }
+      // The largest homogeneous window, 3x3 at least.
+      double count = 0.0, sum = 0.0, squares = 0.0;
+      area.Window(c, r, 1, count, sum, squares);
+      for (int h = 2; h <= maxHalf; ++h) {
+        double n = 0.0, s = 0.0, q = 0.0;
+        area.Window(c, r, h, n, s, q);
+        const double mean = s / n;
+        const double variance = std::max(0.0, q / n - mean * mean);
+        if (mean <= 0.0 || variance > limit * mean * mean)
+          break;
+        count = n;
+        sum = s;
+      }
+      out[At(c, r, cols)] = count > 1.0 ? (sum - v) / (count - 1.0) : v;
+    }
+}
+
+void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq)
+{
+  constexpr double kTiny = 1e-9;
+  std::vector<double> c(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
+  for (int r = 0; r < rows; ++r)
+    for (int col = 0; col < cols; ++col) {
+      const std::size_t i = At(col, r, cols);
+      const double v = in[i];
+      // Outside the image a neighbour equals the centre (zero flux).
+      const double dN = r > 0 ? in[i - static_cast<std::size_t>(cols)] - v : 0.0;
+      const double dS = r + 1 < rows ? in[i + static_cast<std::size_t>(cols)] - v : 0.0;
+      const double dW = col > 0 ? in[i - 1] - v : 0.0;
+      const double dE = col + 1 < cols ? in[i + 1] - v : 0.0;
+      const double level = std::max(v, kTiny);
+      const double gradient2 = (dN * dN + dS * dS + dW * dW + dE * dE) / (level * level);
+      const double laplacian = (dN + dS + dW + dE) / level;
+      const double den = (1.0 + 0.25 * laplacian) * (1.0 + 0.25 * laplacian);
+      double q2 = 0.0;
+      if (den < kTiny)
+        q2 = INFINITY;
+      else
+        q2 = (0.5 * gradient2 - laplacian * laplacian / 16.0) / den;
+      double coefficient = 0.0;
+      if (q0sq <= 0.0)
+        coefficient = q2 <= 0.0 ? 1.0 : 0.0;
+      else if (std::isinf(q2))
+        coefficient = 0.0;
+      else
+        coefficient = 1.0 / (1.0 + (q2 - q0sq) / (q0sq * (1.0 + q0sq)));
+      // A negative value means q^2 so far below q0^2 that the denominator
+      // changed sign: the area is flatter than speckle, diffuse fully.
+      if (coefficient < 0.0 || coefficient > 1.0)
+        coefficient = 1.0;
+      c[i] = coefficient;
+    }
+  DiffusionStep(in, out, cols, rows, c, dt);
+}
+
+void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2)
+{
+  std::vector<double> mean, variance;
+  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
+  std::vector<double> c(mean.size(), 1.0);
+  for (std::size_t i = 0; i < c.size(); ++i) {
+    if (mean[i] <= 0.0 || variance[i] <= 0.0)
+      continue; // flat or empty: full diffusion
+    if (cu2 <= 0.0) {
+      c[i] = 0.0; // no speckle to remove
+      continue;
+    }
+    const double ci2 = variance[i] / (mean[i] * mean[i]);
+    c[i] = std::clamp((1.0 + 1.0 / ci2) / (1.0 + 1.0 / cu2), 0.0, 1.0);
+  }
+  DiffusionStep(in, out, cols, rows, c, dt);
+}
+
+double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight)
+{
+  std::vector<double> mean, variance;
+  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
+  std::vector<double> ratios;
+  ratios.reserve(mean.size());
+  for (std::size_t i = 0; i < mean.size(); ++i)
+    if (mean[i] > 0.0)
+      ratios.push_back(variance[i] / mean[i]);
+  const double typical = Median(ratios);
+  const double farthest = half * std::sqrt(2.0);
+  if (typical <= 0.0 || farthest <= 0.0)
+    return 0.0;
+  return centreWeight / (2.0 * farthest * typical);
+}
+
+void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b)
+{
+  const SummedArea area(in, cols, rows);
+  std::vector<std::pair<double, long>> cells;
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+    for (int c = 0; c < cols; ++c) {
+      double mean = 0.0, variance = 0.0;
+      area.Moments(c, r, half, mean, variance);
+      const double ratio = mean > 0.0 ? variance / mean : 0.0;
+      cells.clear();
+      long total = 0;
+      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
+        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
+          const double d = std::hypot(static_cast<double>(x - c), static_cast<double>(y - r));
+          const double w = std::round(centreWeight - b * d * ratio);
+          const long weight = w > 0.0 ? static_cast<long>(std::min(w, 1e9)) : 0L;
+          if (weight > 0) {
+            cells.emplace_back(in[At(x, y, cols)], weight);
+            total += weight;
+          }
+        }
+      if (total == 0) {
+        out[At(c, r, cols)] = in[At(c, r, cols)];
+        continue;
+      }
+      std::sort(cells.begin(), cells.end());
+      // Element total / 2 of the multiset where each value appears weight times.
+      long seen = 0;
+      double median = cells.back().first;
+      for (const auto& [value, weight] : cells) {
+        seen += weight;
+        if (seen > total / 2) {
+          median = value;
+          break;
+        }
+      }
+      out[At(c, r, cols)] = median;
+    }
+}
+
+void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int rows, int maxArea, double k,
+                                   double cu2)
+{
+  static constexpr int kStepCol[8] = {0, 1, 1, 1, 0, -1, -1, -1};
+  static constexpr int kStepRow[8] = {-1, -1, 0, 1, 1, 1, 0, -1};
+  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  const SummedArea area(in, cols, rows);
+  const double cu = std::sqrt(std::max(0.0, cu2));
+  std::vector<unsigned> stamp(n, 0);
+  std::vector<std::size_t> region;
+  region.reserve(std::min(n, static_cast<std::size_t>(std::max(1, maxArea)))); // a region never outgrows the image
+  unsigned generation = 0;
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+    for (int c = 0; c < cols; ++c) {
+      const std::size_t seed = At(c, r, cols);
+      double m0 = 0.0, unused = 0.0;
+      area.Moments(c, r, 1, m0, unused);
+      const double tolerance = k * cu * std::fabs(m0);
+      ++generation;
+      region.clear();
+      region.push_back(seed);
+      stamp[seed] = generation;
+      double sum = in[seed], squares = in[seed] * in[seed];
+      for (std::size_t next = 0; next < region.size() && static_cast<int>(region.size()) < maxArea; ++next) {
+        const int pc = static_cast<int>(region[next] % static_cast<std::size_t>(cols));
+        const int pr = static_cast<int>(region[next] / static_cast<std::size_t>(cols));
+        for (int d = 0; d < 8 && static_cast<int>(region.size()) < maxArea; ++d) {
+          const int qc = pc + kStepCol[d], qr = pr + kStepRow[d];
+          if (qc < 0 || qr < 0 || qc >= cols || qr >= rows)
+            continue;
+          const std::size_t q = At(qc, qr, cols);
+          if (stamp[q] == generation)
+            continue;
+          stamp[q] = generation;
+          if (std::fabs(in[q] - m0) > tolerance)
+            continue;
+          region.push_back(q);
+          sum += in[q];
+          squares += in[q] * in[q];
+        }
+      }
+      const double count = static_cast<double>(region.size());
+      const double m = sum / count;
+      const double variance = std::max(0.0, squares / count - m * m);
+      double w = 0.0;
+      if (m > 0.0 && variance > 0.0) {
+        const double c2 = variance / (m * m);
+        w = std::clamp((1.0 - cu2 / c2) / (1.0 + cu2), 0.0, 1.0);
+      }
+      out[seed] = m + w * (in[seed] - m);
+    }
+}
+
+void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf)
+{
+  std::vector<double> window;
+  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+    for (int c = 0; c < cols; ++c) {
+      const double v = in[At(c, r, cols)];
+      double median = v;
+      bool decided = false;
+      for (int h = 1; h <= maxHalf && !decided; ++h) {
+        window.clear();
+        for (int y = std::max(0, r - h); y <= std::min(rows - 1, r + h); ++y)
+          for (int x = std::max(0, c - h); x <= std::min(cols - 1, c + h); ++x)
+            window.push_back(in[At(x, y, cols)]);
+        const auto [low, high] = std::minmax_element(window.begin(), window.end());
+        const double lowest = *low, highest = *high;
+        median = Median(window);
+        if (lowest < median && median < highest) {
+          out[At(c, r, cols)] = (lowest < v && v < highest) ? v : median;
+          decided = true;
+        }
+      }
+      if (!decided)
+        out[At(c, r, cols)] = median;
+    }
+}

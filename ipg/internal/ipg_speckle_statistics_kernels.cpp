@@ -1,0 +1,173 @@
+// The local-statistics members of the speckle family: Lee, Kuan, Frost and
+// the sigma filter (declared in ipg_speckle_kernels.h with the others).
+#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_local_kernels.h"
+#include "ipg/internal/ipg_speckle_kernels.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdlib>
+#include <vector>
+
+namespace {
+
+constexpr double kNinth = 1.0 / 9.0;
+// Half-width of the windows the sigma filter estimates the speckle level on (5x5).
+constexpr int kSpeckleHalf = 2;
+
+// Mean and population variance of the 3x3 neighbourhood around work[idx].
+template <typename T>
+void LocalMoments3x3(const T* work, std::size_t idx, int cols, double& mean, double& variance)
+{
+  double values[9];
+  int k = 0;
+  for (int dy = -1; dy <= 1; ++dy) {
+    const T* line = work + idx + static_cast<std::ptrdiff_t>(dy) * cols;
+    for (int dx = -1; dx <= 1; ++dx)
+      values[k++] = static_cast<double>(line[dx]);
+  }
+  double sum = 0.0;
+  for (double v : values)
+    sum += v;
+  mean = sum * kNinth;
+  double squares = 0.0;
+  for (double v : values)
+    squares += (v - mean) * (v - mean);
+  variance = kNinth * squares;
+}
+
+// Lee's weight of the centre, clipped to [0, 1]; a flat neighbourhood keeps its mean.
+double LeeWeight(double localVariance, double noiseVariance)
+{
+  if (localVariance <= 0.0)
+    return 0.0;
+  return std::clamp((localVariance - noiseVariance) / localVariance, 0.0, 1.0);
+}
+
+// Frost's value for the sheared window written at w.
+int FrostPixel(const int* work, std::ptrdiff_t w, int cols, double damping, const double* distance)
+{
+  double values[25];
+  double sum = 0.0;
+  for (int dr = -2; dr <= 2; ++dr) {
+    const int* run = work + Ipg_ShearedRunStart(w, dr, cols);
+    for (int k = 0; k < 5; ++k) {
+      values[(dr + 2) * 5 + k] = run[k];
+      sum += run[k];
+    }
+  }
+  const double mean = sum * 0.04;
+  double squares = 0.0;
+  for (double v : values)
+    squares += (v - mean) * (v - mean);
+  const double variance = squares * 0.04;
+  // Squared coefficient of variation; a window of mean 0 is averaged evenly.
+  const double spread = mean != 0.0 ? variance / (mean * mean) : 0.0;
+  double weighted = 0.0, weights = 0.0;
+  for (int k = 0; k < 25; ++k) {
+    const double weight = std::exp(-damping * spread * distance[k]);
+    weighted += weight * values[k];
+    weights += weight;
+  }
+  // The centre cell weighs exp(0) = 1, so weights is never 0.
+  return Ipg_TruncateToInt(weighted / weights);
+}
+
+std::size_t At(int col, int row, int cols)
+{
+  return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
+}
+
+// Mean of the 8 neighbours of (col, row) in in, clipped; false when there are none.
+bool NeighbourMean(const double* in, int cols, int rows, int col, int row, double& mean)
+{
+  double sum = 0.0;
+  int count = 0;
+  for (int y = std::max(0, row - 1); y <= std::min(rows - 1, row + 1); ++y)
+    for (int x = std::max(0, col - 1); x <= std::min(cols - 1, col + 1); ++x)
+      if (x != col || y != row) {
+        sum += in[At(x, y, cols)];
+        ++count;
+      }
+  if (count == 0)
+    return false;
+  mean = sum / count;
+  return true;
+}
+
+} // namespace
+
+void Ipg_LeePass(double* work, int cols, int rows, double noiseVariance)
+{
+  for (int row = 1; row < rows - 1; ++row)
+    for (int col = 1; col < cols - 1; ++col) {
+      const std::size_t idx = At(col, row, cols);
+      double mean = 0.0, variance = 0.0;
+      LocalMoments3x3(work, idx, cols, mean, variance);
+      const double w = LeeWeight(variance, noiseVariance);
+      work[idx] = (1.0 - w) * mean + w * work[idx];
+    }
+}
+
+void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
+{
+  for (int row = std::max(span.Begin, 1); row < std::min(span.End, images.Rows - 1); ++row)
+    for (int col = 1; col < images.Cols - 1; ++col) {
+      const std::size_t idx = images.At(col, row);
+      double mean = 0.0, variance = 0.0;
+      LocalMoments3x3(images.In, idx, images.Cols, mean, variance);
+      // Unclipped, as existing results were computed; a flat neighbourhood keeps its mean.
+      const double w = variance > 0.0 ? 0.5 * (1.0 - mean / variance) : 0.0;
+      images.Write(idx, Ipg_TruncateToInt((1.0 - w) * mean + w * images.In[idx]));
+    }
+}
+
+void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan span)
+{
+  // Distance of each window cell (run j, position i) to the window's centre cell.
+  double distance[25];
+  for (int j = 0; j < 5; ++j)
+    for (int i = 0; i < 5; ++i)
+      distance[j * 5 + i] = std::sqrt(static_cast<double>((i - 2) * (i - 2) + (j - 2) * (j - 2)));
+  int* work = images.Out;
+  for (int row = std::max(span.Begin, 2); row < std::min(span.End, images.Rows - 2); ++row)
+    for (int col = 2; col < images.Cols - 2; ++col) {
+      const std::ptrdiff_t w = static_cast<std::ptrdiff_t>(row) * images.Cols + col - 1;
+      work[w] = FrostPixel(work, w, images.Cols, damping, distance);
+    }
+}
+
+void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, const Ipg_RoiRows& roi, int half,
+                         int fewest, double range)
+{
+  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  std::vector<int> pixels(n);
+  for (std::size_t i = 0; i < n; ++i)
+    pixels[i] = static_cast<int>(std::lround(in[i]));
+  const double cu = std::sqrt(Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf));
+  for (int row = 0; row < rows; ++row)
+    for (int col = 0; col < cols; ++col) {
+      const std::size_t at = At(col, row, cols);
+      out[at] = in[at];
+      if (pixels[at] > kIpgMaxGrey || !roi.Inside(col, row))
+        continue;
+      const int reference = pixels[at];
+      const double level = std::fabs(static_cast<double>(reference));
+      const int tolerance = Ipg_TruncateToInt(std::lround(range * cu * level));
+      double sum = reference; // the pixel heads its own list
+      int similar = 0;
+      for (int y = row - half; y <= row + half; ++y)
+        for (int x = col - half; x <= col + half; ++x)
+          if ((x != col || y != row) && x >= 0 && y >= 0 && x < cols && y < rows && pixels[At(x, y, cols)] <= kIpgMaxGrey &&
+              roi.Inside(x, y) && std::labs(static_cast<long>(pixels[At(x, y, cols)]) - reference) <= tolerance) {
+            sum += pixels[At(x, y, cols)];
+            ++similar;
+          }
+      double impulseMean = 0.0;
+      if (similar >= fewest)
+        out[at] = sum / (similar + 1);
+      else if (NeighbourMean(in, cols, rows, col, row, impulseMean))
+        out[at] = impulseMean; // too few look alike: an impulse
+    }
+}
