@@ -187,6 +187,27 @@ const CliOperator* HeldClass(FuzzInput& in, const CliOperator& container, CliSet
   return name.empty() ? nullptr : Cli_FindOperator(name);
 }
 
+std::string ShapeText(const std::optional<ImageShape>& shape)
+{
+  return shape ? std::to_string(shape->cols) + "x" + std::to_string(shape->rows) : "none";
+}
+
+// The run as `ipg run` options, for reading a finding (IPG_FUZZ_VERBOSE=1).
+void Describe(const CliOperator& op, const CliSettings& settings, const ImageShape& shape,
+              const std::optional<ImageShape>& second, const std::optional<ImageShape>& roi)
+{
+  std::string text = op.Name() + " in " + ShapeText(shape) + " second " + ShapeText(second) + " roi " + ShapeText(roi);
+  if (settings.tools)
+    text += " --tools " + std::to_string(*settings.tools);
+  if (settings.mode)
+    text += " --mode " + std::to_string(*settings.mode);
+  if (settings.precision)
+    text += " --precision " + std::to_string(*settings.precision);
+  for (const auto& [name, value] : settings.values)
+    text += " --set " + name + "=" + value;
+  std::fprintf(stderr, "%s\n", text.c_str());
+}
+
 int RunOperator(const CliOperator& op, const std::uint8_t* data, std::size_t size)
 {
   FuzzInput in(data, size);
@@ -219,6 +240,8 @@ int RunOperator(const CliOperator& op, const std::uint8_t* data, std::size_t siz
     roi = MakeImage(*roiShape);
     FillImage(in, *roi, !in.Chance(4));
   }
+  if (std::getenv("IPG_FUZZ_VERBOSE") != nullptr)
+    Describe(op, settings, shape, secondShape, roiShape);
   try {
     op.Run({image.get(), second.get(), roi.get()}, settings);
   } catch (const CliUsageError&) {
