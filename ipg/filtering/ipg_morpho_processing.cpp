@@ -4,6 +4,7 @@
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -67,28 +68,6 @@ std::vector<unsigned char> ElementFlags(IPG_FILTER& element)
 }
 
 bool OddAndPositive(int side) { return side > 0 && side % 2 == 1; }
-
-// Sum of values over the window rows [r0, r1] x columns [c0, c1] from a summed-area table.
-std::int64_t WindowSum(const std::vector<std::int64_t>& table, int cols, int c0, int r0, int c1, int r1)
-{
-  const int stride = cols + 1;
-  return table[At(c1 + 1, r1 + 1, stride)] - table[At(c0, r1 + 1, stride)] - table[At(c1 + 1, r0, stride)] +
-         table[At(c0, r0, stride)];
-}
-
-std::vector<std::int64_t> SummedArea(const int* values, int cols, int rows)
-{
-  const int stride = cols + 1;
-  std::vector<std::int64_t> table(static_cast<std::size_t>(stride) * (rows + 1), 0);
-  for (int row = 0; row < rows; ++row) {
-    std::int64_t rowSum = 0;
-    for (int col = 0; col < cols; ++col) {
-      rowSum += values[At(col, row, cols)];
-      table[At(col + 1, row + 1, stride)] = table[At(col + 1, row, stride)] + rowSum;
-    }
-  }
-  return table;
-}
 
 } // namespace
 
@@ -359,7 +338,9 @@ int IPG_MORPHO_PROCESSING::EnhancedImage()
   std::unique_ptr<int[]> mid(MidGreyOfImage(in, rows, cols));
   if (!mid && cols > 0 && rows > 0)
     return 0;
-  const std::vector<std::int64_t> table = mid ? SummedArea(mid.get(), cols, rows) : std::vector<std::int64_t>{};
+  const int* grey = mid.get();
+  const auto table = Ipg_SummedArea<std::int64_t>::ByRowRuns(
+      grey ? cols : 0, grey ? rows : 0, [grey, cols](int c, int r) { return std::int64_t{grey[At(c, r, cols)]}; });
   const int half = std::max(WindowSize, 1) / 2;
   const int outCols = Cols(*ImaOut);
   const int usedCols = std::min(cols, outCols), usedRows = std::min(rows, Rows(*ImaOut));
@@ -374,7 +355,7 @@ int IPG_MORPHO_PROCESSING::EnhancedImage()
       const int c0 = std::max(col - half, 0), c1 = std::min(col + half, cols - 1);
       const int r0 = std::max(row - half, 0), r1 = std::min(row + half, rows - 1);
       const double area = static_cast<double>(c1 - c0 + 1) * (r1 - r0 + 1);
-      const double background = static_cast<double>(WindowSum(table, cols, c0, r0, c1, r1)) / area;
+      const double background = static_cast<double>(table.Over({c0, r0, c1 + 1, r1 + 1})) / area;
       if (background <= 0.0)
         continue;
       const double contrast = std::fabs(value - background) / (value + background);

@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_message.h"
 #include "mth/mth_regression.h"
 
@@ -458,17 +459,12 @@ int IPG_WAVELET::ComputeHolderExponentAllPixel()
   if (ComputeOfWaveletTransformByBSpline() == 0)
     return 0;
   const int scales = std::max(NbConvolution, 1);
-  const std::size_t width = static_cast<std::size_t>(Cols) + 1;
-  // Summed-area table of each modulus image: (cols + 1) x (rows + 1), zero border.
-  std::vector<std::vector<double>> sums(static_cast<std::size_t>(scales));
+  // Summed-area table of each modulus image.
+  std::vector<Ipg_SummedArea<double>> sums;
   for (int s = 0; s < scales; ++s) {
-    std::vector<double>& t = sums[static_cast<std::size_t>(s)];
-    t.assign(width * (static_cast<std::size_t>(Rows) + 1), 0.0);
     const float* m = Slots[static_cast<std::size_t>(2 * s)];
-    for (int r = 0; r < Rows; ++r)
-      for (int c = 0; c < Cols; ++c)
-        t[(r + 1) * width + c + 1] =
-            m[static_cast<std::size_t>(r) * Cols + c] + t[r * width + c + 1] + t[(r + 1) * width + c] - t[r * width + c];
+    sums.push_back(Ipg_SummedArea<double>::ByCornerRecurrence(
+        Cols, Rows, [m, this](int c, int r) { return m[static_cast<std::size_t>(r) * Cols + c]; }));
   }
   const std::size_t n = static_cast<std::size_t>(Cols) * Rows;
   AlphaPixel = NewImage(n, kNoExponent);
@@ -485,8 +481,7 @@ int IPG_WAVELET::ComputeHolderExponentAllPixel()
         const int half = s + 1;
         const int c0 = std::max(0, c - half), c1 = std::min(Cols - 1, c + half);
         const int r0 = std::max(0, r - half), r1 = std::min(Rows - 1, r + half);
-        const std::vector<double>& t = sums[static_cast<std::size_t>(s)];
-        const double sum = t[(r1 + 1) * width + c1 + 1] - t[r0 * width + c1 + 1] - t[(r1 + 1) * width + c0] + t[r0 * width + c0];
+        const double sum = sums[static_cast<std::size_t>(s)].OverUpperFirst({c0, r0, c1 + 1, r1 + 1});
         const double mean = sum / ((c1 - c0 + 1) * (r1 - r0 + 1));
         if (mean > 0) {
           x.push_back(std::log(std::sqrt(s + 1.0) / std::sqrt(2.0)));

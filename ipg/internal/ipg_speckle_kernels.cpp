@@ -1,5 +1,6 @@
 #include "ipg/internal/ipg_speckle_kernels.h"
 
+#include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
@@ -15,33 +16,27 @@ std::size_t At(int col, int row, int cols)
   return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
 }
 
-// Summed-area tables of the values and their squares: the sum over any
-// rectangle in four reads.
-class SummedArea {
+// Window sums of the values and their squares from summed-area tables: any
+// window costs four reads.
+class WindowSums {
 public:
-  SummedArea(const double* in, int cols, int rows)
-      : Cols(cols), Rows(rows), Sum(Size(cols, rows), 0.0), Squares(Size(cols, rows), 0.0)
+  WindowSums(const double* in, int cols, int rows)
+      : Cols(cols), Rows(rows),
+        Sum(Ipg_SummedArea<double>::ByRowRuns(cols, rows, [&](int c, int r) { return in[At(c, r, cols)]; })),
+        Squares(Ipg_SummedArea<double>::ByRowRuns(cols, rows, [&](int c, int r) {
+          const double v = in[At(c, r, cols)];
+          return v * v;
+        }))
   {
-    for (int r = 0; r < rows; ++r) {
-      double line = 0.0, lineSquares = 0.0;
-      for (int c = 0; c < cols; ++c) {
-        const double v = in[At(c, r, cols)];
-        line += v;
-        lineSquares += v * v;
-        Sum[Index(c + 1, r + 1)] = Sum[Index(c + 1, r)] + line;
-        Squares[Index(c + 1, r + 1)] = Squares[Index(c + 1, r)] + lineSquares;
-      }
-    }
   }
 
   // Count, sum and sum of squares of the window of half size around (col, row), clipped.
   void Window(int col, int row, int half, double& count, double& sum, double& squares) const
   {
-    const int c0 = std::max(0, col - half), c1 = std::min(Cols, col + half + 1);
-    const int r0 = std::max(0, row - half), r1 = std::min(Rows, row + half + 1);
-    count = static_cast<double>(c1 - c0) * (r1 - r0);
-    sum = Rect(Sum, c0, r0, c1, r1);
-    squares = Rect(Squares, c0, r0, c1, r1);
+    const Ipg_Rect window = Ipg_ClippedWindow(col, row, half, Cols, Rows);
+    count = window.Area();
+    sum = Sum.Over(window);
+    squares = Squares.Over(window);
   }
 
   void Moments(int col, int row, int half, double& mean, double& variance) const
@@ -53,20 +48,10 @@ public:
   }
 
 private:
-  static std::size_t Size(int cols, int rows)
-  {
-    return static_cast<std::size_t>(cols + 1) * static_cast<std::size_t>(rows + 1);
-  }
-  std::size_t Index(int c, int r) const { return At(c, r, Cols + 1); }
-  double Rect(const std::vector<double>& t, int c0, int r0, int c1, int r1) const
-  {
-    return t[Index(c1, r1)] - t[Index(c0, r1)] - t[Index(c1, r0)] + t[Index(c0, r0)];
-  }
-
   int Cols;
   int Rows;
-  std::vector<double> Sum;
-  std::vector<double> Squares;
+  Ipg_SummedArea<double> Sum;
+  Ipg_SummedArea<double> Squares;
 };
 
 double Median(std::vector<double>& values)
@@ -140,7 +125,7 @@ void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vecto
   variance.assign(n, 0.0);
   if (n == 0)
     return;
-  const SummedArea area(in, cols, rows);
+  const WindowSums area(in, cols, rows);
   for (int r = 0; r < rows; ++r)
     for (int c = 0; c < cols; ++c)
       area.Moments(c, r, half, mean[At(c, r, cols)], variance[At(c, r, cols)]);
@@ -205,7 +190,7 @@ void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
 
 void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2)
 {
-  const SummedArea area(in, cols, rows);
+  const WindowSums area(in, cols, rows);
   const double limit = factor * factor * cu2;
   for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
     for (int c = 0; c < cols; ++c) {
@@ -305,7 +290,7 @@ double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int cen
 
 void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b)
 {
-  const SummedArea area(in, cols, rows);
+  const WindowSums area(in, cols, rows);
   std::vector<std::pair<double, long>> cells;
   for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
     for (int c = 0; c < cols; ++c) {
@@ -349,7 +334,7 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   static constexpr int kStepCol[8] = {0, 1, 1, 1, 0, -1, -1, -1};
   static constexpr int kStepRow[8] = {-1, -1, 0, 1, 1, 1, 0, -1};
   const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
-  const SummedArea area(in, cols, rows);
+  const WindowSums area(in, cols, rows);
   const double cu = std::sqrt(std::max(0.0, cu2));
   std::vector<unsigned> stamp(n, 0);
   std::vector<std::size_t> region;
