@@ -1,6 +1,7 @@
 #include "dcm/obj_objects_list.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_pixel_values.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,7 +10,7 @@
 
 namespace {
 
-constexpr int kSetValue = 16777217;
+constexpr int kSetValue = kIpgMaskValue; // the set pixels of binary masks
 
 struct Point {
   int x, y;
