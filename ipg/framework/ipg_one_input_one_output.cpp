@@ -1,6 +1,6 @@
 #include "ipg/framework/ipg_one_input_one_output.h"
 
-#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_output_mode.h"
 
 IPG_ONE_INPUT_ONE_OUTPUT::IPG_ONE_INPUT_ONE_OUTPUT(const IPG_ONE_INPUT_ONE_OUTPUT* const& source)
 {

@@ -1,6 +1,9 @@
-#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_output_mode.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -17,7 +20,7 @@ void ClampToGreyRange(DCM_DATA& data)
   int mx = -kIpgMaxGrey;
   int* p = data.GetIDataAddress();
   for (std::size_t k = 0; k < data.GetSize(); ++k) {
-    if (p[k] > kIpgMaxGrey && p[k] != kIpgRoiValue)
+    if (Ipg_IsMark(p[k]) && p[k] != kIpgMaskValue)
       p[k] = kIpgMaxGrey;
     else if (p[k] <= 0)
       p[k] = 0;
@@ -47,12 +50,7 @@ void TakeAbsoluteValues(DCM_DATA& data)
 int RescaledLevel(std::int64_t v, std::int64_t mn, std::int64_t range, int levels)
 {
   const long double t = static_cast<long double>(v - mn) / static_cast<long double>(range) * levels;
-  const long double rounded = t >= 0 ? t + 0.5L : t - 0.5L;
-  if (rounded >= static_cast<long double>(INT_MAX))
-    return INT_MAX;
-  if (rounded <= static_cast<long double>(INT_MIN))
-    return INT_MIN;
-  return static_cast<int>(rounded);
+  return Ipg_RoundHalfAwayFromZero(t);
 }
 
 void RescaleToBitDepth(DCM_DATA& data, short bitsStored)
@@ -76,7 +74,7 @@ void RescaleToBitDepth(DCM_DATA& data, short bitsStored)
   }
   int* p = data.GetIDataAddress();
   for (std::size_t k = 0; k < data.GetSize(); ++k) {
-    if (p[k] > kIpgMaxGrey)
+    if (Ipg_IsMark(p[k]))
       continue;
     const std::int64_t offset = static_cast<std::int64_t>(p[k]) - mn;
     if (offset >= 0 && offset < static_cast<std::int64_t>(table.size()))

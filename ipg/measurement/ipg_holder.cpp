@@ -2,8 +2,8 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_holder_fast_measures.h"
 #include "ipg/internal/ipg_messages.h"
-#include "ipg/measurement/ipg_holder_fast_measures.h"
 #include "ipg/ui/ipg_message.h"
 #include "mth/mth_matrix.h"
 

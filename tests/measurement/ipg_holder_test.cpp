@@ -1,5 +1,5 @@
 #include "ipg/measurement/ipg_holder.h"
-#include "ipg/measurement/ipg_holder_fast_measures.h"
+#include "ipg/internal/ipg_holder_fast_measures.h"
 
 #include "support/images.h"
 #include "support/message_capture.h"

@@ -1,4 +1,4 @@
-#include "ipg/measurement/ipg_holder_fast_measures.h"
+#include "ipg/internal/ipg_holder_fast_measures.h"
 
 #include <algorithm>
 #include <cmath>

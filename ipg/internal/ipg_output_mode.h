@@ -1,0 +1,10 @@
+#pragma once
+
+class DCM_STRUCT;
+
+// Output post-processing shared by the operators that write an image.
+// Mode 300 clamps grey levels to [0, 16777216] (16777217, the ROI value, passes),
+// 301 re-scales to [0, 2^BitsStored], 303 takes absolute values; any other mode
+// only recomputes the stored extremes. Shows the operator's message and returns
+// false for a null image or a colour header.
+bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode);
