@@ -174,6 +174,12 @@ TEST(IpgArithmetic2, OptimalDifferenceCancelsAGainAndGammaChange)
   TwoImages byGamma(base, gamma);
   EXPECT_TRUE(byGamma.Op->MakeOptimalDifferenceImage(IPG_ARITHMETIC2::kGainGammaModel));
   EXPECT_EQ(PixelsOf(*byGamma.Out), V(base.size(), 0));
+  V roi(base.size(), kMark);
+  roi.back() = 0;
+  TwoImages masked(base, gain, roi);
+  ASSERT_TRUE(masked.Op->MakeOptimalDifferenceImage(IPG_ARITHMETIC2::kGainGammaModel));
+  EXPECT_EQ(PixelsOf(*masked.Out).front(), 0);
+  EXPECT_EQ(PixelsOf(*masked.Out).back(), gain.back()); // outside the ROI: the larger of the two
 }
 
 TEST(IpgArithmetic2, OptimalDifferenceKeepsARealChange)
