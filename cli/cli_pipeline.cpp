@@ -1,6 +1,7 @@
 #include "cli/cli_pipeline.h"
 
 #include "cli/cli_io.h"
+#include "ipg/framework/ipg_container.h"
 
 #include <cmath>
 #include <filesystem>
@@ -12,22 +13,6 @@ namespace {
 constexpr const char* kFormat = "ipg-pipeline";
 constexpr int kVersion = 1;
 constexpr const char* kContainerClass = "IPG_CONTAINER";
-
-struct ClassTypeEntry {
-  int code;
-  const char* className;
-};
-
-// The classes that IPG_CONTAINER holds, by class-type code (20012 has none).
-constexpr ClassTypeEntry kClassTypes[] = {
-    {20001, "IPG_REGION"},          {20002, "IPG_GENERIC_PROCESSING"},
-    {20003, "IPG_STATISTIC1"},      {20004, "IPG_STATISTIC2"},
-    {20005, "IPG_ARITHMETIC1"},     {20006, "IPG_ARITHMETIC2"},
-    {20007, "IPG_FILTER_PROCESSING"}, {20008, "IPG_TRANSFORMATION"},
-    {20009, "IPG_MORPHO_PROCESSING"}, {20010, "IPG_FFT_ONE_INPUT"},
-    {20011, "IPG_FFT_TWO_INPUTS"},  {20013, "IPG_CONVERT_BINARY_TO_OBJECT"},
-    {20014, "IPG_CHANGE_DYNAMIC"},
-};
 
 const Json* Member(const Json& object, const std::string& key)
 {
@@ -138,17 +123,17 @@ CliPipelineStep StepFromJson(const Json& json, const std::string& where)
 
 std::optional<int> Cli_ContainerClassType(const std::string& className)
 {
-  for (const ClassTypeEntry& entry : kClassTypes)
-    if (className == entry.className)
-      return entry.code;
+  for (const IPG_HELD_CLASS& entry : Ipg_HeldClasses())
+    if (className == entry.Name)
+      return entry.ClassType;
   return std::nullopt;
 }
 
 std::string Cli_ContainerClassName(int classType)
 {
-  for (const ClassTypeEntry& entry : kClassTypes)
-    if (classType == entry.code)
-      return entry.className;
+  for (const IPG_HELD_CLASS& entry : Ipg_HeldClasses())
+    if (classType == entry.ClassType)
+      return entry.Name;
   return "";
 }
 

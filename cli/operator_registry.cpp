@@ -140,3 +140,66 @@ template <> std::string Cli_ParseValue<std::string>(const std::string&, const st
 {
   return text;
 }
+
+const char* Cli_TypeName(IPG_VALUE_TYPE type)
+{
+  switch (type) {
+  case IPG_VALUE_TYPE::Point: return "x,y";
+  case IPG_VALUE_TYPE::RealPoint: return "real,real";
+  default: return Ipg_ValueTypeName(type);
+  }
+}
+
+namespace {
+
+// "a,b" split at its only comma; throws naming the syntax otherwise.
+std::pair<std::string, std::string> Pair(const std::string& name, const std::string& text, const char* syntax)
+{
+  const std::size_t comma = text.find(',');
+  if (comma == std::string::npos || text.find(',', comma + 1) != std::string::npos)
+    throw CliUsageError("parameter " + name + " expects " + syntax + ", got '" + text + "'");
+  return {text.substr(0, comma), text.substr(comma + 1)};
+}
+
+// "WxH:c1,c2,..." - W x H integer coefficients, row by row.
+IPG_KERNEL ParseKernel(const std::string& name, const std::string& text)
+{
+  const std::size_t colon = text.find(':');
+  const std::size_t times = text.find('x');
+  if (colon == std::string::npos || times == std::string::npos || times > colon)
+    throw CliUsageError("parameter " + name + ": '" + text + "' is not WxH:c1,c2,...");
+  IPG_KERNEL kernel;
+  kernel.Cols = Cli_ParseValue<short>(name, text.substr(0, times));
+  kernel.Rows = Cli_ParseValue<short>(name, text.substr(times + 1, colon - times - 1));
+  std::stringstream values(text.substr(colon + 1));
+  for (std::string value; std::getline(values, value, ',');)
+    kernel.Values.push_back(Cli_ParseValue<int>(name, value));
+  if (kernel.Cols < 1 || kernel.Rows < 1 ||
+      kernel.Values.size() != static_cast<std::size_t>(kernel.Cols) * static_cast<std::size_t>(kernel.Rows))
+    throw CliUsageError("parameter " + name + ": the coefficients do not fill a " + std::to_string(kernel.Cols) + "x" +
+                        std::to_string(kernel.Rows) + " kernel");
+  return kernel;
+}
+
+} // namespace
+
+IPG_VALUE Cli_ParseParameter(const std::string& name, IPG_VALUE_TYPE type, long long min, long long max, double largest,
+                             const std::string& text)
+{
+  switch (type) {
+  case IPG_VALUE_TYPE::Bool: return Cli_ParseValue<bool>(name, text);
+  case IPG_VALUE_TYPE::Integer: return ParseInteger(name, text, min, max);
+  case IPG_VALUE_TYPE::Real: return ParseReal(name, text, largest);
+  case IPG_VALUE_TYPE::Text: return text;
+  case IPG_VALUE_TYPE::Point: {
+    const auto [x, y] = Pair(name, text, "x,y (two integers)");
+    return IPG_POINT{Cli_ParseValue<int>(name, x), Cli_ParseValue<int>(name, y)};
+  }
+  case IPG_VALUE_TYPE::RealPoint: {
+    const auto [x, y] = Pair(name, text, "two reals x,y");
+    return IPG_REAL_POINT{Cli_ParseValue<double>(name, x), Cli_ParseValue<double>(name, y)};
+  }
+  case IPG_VALUE_TYPE::Kernel: return ParseKernel(name, text);
+  }
+  throw CliUsageError("parameter " + name + " has a type this program does not read");
+}

@@ -2,6 +2,7 @@
 
 #include "cli/json.h"
 #include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_operation_info.h"
 
 #include <algorithm>
 #include <functional>
@@ -112,6 +113,13 @@ template <> float Cli_ParseValue<float>(const std::string& parameter, const std:
 template <> double Cli_ParseValue<double>(const std::string& parameter, const std::string& text);
 template <> std::string Cli_ParseValue<std::string>(const std::string& parameter, const std::string& text);
 
+// A value of a parameter of a class table, parsed from the command line as its
+// type says; throws CliUsageError naming the parameter.
+IPG_VALUE Cli_ParseParameter(const std::string& name, IPG_VALUE_TYPE type, long long min, long long max, double largest,
+                             const std::string& text);
+// How `ipg list` names a table type: bool, integer, real, text, x,y, real,real, kernel.
+const char* Cli_TypeName(IPG_VALUE_TYPE type);
+
 template <typename T>
 const char* Cli_TypeName()
 {
@@ -140,7 +148,11 @@ public:
       : ClassName(std::move(name)), Description(std::move(summary)), Make(std::move(make)),
         ApplyFn([](Op& op) { return static_cast<bool>(op.Apply()); })
   {
+    if constexpr (requires { Op::ClassInfo(); })
+      ReadClassTable(Op::ClassInfo());
   }
+
+  // For a class without a table of its own in the library.
 
   CliOperatorTable& Code(int code, std::string method)
   {
@@ -159,9 +171,28 @@ public:
     });
     return *this;
   }
-  // A parameter set by custom code (several arguments, points, kernels...).
+  // The same for a setter of a mutable setting, declared const.
+  template <typename T, typename R>
+  CliOperatorTable& Param(const std::string& name, R (Op::*setter)(T) const, std::string description)
+  {
+    using Value = std::remove_cvref_t<T>;
+    ParamList.push_back({name, Cli_TypeName<Value>(), std::move(description)});
+    Setters.emplace_back(name, [name, setter](Op& op, const std::string& text) {
+      (op.*setter)(Cli_ParseValue<Value>(name, text));
+    });
+    return *this;
+  }
+  // A parameter set by custom code (several arguments, points, kernels...). For
+  // a parameter of the class table, it replaces how the command line writes it
+  // (the syntax shown as its type, and the parsing) and keeps its place.
   CliOperatorTable& ParamFn(const std::string& name, std::string type, std::string description, Setter set)
   {
+    for (std::size_t i = 0; i < ParamList.size(); ++i)
+      if (ParamList[i].name == name) {
+        ParamList[i] = {name, std::move(type), std::move(description)};
+        Setters[i].second = std::move(set);
+        return *this;
+      }
     ParamList.push_back({name, std::move(type), std::move(description)});
     Setters.emplace_back(name, std::move(set));
     return *this;
@@ -275,6 +306,23 @@ public:
   }
 
 private:
+  // The codes and parameters the library declares for the class (a base
+  // class of Op for a program-side class).
+  template <class Library>
+  void ReadClassTable(const IPG_CLASS_INFO<Library>& info)
+  {
+    for (const IPG_OPERATION_INFO<Library>& operation : info.Operations)
+      CodeList.push_back({operation.Code, operation.Method});
+    for (const IPG_PARAMETER_INFO<Library>& parameter : info.Parameters) {
+      ParamList.push_back({parameter.Name, Cli_TypeName(parameter.Type), parameter.Description});
+      const IPG_PARAMETER_INFO<Library>* declared = &parameter;
+      Setters.emplace_back(parameter.Name, [declared](Op& op, const std::string& text) {
+        declared->Set(op, Cli_ParseParameter(declared->Name, declared->Type, declared->Min, declared->Max,
+                                             declared->Largest, text));
+      });
+    }
+  }
+
   // The operator as a host builds it: constructor, second input, ROI, then the
   // parameters, the code and the mode.
   std::unique_ptr<Op> Prepare(const CliImages& images, const CliSettings& settings) const

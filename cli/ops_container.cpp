@@ -3,46 +3,12 @@
 // from it and runs the container as a host does.
 #include "cli/cli_pipeline.h"
 #include "cli/operator_registry.h"
-#include "ipg/arithmetic/ipg_arithmetic1.h"
-#include "ipg/arithmetic/ipg_arithmetic2.h"
-#include "ipg/arithmetic/ipg_change_dynamic.h"
-#include "ipg/filtering/ipg_filter_processing.h"
-#include "ipg/filtering/ipg_generic_processing.h"
-#include "ipg/filtering/ipg_morpho_processing.h"
 #include "ipg/framework/ipg_container.h"
-#include "ipg/frequency/ipg_fft_one_input.h"
-#include "ipg/frequency/ipg_fft_two_inputs.h"
-#include "ipg/frequency/ipg_transformation.h"
-#include "ipg/measurement/ipg_statistic1.h"
-#include "ipg/measurement/ipg_statistic2.h"
-#include "ipg/segmentation/ipg_convert_binary_to_object.h"
-#include "ipg/segmentation/ipg_region.h"
+#include "ipg/framework/ipg_one_input_no_output.h"
 
 #include <cctype>
 
 namespace {
-
-// The operator at `op`, of the class of `type`, seen through the root base
-// class that carries the code, the mode and the result.
-IPG_ONE_INPUT_NO_OUTPUT* AsOperator(void* op, int type)
-{
-  switch (type) {
-  case kIpgClassRegion: return static_cast<IPG_REGION*>(op);
-  case kIpgClassGenericProcessing: return static_cast<IPG_GENERIC_PROCESSING*>(op);
-  case kIpgClassStatistic1: return static_cast<IPG_STATISTIC1*>(op);
-  case kIpgClassStatistic2: return static_cast<IPG_STATISTIC2*>(op);
-  case kIpgClassArithmetic1: return static_cast<IPG_ARITHMETIC1*>(op);
-  case kIpgClassArithmetic2: return static_cast<IPG_ARITHMETIC2*>(op);
-  case kIpgClassFilterProcessing: return static_cast<IPG_FILTER_PROCESSING*>(op);
-  case kIpgClassTransformation: return static_cast<IPG_TRANSFORMATION*>(op);
-  case kIpgClassMorphoProcessing: return static_cast<IPG_MORPHO_PROCESSING*>(op);
-  case kIpgClassFftOneInput: return static_cast<IPG_FFT_ONE_INPUT*>(op);
-  case kIpgClassFftTwoInputs: return static_cast<IPG_FFT_TWO_INPUTS*>(op);
-  case kIpgClassConvertBinaryToObject: return static_cast<IPG_CONVERT_BINARY_TO_OBJECT*>(op);
-  case kIpgClassChangeDynamic: return static_cast<IPG_CHANGE_DYNAMIC*>(op);
-  default: return nullptr;
-  }
-}
 
 // ClassType=20005 or ClassType=IPG_ARITHMETIC1.
 int ParseClassType(const std::string& text)
@@ -89,10 +55,10 @@ public:
     // container, give it the images and apply.
     const std::shared_ptr<void> source = inner->Build(images, held);
     IPG_CONTAINER container;
-    if (source == nullptr || !container.SetIpgContainer(source.get(), *type) || AsOperator(source.get(), *type) == nullptr)
+    if (source == nullptr || !container.SetIpgContainer(source.get(), *type) || Ipg_HeldOperator(source.get(), *type) == nullptr)
       throw CliUsageError(className + " cannot be held by IPG_CONTAINER in this ipg");
-    IPG_ONE_INPUT_NO_OUTPUT* op = AsOperator(container.GetIPGClassAddress(), *type);
-    op->SetTools(settings.tools ? *settings.tools : static_cast<int>(AsOperator(source.get(), *type)->GetTools()));
+    IPG_ONE_INPUT_NO_OUTPUT* op = Ipg_HeldOperator(container.GetIPGClassAddress(), *type);
+    op->SetTools(settings.tools ? *settings.tools : static_cast<int>(Ipg_HeldOperator(source.get(), *type)->GetTools()));
     if (settings.mode)
       op->SetMode(*settings.mode); // kept only by the classes that keep their own mode
     container.SetImageIn(images.in);
@@ -120,9 +86,8 @@ private:
                             "container does: output mode 302, precision 10000 for the arithmetic results";
   std::vector<CliCode> CodeList = [] {
     std::vector<CliCode> codes;
-    for (int code = kIpgClassRegion; code <= kIpgClassChangeDynamic; ++code)
-      if (const std::string name = Cli_ContainerClassName(code); !name.empty())
-        codes.push_back({code, name});
+    for (const IPG_HELD_CLASS& held : Ipg_HeldClasses())
+      codes.push_back({held.ClassType, held.Name});
     return codes;
   }();
   std::vector<CliParameter> ParamList = {

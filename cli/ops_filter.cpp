@@ -52,12 +52,6 @@ void SetAdaptiveParameters(Op& op, const std::string& text)
                                   Cli_ParseValue<double>(name, f[2]));
 }
 
-template <typename T>
-CliOperatorTable<Op>::Setter Const(const std::string& name, void (Op::*setter)(T) const)
-{
-  return [name, setter](Op& op, const std::string& text) { (op.*setter)(Cli_ParseValue<T>(name, text)); };
-}
-
 // The gradient images of a Deriche derivative, as extra outputs "gx" and "gy".
 void AddGradients(Op& op, const CliImages&, CliRunOutcome& outcome)
 {
@@ -71,31 +65,8 @@ const bool registered = [] {
   auto table = std::make_unique<CliOperatorTable<Op>>(
       "IPG_FILTER_PROCESSING", "convolution, smoothing and edge filters, ultrasound despeckling",
       [](const CliImages& im) { return std::make_unique<Op>(im.in, im.roi); });
-  table->Code(500, "ApplyFilter (defined kernel)").Code(501, "ApplyFilter (user kernel)");
-  table->Code(502, "DericheSmooth").Code(503, "DericheDerivative").Code(505, "MedianFilter, then Nagao_5_x_5");
-  table->Code(506, "Nagao_5_x_5").Code(507, "LaplacianGaussian").Code(508, "Chi2");
-  table->Code(513, "LeeFilter").Code(514, "EdgeDetection").Code(515, "MeanFilter");
-  table->Code(516, "FrostFilter").Code(517, "KuanFilter");
-  table->Code(504, "AdaptativeDenoise, then MedianFilter, then Nagao_5_x_5").Code(509, "SBF");
-  table->Code(510, "N_B_Filter").Code(511, "SRAD").Code(512, "AWMF").Code(518, "SBF_DVW").Code(519, "WSBF");
-  table->Code(520, "ADespeckling").Code(521, "Filtre_Impuls");
-  table->ParamFn("DefinedFilter", "integer", "number of the predefined kernel (code 500)",
-                 [](Op& op, const std::string& text) { op.SetDefinedFilter(Cli_ParseValue<int>("DefinedFilter", text)); });
   table->ParamFn("UserFilter", "kernel", "user kernel WxH:c1,c2,... row by row (code 501; window of the median)",
                  SetUserKernel);
-  table->ParamFn("ImageBorderType", "integer", "0/1 clear the margin, 2 keep it, 3 mark it with 17000000",
-                 Const<int>("ImageBorderType", &Op::SetImageBorderType));
-  table->ParamFn("GradientFlagDirection", "bool", "DericheDerivative also computes the gradient direction",
-                 Const<bool>("GradientFlagDirection", &Op::SetGradientFlagDirection));
-  table->ParamFn("LaplacianGaussianSize", "integer", "Laplacian-of-Gaussian kernel size (odd)",
-                 Const<int>("LaplacianGaussianSize", &Op::SetLaplacianGaussianSize));
-  table->ParamFn("LaplacianGaussianSigma", "real", "Laplacian-of-Gaussian sigma",
-                 Const<double>("LaplacianGaussianSigma", &Op::SetLaplacianGaussianSigma));
-  table->ParamFn("LaplacianGaussianSigmaType", "integer", "0 marks the negative lobe, otherwise the positive one",
-                 Const<int>("LaplacianGaussianSigmaType", &Op::SetLaplacianGaussianSigmaType));
-  table->ParamFn("WaitbarVisible", "bool", "show the median filter's progress",
-                 Const<bool>("WaitbarVisible", &Op::setWaitbarVisible));
-  table->ParamFn("NbIter", "integer", "passes of the mean, edge and speckle filters", Const<int>("NbIter", &Op::SetNbIter));
   table->ParamFn("AdaptatifFiltreParameters", "first,second,real", "speckle filter parameters, 0 = default: window or region size; "
                  "second integer (AWMF centre weight, AdaptativeDenoise fewest neighbours); real (Frost damping, time step, tolerance)",
                  SetAdaptiveParameters);

@@ -12,9 +12,6 @@ const bool fftOneInputRegistered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_FFT_ONE_INPUT>>(
       "IPG_FFT_ONE_INPUT", "Fourier low/high-pass filters and centred spectra of one image",
       [](const CliImages& im) { return std::make_unique<IPG_FFT_ONE_INPUT>(im.in, nullptr); });
-  table->Code(1202, "FourierLowPass").Code(1203, "FourierHighPass").Code(1210, "GetReal");
-  table->Code(1211, "GetImaginary").Code(1212, "GetPhaseDeg").Code(1213, "GetPhaseRad").Code(1216, "GetModule");
-  table->Param("Threshold", &IPG_FFT_ONE_INPUT::SetThreshold, "half-width of the zeroed band of coefficients");
   table->Result("Threshold", &IPG_FFT_ONE_INPUT::GetThreshold);
   table->Output("out", [](IPG_FFT_ONE_INPUT& op, DCM_STRUCT* out) { op.SetImaOut(out); });
   return Cli_Register(std::move(table));
@@ -24,8 +21,6 @@ const bool fftTwoInputsRegistered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_FFT_TWO_INPUTS>>(
       "IPG_FFT_TWO_INPUTS", "inverse transforms from spectral pairs and spectral comparisons of two images",
       [](const CliImages& im) { return std::make_unique<IPG_FFT_TWO_INPUTS>(im.in, im.second, nullptr); });
-  table->Code(1300, "GetPhaseDifference").Code(1301, "GetInverseFromRealImag");
-  table->Code(1302, "GetInverseFromPhaseModule").Code(1303, "GetMagnitudeDifference");
   table->SecondInput([](IPG_FFT_TWO_INPUTS& op, DCM_STRUCT* second) { op.SetInSecond(second); });
   table->Output("out", [](IPG_FFT_TWO_INPUTS& op, DCM_STRUCT* out) { op.SetImaOut(out); });
   return Cli_Register(std::move(table));
@@ -35,11 +30,6 @@ const bool transformationRegistered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_TRANSFORMATION>>(
       "IPG_TRANSFORMATION", "translation, rotation, rigid transformation, Hough lines and Daubechies wavelet compression",
       [](const CliImages& im) { return std::make_unique<IPG_TRANSFORMATION>(im.in, im.roi); });
-  table->Code(600, "Translation").Code(601, "Rotation").Code(603, "RigideTransformation");
-  table->Code(604, "ApplyWavelet").Code(605, "HoughTransformation");
-  table->Param("Angle", &IPG_TRANSFORMATION::SetAngle, "rotation angle in radians (default pi)");
-  table->Param("enX", &IPG_TRANSFORMATION::SetenX, "translation along the columns");
-  table->Param("enY", &IPG_TRANSFORMATION::SetenY, "translation along the rows");
   table->ParamFn("Centre", "real,real", "centre of rotation as column,row (default: the image middle)",
                  [](IPG_TRANSFORMATION& op, const std::string& text) {
                    const auto comma = text.find(',');
@@ -48,9 +38,6 @@ const bool transformationRegistered = [] {
                    op.SetCentre(Cli_ParseValue<double>("Centre", text.substr(0, comma)),
                                 Cli_ParseValue<double>("Centre", text.substr(comma + 1)));
                  });
-  table->Param("WaveletLevel", &IPG_TRANSFORMATION::SetWaveletLevel, "compression factor: transform down to cols / level");
-  table->Param("WaveletMethod", &IPG_TRANSFORMATION::SetWaveletMethod, "0 Daubechies-4, otherwise the 12-tap general transform");
-  table->Param("WaveletRate", &IPG_TRANSFORMATION::SetWaveletRate, "compression rate (kept, not read by the compression)");
   table->Result("Angle", &IPG_TRANSFORMATION::GetAngle);
   table->Result("WaveletLevel", &IPG_TRANSFORMATION::GetWaveletLevel);
   table->Output("out", [](IPG_TRANSFORMATION& op, DCM_STRUCT* out) { op.SetImaOut(out); });
@@ -86,15 +73,6 @@ const bool waveletRegistered = [] {
       "multiscale gradient wavelet transform, modulus-maxima chains and Hölder exponents "
       "(float results written as images at precision 1000)",
       [](const CliImages& im) { return std::make_unique<IPG_WAVELET>(im.in, im.roi); });
-  table->Code(1800, "ComputeOfWaveletTransformByBSpline").Code(1801, "ComputeOfHolderExponentByWaveletTransform");
-  table->Code(1802, "ComputeHolderExponentAllPixel");
-  table->Param("NbConvolution", &IPG_WAVELET::SetNbConvolution, "number of scales S");
-  table->Param("Threshold", &IPG_WAVELET::SetThreshold, "modulus threshold of scale 0 for code 1801 (-1: none)");
-  table->Param("NameWavelet", &IPG_WAVELET::SetNameWavelet, "wavelet of the discrete transforms (not provided)");
-  table->Param("NbScale", &IPG_WAVELET::SetNbScale, "scales of the discrete transforms (not provided)");
-  table->Param("Scale", &IPG_WAVELET::SetScale, "scale index of the discrete transforms (not provided)");
-  table->Param("ThrFactor", &IPG_WAVELET::SetThrFactor, "denoising threshold factor (not provided)");
-  table->Param("WindowSize", &IPG_WAVELET::SetWindowSize, "denoising neighbourhood size (not provided)");
   table->Result("Threshold", &IPG_WAVELET::GetThreshold);
   table->Result("NbConvolution", &IPG_WAVELET::GetNbConvolution);
   // Images: alpha and chain (1801, 1802), modulus_s and angle_s for every scale.

@@ -29,7 +29,6 @@ const bool registered = [] {
         op->SetTools(1400); // the only code; hosts set it before Apply()
         return op;
       });
-  table->Code(1400, "ComputeHisto");
   table->ParamFn("Save", "path", "write the histogram as text to this file after the run",
                  [](CliHisto& op, const std::string& path) { op.SavePath = path; });
   table->ResultFn("MinHisto", [](CliHisto& op) { return Json(op.GetMinHisto()); });

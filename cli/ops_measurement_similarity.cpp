@@ -26,9 +26,6 @@ const bool registeredStatistic2 = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_STATISTIC2>>(
       "IPG_STATISTIC2", "similarity of two images: distance, mutual information, correlation ratio",
       [](const CliImages& im) { return std::make_unique<IPG_STATISTIC2>(im.in, im.second, im.roi); });
-  table->Code(100, "ComputeMutualInformation")
-      .Code(101, "ComputeCorrelationRatio")
-      .Code(102, "ComputeLeastSquared");
   table->SecondInput([](IPG_STATISTIC2& op, DCM_STRUCT* second) { op.SetInSecond(second); });
   table->ResultFn("MutualInformationRecord", MutualInformationRecord);
   return Cli_Register(std::move(table));
@@ -78,12 +75,6 @@ const bool registeredHolder = [] {
       "IPG_HOLDER",
       "local Hölder exponents by capacity measures; image \"holder\" holds exponent x 1000 (precision 1000)",
       [](const CliImages& im) { return std::make_unique<IPG_HOLDER>(im.in, im.roi); });
-  table->Code(1900, "ComputeHolderByCapacityMeasure");
-  table->Param("MeasType", &IPG_HOLDER::SetMeasType,
-               "capacity measure 1-15: max, mean, min, raw 2nd moment, iso fraction, raw asymmetry, contrast, "
-               "rho, power, front max, front min, normalised difference hori, vert, min, max");
-  table->Param("WindowSize", &IPG_HOLDER::SetWindowSize, "largest window width, 3 or more (radii 0 to WindowSize/2)");
-  table->Param("FastPath", &IPG_HOLDER::SetFastPath, "summed-area tables instead of visiting every window (default true)");
   table->Result("MeasType", &IPG_HOLDER::GetMeasType);
   table->Result("WindowSize", &IPG_HOLDER::GetWindowSize);
   table->After(AddHolderImage);

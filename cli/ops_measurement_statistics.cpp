@@ -7,19 +7,6 @@ const bool registered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_STATISTIC1>>(
       "IPG_STATISTIC1", "basic statistics, noise estimates, fractal and multifractal dimensions of one image",
       [](const CliImages& im) { return std::make_unique<IPG_STATISTIC1>(im.in, im.roi); });
-  table->Code(0, "AverageGL").Code(1, "EstimateNoisePercent").Code(2, "SignalToNoiseRatio");
-  table->Code(4, "MinMaxGL").Code(6, "BasicStats");
-  table->Code(7, "FractalDimensionByBoxMethod").Code(8, "FractalDimensionByDBCMethod");
-  table->Code(9, "MinGL").Code(10, "MaxGL");
-  table->Code(11, "Variance").Code(12, "StdDeviation").Code(13, "NumberOfPixels");
-  table->Code(14, "HolderSpectral").Code(15, "MultiFractalDimension").Code(16, "SumOfPixels");
-  table->Param("BoxSize", &IPG_STATISTIC1::SetBoxSize, "largest box side of the fractal measures (default 64)");
-  table->Param("QMin", &IPG_STATISTIC1::SetQMin, "first q of the multifractal spectrum (default -5)");
-  table->Param("QMax", &IPG_STATISTIC1::SetQMax, "last q of the multifractal spectrum (default 5)");
-  table->Param("QStep", &IPG_STATISTIC1::SetQStep, "step of q (default 1)");
-  table->Param("HolderMeasType", &IPG_STATISTIC1::SetHolderMeasType, "IPG_HOLDER capacity measure 1-15 (default 2)");
-  table->Param("HolderWindowSize", &IPG_STATISTIC1::SetHolderWindowSize, "IPG_HOLDER largest window (default 5)");
-  table->Param("HolderBins", &IPG_STATISTIC1::SetHolderBins, "classes of the Hölder spectrum (default 20)");
   table->Result("Mean", &IPG_STATISTIC1::GetMean);
   table->Result("Min", &IPG_STATISTIC1::GetMin);
   table->Result("Max", &IPG_STATISTIC1::GetMax);

@@ -7,11 +7,6 @@ const bool registered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_TEXTURE>>(
       "IPG_TEXTURE", "grey-level co-occurrence matrix and Haralick features of an image or ROI",
       [](const CliImages& im) { return std::make_unique<IPG_TEXTURE>(im.in, im.roi); });
-  table->Code(1500, "ComputeCooccurrence");
-  table->Param("Distance", &IPG_TEXTURE::SetDistance, "pixel distance of the pairs (default 1)");
-  table->Param("Angle", &IPG_TEXTURE::SetAngle, "direction 0, 45, 90 or 135 degrees (default 0)");
-  table->Param("GreyLevels", &IPG_TEXTURE::SetGreyLevels, "quantisation classes 2-256 (default 16)");
-  table->Param("Symmetric", &IPG_TEXTURE::SetSymmetric, "count each pair both ways (default true)");
   table->Result("Energy", &IPG_TEXTURE::GetEnergy);
   table->Result("Contrast", &IPG_TEXTURE::GetContrast);
   table->Result("Correlation", &IPG_TEXTURE::GetCorrelation);

@@ -38,26 +38,8 @@ const bool registered = [] {
       "IPG_MORPHO_PROCESSING", "grey-level morphology: erosion, dilation, opening, closing, thinning, skeleton, "
                                "local contrast enhancement",
       [](const CliImages& im) { return std::make_unique<IPG_MORPHO_PROCESSING>(im.in, im.roi); });
-  table->Code(1100, "Dilate").Code(1101, "Erode").Code(1102, "Open").Code(1103, "Close");
-  table->Code(1104, "Erode").Code(1105, "Dilate");
-  table->Code(1106, "Open").Code(1107, "Close");
-  table->Code(1108, "Skeleton").Code(1109, "Thinning").Code(1110, "EnhancedImage");
-  table->ParamFn("DefinedFilter", "integer",
-                 "predefined structuring element (200 3x3 square, 201 cross, 203 5x5, 206 7x7, 209 11x11 disc...)",
-                 [](IPG_MORPHO_PROCESSING& op, const std::string& text) {
-                   op.SetDefinedFilter(Cli_ParseValue<int>("DefinedFilter", text));
-                 });
   table->ParamFn("UserFilter", "COLSxROWS:v,v,...", "user structuring element, row-major, non-zero = part of it",
                  SetUserElement);
-  table->ParamFn("ImageBorderType", "integer", "margin the element does not reach: 0/1 zero, 2 kept, 3 17000000",
-                 [](IPG_MORPHO_PROCESSING& op, const std::string& text) {
-                   op.SetImageBorderType(Cli_ParseValue<int>("ImageBorderType", text));
-                 });
-  table->Param("TypeFunction", &IPG_MORPHO_PROCESSING::SetTypeFunction,
-               "enhancement contrast function: 0 1-exp(-p1 c), 1 ln(p1 c+1), 2 tanh(p1 c), 3 c^(p2/p1)");
-  table->Param("WindowSize", &IPG_MORPHO_PROCESSING::SetWindowSize, "enhancement window side, in pixels");
-  table->Param("ParamFct1", &IPG_MORPHO_PROCESSING::SetParamFct1, "enhancement function parameter p1");
-  table->Param("ParamFct2", &IPG_MORPHO_PROCESSING::SetParamFct2, "enhancement function parameter p2");
   table->ResultFn("DefinedFilterNumber",
                   [](IPG_MORPHO_PROCESSING& op) { return Json(op.GetDefinedFilterNumber()); });
   table->Output("out", [](IPG_MORPHO_PROCESSING& op, DCM_STRUCT* out) { op.SetImaOut(out); });

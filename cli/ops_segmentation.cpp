@@ -52,16 +52,6 @@ const bool connexityRegistered = [] {
       "IPG_CONNEXITY_PROCESSING",
       "8-connected components of one grey value: keep the largest, moments, shape features",
       [](const CliImages& im) { return std::make_unique<Op>(im.in, im.roi, kIpgRoiValue); });
-  table->Code(800, "Labelling_8Neighbors").Code(801, "KeepLargestConnectedComponent");
-  table->Code(802, "KeepNLargestConnectedComponent").Code(803, "(nothing)");
-  table->Code(804, "ComputeGeometricMomentOfComponents").Code(805, "ComputeCentralMomentOfComponents");
-  table->Code(806, "ShapesFeaturesOfComponents");
-  table->Param("Value", &Op::SetValue, "grey value of the component pixels (default 16777217)");
-  table->Param("NbCompMax", &Op::SetNbCompMax, "largest number of provisional labels (2000)");
-  table->Param("NrOfComponentsToKeep", &Op::SetNrOfComponentsToKeep, "N of code 802 (1)");
-  table->Param("P", &Op::SetP, "column order of the moments");
-  table->Param("Q", &Op::SetQ, "row order of the moments");
-  table->Param("MinimalSizeOfComponent", &Op::SetMinimalSizeOfComponent, "stored only");
   // A run starts from a fresh operator, so the codes that need a component list
   // label first.
   table->ApplyWith([](Op& op) {
@@ -89,12 +79,6 @@ const bool roiRegistered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_ROI>>(
       "IPG_ROI", "region-of-interest image from a box, a circle or a mask (--roi)",
       [](const CliImages& im) { return std::make_unique<IPG_ROI>(im.in, im.roi); });
-  table->Code(1000, "MakeRoi");
-  table->Param("OutValueColor", &IPG_ROI::SetOutValueColor, "value outside the region (16777217)");
-  table->Param("InValueColor", &IPG_ROI::SetInValueColor, "value inside; negative copies the input (-1)");
-  table->Param("ROIType", &IPG_ROI::SetROIType, "0 box, 2 circle, 3 mask");
-  table->Param("Resize", &IPG_ROI::SetResize, "crop the output to the box");
-  table->Param("Radius", &IPG_ROI::SetRadius, "radius of the circle in pixels");
   auto point = [](const char* name, void (IPG_ROI::*set)(MTH_2D_INTEGER*)) {
     return [name, set](IPG_ROI& op, const std::string& text) {
       MTH_2D_INTEGER p = ParsePoint(name, text);
@@ -146,12 +130,6 @@ const bool convertRegistered = [] {
       "IPG_CONVERT_BINARY_TO_OBJECT",
       "contours of the largest 8-connected regions of a binary mask (16777217 = object)",
       [](const CliImages& im) { return std::make_unique<Op>(im.in, im.second, im.roi); });
-  table->Param("NumberOfContour", &Op::SetNumberOfContour, "how many of the largest regions are traced (10)");
-  table->Param("Step", &Op::SetStep, "keep every Step-th boundary point (5)");
-  table->Param("SesCheck", &Op::SetSesCheck, "stored only");
-  table->Param("RtCheck", &Op::SetRtCheck, "stored only");
-  table->ParamFn("Name", "text", "name of the created contours (\"Object\")",
-                 [](Op& op, const std::string& text) { op.GetTemplate()->SetName(text); });
   table->SecondInput([](Op& op, DCM_STRUCT* second) { op.SetInSecond(second); }, false);
   table->Output("out", [](Op& op, DCM_STRUCT* out) { op.SetImaOut(out); });
   table->After([](Op&, const CliImages&, CliRunOutcome& outcome) {
@@ -165,16 +143,10 @@ const bool regionRegistered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_REGION>>(
       "IPG_REGION", "seeded region growing: fixed range, variance-controlled widening, local statistics",
       [](const CliImages& im) { return std::make_unique<IPG_REGION>(im.in); });
-  table->Code(900, "FillRangeInImage").Code(901, "ManageRegionGrowingSegmentation").Code(902, "CustomFill");
   table->ParamFn("Seed", "x,y", "seed column and row", [](IPG_REGION& op, const std::string& text) {
     const MTH_2D_INTEGER seed = ParsePoint("Seed", text);
     op.SetSeed(seed.GetX(), seed.GetY());
   });
-  table->Param("MinGL", &IPG_REGION::SetMinGL, "lowest accepted grey value");
-  table->Param("MaxGL", &IPG_REGION::SetMaxGL, "highest accepted grey value");
-  table->Param("Connectedness", &IPG_REGION::SetConnectedness, "401 sides, 402 diagonals, 403 all eight");
-  table->Param("Tolerance", &IPG_REGION::SetTolerance, "stopping threshold of the automatic modes (20)");
-  table->Param("CheckIterative", &IPG_REGION::SetCheckIterative, "stored only");
   table->Result("MinGL", &IPG_REGION::GetMinGL).Result("MaxGL", &IPG_REGION::GetMaxGL);
   table->Result("XSeed", &IPG_REGION::GetXSeed).Result("YSeed", &IPG_REGION::GetYSeed);
   table->Result("Tolerance", &IPG_REGION::GetTolerance).Result("RegionCount", &IPG_REGION::GetRegionCount);

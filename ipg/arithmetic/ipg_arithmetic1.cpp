@@ -1,9 +1,8 @@
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_messages.h"
-#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <climits>
@@ -20,7 +19,7 @@ constexpr long double kPi = 3.141592653589793238462643383279502884L;
 double LogarithmOrFloor(double v, double (*logarithm)(double))
 {
   if (std::fabs(v) < kSmallestMagnitude)
-    return -static_cast<double>(kIpgMaxGrey);
+    return -16777216.0;
   return logarithm(v); // of v itself: a negative v gives NaN and keeps its input value
 }
 
@@ -46,26 +45,36 @@ void IPG_ARITHMETIC1::SetDefaultParameters()
   Variable = 200.0f;
 }
 
+const IPG_CLASS_INFO<IPG_ARITHMETIC1>& IPG_ARITHMETIC1::ClassInfo()
+{
+  using C = IPG_ARITHMETIC1;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {200, "AddConstant", [](C& op) -> int { return op.AddConstant(); }},
+      {201, "MultiplyConstant", [](C& op) -> int { return op.MultiplyConstant(); }},
+      {202, "Abs", [](C& op) -> int { return op.Abs(); }},
+      {203, "Square", [](C& op) -> int { return op.Square(); }},
+      {204, "RootSquare", [](C& op) -> int { return op.RootSquare(); }},
+      {205, "DivideConstant", [](C& op) -> int { return op.DivideConstant(); }},
+      {206, "PowerN", [](C& op) -> int { return op.PowerN(); }},
+      {207, "Log10", [](C& op) -> int { return op.Log10(); }},
+      {208, "Log", [](C& op) -> int { return op.Log(); }},
+      {209, "InvLog10", [](C& op) -> int { return op.InvLog10(); }},
+      {210, "Exp", [](C& op) -> int { return op.Exp(); }},
+      {211, "DegToRad", [](C& op) -> int { return op.DegToRad(); }},
+      {212, "RadToDeg", [](C& op) -> int { return op.RadToDeg(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetVariable>("Variable", "200", "the constant: addend, factor, divisor or exponent"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_ARITHMETIC1", operations, parameters};
+  return info;
+}
+
 bool IPG_ARITHMETIC1::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_ARITHMETIC1"))
     return false;
-  switch (Tools) {
-  case 200: return AddConstant();
-  case 201: return MultiplyConstant();
-  case 202: return Abs();
-  case 203: return Square();
-  case 204: return RootSquare();
-  case 205: return DivideConstant();
-  case 206: return PowerN();
-  case 207: return Log10();
-  case 208: return Log();
-  case 209: return InvLog10();
-  case 210: return Exp();
-  case 211: return DegToRad();
-  case 212: return RadToDeg();
-  default: return false;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 template <typename F>
@@ -84,7 +93,7 @@ bool IPG_ARITHMETIC1::ApplyPointOperation(F compute, Guard guard, const char* no
     for (unsigned short col = 0; col < cols; ++col) {
       const double v = ImaIn->Data->GetValueReal(col, row);
       double out = v;
-      if (Ipg_InsideRoi(Roi, col, row)) {
+      if (Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue) {
         const double r = compute(v);
         if (guard == Guard::None || r <= kIpgMaxGrey)
           out = r; // NaN fails the comparison and keeps v
@@ -122,7 +131,7 @@ bool IPG_ARITHMETIC1::Abs()
   for (int row = 0; row < rows && row < outRows; ++row)
     for (int col = 0; col < cols && col < outCols; ++col) {
       const int v = in[static_cast<std::size_t>(row) * cols + col];
-      const bool inside = Ipg_InsideRoi(Roi, static_cast<unsigned>(col), static_cast<unsigned>(row));
+      const bool inside = Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
       const int magnitude = v == INT_MIN ? INT_MAX : std::abs(v);
       out[static_cast<std::size_t>(row) * outCols + col] = inside ? magnitude : v;
     }
@@ -146,7 +155,7 @@ bool IPG_ARITHMETIC1::RootSquare()
 bool IPG_ARITHMETIC1::DivideConstant()
 {
   if (std::fabs(Variable) < kSmallestMagnitude) {
-    Ipg_Inform(kIpgMsgDivisionByZero);
+    Ipg_Inform("Division par Zéro");
     return false;
   }
   const double p = Variable;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 
 #include <string>
@@ -21,6 +22,8 @@ public:
   // Tools 200, Variable 200.0 (the same number as the default code).
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_ARITHMETIC1>& ClassInfo();
 
   bool AddConstant();      // 200: v + p
   bool MultiplyConstant(); // 201: v * p

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_two_inputs_one_output.h"
 
 #include <cstddef>
@@ -31,6 +32,8 @@ public:
   // Tools 303, Mode 301, both thresholds -1.
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_ARITHMETIC2>& ClassInfo();
 
   bool MakeLogDifferenceImage();              // 300: log10(a) - log10(b)
   // 301: a minus b brought onto a's intensity scale, see the model codes below.

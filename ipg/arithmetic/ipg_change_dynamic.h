@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 
 // Changes the grey-level dynamics of the input into the caller's output image:
@@ -29,6 +30,8 @@ public:
   // the cleared output into the INPUT image, zeroing it, and returns true: hosts
   // use that code to blank an image pair.
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_CHANGE_DYNAMIC>& ClassInfo();
   bool GetCutImage();      // 300
   // 301: t = (v - min) / (max - min) * (hi - lo) + lo over the input's stored
   // extremes, with lo and hi the limits times the input's precision, rounded half
@@ -37,6 +40,7 @@ public:
   bool GetAbsoluteImage(); // 303
 
 private:
+  bool InsideRoi(unsigned col, unsigned row) const;
   bool CanWrite() const;
 
   float LimitInf = 0.0f;

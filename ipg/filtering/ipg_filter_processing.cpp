@@ -7,7 +7,6 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
-#include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_convolution_kernel.h"
 #include "ipg/internal/ipg_derivative_kernels.h"
 #include "ipg/internal/ipg_guard.h"
@@ -115,6 +114,54 @@ void IPG_FILTER_PROCESSING::SetDefaultParameters()
   GradientY.reset();
 }
 
+const IPG_CLASS_INFO<IPG_FILTER_PROCESSING>& IPG_FILTER_PROCESSING::ClassInfo()
+{
+  using C = IPG_FILTER_PROCESSING;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {500, "ApplyFilter (defined kernel)", [](C& op) -> int { op.ApplyFilter(op.DefineFilter.get()); return 1; }},
+      {501, "ApplyFilter (user kernel)", [](C& op) -> int { if (op.UserFilter == nullptr) {
+          Ipg_Inform(kMsgNoUserFilter);
+          return 0;
+        }
+        op.ApplyFilter(op.UserFilter.get());
+        return 1; }},
+      {502, "DericheSmooth", [](C& op) -> int { op.DericheSmooth(); return 1; }},
+      {503, "DericheDerivative", [](C& op) -> int { op.DericheDerivative(); return 1; }},
+      {505, "MedianFilter, then Nagao_5_x_5", [](C& op) -> int { return op.MedianThenNagao(op.ImaIn) ? 1 : 0; }},
+      {506, "Nagao_5_x_5", [](C& op) -> int { op.Nagao_5_x_5(); return 1; }},
+      {507, "LaplacianGaussian", [](C& op) -> int { return op.LaplacianGaussian() ? 1 : 0; }},
+      {508, "Chi2", [](C& op) -> int { op.Chi2(); return 1; }},
+      {513, "LeeFilter", [](C& op) -> int { return op.LeeFilter() ? 1 : 0; }},
+      {514, "EdgeDetection", [](C& op) -> int { return op.EdgeDetection() ? 1 : 0; }},
+      {515, "MeanFilter", [](C& op) -> int { return op.MeanFilter() ? 1 : 0; }},
+      {516, "FrostFilter", [](C& op) -> int { return op.FrostFilter() ? 1 : 0; }},
+      {517, "KuanFilter", [](C& op) -> int { return op.KuanFilter() ? 1 : 0; }},
+      {504, "AdaptativeDenoise, then MedianFilter, then Nagao_5_x_5", [](C& op) -> int { return op.RunChain504() ? 1 : 0; }},
+      {509, "SBF", [](C& op) -> int { return op.SBF() ? 1 : 0; }},
+      {510, "N_B_Filter", [](C& op) -> int { return op.N_B_Filter() ? 1 : 0; }},
+      {511, "SRAD", [](C& op) -> int { return op.SRAD() ? 1 : 0; }},
+      {512, "AWMF", [](C& op) -> int { return op.AWMF() ? 1 : 0; }},
+      {518, "SBF_DVW", [](C& op) -> int { return op.SBF_DVW() ? 1 : 0; }},
+      {519, "WSBF", [](C& op) -> int { return op.WSBF() ? 1 : 0; }},
+      {520, "ADespeckling", [](C& op) -> int { return op.ADespeckling() ? 1 : 0; }},
+      {521, "Filtre_Impuls", [](C& op) -> int { return op.Filtre_Impuls() ? 1 : 0; }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetDefinedFilter>("DefinedFilter", "0", "number of the predefined kernel (code 500)"),
+      Ipg_Parameter<C>("UserFilter", IPG_VALUE_TYPE::Kernel, "", "user kernel WxH:c1,c2,... row by row (code 501; window of the median)",
+                        Ipg_SetUserKernel<C>),
+      Ipg_Parameter<C, &C::SetImageBorderType>("ImageBorderType", "0", "0/1 clear the margin, 2 keep it, 3 mark it with 17000000"),
+      Ipg_Parameter<C, &C::SetGradientFlagDirection>("GradientFlagDirection", "false", "DericheDerivative also computes the gradient direction"),
+      Ipg_Parameter<C, &C::SetLaplacianGaussianSize>("LaplacianGaussianSize", "13", "Laplacian-of-Gaussian kernel size (odd)"),
+      Ipg_Parameter<C, &C::SetLaplacianGaussianSigma>("LaplacianGaussianSigma", "1.4", "Laplacian-of-Gaussian sigma"),
+      Ipg_Parameter<C, &C::SetLaplacianGaussianSigmaType>("LaplacianGaussianSigmaType", "0", "0 marks the negative lobe, otherwise the positive one"),
+      Ipg_Parameter<C, &C::setWaitbarVisible>("WaitbarVisible", "true", "show the median filter's progress"),
+      Ipg_Parameter<C, &C::SetNbIter>("NbIter", "1", "passes of the mean, edge and speckle filters"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_FILTER_PROCESSING", operations, parameters};
+  return info;
+}
+
 int IPG_FILTER_PROCESSING::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_FILTER_PROCESSING"))
@@ -127,37 +174,7 @@ int IPG_FILTER_PROCESSING::Apply()
     return 0;
   }
   ImaOut->Data->Init(0);
-  switch (Tools) {
-  case 500: ApplyFilter(DefineFilter.get()); return 1;
-  case 501:
-    if (UserFilter == nullptr) {
-      Ipg_Inform(kMsgNoUserFilter);
-      return 0;
-    }
-    ApplyFilter(UserFilter.get());
-    return 1;
-  case 502: DericheSmooth(); return 1;
-  case 503: DericheDerivative(); return 1;
-  case 505: return MedianThenNagao(ImaIn) ? 1 : 0;
-  case 506: Nagao_5_x_5(); return 1;
-  case 507: return LaplacianGaussian() ? 1 : 0;
-  case 508: Chi2(); return 1;
-  case 513: return LeeFilter() ? 1 : 0;
-  case 514: return EdgeDetection() ? 1 : 0;
-  case 515: return MeanFilter() ? 1 : 0;
-  case 516: return FrostFilter() ? 1 : 0;
-  case 517: return KuanFilter() ? 1 : 0;
-  case 504: return RunChain504() ? 1 : 0;
-  case 509: return SBF() ? 1 : 0;
-  case 510: return N_B_Filter() ? 1 : 0;
-  case 511: return SRAD() ? 1 : 0;
-  case 512: return AWMF() ? 1 : 0;
-  case 518: return SBF_DVW() ? 1 : 0;
-  case 519: return WSBF() ? 1 : 0;
-  case 520: return ADespeckling() ? 1 : 0;
-  case 521: return Filtre_Impuls() ? 1 : 0;
-  default: return 0;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools);
 }
 
 // The median of in, then the Nagao filter over the median's result; the chain

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/filtering/ipg_filter_virtual.h"
 #include "ipg/framework/tlinked_list.h"
 #include "ipg/framework/tlist.h"
@@ -56,6 +57,8 @@ public:
   // matrix, no gradient images, direction flag false.
   void SetDefaultParameters();
   int Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_FILTER_PROCESSING>& ClassInfo();
 
   // Convolution of the input by kernel into the output, both sides of the
   // kernel odd. Pixels nearer the edge than half the kernel keep the value the

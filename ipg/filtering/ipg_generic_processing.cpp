@@ -73,18 +73,32 @@ void IPG_GENERIC_PROCESSING::SetDefaultParameters()
   CheckIterative = false;
 }
 
+const IPG_CLASS_INFO<IPG_GENERIC_PROCESSING>& IPG_GENERIC_PROCESSING::ClassInfo()
+{
+  using C = IPG_GENERIC_PROCESSING;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {400, "MakeBinary", [](C& op) -> int { return op.MakeBinary(op.SeuilMin, op.BinaryType); }},
+      {401, "MakeBinary", [](C& op) -> int { return op.MakeBinary(op.SeuilMin, op.SeuilMax, op.BinaryType); }},
+      {402, "Resample", [](C& op) -> int { return op.Resample(); }},
+      {403, "DoubleThreshold", [](C& op) -> int { return op.DoubleThreshold(op.SeuilMin, op.SeuilMax, op.ThesholdType); }},
+      {404, "BinarizeByOtsu", [](C& op) -> int { return op.BinarizeByOtsu(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetSeuilMin>("SeuilMin", "0", "lower (or only) threshold"),
+      Ipg_Parameter<C, &C::SetSeuilMax>("SeuilMax", "16777216", "upper threshold"),
+      Ipg_Parameter<C, &C::SetBinaryType>("BinaryType", "1", "1: set above (or inside) the thresholds, -1 / other: the reverse"),
+      Ipg_Parameter<C, &C::SetThesholdType>("ThesholdType", "1", "DoubleThreshold: 1 clamp, -1 zero outside, other mark outside"),
+      Ipg_Parameter<C, &C::SetCheckIterative>("CheckIterative", "false", "stored only"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_GENERIC_PROCESSING", operations, parameters};
+  return info;
+}
+
 int IPG_GENERIC_PROCESSING::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_GENERIC_PROCESSING"))
     return 0;
-  switch (Tools) {
-  case 400: return MakeBinary(SeuilMin, BinaryType);
-  case 401: return MakeBinary(SeuilMin, SeuilMax, BinaryType);
-  case 402: return Resample();
-  case 403: return DoubleThreshold(SeuilMin, SeuilMax, ThesholdType);
-  case 404: return BinarizeByOtsu();
-  default: return 0;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools);
 }
 
 bool IPG_GENERIC_PROCESSING::InsideRoi(unsigned col, unsigned row) const

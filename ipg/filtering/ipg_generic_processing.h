@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 
 // Thresholding and resampling of one image into the caller's output image:
@@ -37,6 +38,8 @@ public:
   short GetBinaryTypeA() { return BinaryType; }
 
   int Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_GENERIC_PROCESSING>& ClassInfo();
   // 400: set where type * threshold <= type * v (type 1: v >= threshold; -1: v <= threshold).
   int MakeBinary(int threshold, short type);
   // 401: type 1 sets low <= v <= high; any other type sets the outside of the band.

@@ -57,11 +57,19 @@ IPG_HISTO::IPG_HISTO(const IPG_HISTO& source)
 
 IPG_HISTO::~IPG_HISTO() = default;
 
+const IPG_CLASS_INFO<IPG_HISTO>& IPG_HISTO::ClassInfo()
+{
+  using C = IPG_HISTO;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {1400, "ComputeHisto", [](C& op) -> int { return op.ComputeHisto(); }},
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_HISTO", operations, {}};
+  return info;
+}
+
 bool IPG_HISTO::Apply()
 {
-  if (Tools != kHistoTools)
-    return false;
-  return ComputeHisto();
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 bool IPG_HISTO::ComputeHisto()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_no_output.h"
 
 #include <cstddef>
@@ -25,6 +26,8 @@ public:
 
   // ComputeHisto() when Tools is 1400, else false.
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_HISTO>& ClassInfo();
   // Counts the values. An image-built histogram takes the image's recomputed
   // extremes at its first computation and keeps that range afterwards.
   bool ComputeHisto();

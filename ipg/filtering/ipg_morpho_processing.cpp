@@ -89,24 +89,41 @@ void IPG_MORPHO_PROCESSING::SetDefaultParameters()
   SetImageBorderType(0);
 }
 
+const IPG_CLASS_INFO<IPG_MORPHO_PROCESSING>& IPG_MORPHO_PROCESSING::ClassInfo()
+{
+  using C = IPG_MORPHO_PROCESSING;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {1100, "Dilate", [](C& op) -> int { return op.Dilate(op.GetDefineFilter()); }},
+      {1101, "Erode", [](C& op) -> int { return op.Erode(op.GetDefineFilter()); }},
+      {1102, "Open", [](C& op) -> int { return op.Open(op.GetDefineFilter()); }},
+      {1103, "Close", [](C& op) -> int { return op.Close(op.GetDefineFilter()); }},
+      {1104, "Erode", [](C& op) -> int { return op.UserElementCode(&C::Erode); }},
+      {1105, "Dilate", [](C& op) -> int { return op.UserElementCode(&C::Dilate); }},
+      {1106, "Open", [](C& op) -> int { return op.UserElementCode(&C::Open); }},
+      {1107, "Close", [](C& op) -> int { return op.UserElementCode(&C::Close); }},
+      {1108, "Skeleton", [](C& op) -> int { return op.Skeleton(); }},
+      {1109, "Thinning", [](C& op) -> int { return op.Thinning(); }},
+      {1110, "EnhancedImage", [](C& op) -> int { return op.EnhancedImage(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetDefinedFilter>("DefinedFilter", "200", "predefined structuring element (200 3x3 square, 201 cross, 203 5x5, 206 7x7, 209 11x11 disc...)"),
+      Ipg_Parameter<C>("UserFilter", IPG_VALUE_TYPE::Kernel, "", "user structuring element, row-major, non-zero = part of it",
+                        Ipg_SetUserKernel<C>),
+      Ipg_Parameter<C, &C::SetImageBorderType>("ImageBorderType", "0", "margin the element does not reach: 0/1 zero, 2 kept, 3 17000000"),
+      Ipg_Parameter<C, &C::SetTypeFunction>("TypeFunction", "3", "enhancement contrast function: 0 1-exp(-p1 c), 1 ln(p1 c+1), 2 tanh(p1 c), 3 c^(p2/p1)"),
+      Ipg_Parameter<C, &C::SetWindowSize>("WindowSize", "7", "enhancement window side, in pixels"),
+      Ipg_Parameter<C, &C::SetParamFct1>("ParamFct1", "2", "enhancement function parameter p1"),
+      Ipg_Parameter<C, &C::SetParamFct2>("ParamFct2", "1", "enhancement function parameter p2"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_MORPHO_PROCESSING", operations, parameters};
+  return info;
+}
+
 int IPG_MORPHO_PROCESSING::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_MORPHO_PROCESSING"))
     return 0;
-  switch (Tools) {
-  case 1100: return Dilate(GetDefineFilter());
-  case 1101: return Erode(GetDefineFilter());
-  case 1102: return Open(GetDefineFilter());
-  case 1103: return Close(GetDefineFilter());
-  case 1104: return UserElementCode(&IPG_MORPHO_PROCESSING::Erode);
-  case 1105: return UserElementCode(&IPG_MORPHO_PROCESSING::Dilate);
-  case 1106: return UserElementCode(&IPG_MORPHO_PROCESSING::Open);
-  case 1107: return UserElementCode(&IPG_MORPHO_PROCESSING::Close);
-  case 1108: return Skeleton();
-  case 1109: return Thinning();
-  case 1110: return EnhancedImage();
-  default: return 0;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools);
 }
 
 int IPG_MORPHO_PROCESSING::UserElementCode(int (IPG_MORPHO_PROCESSING::*operation)(IPG_FILTER*))
@@ -119,9 +136,9 @@ int IPG_MORPHO_PROCESSING::UserElementCode(int (IPG_MORPHO_PROCESSING::*operatio
   return (this->*operation)(element);
 }
 
-int IPG_MORPHO_PROCESSING::Erode(IPG_FILTER* element) { return RunScan(ImaIn, element, Ipg_MorphoKind::Erosion); }
+int IPG_MORPHO_PROCESSING::Erode(IPG_FILTER* element) { return RunScan(element, Ipg_MorphoKind::Erosion); }
 
-int IPG_MORPHO_PROCESSING::Dilate(IPG_FILTER* element) { return RunScan(ImaIn, element, Ipg_MorphoKind::Dilation); }
+int IPG_MORPHO_PROCESSING::Dilate(IPG_FILTER* element) { return RunScan(element, Ipg_MorphoKind::Dilation); }
 
 int IPG_MORPHO_PROCESSING::Open(IPG_FILTER* element)
 {
@@ -133,7 +150,7 @@ int IPG_MORPHO_PROCESSING::Close(IPG_FILTER* element)
   return RunTwoSteps(element, Ipg_MorphoKind::Dilation, Ipg_MorphoKind::Erosion);
 }
 
-int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ipg_MorphoKind kind)
+int IPG_MORPHO_PROCESSING::RunScan(IPG_FILTER* element, Ipg_MorphoKind kind)
 {
   if (ImaOut == nullptr) {
     Ipg_Inform(kIpgMsgNoOutput);
@@ -141,7 +158,7 @@ int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ip
   }
   if (element == nullptr || !OddAndPositive(element->GetSizeX()) || !OddAndPositive(element->GetSizeY()))
     return 0;
-  if (in == nullptr)
+  if (ImaIn == nullptr)
     return 0;
   PrepareOutputBorder(ImaOut);
   const int sizeX = element->GetSizeX(), sizeY = element->GetSizeY();
@@ -149,7 +166,7 @@ int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ip
   // Under a ROI both scans start at the top grey level: a dilation there never
   // yields less than 16777216, which ROI-driven callers rely on.
   const int init = Roi != nullptr ? kIpgMaxGrey : (kind == Ipg_MorphoKind::Erosion ? kIpgMarginValue : 0);
-  const Ipg_MorphoField field = Ipg_MorphoPrepare(*in, Roi, kind);
+  const Ipg_MorphoField field = Ipg_MorphoPrepare(*ImaIn, Roi, kind);
   std::vector<int> result(field.Values.size());
   if (sizeX * sizeY >= kFastPathArea && Ipg_MorphoIsFullRectangle(flags))
     Ipg_MorphoScanRectangle(field, sizeX, sizeY, kind, init, result.data());
@@ -170,12 +187,16 @@ int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ip
 
 int IPG_MORPHO_PROCESSING::RunTwoSteps(IPG_FILTER* element, Ipg_MorphoKind first, Ipg_MorphoKind second)
 {
-  if (RunScan(ImaIn, element, first) == 0)
+  if (RunScan(element, first) == 0)
     return 0;
-  const std::unique_ptr<DCM_STRUCT> intermediate = CopyOf(*ImaOut);
+  std::unique_ptr<DCM_STRUCT> intermediate = CopyOf(*ImaOut);
   if (!intermediate)
     return 0;
-  return RunScan(intermediate.get(), element, second);
+  DCM_STRUCT* const input = ImaIn;
+  ImaIn = intermediate.get();
+  const int result = RunScan(element, second);
+  ImaIn = input; // the intermediate dies here; the caller's input comes back
+  return result;
 }
 
 DCM_STRUCT* IPG_MORPHO_PROCESSING::ThinningFunction(DCM_STRUCT* image, IPG_FILTER* mask)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/filtering/ipg_filter_virtual.h"
 #include "ipg/filtering/ipg_morpho_scan.h"
 
@@ -50,6 +51,8 @@ public:
   // Defined kernel 200, Tools 1101, image border type 0.
   void SetDefaultParameters();
   int Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_MORPHO_PROCESSING>& ClassInfo();
 
   int Erode(IPG_FILTER* element);
   int Dilate(IPG_FILTER* element);
@@ -84,9 +87,7 @@ public:
   int GetParamFct2() const { return ParamFct2; }
 
 private:
-  // One scan of in into the output (the second step of an opening or a
-  // closing reads the first step's result).
-  int RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ipg_MorphoKind kind);
+  int RunScan(IPG_FILTER* element, Ipg_MorphoKind kind);
   int RunTwoSteps(IPG_FILTER* element, Ipg_MorphoKind first, Ipg_MorphoKind second);
   int UserElementCode(int (IPG_MORPHO_PROCESSING::*operation)(IPG_FILTER*));
 

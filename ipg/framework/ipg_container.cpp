@@ -20,6 +20,7 @@
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <vector>
 
 namespace {
 
@@ -63,9 +64,9 @@ bool ForHeldClass(int type, Action&& action)
   }
 }
 
-std::unique_ptr<DCM_STRUCT> DeepCopy(DCM_STRUCT* image)
+DCM_STRUCT* DeepCopy(DCM_STRUCT* image)
 {
-  return image != nullptr ? std::make_unique<DCM_STRUCT>(*image, true) : nullptr;
+  return image != nullptr ? new DCM_STRUCT(*image, true) : nullptr;
 }
 
 // The double result as a float; beyond the float range it becomes an infinity
@@ -79,6 +80,30 @@ float NarrowToFloat(double value)
 
 } // namespace
 
+std::span<const IPG_HELD_CLASS> Ipg_HeldClasses()
+{
+  static const std::vector<IPG_HELD_CLASS> classes = [] {
+    std::vector<IPG_HELD_CLASS> list;
+    for (int type = kIpgClassEmpty; type <= kIpgClassChangeDynamic; ++type)
+      ForHeldClass(type, [&](auto held) {
+        list.push_back({type, decltype(held)::Class::ClassInfo().Name});
+        return true;
+      });
+    return list;
+  }();
+  return classes;
+}
+
+IPG_ONE_INPUT_NO_OUTPUT* Ipg_HeldOperator(void* op, int type)
+{
+  IPG_ONE_INPUT_NO_OUTPUT* base = nullptr;
+  ForHeldClass(type, [&](auto held) {
+    base = static_cast<typename decltype(held)::Class*>(op);
+    return true;
+  });
+  return op != nullptr ? base : nullptr;
+}
+
 IPG_CONTAINER::IPG_CONTAINER() = default;
 
 IPG_CONTAINER::IPG_CONTAINER(IPG_CONTAINER* source)
@@ -86,8 +111,8 @@ IPG_CONTAINER::IPG_CONTAINER(IPG_CONTAINER* source)
   if (source == nullptr)
     return;
   SetIpgContainer(source->Operator, source->ClassType);
-  ReplaceOwnedImage(RoiImage, source->RoiImage.get());
-  ReplaceOwnedImage(ResultImage, source->ResultImage.get());
+  ReplaceOwnedImage(RoiImage, source->RoiImage);
+  ReplaceOwnedImage(ResultImage, source->ResultImage);
   ImageIn = source->ImageIn;
   SecondImageIn = source->SecondImageIn;
 }
@@ -95,6 +120,11 @@ IPG_CONTAINER::IPG_CONTAINER(IPG_CONTAINER* source)
 IPG_CONTAINER::~IPG_CONTAINER()
 {
   DeleteIpgContainer();
+  delete ResultImage;
+  delete RoiImage;
+  Operator = nullptr;
+  RoiImage = nullptr;
+  ResultImage = nullptr;
 }
 
 bool IPG_CONTAINER::SetIpgContainer(void* op, int type)
@@ -126,9 +156,9 @@ bool IPG_CONTAINER::SetIpgContainer(void* op, int type)
     }
     if (temp->GetRoi() != nullptr)
       ReplaceOwnedImage(RoiImage, temp->GetRoi());
-    own->SetRoi(RoiImage.get());
+    own->SetRoi(RoiImage);
     if constexpr (decltype(held)::HasOutput)
-      own->SetImaOut(ResultImage.get());
+      own->SetImaOut(ResultImage);
     ImageIn = temp->GetImaIn();
     own->SetImaIn(ImageIn);
     Operator = own.release();
@@ -171,41 +201,50 @@ bool IPG_CONTAINER::SetImageROI(DCM_STRUCT* image)
 
 bool IPG_CONTAINER::Apply()
 {
-  // Checked before the result image is made from the ROI: the held operator
-  // would otherwise receive an output of the ROI's size.
-  if (!Ipg_RoiFitsImage(ImageIn, RoiImage.get(), "IPG_CONTAINER"))
-    return false;
-  if (ResultImage == nullptr)
-    ResultImage = DeepCopy(RoiImage != nullptr ? RoiImage.get() : ImageIn);
-  if (Operator == nullptr)
-    return false;
-
-  return ForHeldClass(ClassType, [&](auto held) {
-    using Traits = decltype(held);
-    auto& op = *static_cast<typename Traits::Class*>(Operator);
-    if constexpr (Traits::OutputIsSecondInput)
-      ReplaceOwnedImage(ResultImage, SecondImageIn);
-    if constexpr (!Traits::KeepsOwnMode)
-      op.SetMode(kContainerMode);
-    op.SetImaIn(ImageIn);
-    if constexpr (Traits::TakesSecondInput)
-      op.SetInSecond(SecondImageIn);
-    op.SetRoi(RoiImage.get());
-    if constexpr (Traits::HasOutput) {
-      if (Traits::UsesArithmeticPrecision && ResultImage != nullptr)
-        ResultImage->Data->SetPrecision(kArithmeticPrecision);
-      op.SetImaOut(ResultImage.get());
+  // The copies of the input and the ROI fail as the held operator's own
+  // allocations do.
+  return Ipg_FailOnAllocation([this]() -> bool {
+    // Checked before the result image is made from the ROI: the held operator
+    // would otherwise receive an output of the ROI's size.
+    if (!Ipg_RoiFitsImage(ImageIn, RoiImage, "IPG_CONTAINER"))
+      return false;
+    if (ResultImage == nullptr) {
+      ResultImage = DeepCopy(ImageIn);
+      if (RoiImage != nullptr) {
+        delete ResultImage;
+        ResultImage = DeepCopy(RoiImage);
+      }
     }
-    const bool applied = static_cast<bool>(op.Apply());
-    if constexpr (Traits::KeepsNumericalResult)
-      NumericalResult = NarrowToFloat(op.GetResult());
-    return applied;
-  });
+    if (Operator == nullptr)
+      return false;
+
+    return ForHeldClass(ClassType, [&](auto held) {
+      using Traits = decltype(held);
+      auto& op = *static_cast<typename Traits::Class*>(Operator);
+      if constexpr (Traits::OutputIsSecondInput)
+        ReplaceOwnedImage(ResultImage, SecondImageIn);
+      if constexpr (!Traits::KeepsOwnMode)
+        op.SetMode(kContainerMode);
+      op.SetImaIn(ImageIn);
+      if constexpr (Traits::TakesSecondInput)
+        op.SetInSecond(SecondImageIn);
+      op.SetRoi(RoiImage);
+      if constexpr (Traits::HasOutput) {
+        if (Traits::UsesArithmeticPrecision && ResultImage != nullptr)
+          ResultImage->Data->SetPrecision(kArithmeticPrecision);
+        op.SetImaOut(ResultImage);
+      }
+      const bool applied = static_cast<bool>(op.Apply());
+      if constexpr (Traits::KeepsNumericalResult)
+        NumericalResult = NarrowToFloat(op.GetResult());
+      return applied;
+    });
+  }) != 0;
 }
 
 DCM_STRUCT* IPG_CONTAINER::GetResult()
 {
-  return DeepCopy(ResultImage.get()).release();
+  return DeepCopy(ResultImage);
 }
 
 void IPG_CONTAINER::DeleteIpgContainer()
@@ -221,11 +260,13 @@ void IPG_CONTAINER::DeleteIpgContainer()
 }
 
 // Replaces an owned image by a deep copy of source (null for null).
-void IPG_CONTAINER::ReplaceOwnedImage(std::unique_ptr<DCM_STRUCT>& owned, DCM_STRUCT* source)
+void IPG_CONTAINER::ReplaceOwnedImage(DCM_STRUCT*& owned, DCM_STRUCT* source)
 {
-  std::unique_ptr<DCM_STRUCT> copy = DeepCopy(source);
-  RepointOperator(owned.get(), copy.get());
-  owned = std::move(copy);
+  DCM_STRUCT* copy = DeepCopy(source);
+  DCM_STRUCT* old = owned;
+  owned = copy;
+  RepointOperator(old, copy);
+  delete old;
 }
 
 // The held operator never keeps a pointer to an image the container has freed:

@@ -1,8 +1,9 @@
 #pragma once
 
-#include <memory>
+#include <span>
 
 class DCM_STRUCT;
+class IPG_ONE_INPUT_NO_OUTPUT;
 
 // Class-type codes of the operator that an IPG_CONTAINER holds.
 constexpr int kIpgClassEmpty = 20000;
@@ -20,6 +21,18 @@ constexpr int kIpgClassFftTwoInputs = 20011;          // IPG_FFT_TWO_INPUTS
 constexpr int kIpgClassUnused = 20012;                // no class
 constexpr int kIpgClassConvertBinaryToObject = 20013; // IPG_CONVERT_BINARY_TO_OBJECT
 constexpr int kIpgClassChangeDynamic = 20014;         // IPG_CHANGE_DYNAMIC
+
+// One class that IPG_CONTAINER holds: its class-type code and its name.
+struct IPG_HELD_CLASS {
+  int ClassType;
+  const char* Name;
+};
+
+// Every class that IPG_CONTAINER holds, by increasing class-type code.
+std::span<const IPG_HELD_CLASS> Ipg_HeldClasses();
+// The operator at op, of the class of `type`, seen through the root base class
+// that carries the code, the mode and the result; null for a code without a class.
+IPG_ONE_INPUT_NO_OUTPUT* Ipg_HeldOperator(void* op, int type);
 
 // Holds any one operator behind a single interface, so that a host can keep,
 // copy, re-run and delete operators without knowing their classes. The
@@ -52,7 +65,7 @@ public:
 
   int GetIpgClassType() const { return ClassType; }
   void* GetIPGClassAddress() const { return Operator; }
-  DCM_STRUCT* GetBinaryRoi() const { return RoiImage.get(); }
+  DCM_STRUCT* GetBinaryRoi() const { return RoiImage; }
   DCM_STRUCT* GetInImageAddress() const { return ImageIn; }
   DCM_STRUCT* GetSecondImageIn() const { return SecondImageIn; }
 
@@ -72,13 +85,13 @@ public:
   void DeleteIpgContainer();
 
 private:
-  void ReplaceOwnedImage(std::unique_ptr<DCM_STRUCT>& owned, DCM_STRUCT* source);
+  void ReplaceOwnedImage(DCM_STRUCT*& owned, DCM_STRUCT* source);
   void RepointOperator(DCM_STRUCT* old, DCM_STRUCT* now);
 
   int ClassType = kIpgClassEmpty;
   void* Operator = nullptr;
-  std::unique_ptr<DCM_STRUCT> RoiImage;
-  std::unique_ptr<DCM_STRUCT> ResultImage;
+  DCM_STRUCT* RoiImage = nullptr;
+  DCM_STRUCT* ResultImage = nullptr;
   DCM_STRUCT* ImageIn = nullptr;
   DCM_STRUCT* SecondImageIn = nullptr;
   float NumericalResult = 0.0f;

@@ -1,7 +1,6 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/internal/ipg_pixel_conversion.h"
 #include "mth/mth_complex_buffer.h"
 #include "mth/mth_fft.h"
 
@@ -32,6 +31,17 @@ bool LoadAndTransform(DCM_STRUCT* in, MTH_COMPLEX_BUFFER& buffer)
   return Mth_FFT2D(buffer.Get(), cols, rows, 1);
 }
 
+int ClampToInt(long double v)
+{
+  if (std::isnan(v))
+    return 0;
+  if (v >= static_cast<long double>(INT_MAX))
+    return INT_MAX;
+  if (v <= static_cast<long double>(INT_MIN))
+    return INT_MIN;
+  return static_cast<int>(v); // truncation toward zero
+}
+
 } // namespace
 
 IPG_FFT_ONE_INPUT::IPG_FFT_ONE_INPUT(DCM_STRUCT* in, DCM_STRUCT* out)
@@ -52,18 +62,28 @@ void IPG_FFT_ONE_INPUT::SetDefaultParameters()
   Threshold = 0;
 }
 
+const IPG_CLASS_INFO<IPG_FFT_ONE_INPUT>& IPG_FFT_ONE_INPUT::ClassInfo()
+{
+  using C = IPG_FFT_ONE_INPUT;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {1202, "FourierLowPass", [](C& op) -> int { return op.FourierLowPass(); }},
+      {1203, "FourierHighPass", [](C& op) -> int { return op.FourierHighPass(); }},
+      {1210, "GetReal", [](C& op) -> int { return op.GetReal(); }},
+      {1211, "GetImaginary", [](C& op) -> int { return op.GetImaginary(); }},
+      {1212, "GetPhaseDeg", [](C& op) -> int { return op.GetPhaseDeg(); }},
+      {1213, "GetPhaseRad", [](C& op) -> int { return op.GetPhaseRad(); }},
+      {1216, "GetModule", [](C& op) -> int { return op.GetModule(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetThreshold>("Threshold", "0", "half-width of the zeroed band of coefficients"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_FFT_ONE_INPUT", operations, parameters};
+  return info;
+}
+
 bool IPG_FFT_ONE_INPUT::Apply()
 {
-  switch (Tools) {
-  case 1202: return FourierLowPass();
-  case 1203: return FourierHighPass();
-  case 1210: return GetReal();
-  case 1211: return GetImaginary();
-  case 1212: return GetPhaseDeg();
-  case 1213: return GetPhaseRad();
-  case 1216: return GetModule();
-  default: return false;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 template <typename Zero>
@@ -168,11 +188,11 @@ bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
     const long double y = im[k] * 0.1L;
     if (kind == Derived::Module) {
       const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
-      out[k] = s == 0 ? 0 : Ipg_TruncateTowardZero(std::sqrt(static_cast<long double>(s)) * 10);
+      out[k] = s == 0 ? 0 : ClampToInt(std::sqrt(static_cast<long double>(s)) * 10);
     } else {
       const long double angle = re[k] == 0 ? std::atan(0.0L) : std::atan(y / x);
       // Stored in tenths under a precision of 100: phase images are read that way.
-      out[k] = kind == Derived::PhaseDeg ? Ipg_TruncateTowardZero(angle * 180 * (1 / kPi) * 10) : Ipg_TruncateTowardZero(angle * 10);
+      out[k] = kind == Derived::PhaseDeg ? ClampToInt(angle * 180 * (1 / kPi) * 10) : ClampToInt(angle * 10);
     }
   }
   ImaOut->Data->SetMin();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 
 // Fourier filtering and spectra of one image, through Mth_FFT2D on a
@@ -34,6 +35,8 @@ public:
   // Tools 1210, Threshold 0.
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_FFT_ONE_INPUT>& ClassInfo();
 
   bool FourierLowPass();  // 1202
   bool FourierHighPass(); // 1203

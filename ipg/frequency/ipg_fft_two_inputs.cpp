@@ -1,7 +1,6 @@
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/internal/ipg_guard.h"
 #include "mth/mth_complex_buffer.h"
@@ -15,6 +14,17 @@
 #include <memory>
 
 namespace {
+
+int ClampToInt(long double v)
+{
+  if (std::isnan(v))
+    return 0;
+  if (v >= static_cast<long double>(INT_MAX))
+    return INT_MAX;
+  if (v <= static_cast<long double>(INT_MIN))
+    return INT_MIN;
+  return static_cast<int>(v); // truncation toward zero
+}
 
 // A centred spectral part (1210 real, 1211 imaginary) of source, in a new
 // image; null when the transform failed or the host cancelled the chain.
@@ -44,15 +54,22 @@ IPG_FFT_TWO_INPUTS::IPG_FFT_TWO_INPUTS(const IPG_FFT_TWO_INPUTS&) : IPG_TWO_INPU
 
 void IPG_FFT_TWO_INPUTS::SetDefaultParameters() { Tools = 1300; }
 
+const IPG_CLASS_INFO<IPG_FFT_TWO_INPUTS>& IPG_FFT_TWO_INPUTS::ClassInfo()
+{
+  using C = IPG_FFT_TWO_INPUTS;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {1300, "GetPhaseDifference", [](C& op) -> int { return op.GetPhaseDifference(); }},
+      {1301, "GetInverseFromRealImag", [](C& op) -> int { return op.GetInverseFromRealImag(); }},
+      {1302, "GetInverseFromPhaseModule", [](C& op) -> int { return op.GetInverseFromPhaseModule(); }},
+      {1303, "GetMagnitudeDifference", [](C& op) -> int { return op.GetMagnitudeDifference(); }},
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_FFT_TWO_INPUTS", operations, {}};
+  return info;
+}
+
 bool IPG_FFT_TWO_INPUTS::Apply()
 {
-  switch (Tools) {
-  case 1300: return GetPhaseDifference();
-  case 1301: return GetInverseFromRealImag();
-  case 1302: return GetInverseFromPhaseModule();
-  case 1303: return GetMagnitudeDifference();
-  default: return false;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 bool IPG_FFT_TWO_INPUTS::Rebuild(Pair pair)
@@ -105,11 +122,11 @@ bool IPG_FFT_TWO_INPUTS::Compare(Comparison kind)
       const long double crossRe = re1 * re2 + im1 * im2;
       const long double crossIm = im1 * re2 - re1 * im2;
       const long double angle = crossRe == 0 ? 0.0L : std::atan(crossIm / crossRe);
-      out[k] = Ipg_TruncateTowardZero(angle * 100);
+      out[k] = ClampToInt(angle * 100);
     } else {
       const long double re1 = a[k] / 10.0L, im1 = b[k] / 10.0L, re2 = c[k] / 10.0L, im2 = d[k] / 10.0L;
       const long double difference = std::sqrt(re1 * re1 + im1 * im1) - std::sqrt(re2 * re2 + im2 * im2);
-      out[k] = Ipg_TruncateTowardZero(difference * 10);
+      out[k] = ClampToInt(difference * 10);
     }
   }
   ImaOut->Data->SetMin();

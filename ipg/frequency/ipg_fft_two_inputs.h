@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_two_inputs_one_output.h"
 
 // Fourier operations on two images of the same size (the first input's size
@@ -33,6 +34,8 @@ public:
   // Tools 1300.
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_FFT_TWO_INPUTS>& ClassInfo();
 
   bool GetPhaseDifference();        // 1300
   bool GetInverseFromRealImag();    // 1301

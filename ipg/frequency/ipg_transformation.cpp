@@ -1,9 +1,8 @@
 #include "ipg/frequency/ipg_transformation.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_pixel_conversion.h"
-#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -77,21 +76,46 @@ void IPG_TRANSFORMATION::SetDefaultParameters()
   Tools = 601;
 }
 
+const IPG_CLASS_INFO<IPG_TRANSFORMATION>& IPG_TRANSFORMATION::ClassInfo()
+{
+  using C = IPG_TRANSFORMATION;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {600, "Translation", [](C& op) -> int { return op.Translation(op.enX, op.enY); }},
+      {601, "Rotation", [](C& op) -> int { return op.Rotation(op.Angle); }},
+      {603, "RigideTransformation", [](C& op) -> int { return op.RigideTransformation(op.Angle, op.enX, op.enY); }},
+      {604, "ApplyWavelet", [](C& op) -> int { return op.ApplyWavelet(); }},
+      {605, "HoughTransformation", [](C& op) -> int { return op.HoughTransformation(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetAngle>("Angle", "3.141592653589793", "rotation angle in radians (default pi)"),
+      Ipg_Parameter<C, &C::SetenX>("enX", "0", "translation along the columns"),
+      Ipg_Parameter<C, &C::SetenY>("enY", "0", "translation along the rows"),
+      Ipg_Parameter<C>("Centre", IPG_VALUE_TYPE::RealPoint, "", "centre of rotation as column,row (default: the image middle)",
+                        [](C& op, const IPG_VALUE& value) {
+                          const IPG_REAL_POINT& centre = std::get<IPG_REAL_POINT>(value);
+                          op.SetCentre(centre.X, centre.Y);
+                        }),
+      Ipg_Parameter<C, &C::SetWaveletLevel>("WaveletLevel", "2", "compression factor: transform down to cols / level"),
+      Ipg_Parameter<C, &C::SetWaveletMethod>("WaveletMethod", "0", "0 Daubechies-4, otherwise the 12-tap general transform"),
+      Ipg_Parameter<C, &C::SetWaveletRate>("WaveletRate", "0", "compression rate (kept, not read by the compression)"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_TRANSFORMATION", operations, parameters};
+  return info;
+}
+
 bool IPG_TRANSFORMATION::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_TRANSFORMATION"))
     return false;
-  switch (Tools) {
-  case 600: return Translation(enX, enY);
-  case 601: return Rotation(Angle);
-  case 603: return RigideTransformation(Angle, enX, enY);
-  case 604: return ApplyWavelet();
-  case 605: return HoughTransformation();
-  default: return false;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 // ---------------------------------------------------------------- geometry
+
+bool IPG_TRANSFORMATION::InsideRoi(unsigned col, unsigned row) const
+{
+  return Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
+}
 
 bool IPG_TRANSFORMATION::Resample(double angle, double dx, double dy)
 {
@@ -107,7 +131,7 @@ bool IPG_TRANSFORMATION::Resample(double angle, double dx, double dy)
   const double cosA = std::cos(angle), sinA = std::sin(angle);
   for (unsigned r = 0; r < rows; ++r)
     for (unsigned c = 0; c < cols; ++c) {
-      if (!Ipg_InsideRoi(Roi, c, r)) {
+      if (!InsideRoi(c, r)) {
         ImaOut->Data->SetValue(c, r, in.GetValue(c, r));
         continue;
       }
@@ -150,7 +174,7 @@ bool IPG_TRANSFORMATION::HoughTransformation()
   for (unsigned r = 0; r < inRows; ++r)
     for (unsigned c = 0; c < inCols; ++c) {
       const int v = ImaIn->Data->GetValue(c, r);
-      if (v <= 0 || Ipg_IsMark(v) || !Ipg_InsideRoi(Roi, c, r))
+      if (v <= 0 || v > kIpgMaxGrey || !InsideRoi(c, r))
         continue;
       for (unsigned j = 0; j < angles; ++j) {
         const double rho = (c - cx) * cosT[j] + (r - cy) * sinT[j];
@@ -161,7 +185,7 @@ bool IPG_TRANSFORMATION::HoughTransformation()
     }
   for (unsigned i = 0; i < distances; ++i)
     for (unsigned j = 0; j < angles; ++j)
-      ImaOut->Data->SetValue(j, i, Ipg_SaturateToInt(votes[std::size_t{i} * angles + j]));
+      ImaOut->Data->SetValue(j, i, static_cast<int>(std::min<std::int64_t>(votes[std::size_t{i} * angles + j], INT32_MAX)));
   return ApplyModeToOutImage();
 }
 

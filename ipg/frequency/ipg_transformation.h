@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 
 #include <vector>
@@ -63,6 +64,8 @@ public:
   // Angle pi, enX = enY = 0, WaveletLevel 2, WaveletMethod 0, Tools 601.
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_TRANSFORMATION>& ClassInfo();
 
   bool Translation(double dx, double dy);                       // 600
   bool Rotation(double angle);                                  // 601
@@ -96,6 +99,7 @@ public:
 
 private:
   bool Resample(double angle, double dx, double dy);
+  bool InsideRoi(unsigned col, unsigned row) const;
 
   short WaveletLevel = 2;
   short WaveletMethod = 0;

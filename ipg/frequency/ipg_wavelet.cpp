@@ -2,7 +2,6 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_message.h"
 #include "mth/mth_regression.h"
@@ -13,6 +12,10 @@
 #include <cstddef>
 
 namespace {
+
+constexpr const char* kMsgNoInput = "Pas d'image d'entrée!";
+constexpr const char* kMsgBadDerivation = "Mauvais choix de type de dérivation";
+constexpr const char* kMsgZeroDeterminant = "Aïe, déterminant nul!!";
 
 const double kPi = std::acos(-1.0);
 constexpr float kSmallestMaximum = 0.000001f;
@@ -70,16 +73,33 @@ void IPG_WAVELET::SetDefaultParameters()
   Tools = 1800;
 }
 
+const IPG_CLASS_INFO<IPG_WAVELET>& IPG_WAVELET::ClassInfo()
+{
+  using C = IPG_WAVELET;
+  // 1803 to 1805, the discrete transforms, are not provided.
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {1800, "ComputeOfWaveletTransformByBSpline", [](C& op) -> int { return op.ComputeOfWaveletTransformByBSpline(); }},
+      {1801, "ComputeOfHolderExponentByWaveletTransform", [](C& op) -> int { return op.ComputeOfHolderExponentByWaveletTransform(); }},
+      {1802, "ComputeHolderExponentAllPixel", [](C& op) -> int { return op.ComputeHolderExponentAllPixel(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetNbConvolution>("NbConvolution", "8", "number of scales S"),
+      Ipg_Parameter<C, &C::SetThreshold>("Threshold", "-1", "modulus threshold of scale 0 for code 1801 (-1: none)"),
+      Ipg_Parameter<C, &C::SetNameWavelet>("NameWavelet", "0", "wavelet of the discrete transforms (not provided)"),
+      Ipg_Parameter<C, &C::SetNbScale>("NbScale", "2", "scales of the discrete transforms (not provided)"),
+      Ipg_Parameter<C, &C::SetScale>("Scale", "0", "scale index of the discrete transforms (not provided)"),
+      Ipg_Parameter<C, &C::SetThrFactor>("ThrFactor", "2", "denoising threshold factor (not provided)"),
+      Ipg_Parameter<C, &C::SetWindowSize>("WindowSize", "5", "denoising neighbourhood size (not provided)"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_WAVELET", operations, parameters};
+  return info;
+}
+
 int IPG_WAVELET::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_WAVELET"))
     return 0;
-  switch (Tools) {
-  case 1800: return ComputeOfWaveletTransformByBSpline();
-  case 1801: return ComputeOfHolderExponentByWaveletTransform();
-  case 1802: return ComputeHolderExponentAllPixel();
-  default: return 0; // 1803 to 1805, the discrete transforms, are not provided
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools);
 }
 
 // ---------------------------------------------------------------- helpers
@@ -144,7 +164,7 @@ int IPG_WAVELET::WaveletDerivation(float** out, float* in, int cols, int rows, i
       }
     return 0;
   default:
-    Ipg_Inform(kIpgMsgBadDerivation);
+    Ipg_Inform(kMsgBadDerivation);
     return -1;
   }
 }
@@ -266,7 +286,7 @@ int IPG_WAVELET::ComputeChain(float** slots, int cols, int rows, float** chain, 
   }
   const double D = L * Sxx - Sx * Sx;
   if (D == 0) {
-    Ipg_Inform(kIpgMsgZeroDeterminant);
+    Ipg_Inform(kMsgZeroDeterminant);
     return -1;
   }
   if (slots == nullptr || chain == nullptr || alpha == nullptr || cols <= 0 || rows <= 0 || S > kMaxScales)
@@ -330,7 +350,7 @@ int IPG_WAVELET::ComputeChain(float** slots, int cols, int rows, float** chain, 
 bool IPG_WAVELET::ReadInput(std::vector<float>& image)
 {
   if (ImaIn == nullptr) {
-    Ipg_Inform(kIpgMsgNoInputImage);
+    Ipg_Inform(kMsgNoInput);
     return false;
   }
   Cols = static_cast<int>(ImaIn->GetNbOfCols());

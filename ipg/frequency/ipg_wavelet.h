@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_two_inputs_one_output.h"
 
 #include <memory>
@@ -81,6 +82,8 @@ public:
   // EnsWf null, ThrFactor 2.0, WindowSize 5, Tools 1800.
   void SetDefaultParameters();
   int Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_WAVELET>& ClassInfo();
 
   int ComputeOfWaveletTransformByBSpline();        // 1800
   int ComputeOfHolderExponentByWaveletTransform(); // 1801

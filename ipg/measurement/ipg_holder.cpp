@@ -2,8 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_holder_fast_measures.h"
-#include "ipg/internal/ipg_messages.h"
+#include "ipg/measurement/ipg_holder_fast_measures.h"
 #include "ipg/ui/ipg_message.h"
 #include "mth/mth_matrix.h"
 
@@ -20,6 +19,8 @@ constexpr double kSmallestMeasure = 1e-10; // layers 0 and R must exceed it
 constexpr double kSmallestPositive = 1e-7; // floor of the minimum measure
 constexpr double kIsoThreshold = 2.0;
 constexpr double kPowExponent = 2.0;
+// This operator's wording ("en", not "d'") is the one hosts match on.
+constexpr const char* kMsgNoInput = "Pas d'image en entrée!";
 
 // One scratch buffer for every measure, grown to the largest window gathered.
 double* Scratch(std::size_t n)
@@ -169,19 +170,33 @@ void IPG_HOLDER::SetDefaultParameters()
   Holder.clear();
 }
 
+const IPG_CLASS_INFO<IPG_HOLDER>& IPG_HOLDER::ClassInfo()
+{
+  using C = IPG_HOLDER;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {1900, "ComputeHolderByCapacityMeasure", [](C& op) -> int { return op.ComputeHolderByCapacityMeasure(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetMeasType>("MeasType", "0", "capacity measure 1-15: max, mean, min, raw 2nd moment, iso fraction, raw asymmetry, contrast, "
+                                                "rho, power, front max, front min, normalised difference hori, vert, min, max"),
+      Ipg_Parameter<C, &C::SetWindowSize>("WindowSize", "0", "largest window width, 3 or more (radii 0 to WindowSize/2)"),
+      Ipg_Parameter<C, &C::SetFastPath>("FastPath", "true", "summed-area tables instead of visiting every window (default true)"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_HOLDER", operations, parameters};
+  return info;
+}
+
 bool IPG_HOLDER::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_HOLDER"))
     return false;
-  if (Tools == kHolderCode)
-    return ComputeHolderByCapacityMeasure();
-  return false;
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 bool IPG_HOLDER::ComputeHolderByCapacityMeasure()
 {
   if (ImaIn == nullptr || ImaIn->Data == nullptr) {
-    Ipg_Inform(kIpgMsgNoImageAsInput);
+    Ipg_Inform(kMsgNoInput);
     return false;
   }
   const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());

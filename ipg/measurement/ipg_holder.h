@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_no_output.h"
 
 #include <vector>
@@ -41,6 +42,8 @@ public:
   void SetDefaultParameters();
   // 1900 runs ComputeHolderByCapacityMeasure(); any other code returns false.
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_HOLDER>& ClassInfo();
   // Shows "Pas d'image en entrée!" and returns false without an input image.
   bool ComputeHolderByCapacityMeasure();
 

@@ -2,10 +2,9 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
-#include "ipg/internal/ipg_fractal_measures.h"
+#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_messages.h"
-#include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_fractal_measures.h"
 #include "ipg/measurement/ipg_holder.h"
 #include "ipg/ui/ipg_message.h"
 
@@ -15,9 +14,9 @@
 
 namespace {
 
-// The extremes start just outside the grey levels.
-constexpr int kMinStart = kIpgMaxGrey + 1;
-constexpr int kMaxStart = -(kIpgMaxGrey - 1);
+constexpr const char* kMsgNegativeVariance = "problème : variance négative";
+constexpr int kMinStart = 16777217;
+constexpr int kMaxStart = -16777215;
 
 } // namespace
 
@@ -92,28 +91,53 @@ void IPG_STATISTIC1::SetImaIn(DCM_STRUCT* image)
   VarianceValue = kNotComputed;
 }
 
+const IPG_CLASS_INFO<IPG_STATISTIC1>& IPG_STATISTIC1::ClassInfo()
+{
+  using C = IPG_STATISTIC1;
+  // 3 and 5 are free.
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {0, "AverageGL", [](C& op) -> int { return op.AverageGL(); }},
+      {1, "EstimateNoisePercent", [](C& op) -> int { return op.EstimateNoisePercent(); }},
+      {2, "SignalToNoiseRatio", [](C& op) -> int { return op.SignalToNoiseRatio(); }},
+      {4, "MinMaxGL", [](C& op) -> int { return op.MinMaxGL(); }},
+      {6, "BasicStats", [](C& op) -> int { return op.BasicStats(); }},
+      {7, "FractalDimensionByBoxMethod", [](C& op) -> int { return op.FractalDimensionByBoxMethod(); }},
+      {8, "FractalDimensionByDBCMethod", [](C& op) -> int { return op.FractalDimensionByDBCMethod(); }},
+      {9, "MinGL", [](C& op) -> int { return op.MinGL(); }},
+      {10, "MaxGL", [](C& op) -> int { return op.MaxGL(); }},
+      {11, "Variance", [](C& op) -> int { return op.Variance(); }},
+      {12, "StdDeviation", [](C& op) -> int { return op.StdDeviation(); }},
+      {13, "NumberOfPixels", [](C& op) -> int { return op.NumberOfPixels(); }},
+      {14, "HolderSpectral", [](C& op) -> int { return op.HolderSpectral(); }},
+      {15, "MultiFractalDimension", [](C& op) -> int { return op.MultiFractalDimension(); }},
+      {16, "SumOfPixels", [](C& op) -> int { return op.SumOfPixels(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetBoxSize>("BoxSize", "64", "largest box side of the fractal measures (default 64)"),
+      Ipg_Parameter<C, &C::SetQMin>("QMin", "-5", "first q of the multifractal spectrum (default -5)"),
+      Ipg_Parameter<C, &C::SetQMax>("QMax", "5", "last q of the multifractal spectrum (default 5)"),
+      Ipg_Parameter<C, &C::SetQStep>("QStep", "1", "step of q (default 1)"),
+      Ipg_Parameter<C, &C::SetHolderMeasType>("HolderMeasType", "2", "IPG_HOLDER capacity measure 1-15 (default 2)"),
+      Ipg_Parameter<C, &C::SetHolderWindowSize>("HolderWindowSize", "5", "IPG_HOLDER largest window (default 5)"),
+      Ipg_Parameter<C, &C::SetHolderBins>("HolderBins", "20", "classes of the Hölder spectrum (default 20)"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_STATISTIC1", operations, parameters};
+  return info;
+}
+
 bool IPG_STATISTIC1::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_STATISTIC1"))
     return false;
-  switch (Tools) {
-  case 0: return AverageGL();
-  case 1: return EstimateNoisePercent();
-  case 2: return SignalToNoiseRatio();
-  case 4: return MinMaxGL();
-  case 6: return BasicStats();
-  case 7: return FractalDimensionByBoxMethod();
-  case 8: return FractalDimensionByDBCMethod();
-  case 9: return MinGL();
-  case 10: return MaxGL();
-  case 11: return Variance();
-  case 12: return StdDeviation();
-  case 13: return NumberOfPixels();
-  case 14: return HolderSpectral();
-  case 15: return MultiFractalDimension();
-  case 16: return SumOfPixels();
-  default: return false; // 3 and 5 are free
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
+}
+
+bool IPG_STATISTIC1::Selected(unsigned col, unsigned row) const
+{
+  if (ImaIn->Data->GetValue(col, row) > kIpgMaxGrey)
+    return false;
+  // A ROI image smaller than the input reads 0 outside itself: excluded.
+  return Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
 }
 
 short IPG_STATISTIC1::Precision() const
@@ -137,7 +161,7 @@ bool IPG_STATISTIC1::AverageGL()
   int count = 0;
   for (unsigned short row = 0; row < rows; ++row)
     for (unsigned short col = 0; col < cols; ++col)
-      if (Ipg_CountedPixel(ImaIn, Roi, col, row)) {
+      if (Selected(col, row)) {
         sum += ImaIn->Data->GetValue(col, row);
         ++count;
       }
@@ -155,7 +179,7 @@ bool IPG_STATISTIC1::SumOfPixels()
   double sum = 0.0;
   for (unsigned short row = 0; row < rows; ++row)
     for (unsigned short col = 0; col < cols; ++col)
-      if (Ipg_CountedPixel(ImaIn, Roi, col, row))
+      if (Selected(col, row))
         sum += ImaIn->Data->GetValue(col, row);
   Result = Scaled(sum);
   return true;
@@ -171,7 +195,7 @@ bool IPG_STATISTIC1::MinMaxGL()
   int mx = kMaxStart;
   for (unsigned short row = 0; row < rows; ++row)
     for (unsigned short col = 0; col < cols; ++col)
-      if (Ipg_CountedPixel(ImaIn, Roi, col, row)) {
+      if (Selected(col, row)) {
         const int v = ImaIn->Data->GetValue(col, row);
         if (v < mn)
           mn = v;
@@ -204,10 +228,9 @@ bool IPG_STATISTIC1::NoiseSums(double& signal, double& noise)
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   auto add = [&](int col, int row) {
-    const int raw = ImaIn->Data->GetValue(col, row);
-    if (Ipg_IsMark(raw))
+    const double in = ImaIn->Data->GetValue(col, row);
+    if (in > kIpgMaxGrey)
       return;
-    const double in = raw;
     const double s = smoothed.Data->GetValue(col, row);
     signal += s * s;
     noise += (in - s) * (in - s);
@@ -219,7 +242,7 @@ bool IPG_STATISTIC1::NoiseSums(double& signal, double& noise)
   } else {
     for (int row = 0; row < rows; ++row)
       for (int col = 0; col < cols; ++col)
-        if (Ipg_InsideRoi(Roi, col, row))
+        if (Roi->Data->GetValue(col, row) == kIpgRoiValue)
           add(col, row);
   }
   return true;
@@ -261,8 +284,8 @@ bool IPG_STATISTIC1::BasicStats()
 {
   if (ImaIn == nullptr)
     return false;
-  Min = kMinStart;
-  Max = kMaxStart;
+  Min = 16777217.0;
+  Max = -16777215.0;
   Mean = VarianceValue = StdDev = SNR = 0.0;
   NbPixels = 0;
 
@@ -275,9 +298,9 @@ bool IPG_STATISTIC1::BasicStats()
   const std::size_t roiSize = Roi != nullptr ? Roi->Data->GetSize() : 0;
   // The ROI array is walked in step with the input; past its end nothing is selected.
   auto selected = [&](std::size_t i) {
-    if (Ipg_IsMark(pixels[i]))
+    if (pixels[i] > kIpgMaxGrey)
       return false;
-    return roi == nullptr || (i < roiSize && Ipg_InsideRoi(roi[i]));
+    return roi == nullptr || (i < roiSize && roi[i] == kIpgRoiValue);
   };
 
   double sum = 0.0;
@@ -303,7 +326,7 @@ bool IPG_STATISTIC1::BasicStats()
 
   // A constant image lands here too: hosts rely on the warning for flat selections.
   if (VarianceValue <= 0.0)
-    Ipg_Inform(kIpgMsgNegativeVariance);
+    Ipg_Inform(kMsgNegativeVariance);
   else
     StdDev = std::sqrt(VarianceValue);
 

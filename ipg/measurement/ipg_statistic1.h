@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_no_output.h"
 
 #include <memory>
@@ -63,6 +64,8 @@ public:
   // A new input invalidates the cached basic statistics.
   void SetImaIn(DCM_STRUCT* image);
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_STATISTIC1>& ClassInfo();
 
   bool AverageGL();            // 0: mean of the valid pixels, -1.0 when none
   bool EstimateNoisePercent(); // 1: 100 * noise RMS / signal RMS over the interior
@@ -122,6 +125,7 @@ public:
 private:
   static constexpr double kNotComputed = -1.0;
 
+  bool Selected(unsigned col, unsigned row) const;
   short Precision() const;
   double Scaled(double v) const;
   // Runs BasicStats when the cache mark says so and returns its result; false

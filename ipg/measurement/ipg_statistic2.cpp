@@ -1,7 +1,7 @@
 #include "ipg/measurement/ipg_statistic2.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
 
 #include <algorithm>
@@ -161,17 +161,24 @@ void IPG_STATISTIC2::SetDefaultParameters()
   Tools = 102;
 }
 
+const IPG_CLASS_INFO<IPG_STATISTIC2>& IPG_STATISTIC2::ClassInfo()
+{
+  using C = IPG_STATISTIC2;
+  // Hosts read Result; the success flag only says that the code is known.
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {100, "ComputeMutualInformation", [](C& op) -> int { op.ComputeMutualInformation(); return 1; }},
+      {101, "ComputeCorrelationRatio", [](C& op) -> int { op.ComputeCorrelationRatio(); return 1; }},
+      {102, "ComputeLeastSquared", [](C& op) -> int { op.ComputeLeastSquared(); return 1; }},
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_STATISTIC2", operations, {}};
+  return info;
+}
+
 bool IPG_STATISTIC2::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_STATISTIC2"))
     return false;
-  // Hosts read Result; the success flag only says that the code is known.
-  switch (Tools) {
-  case 100: ComputeMutualInformation(); return true;
-  case 101: ComputeCorrelationRatio(); return true;
-  case 102: ComputeLeastSquared(); return true;
-  default: return false;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 bool IPG_STATISTIC2::ComputeLeastSquared()
@@ -188,7 +195,9 @@ bool IPG_STATISTIC2::ComputeLeastSquared()
   for (unsigned row = 0; row < rows; ++row)
     for (unsigned col = 0; col < cols; ++col) {
       const std::size_t k = static_cast<std::size_t>(row) * cols + col;
-      if (Ipg_IsMark(a[k]) || Ipg_IsMark(b[k]) || !Ipg_InsideRoi(Roi, col, row))
+      if (a[k] > kIpgMaxGrey || b[k] > kIpgMaxGrey)
+        continue;
+      if (Roi != nullptr && Roi->Data->GetValue(col, row) != kIpgRoiValue)
         continue;
       const double d = static_cast<double>(a[k]) - static_cast<double>(b[k]);
       sum += d * d;

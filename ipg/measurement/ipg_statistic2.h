@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_two_inputs_no_output.h"
 
 #include <array>
@@ -42,6 +43,8 @@ public:
   void SetDefaultParameters();
   // True for codes 100, 101 and 102 whatever the method found; false otherwise.
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_STATISTIC2>& ClassInfo();
 
   // 100: I = H1 + H2 - H12 in natural logarithms, no ROI, every pixel.
   bool ComputeMutualInformation();

@@ -1,9 +1,10 @@
 #include "ipg/measurement/ipg_texture.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_glcm.h"
-#include "ipg/internal/ipg_messages.h"
-#include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_scaling_grid.h"
+#include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
 #include <climits>
@@ -13,6 +14,12 @@ namespace {
 
 constexpr int kCooccurrenceCode = 1500;
 constexpr const char* kWhere = "IPG_TEXTURE::ComputeCooccurrence()";
+
+bool Fail(const std::string& text)
+{
+  Ipg_Inform(text);
+  return false;
+}
 
 } // namespace
 
@@ -48,30 +55,51 @@ void IPG_TEXTURE::SetDefaultParameters()
   Symmetric = true;
 }
 
+const IPG_CLASS_INFO<IPG_TEXTURE>& IPG_TEXTURE::ClassInfo()
+{
+  using C = IPG_TEXTURE;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {1500, "ComputeCooccurrence", [](C& op) -> int { return op.ComputeCooccurrence(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetDistance>("Distance", "1", "pixel distance of the pairs (default 1)"),
+      Ipg_Parameter<C, &C::SetAngle>("Angle", "0", "direction 0, 45, 90 or 135 degrees (default 0)"),
+      Ipg_Parameter<C, &C::SetGreyLevels>("GreyLevels", "16", "quantisation classes 2-256 (default 16)"),
+      Ipg_Parameter<C, &C::SetSymmetric>("Symmetric", "true", "count each pair both ways (default true)"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_TEXTURE", operations, parameters};
+  return info;
+}
+
 bool IPG_TEXTURE::Apply()
 {
-  return Tools == kCooccurrenceCode && ComputeCooccurrence();
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
+}
+
+bool IPG_TEXTURE::Selected(int col, int row) const
+{
+  return ImaIn->Data->GetValue(col, row) <= kIpgMaxGrey &&
+         (Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue);
 }
 
 bool IPG_TEXTURE::ComputeCooccurrence()
 {
   if (ImaIn == nullptr)
-    return Ipg_InformAndFail(kIpgMsgNoInputImage);
+    return Fail("Pas d'image d'entrée!");
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   if (Roi != nullptr && (static_cast<int>(Roi->GetNbOfCols()) != cols || static_cast<int>(Roi->GetNbOfRows()) != rows))
-    return Ipg_InformAndFail(Ipg_MsgRoiSizeAt(kWhere));
+    return Fail(std::string("La ROI n'a pas les mêmes dimensions que l'image : ") + kWhere);
   if (GreyLevels < 2 || GreyLevels > 256)
-    return Ipg_InformAndFail(Ipg_MsgParameterRangeAt("GreyLevels", kWhere));
+    return Fail(Ipg_MsgParameterRangeAt("GreyLevels", kWhere));
   int dcol = 0, drow = 0;
   if (Distance < 1 || Distance >= std::max(cols, rows) || !Ipg_GlcmOffset(Angle, Distance, dcol, drow))
-    return Ipg_InformAndFail(
-        Ipg_MsgParameterRangeAt(Distance < 1 || Distance >= std::max(cols, rows) ? "Distance" : "Angle", kWhere));
+    return Fail(Ipg_MsgParameterRangeAt(Distance < 1 || Distance >= std::max(cols, rows) ? "Distance" : "Angle", kWhere));
 
   int lowest = INT_MAX, highest = INT_MIN;
   for (int row = 0; row < rows; ++row)
     for (int col = 0; col < cols; ++col)
-      if (Ipg_CountedPixel(ImaIn, Roi, col, row)) {
+      if (Selected(col, row)) {
         lowest = std::min(lowest, ImaIn->Data->GetValue(col, row));
         highest = std::max(highest, ImaIn->Data->GetValue(col, row));
       }
@@ -80,7 +108,7 @@ bool IPG_TEXTURE::ComputeCooccurrence()
   double pairs = 0.0;
   for (int row = std::max(0, -drow); row < std::min(rows, rows - drow); ++row)
     for (int col = std::max(0, -dcol); col < std::min(cols, cols - dcol); ++col) {
-      if (!Ipg_CountedPixel(ImaIn, Roi, col, row) || !Ipg_CountedPixel(ImaIn, Roi, col + dcol, row + drow))
+      if (!Selected(col, row) || !Selected(col + dcol, row + drow))
         continue;
       const int i = Ipg_GlcmQuantise(ImaIn->Data->GetValue(col, row), lowest, highest, GreyLevels);
       const int j = Ipg_GlcmQuantise(ImaIn->Data->GetValue(col + dcol, row + drow), lowest, highest, GreyLevels);
@@ -90,7 +118,7 @@ bool IPG_TEXTURE::ComputeCooccurrence()
       pairs += Symmetric ? 2.0 : 1.0;
     }
   if (pairs == 0.0)
-    return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(kWhere));
+    return Fail(Ipg_MsgNothingToMeasure(kWhere));
 
   const Ipg_GlcmFeatures features = Ipg_GlcmFeaturesOf(counts, GreyLevels);
   Matrix = counts;

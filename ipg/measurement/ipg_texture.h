@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_no_output.h"
 
 #include <vector>
@@ -34,6 +35,8 @@ public:
   // Tools 1500, Distance 1, Angle 0, GreyLevels 16, Symmetric.
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_TEXTURE>& ClassInfo();
   bool ComputeCooccurrence(); // 1500
 
   void SetDistance(int distance) { Distance = distance; }
@@ -53,6 +56,7 @@ public:
   double GetEntropy() const { return Entropy; }
 
 private:
+  bool Selected(int col, int row) const;
   int Distance = 1;
   int Angle = 0;
   int GreyLevels = 16;

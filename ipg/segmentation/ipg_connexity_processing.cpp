@@ -1,10 +1,8 @@
 #include "ipg/segmentation/ipg_connexity_processing.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_messages.h"
-#include "ipg/internal/ipg_pixel_conversion.h"
-#include "ipg/internal/ipg_pixel_values.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -18,7 +16,19 @@ namespace {
 
 constexpr unsigned short kNoLabel = 65535;
 constexpr int kLargestLabelCount = 65535; // labels are 16-bit, 65535 meaning "no label"
+constexpr const char* kMsgAllocation = "Allocation mémoire impossible";
+constexpr const char* kMsgTooManyLabels = "Nombre d'étiquettes max dépassés";
+constexpr const char* kMsgOutputSize = "Taille de l'image de sortie invalide";
 constexpr double kZeroDistance = 1e-9;
+
+// Truncation toward zero; sums out of the 32-bit range (or not numbers) give
+// INT_MIN, the value the x86 conversion has always produced for them.
+int TruncToInt(double v)
+{
+  if (!(v > -2147483649.0 && v < 2147483648.0))
+    return INT_MIN;
+  return static_cast<int>(v);
+}
 
 template <typename T>
 std::unique_ptr<T[]> TryAllocate(std::size_t n)
@@ -60,7 +70,7 @@ bool FirstPass(const int* pixels, int cols, int rows, int value, int nbCompMax, 
   for (int row = 0; row < rows; ++row)
     for (int col = 0; col < cols; ++col) {
       if (n == nbCompMax) {
-        Ipg_Inform(kIpgMsgTooManyLabels);
+        Ipg_Inform(kMsgTooManyLabels);
         return false;
       }
       const std::size_t at = static_cast<std::size_t>(row) * cols + col;
@@ -183,7 +193,7 @@ int Ipg_CompareNrOfResidents(void* a, void* b)
 {
   const long long na = static_cast<IPG_CONNECTED_COMPONENT*>(a)->GetNbResidents();
   const long long nb = static_cast<IPG_CONNECTED_COMPONENT*>(b)->GetNbResidents();
-  return Ipg_SaturateToInt(na - nb);
+  return static_cast<int>(std::clamp<long long>(na - nb, INT_MIN, INT_MAX));
 }
 
 IPG_CONNEXITY_PROCESSING::IPG_CONNEXITY_PROCESSING(DCM_STRUCT* in, int value)
@@ -216,9 +226,9 @@ IPG_CONNEXITY_PROCESSING::~IPG_CONNEXITY_PROCESSING()
 void IPG_CONNEXITY_PROCESSING::CopyResults(const IPG_CONNEXITY_PROCESSING& source)
 {
   if (source.Components != nullptr) {
-    Components = std::make_unique<TList>();
+    Components = new TList;
     for (int i = 0; i < source.Components->Count(); ++i)
-      AdoptComponent(std::make_unique<IPG_CONNECTED_COMPONENT>(*source.GetComponent(i)));
+      Components->Add(new IPG_CONNECTED_COMPONENT(*source.GetComponent(i)));
   }
   auto copyArray = [](const std::unique_ptr<double[]>& from, int n) {
     std::unique_ptr<double[]> to;
@@ -251,22 +261,38 @@ void IPG_CONNEXITY_PROCESSING::SetDefaultParameters()
   NbMomentCent = 0;
 }
 
+const IPG_CLASS_INFO<IPG_CONNEXITY_PROCESSING>& IPG_CONNEXITY_PROCESSING::ClassInfo()
+{
+  using C = IPG_CONNEXITY_PROCESSING;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {800, "Labelling_8Neighbors", [](C& op) -> int { return op.Labelling_8Neighbors(); }},
+      {801, "KeepLargestConnectedComponent", [](C& op) -> int { return op.KeepLargestConnectedComponent(); }},
+      {802, "KeepNLargestConnectedComponent", [](C& op) -> int { return op.KeepNLargestConnectedComponent(); }},
+      {803, "(nothing)", [](C& op) -> int { (void)op; return 0; }},
+      {804, "ComputeGeometricMomentOfComponents", [](C& op) -> int { return op.ComputeGeometricMomentOfComponents(); }},
+      {805, "ComputeCentralMomentOfComponents", [](C& op) -> int { return op.ComputeCentralMomentOfComponents(); }},
+      {806, "ShapesFeaturesOfComponents", [](C& op) -> int { return op.ShapesFeaturesOfComponents(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetValue>("Value", "0", "grey value of the component pixels (default 16777217)"),
+      Ipg_Parameter<C, &C::SetNbCompMax>("NbCompMax", "2000", "largest number of provisional labels (2000)"),
+      Ipg_Parameter<C, &C::SetNrOfComponentsToKeep>("NrOfComponentsToKeep", "1", "N of code 802 (1)"),
+      Ipg_Parameter<C, &C::SetP>("P", "0", "column order of the moments"),
+      Ipg_Parameter<C, &C::SetQ>("Q", "0", "row order of the moments"),
+      Ipg_Parameter<C, &C::SetMinimalSizeOfComponent>("MinimalSizeOfComponent", "0", "stored only"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_CONNEXITY_PROCESSING", operations, parameters};
+  return info;
+}
+
 bool IPG_CONNEXITY_PROCESSING::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_CONNEXITY_PROCESSING"))
     return false;
-  if (Tools == 800)
-    return Labelling_8Neighbors();
-  if (Tools < 801 || Tools > 806 || Components == nullptr)
+  // Every code but the labelling works on the components it found.
+  if (Tools != 800 && Components == nullptr)
     return false;
-  switch (Tools) {
-  case 801: return KeepLargestConnectedComponent();
-  case 802: return KeepNLargestConnectedComponent();
-  case 804: return ComputeGeometricMomentOfComponents();
-  case 805: return ComputeCentralMomentOfComponents();
-  case 806: return ShapesFeaturesOfComponents();
-  default: return false; // 803 does nothing
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 IPG_CONNECTED_COMPONENT* IPG_CONNEXITY_PROCESSING::GetComponent(int i) const
@@ -276,15 +302,12 @@ IPG_CONNECTED_COMPONENT* IPG_CONNEXITY_PROCESSING::GetComponent(int i) const
 
 void IPG_CONNEXITY_PROCESSING::DestroyComponents()
 {
-  Components.reset();
-  ComponentStore.clear();
-}
-
-// Stored first, so that the list never points at a component nobody owns.
-void IPG_CONNEXITY_PROCESSING::AdoptComponent(std::unique_ptr<IPG_CONNECTED_COMPONENT> component)
-{
-  ComponentStore.push_back(std::move(component));
-  Components->Add(ComponentStore.back().get());
+  if (Components == nullptr)
+    return;
+  for (int i = 0; i < Components->Count(); ++i)
+    delete GetComponent(i);
+  delete Components;
+  Components = nullptr;
 }
 
 void IPG_CONNEXITY_PROCESSING::ClearShapeFeat()
@@ -303,7 +326,7 @@ bool IPG_CONNEXITY_PROCESSING::StartLabelling()
     return false;
   DestroyComponents();
   if (NbCompMax < 0 || NbCompMax > kLargestLabelCount) {
-    Ipg_Inform(kIpgMsgAllocation);
+    Ipg_Inform(kMsgAllocation);
     return false;
   }
   return true;
@@ -314,14 +337,15 @@ bool IPG_CONNEXITY_PROCESSING::StartLabelling()
 bool IPG_CONNEXITY_PROCESSING::BuildComponents(const unsigned short* labels, const int* componentOfLabel,
                                                const int* sizes, int nbComponents)
 {
-  Components = std::make_unique<TList>();
+  Components = new TList;
   for (int k = 0; k < nbComponents; ++k) {
-    std::unique_ptr<IPG_CONNECTED_COMPONENT> component(new (std::nothrow) IPG_CONNECTED_COMPONENT(sizes[k], k));
+    auto* component = new (std::nothrow) IPG_CONNECTED_COMPONENT(sizes[k], k);
     if (component == nullptr || !component->IsAllocated()) {
+      delete component;
       DestroyComponents();
       return false;
     }
-    AdoptComponent(std::move(component));
+    Components->Add(component);
   }
   std::vector<int> next(static_cast<std::size_t>(nbComponents), 0);
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
@@ -349,7 +373,7 @@ bool IPG_CONNEXITY_PROCESSING::Labelling_8NeighborsTwoPass()
   const std::size_t tableSize = static_cast<std::size_t>(static_cast<int>(N * (N - 1.0) * 0.5));
   auto table = TryAllocate<unsigned char>(tableSize);
   if (!scratch.Allocate(static_cast<std::size_t>(cols) * rows, N) || !table) {
-    Ipg_Inform(kIpgMsgAllocation);
+    Ipg_Inform(kMsgAllocation);
     return false;
   }
   std::fill_n(table.get(), tableSize, 0);
@@ -394,7 +418,7 @@ bool IPG_CONNEXITY_PROCESSING::Labelling_8Neighbors()
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   LabelScratch scratch;
   if (!scratch.Allocate(static_cast<std::size_t>(cols) * rows, NbCompMax)) {
-    Ipg_Inform(kIpgMsgAllocation);
+    Ipg_Inform(kMsgAllocation);
     return false;
   }
   PairSet pairs;
@@ -432,7 +456,7 @@ bool IPG_CONNEXITY_PROCESSING::KeepCheck() const
   if (ImaIn == nullptr || ImaOut == nullptr || Components == nullptr)
     return false;
   if (ImaOut->GetNbOfCols() != ImaIn->GetNbOfCols() || ImaOut->GetNbOfRows() != ImaIn->GetNbOfRows()) {
-    Ipg_Inform(kIpgMsgOutputSize);
+    Ipg_Inform(kMsgOutputSize);
     return false;
   }
   std::copy_n(ImaIn->Data->GetIDataAddress(), ImaIn->Data->GetSize(), ImaOut->Data->GetIDataAddress());
@@ -444,10 +468,10 @@ bool IPG_CONNEXITY_PROCESSING::KeepCheck() const
 void IPG_CONNEXITY_PROCESSING::EraseComponent(const IPG_CONNECTED_COMPONENT* component)
 {
   int background;
-  if (Value == kIpgMaskValue)
+  if (Value == kIpgRoiValue)
     background = 0;
   else if (Value == 0)
-    background = kIpgMaskValue;
+    background = kIpgRoiValue;
   else
     return;
   const MTH_2D_DOUBLE* residents = component->GetResidents();
@@ -504,7 +528,7 @@ bool IPG_CONNEXITY_PROCESSING::ComputeGeometricMomentOfComponents()
     for (int i = 0; i < n; ++i) {
       const double term = std::pow(static_cast<int>(residents[i].GetX()), P) *
                           std::pow(static_cast<int>(residents[i].GetY()), Q);
-      sum = Ipg_TruncateOrIntMin(sum + term); // INT_MIN out of range, as the x86 conversion
+      sum = TruncToInt(sum + term);
     }
     MomentGeo[k] = sum;
   }

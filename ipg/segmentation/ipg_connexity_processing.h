@@ -1,11 +1,11 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 #include "ipg/framework/tlist.h"
 #include "ipg/segmentation/ipg_connected_component.h"
 
 #include <memory>
-#include <vector>
 
 // Reduces labels (count entries, 65535 meaning "no label") to their distinct
 // values in order of first appearance; nothing is sorted.
@@ -34,6 +34,8 @@ public:
   // Tools 800; no statistical or shape features, no moments.
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_CONNEXITY_PROCESSING>& ClassInfo();
 
   // Two-pass raster labelling; equivalences are resolved with a union-find that
   // replays the pairwise merges of the equivalence table in the table's order,
@@ -49,7 +51,7 @@ public:
   bool ShapesFeaturesOfComponents();
 
   // The list of IPG_CONNECTED_COMPONENT* of the last labelling, or null (none).
-  TList* GetComponents() const { return Components.get(); }
+  TList* GetComponents() const { return Components; }
   int GetNbComponents() const { return Components != nullptr ? Components->Count() : 0; }
   IPG_CONNECTED_COMPONENT* GetComponent(int i) const;
 
@@ -79,7 +81,6 @@ public:
 private:
   bool StartLabelling();
   void DestroyComponents();
-  void AdoptComponent(std::unique_ptr<IPG_CONNECTED_COMPONENT> component);
   void ClearShapeFeat();
   void CopyResults(const IPG_CONNEXITY_PROCESSING& source);
   bool BuildComponents(const unsigned short* labels, const int* componentOfLabel, const int* sizes,
@@ -87,9 +88,7 @@ private:
   bool KeepCheck() const;
   void EraseComponent(const IPG_CONNECTED_COMPONENT* component);
 
-  // The list hosts read (and 802 sorts) points into ComponentStore, which owns.
-  std::unique_ptr<TList> Components;
-  std::vector<std::unique_ptr<IPG_CONNECTED_COMPONENT>> ComponentStore;
+  TList* Components = nullptr;
   int NbCompMax = 2000;
   int Value = 0;
   int NrOfComponentsToKeep = 1;

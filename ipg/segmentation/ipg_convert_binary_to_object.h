@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "dcm/obj_object.h"
 #include "ipg/framework/ipg_two_inputs_one_output.h"
 
@@ -24,6 +25,8 @@ public:
   // No operation code. Fails silently (beyond the labelling's messages) without
   // a mask, an output image, or when the components cannot be labelled.
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_CONVERT_BINARY_TO_OBJECT>& ClassInfo();
 
   bool GetSesCheck() const { return SesCheck; }
   bool GetRtCheck() const { return RtCheck; }

@@ -2,9 +2,8 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_histo.h"
+#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_pixel_conversion.h"
-#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
@@ -15,12 +14,28 @@
 
 namespace {
 
-constexpr int kTaken = kIpgMaskValue; // accepted pixels are marked in the working image
+constexpr int kTaken = kIpgRoiValue; // accepted pixels are marked in the working image
 constexpr int kVarianceStartMin = 1410065408;
 constexpr int kExpansionStartMin = 1000000;
 
-// The sums wrap in 32-bit two's complement (Ipg_WrapToInt) as they always
-// have; means and bounds truncate with the x86 conversion's INT_MIN (Ipg_TruncateOrIntMin).
+// Truncation toward zero; values out of the 32-bit range (or not numbers) give
+// INT_MIN, the value the x86 conversion has always produced for them.
+int TruncToInt(double v)
+{
+  if (!(v > -2147483649.0 && v < 2147483648.0))
+    return INT_MIN;
+  return static_cast<int>(v);
+}
+
+// 32-bit two's-complement arithmetic, wrapping as the sums always have.
+int Wrap(std::int64_t v)
+{
+  return static_cast<int>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(v)));
+}
+int WrappedSquare(int v)
+{
+  return Wrap(static_cast<std::int64_t>(v) * v);
+}
 
 // Statistics of every positive pixel of an image: the smallest of them (or
 // startMin when it is smaller), their count, sum and sum of wrapped squares.
@@ -39,7 +54,7 @@ PositivePixels GatherPositivePixels(const DCM_STRUCT& image, int startMin)
       p.minimum = std::min(p.minimum, pixels[i]);
       ++p.count;
       p.sum += pixels[i];
-      p.sumOfSquares += Ipg_WrappedSquare(pixels[i]);
+      p.sumOfSquares += WrappedSquare(pixels[i]);
     }
   return p;
 }
@@ -93,6 +108,31 @@ void IPG_REGION::SetSeed(int x, int y)
   YSeed = y;
 }
 
+const IPG_CLASS_INFO<IPG_REGION>& IPG_REGION::ClassInfo()
+{
+  using C = IPG_REGION;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {900, "FillRangeInImage", [](C& op) -> int { op.SeedValue = op.ImaIn->Data->GetValue(static_cast<unsigned>(op.XSeed), static_cast<unsigned>(op.YSeed));
+        op.FillRangeInImage();
+        return 1; }},
+      {901, "ManageRegionGrowingSegmentation", [](C& op) -> int { op.ManageRegionGrowingSegmentation();
+        return !Ipg_CancelRequested(); }},
+      {902, "CustomFill", [](C& op) -> int { op.CustomFill();
+        return !Ipg_CancelRequested(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C>("Seed", IPG_VALUE_TYPE::Point, "0,0", "seed column and row",
+                        [](C& op, const IPG_VALUE& value) { op.SetSeed(std::get<IPG_POINT>(value).X, std::get<IPG_POINT>(value).Y); }),
+      Ipg_Parameter<C, &C::SetMinGL>("MinGL", "0", "lowest accepted grey value"),
+      Ipg_Parameter<C, &C::SetMaxGL>("MaxGL", "0", "highest accepted grey value"),
+      Ipg_Parameter<C, &C::SetConnectedness>("Connectedness", "403", "401 sides, 402 diagonals, 403 all eight"),
+      Ipg_Parameter<C, &C::SetTolerance>("Tolerance", "20", "stopping threshold of the automatic modes (20)"),
+      Ipg_Parameter<C, &C::SetCheckIterative>("CheckIterative", "false", "stored only"),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_REGION", operations, parameters};
+  return info;
+}
+
 bool IPG_REGION::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_REGION"))
@@ -111,16 +151,8 @@ bool IPG_REGION::Apply()
   if ((Tools == 900 || Tools == 901 || Tools == 902) &&
       !Ipg_ParameterInRange(Ipg_PointOnImage(ImaIn, XSeed, YSeed), "Seed", "IPG_REGION"))
     return false;
-  switch (Tools) {
-  case 900:
-    SeedValue = ImaIn->Data->GetValue(static_cast<unsigned>(XSeed), static_cast<unsigned>(YSeed));
-    FillRangeInImage();
-    return true;
   // The automatic ranges try fill after fill: a cancelled search reports failure.
-  case 901: ManageRegionGrowingSegmentation(); return !Ipg_CancelRequested();
-  case 902: CustomFill(); return !Ipg_CancelRequested();
-  default: return false;
-  }
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 bool IPG_REGION::PrepareWorkingImage()
@@ -138,7 +170,7 @@ void IPG_REGION::Accept(int x, int y)
 {
   DCM_DATA* work = Working->Data;
   const int v = work->GetValue(static_cast<unsigned>(x), static_cast<unsigned>(y)); // a seed off the image reads 0
-  RegionSumOfSquares = Ipg_WrapToInt(static_cast<std::int64_t>(RegionSumOfSquares) + Ipg_WrappedSquare(v));
+  RegionSumOfSquares = Wrap(static_cast<std::int64_t>(RegionSumOfSquares) + WrappedSquare(v));
   RegionMean += v;
   RegionVariance += static_cast<double>(v) * v;
   ++RegionCount;
@@ -161,7 +193,7 @@ void IPG_REGION::SurfaceRangeIteration(int x, int y)
   const int workRows = static_cast<int>(Working->GetNbOfRows());
   const int* work = Working->Data->GetIDataAddress();
   auto enter = [&](int cx, int cy) {
-    if (!Ipg_InsideAnyNonZeroMask(Roi, static_cast<unsigned>(cx), static_cast<unsigned>(cy)))
+    if (Roi != nullptr && Roi->Data->GetValue(static_cast<unsigned>(cx), static_cast<unsigned>(cy)) == 0)
       return;
     if (++Depth >= DepthLimit)
       return;
@@ -229,7 +261,7 @@ void IPG_REGION::FillWithHalfWidth(int half, int low, int high)
 double IPG_REGION::SquareDeviationFromSeed() const
 {
   const int meanSquare = RegionCount != 0 ? RegionSumOfSquares / RegionCount : RegionSumOfSquares;
-  const int difference = Ipg_WrapToInt(static_cast<std::int64_t>(meanSquare) - Ipg_WrappedSquare(SeedValue));
+  const int difference = Wrap(static_cast<std::int64_t>(meanSquare) - WrappedSquare(SeedValue));
   return difference == INT_MIN ? static_cast<double>(INT_MIN) : std::abs(difference);
 }
 
@@ -244,8 +276,7 @@ bool IPG_REGION::VarianceControlRegionGrowing()
     return false;
   IPG_HISTO histo(ImaIn);
   histo.SetTools(1400);
-  if (!histo.Apply())
-    return false; // a range too wide to count: the widening would visit every level
+  histo.Apply();
   const PositivePixels positive = GatherPositivePixels(*ImaIn, kVarianceStartMin);
   int m = positive.minimum;
   const int count = positive.count;
@@ -322,15 +353,15 @@ bool IPG_REGION::CustomFillByVariance(float k)
   if (variance <= 0.0)
     return false;
   const double sigma = std::sqrt(variance);
-  SeedValue = Ipg_TruncateOrIntMin(mean);
+  SeedValue = TruncToInt(mean);
   const int M = ImaIn->Data->GetMax(), m = ImaIn->Data->GetMin();
   // Past the image's extremes the range falls back to one sigma, not k.
-  MaxGL = Ipg_TruncateOrIntMin(mean + k * sigma);
+  MaxGL = TruncToInt(mean + k * sigma);
   if (MaxGL > M)
-    MaxGL = Ipg_TruncateOrIntMin(std::min(static_cast<double>(M), mean + sigma));
-  MinGL = Ipg_TruncateOrIntMin(mean - k * sigma);
+    MaxGL = TruncToInt(std::min(static_cast<double>(M), mean + sigma));
+  MinGL = TruncToInt(mean - k * sigma);
   if (MinGL < m)
-    MinGL = Ipg_TruncateOrIntMin(std::max(static_cast<double>(m), mean - sigma));
+    MinGL = TruncToInt(std::max(static_cast<double>(m), mean - sigma));
   const int atSeed = ImaIn->Data->GetValue(static_cast<unsigned>(XSeed), static_cast<unsigned>(YSeed));
   if (atSeed <= MinGL || atSeed >= MaxGL) {
     // The seed moves for good to the leftmost in-range pixel of its row near it;
@@ -354,8 +385,7 @@ bool IPG_REGION::CustomFillByExpansion()
     return false;
   IPG_HISTO histo(ImaIn);
   histo.SetTools(1400);
-  if (!histo.Apply())
-    return false; // a range too wide to count: the widening would visit every level
+  histo.Apply();
   const PositivePixels positive = GatherPositivePixels(*ImaIn, kExpansionStartMin);
   int m = positive.minimum;
   const int count = positive.count;
@@ -371,11 +401,11 @@ bool IPG_REGION::CustomFillByExpansion()
     m = 1;
   const int M = ImaIn->Data->GetMax();
   const float upperBound = static_cast<float>(mean) + 2.0f * static_cast<float>(sigma);
-  const int U = Ipg_TruncateOrIntMin(std::min(static_cast<float>(M), upperBound));
+  const int U = TruncToInt(std::min(static_cast<float>(M), upperBound));
 
   const BlockStats block = PositiveStats(XSeed - 5LL, YSeed - 5LL, XSeed + 4LL, YSeed + 4LL);
   SeedValue = block.count == 0 ? ImaIn->Data->GetValue(static_cast<unsigned>(XSeed), static_cast<unsigned>(YSeed))
-                               : Ipg_TruncateOrIntMin(block.sum / block.count);
+                               : TruncToInt(block.sum / block.count);
   Tolerance = static_cast<float>(5.0 * sigma);
   for (int d = m; d < U; ++d) {
     if (GreyLevelStepCancelled(d - m))

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 
 #include <array>
@@ -29,6 +30,8 @@ public:
   // 0 with a message for a ROI of another size or a seed off the image. The
   // automatic ranges (901, 902) stop with a message when the host cancels.
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_REGION>& ClassInfo();
 
   bool FillRangeInImage();
   bool ManageRegionGrowingSegmentation();

@@ -2,11 +2,18 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_messages.h"
-#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
+
+namespace {
+
+constexpr const char* kMsgNoTool = "Aucun outil de traitement d'image correspondant";
+constexpr const char* kMsgNotHandled = "Non géré actuellement : IPG_ROI, ipg_roi";
+constexpr const char* kMsgUnknownType = "Erreur : aucun type de ROI correspondant";
+constexpr const char* kMsgNoOutput = "image de sortie non allouée";
+
+} // namespace
 
 IPG_ROI::IPG_ROI(DCM_STRUCT* in) : IPG_ROI(in, nullptr, nullptr) {}
 
@@ -44,7 +51,7 @@ void IPG_ROI::MakePoints()
 
 void IPG_ROI::SetDefaultParameters()
 {
-  OutValueColor = kIpgMaskValue;
+  OutValueColor = 16777217;
   InValueColor = -1;
   ROIType = kRectangle;
   Resize = false;
@@ -69,22 +76,55 @@ void IPG_ROI::SetCentre(MTH_2D_INTEGER* centre)
     *Centre = *centre;
 }
 
+const IPG_CLASS_INFO<IPG_ROI>& IPG_ROI::ClassInfo()
+{
+  using C = IPG_ROI;
+  // Hosts read the output, not the result of MakeRoi.
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {1000, "MakeRoi", [](C& op) -> int { op.MakeRoi(); return 1; }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetOutValueColor>("OutValueColor", "16777217", "value outside the region (16777217)"),
+      Ipg_Parameter<C, &C::SetInValueColor>("InValueColor", "-1", "value inside; negative copies the input (-1)"),
+      Ipg_Parameter<C, &C::SetROIType>("ROIType", "0", "0 box, 2 circle, 3 mask"),
+      Ipg_Parameter<C, &C::SetResize>("Resize", "false", "crop the output to the box"),
+      Ipg_Parameter<C, &C::SetRadius>("Radius", "0", "radius of the circle in pixels"),
+      Ipg_Parameter<C>("TLCorner", IPG_VALUE_TYPE::Point, "", "top-left corner of the box, inclusive",
+                        [](C& op, const IPG_VALUE& value) {
+                          MTH_2D_INTEGER point(std::get<IPG_POINT>(value).X, std::get<IPG_POINT>(value).Y);
+                          op.SetTLCorner(&point);
+                        }),
+      Ipg_Parameter<C>("LRCorner", IPG_VALUE_TYPE::Point, "", "lower-right corner of the box, inclusive",
+                        [](C& op, const IPG_VALUE& value) {
+                          MTH_2D_INTEGER point(std::get<IPG_POINT>(value).X, std::get<IPG_POINT>(value).Y);
+                          op.SetLRCorner(&point);
+                        }),
+      Ipg_Parameter<C>("Centre", IPG_VALUE_TYPE::Point, "", "centre of the circle",
+                        [](C& op, const IPG_VALUE& value) {
+                          MTH_2D_INTEGER point(std::get<IPG_POINT>(value).X, std::get<IPG_POINT>(value).Y);
+                          op.SetCentre(&point);
+                        }),
+  };
+  static const IPG_CLASS_INFO<C> info{"IPG_ROI", operations, parameters};
+  return info;
+}
+
 bool IPG_ROI::Apply()
 {
   if (!Ipg_RoiFitsImage(ImaIn, Roi, "IPG_ROI"))
     return false;
-  if (Tools != 1000) {
-    Ipg_Inform(kIpgMsgNoTool);
+  const IPG_OPERATION_INFO<IPG_ROI>* operation = ClassInfo().FindOperation(Tools);
+  if (operation == nullptr) {
+    Ipg_Inform(kMsgNoTool); // the one class that names a wrong code
     return false;
   }
-  MakeRoi(); // hosts read the output, not this result
-  return true;
+  return Ipg_RunOperation(*operation, *this) != 0;
 }
 
 bool IPG_ROI::MakeRoi()
 {
   if (ImaOut == nullptr) {
-    Ipg_Inform(kIpgMsgNoOutput);
+    Ipg_Inform(kMsgNoOutput);
     return false;
   }
   if (ImaIn == nullptr)
@@ -99,9 +139,9 @@ bool IPG_ROI::MakeRoi()
   const int x0 = TLCorner->GetX(), y0 = TLCorner->GetY();
   const int x1 = LRCorner->GetX(), y1 = LRCorner->GetY();
   if (ROIType == kNotHandled)
-    Ipg_Inform(kIpgMsgRoiNotHandled);
+    Ipg_Inform(kMsgNotHandled);
   else if (ROIType != kRectangle && ROIType != kCircle && ROIType != kMask)
-    Ipg_Inform(kIpgMsgUnknownRoiType);
+    Ipg_Inform(kMsgUnknownType);
   else {
     const DCM_DATA* in = ImaIn->Data;
     const long long radius2 = Radius * Radius;
@@ -117,7 +157,7 @@ bool IPG_ROI::MakeRoi()
           const long long dy = row - static_cast<long long>(Centre->GetY());
           inside = static_cast<double>(dx * dx + dy * dy) <= static_cast<double>(radius2);
         } else if (ROIType == kMask) {
-          inside = Roi != nullptr && Ipg_InsideAnyNonZeroMask(Roi, c, r); // no mask: nothing inside
+          inside = Roi != nullptr && Roi->Data->GetValue(c, r) != 0; // no mask: nothing inside
         }
         // The circle is always written from the output's top-left corner, with or
         // without Resize: hosts place its output by the recorded origin.

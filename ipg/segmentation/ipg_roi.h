@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 #include "mth/mth_2d_integer.h"
 
@@ -29,6 +30,8 @@ public:
   // OutValueColor 16777217, InValueColor -1, rectangle, no Resize, Tools 1000.
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_ROI>& ClassInfo();
   bool MakeRoi();
 
   int GetOutValueColor() const { return OutValueColor; }
@@ -52,7 +55,7 @@ private:
   void MakePoints();
   void CopyHeader(int x0, int y0, int x1, int y1);
 
-  int OutValueColor = 0; // SetDefaultParameters() gives the mask value
+  int OutValueColor = 16777217;
   int InValueColor = -1;
   short ROIType = 0;
   bool Resize = false;
