@@ -1,11 +1,10 @@
 #include "ipg/measurement/ipg_classification_processing.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_histogram_valleys.h"
-#include "ipg/internal/ipg_scaling_grid.h"
-#include "ipg/ui/ipg_message.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_roi_mask.h"
 
 #include <algorithm>
 #include <climits>
@@ -19,19 +18,7 @@ namespace {
 constexpr int kValleysCode = 1600;
 constexpr const char* kClassName = "IPG_CLASSIFICATION_PROCESSING";
 constexpr const char* kWhere = "IPG_CLASSIFICATION_PROCESSING::ClassifyByHistogramValleys()";
-constexpr const char* kMsgSizes = "Les images n'ont pas les mêmes dimensions : IPG_CLASSIFICATION_PROCESSING::Apply()";
 constexpr std::int64_t kMaxBins = 65536;
-
-bool Fail(const std::string& text)
-{
-  Ipg_Inform(text);
-  return false;
-}
-
-bool Selected(const int* pixels, const int* mask, std::size_t k)
-{
-  return pixels[k] <= kIpgMaxGrey && (mask == nullptr || mask[k] == kIpgRoiValue);
-}
 
 } // namespace
 
@@ -75,15 +62,15 @@ bool IPG_CLASSIFICATION_PROCESSING::Apply()
 bool IPG_CLASSIFICATION_PROCESSING::CheckInput() const
 {
   if (ImaIn == nullptr || ImaIn->Data == nullptr)
-    return Fail("Pas d'image d'entrée!");
+    return Ipg_InformAndFail(kIpgMsgNoInputImage);
   if (ImaOut == nullptr)
-    return Fail(kIpgMsgNoOutput);
+    return Ipg_InformAndFail(kIpgMsgNoOutput);
   if (ImaOut->GetNbOfCols() != ImaIn->GetNbOfCols() || ImaOut->GetNbOfRows() != ImaIn->GetNbOfRows())
-    return Fail(kMsgSizes);
+    return Ipg_InformAndFail(Ipg_MsgSizes(std::string(kClassName) + "::Apply()"));
   if (!Ipg_RoiFitsImage(ImaIn, Roi, kClassName))
     return false;
   if (ImaIn->Data->GetSize() < 2)
-    return Fail(std::string("Image trop petite : ") + kWhere);
+    return Ipg_InformAndFail(Ipg_MsgImageTooSmall(kWhere));
   // Written so that a not-a-number depth fails too.
   return Ipg_ParameterInRange(SmoothingWidth >= 1 && SmoothingWidth < kMaxBins && SmoothingWidth % 2 == 1,
                               "SmoothingWidth", kClassName) &&
@@ -100,12 +87,12 @@ bool IPG_CLASSIFICATION_PROCESSING::ClassifyByHistogramValleys()
   const std::size_t size = ImaIn->Data->GetSize();
   int lowest = INT_MAX, highest = INT_MIN;
   for (std::size_t k = 0; k < size; ++k)
-    if (Selected(pixels, mask, k)) {
+    if (Ipg_CountedPixel(pixels[k], mask, k)) {
       lowest = std::min(lowest, pixels[k]);
       highest = std::max(highest, pixels[k]);
     }
   if (lowest > highest)
-    return Fail(Ipg_MsgNothingToMeasure(kWhere));
+    return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(kWhere));
 
   const std::int64_t range = static_cast<std::int64_t>(highest) - lowest + 1;
   const std::int64_t binWidth = (range + kMaxBins - 1) / kMaxBins;
@@ -113,17 +100,17 @@ bool IPG_CLASSIFICATION_PROCESSING::ClassifyByHistogramValleys()
   try {
     std::vector<std::int64_t> counts(static_cast<std::size_t>((range + binWidth - 1) / binWidth), 0);
     for (std::size_t k = 0; k < size; ++k)
-      if (Selected(pixels, mask, k))
+      if (Ipg_CountedPixel(pixels[k], mask, k))
         ++counts[static_cast<std::size_t>((static_cast<std::int64_t>(pixels[k]) - lowest) / binWidth)];
     for (int bin : Ipg_HistogramValleys(counts, SmoothingWidth, MinValleyDepth, MaxClasses))
       thresholds.push_back(static_cast<int>(lowest + bin * binWidth));
   } catch (const std::bad_alloc&) {
-    return Fail("Allocation mémoire impossible");
+    return Ipg_InformAndFail(kIpgMsgAllocation);
   }
 
   int* out = ImaOut->Data->GetIDataAddress();
   for (std::size_t k = 0; k < size; ++k) {
-    if (!Selected(pixels, mask, k))
+    if (!Ipg_CountedPixel(pixels[k], mask, k))
       out[k] = pixels[k]; // outside the ROI, or a mark: copied
     else // thresholds below the level: its class
       out[k] = static_cast<int>(std::lower_bound(thresholds.begin(), thresholds.end(), pixels[k]) - thresholds.begin());

@@ -1,13 +1,12 @@
 #include "ipg/measurement/ipg_texture_local.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
-#include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_glcm.h"
 #include "ipg/internal/ipg_glcm_window.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/internal/ipg_scaling_grid.h"
-#include "ipg/ui/ipg_message.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_output_mode.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
@@ -20,14 +19,7 @@ namespace {
 
 constexpr int kFeatureMapCode = 1510;
 constexpr const char* kClassName = "IPG_TEXTURE_LOCAL";
-constexpr const char* kMsgSizes = "Les images n'ont pas les mêmes dimensions : IPG_TEXTURE_LOCAL::Apply()";
 constexpr const char* kProgressLabel = "Carte de texture";
-
-bool Fail(const std::string& text)
-{
-  Ipg_Inform(text);
-  return false;
-}
 
 bool SameSize(const DCM_STRUCT* a, const DCM_STRUCT* b)
 {
@@ -43,7 +35,7 @@ bool QuantisedClasses(const DCM_STRUCT& in, const DCM_STRUCT* roi, int levels, s
   classes.assign(size, -1);
   int lowest = INT_MAX, highest = INT_MIN;
   for (std::size_t k = 0; k < size; ++k)
-    if (pixels[k] <= kIpgMaxGrey && (mask == nullptr || mask[k] == kIpgRoiValue)) {
+    if (Ipg_CountedPixel(pixels[k], mask, k)) {
       lowest = std::min(lowest, pixels[k]);
       highest = std::max(highest, pixels[k]);
       classes[k] = 0;
@@ -100,11 +92,11 @@ bool IPG_TEXTURE_LOCAL::Apply()
 bool IPG_TEXTURE_LOCAL::CheckImages() const
 {
   if (ImaIn == nullptr || ImaIn->Data == nullptr)
-    return Fail("Pas d'image d'entrée!");
+    return Ipg_InformAndFail(kIpgMsgNoInputImage);
   if (ImaOut == nullptr)
-    return Fail(kIpgMsgNoOutput);
+    return Ipg_InformAndFail(kIpgMsgNoOutput);
   if (!SameSize(ImaIn, ImaOut) || (ImaOutTwo != nullptr && !SameSize(ImaIn, ImaOutTwo)))
-    return Fail(kMsgSizes);
+    return Ipg_InformAndFail(Ipg_MsgSizes(std::string(kClassName) + "::Apply()"));
   return Ipg_RoiFitsImage(ImaIn, Roi, kClassName);
 }
 
@@ -132,9 +124,9 @@ bool IPG_TEXTURE_LOCAL::ComputeFeatureMap()
   std::vector<int> classes;
   try {
     if (!QuantisedClasses(*ImaIn, Roi, GreyLevels, classes))
-      return Fail(Ipg_MsgNothingToMeasure("IPG_TEXTURE_LOCAL::ComputeFeatureMap()"));
+      return Ipg_InformAndFail(Ipg_MsgNothingToMeasure("IPG_TEXTURE_LOCAL::ComputeFeatureMap()"));
   } catch (const std::bad_alloc&) {
-    return Fail("Allocation mémoire impossible");
+    return Ipg_InformAndFail(kIpgMsgAllocation);
   }
 
   std::vector<FeatureTarget> targets{{ImaOut, Feature}};
