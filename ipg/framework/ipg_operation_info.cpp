@@ -1,5 +1,6 @@
 #include "ipg/framework/ipg_operation_info.h"
 
+#include "ipg/internal/ipg_messages.h"
 #include "ipg/ui/ipg_message.h"
 
 const char* Ipg_ValueTypeName(IPG_VALUE_TYPE type)
@@ -18,5 +19,5 @@ const char* Ipg_ValueTypeName(IPG_VALUE_TYPE type)
 
 void Ipg_InformAllocationFailure()
 {
-  Ipg_Inform("Allocation mémoire impossible");
+  Ipg_Inform(kIpgMsgAllocation);
 }
