@@ -34,7 +34,6 @@
 #include "ipg/framework/tlist.h"
 #include "ipg/measurement/ipg_classification_processing.h"
 #include "ipg/measurement/ipg_holder.h"
-#include "ipg/measurement/ipg_holder_fast_measures.h"
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/measurement/ipg_texture.h"

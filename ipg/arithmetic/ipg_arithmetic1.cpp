@@ -1,8 +1,9 @@
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <climits>
@@ -19,7 +20,7 @@ constexpr long double kPi = 3.141592653589793238462643383279502884L;
 double LogarithmOrFloor(double v, double (*logarithm)(double))
 {
   if (std::fabs(v) < kSmallestMagnitude)
-    return -16777216.0;
+    return -static_cast<double>(kIpgMaxGrey);
   return logarithm(v); // of v itself: a negative v gives NaN and keeps its input value
 }
 
@@ -93,7 +94,7 @@ bool IPG_ARITHMETIC1::ApplyPointOperation(F compute, Guard guard, const char* no
     for (unsigned short col = 0; col < cols; ++col) {
       const double v = ImaIn->Data->GetValueReal(col, row);
       double out = v;
-      if (Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue) {
+      if (Ipg_InsideRoi(Roi, col, row)) {
         const double r = compute(v);
         if (guard == Guard::None || r <= kIpgMaxGrey)
           out = r; // NaN fails the comparison and keeps v
@@ -131,7 +132,7 @@ bool IPG_ARITHMETIC1::Abs()
   for (int row = 0; row < rows && row < outRows; ++row)
     for (int col = 0; col < cols && col < outCols; ++col) {
       const int v = in[static_cast<std::size_t>(row) * cols + col];
-      const bool inside = Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
+      const bool inside = Ipg_InsideRoi(Roi, static_cast<unsigned>(col), static_cast<unsigned>(row));
       const int magnitude = v == INT_MIN ? INT_MAX : std::abs(v);
       out[static_cast<std::size_t>(row) * outCols + col] = inside ? magnitude : v;
     }
@@ -155,7 +156,7 @@ bool IPG_ARITHMETIC1::RootSquare()
 bool IPG_ARITHMETIC1::DivideConstant()
 {
   if (std::fabs(Variable) < kSmallestMagnitude) {
-    Ipg_Inform("Division par Zéro");
+    Ipg_Inform(kIpgMsgDivisionByZero);
     return false;
   }
   const double p = Variable;

@@ -1,8 +1,9 @@
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -18,20 +19,8 @@ namespace {
 constexpr int kFirstCode = 300;
 constexpr int kLastCode = 305;
 
-// 32-bit two's-complement wrap-around, as the integer arithmetic of this class.
-int Wrap(long long v) { return static_cast<int>(static_cast<std::uint32_t>(v)); }
-int WrappedMagnitude(int v) { return Wrap(v < 0 ? -static_cast<long long>(v) : v); }
-int WrappedSquare(int v) { return static_cast<int>(static_cast<std::uint32_t>(v) * static_cast<std::uint32_t>(v)); }
-
-int RoundHalfAwayFromZero(double t)
-{
-  const double rounded = t >= 0 ? t + 0.5 : t - 0.5;
-  if (!(rounded > static_cast<double>(INT_MIN)))
-    return INT_MIN;
-  if (rounded >= static_cast<double>(INT_MAX))
-    return INT_MAX;
-  return static_cast<int>(rounded);
-}
+// The integer arithmetic of this class wraps around in 32-bit two's complement.
+int WrappedMagnitude(int v) { return Ipg_WrapToInt(v < 0 ? -static_cast<long long>(v) : v); }
 
 // f(v) for the grey levels lo..hi, tabulated when the range is no larger than
 // the image (a speed choice only: the values are the same either way).
@@ -159,13 +148,9 @@ bool IPG_ARITHMETIC2::OpenFrame(Frame& frame) const
 
 bool IPG_ARITHMETIC2::Inside(const Frame& frame, std::size_t k, int a, int b) const
 {
-  if (a > kIpgMaxGrey || b > kIpgMaxGrey)
+  if (Ipg_IsMark(a) || Ipg_IsMark(b))
     return false;
-  if (Roi == nullptr)
-    return true;
-  const auto col = static_cast<unsigned>(k % frame.Cols);
-  const auto row = static_cast<unsigned>(k / frame.Cols);
-  return Roi->Data->GetValue(col, row) == kIpgRoiValue;
+  return Ipg_InsideRoi(Roi, static_cast<unsigned>(k % frame.Cols), static_cast<unsigned>(k / frame.Cols));
 }
 
 bool IPG_ARITHMETIC2::OutsideWindow(int a, int b) const
@@ -199,20 +184,20 @@ bool IPG_ARITHMETIC2::CombineWithMaxForOthers(F formula)
 
 bool IPG_ARITHMETIC2::MakeSumImage()
 {
-  return CombineWithMaxForOthers([](int a, int b) { return Wrap(static_cast<long long>(a) + b); });
+  return CombineWithMaxForOthers([](int a, int b) { return Ipg_WrapToInt(static_cast<long long>(a) + b); });
 }
 
 bool IPG_ARITHMETIC2::MakeSumSquaredImages()
 {
   return CombineWithMaxForOthers(
-      [](int a, int b) { return Wrap(static_cast<long long>(WrappedSquare(a)) + WrappedSquare(b)); });
+      [](int a, int b) { return Ipg_WrapToInt(static_cast<long long>(Ipg_WrappedSquare(a)) + Ipg_WrappedSquare(b)); });
 }
 
 bool IPG_ARITHMETIC2::MakeDifferenceSquaredImages()
 {
   // The difference of the squares, not the square of the difference.
   return CombineWithMaxForOthers(
-      [](int a, int b) { return Wrap(static_cast<long long>(WrappedSquare(a)) - WrappedSquare(b)); });
+      [](int a, int b) { return Ipg_WrapToInt(static_cast<long long>(Ipg_WrappedSquare(a)) - Ipg_WrappedSquare(b)); });
 }
 
 bool IPG_ARITHMETIC2::MakeDifferenceImage()
@@ -226,7 +211,7 @@ bool IPG_ARITHMETIC2::MakeDifferenceImage()
     const int a = f.A[k], b = f.B[k];
     int v;
     if (Inside(f, k, a, b)) {
-      v = Wrap(static_cast<long long>(a) - b);
+      v = Ipg_WrapToInt(static_cast<long long>(a) - b);
       mn = std::min(mn, v);
     } else {
       v = std::max(a, b);
@@ -252,7 +237,7 @@ bool IPG_ARITHMETIC2::MakeAbsoluteSubstraction()
   for (std::size_t k = 0; k < f.Count; ++k) {
     const int a = f.A[k], b = f.B[k];
     // No ROI here; over-range pixels take the smaller value, unlike the others.
-    int v = a <= kIpgMaxGrey && b <= kIpgMaxGrey ? WrappedMagnitude(Wrap(static_cast<long long>(a) - b))
+    int v = Ipg_IsGreyLevel(a) && Ipg_IsGreyLevel(b) ? WrappedMagnitude(Ipg_WrapToInt(static_cast<long long>(a) - b))
                                                    : std::min(a, b);
     if (thresholds && OutsideWindow(a, b))
       v = 0;
@@ -310,7 +295,7 @@ bool IPG_ARITHMETIC2::DivideImage()
       const long long q = b == 0 ? 0 : static_cast<long long>(a) / b;
       v = q > kIpgMaxGrey ? 0 : static_cast<int>(q);
     } else if (b != 0 && Inside(f, k, a, b)) {
-      v = Wrap(static_cast<long long>(a) - b); // a subtraction under a ROI: kept for existing callers
+      v = Ipg_WrapToInt(static_cast<long long>(a) - b); // a subtraction under a ROI: kept for existing callers
     } else {
       v = std::max(a, b);
     }
@@ -357,7 +342,7 @@ bool IPG_ARITHMETIC2::MakeOptimalDifferenceImage(int model)
     const double beta = n > 0 && denominator > 1e-12 * n * n ? (n * suw - su * sw) / denominator : 0.0;
     const double alpha = n > 0 ? (su - beta * sw) / n : 0.0;
     auto toA = [alpha, beta, shiftA, lnB](int v) {
-      return RoundHalfAwayFromZero(std::exp(alpha + beta * lnB(v)) - shiftA);
+      return Ipg_RoundHalfAwayFromZero<double>(std::exp(alpha + beta * lnB(v)) - shiftA);
     };
     mapped = [table = std::make_shared<LevelTable<int>>(bMin, bMax, f.Count, toA)](int v) { return (*table)(v); };
   } else {
@@ -381,7 +366,7 @@ bool IPG_ARITHMETIC2::MakeOptimalDifferenceImage(int model)
     const int a = f.A[k], b = f.B[k];
     int v;
     if (computed[k]) {
-      v = Wrap(static_cast<long long>(a) - mapped(b));
+      v = Ipg_WrapToInt(static_cast<long long>(a) - mapped(b));
       mn = std::min(mn, v);
     } else {
       v = std::max(a, b);

@@ -1,8 +1,10 @@
 #include "ipg/arithmetic/ipg_change_dynamic.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <climits>
@@ -13,20 +15,6 @@
 
 namespace {
 
-// The text names another class; hosts match on it as it stands.
-constexpr const char* kMsgSizes = "Les images n'ont pas les mêmes dimensions : IPG_FILTER_PROCESSING::Apply()";
-
-int TruncateToInt(double v)
-{
-  if (std::isnan(v))
-    return 0;
-  if (v >= static_cast<double>(INT_MAX))
-    return INT_MAX;
-  if (v <= static_cast<double>(INT_MIN))
-    return INT_MIN;
-  return static_cast<int>(v);
-}
-
 // (v - mn) / range * (hi - lo) + lo, rounded half away from zero.
 int Redyn(std::int64_t v, std::int64_t mn, std::int64_t range, int lo, int hi)
 {
@@ -35,8 +23,7 @@ int Redyn(std::int64_t v, std::int64_t mn, std::int64_t range, int lo, int hi)
   const long double t = static_cast<long double>(v - mn) / static_cast<long double>(range) *
                             (static_cast<long double>(hi) - lo) +
                         lo;
-  const long double rounded = t >= 0 ? t + 0.5L : t - 0.5L;
-  return TruncateToInt(static_cast<double>(rounded));
+  return Ipg_RoundHalfAwayThroughDouble(t);
 }
 
 } // namespace
@@ -57,8 +44,8 @@ IPG_CHANGE_DYNAMIC::IPG_CHANGE_DYNAMIC(const IPG_CHANGE_DYNAMIC& source) : IPG_O
   LimitSup = static_cast<float>(source.GetLimitSup());
 }
 
-int IPG_CHANGE_DYNAMIC::GetLimitInf() const { return TruncateToInt(LimitInf); }
-int IPG_CHANGE_DYNAMIC::GetLimitSup() const { return TruncateToInt(LimitSup); }
+int IPG_CHANGE_DYNAMIC::GetLimitInf() const { return Ipg_TruncateTowardZero<double>(LimitInf); }
+int IPG_CHANGE_DYNAMIC::GetLimitSup() const { return Ipg_TruncateTowardZero<double>(LimitSup); }
 
 const IPG_CLASS_INFO<IPG_CHANGE_DYNAMIC>& IPG_CHANGE_DYNAMIC::ClassInfo()
 {
@@ -86,7 +73,7 @@ bool IPG_CHANGE_DYNAMIC::Apply()
   DCM_DATA& out = *ImaOut->Data;
   // Only a difference in both directions is refused.
   if (out.GetNbOfCols() != in.GetNbOfCols() && out.GetNbOfRows() != in.GetNbOfRows()) {
-    Ipg_Inform(kMsgSizes);
+    Ipg_Inform(Ipg_MsgSizes("IPG_FILTER_PROCESSING::Apply()")); // names another class: hosts match on it
     return false;
   }
   out.Init(0.0);
@@ -110,11 +97,6 @@ bool IPG_CHANGE_DYNAMIC::CanWrite() const
   return ImaIn != nullptr;
 }
 
-bool IPG_CHANGE_DYNAMIC::InsideRoi(unsigned col, unsigned row) const
-{
-  return Roi == nullptr || Roi->Data->GetValue(col, row) != 0;
-}
-
 bool IPG_CHANGE_DYNAMIC::GetCutImage()
 {
   if (!CanWrite())
@@ -123,10 +105,10 @@ bool IPG_CHANGE_DYNAMIC::GetCutImage()
   DCM_DATA& out = *ImaOut->Data;
   for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
     for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
-      if (!InsideRoi(col, row))
+      if (!Ipg_InsideAnyNonZeroMask(Roi, col, row))
         continue;
       const int v = in.GetValue(col, row);
-      if (v >= kIpgRoiValue) {
+      if (Ipg_IsMark(v)) {
         out.SetValue(col, row, v);
         continue;
       }
@@ -149,11 +131,11 @@ bool IPG_CHANGE_DYNAMIC::GetAbsoluteImage()
   DCM_DATA& out = *ImaOut->Data;
   for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
     for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
-      if (!InsideRoi(col, row))
+      if (!Ipg_InsideAnyNonZeroMask(Roi, col, row))
         continue;
       const int v = in.GetValue(col, row);
       // |INT_MIN| does not fit: it saturates.
-      out.SetValue(col, row, v >= kIpgRoiValue ? v : v == INT_MIN ? INT_MAX : std::abs(v));
+      out.SetValue(col, row, Ipg_IsMark(v) ? v : v == INT_MIN ? INT_MAX : std::abs(v));
     }
   out.SetMin();
   out.SetMax();
@@ -170,8 +152,8 @@ bool IPG_CHANGE_DYNAMIC::GetRedynImage()
   const std::int64_t mx = in.GetMax();
   const std::int64_t range = mx - mn;
   const short precision = in.GetPrecision();
-  const int lo = TruncateToInt(static_cast<float>(precision) * LimitInf);
-  const int hi = TruncateToInt(static_cast<float>(precision) * LimitSup);
+  const int lo = Ipg_TruncateTowardZero<double>(static_cast<float>(precision) * LimitInf);
+  const int hi = Ipg_TruncateTowardZero<double>(static_cast<float>(precision) * LimitSup);
   out.SetPrecision(precision);
 
   // A table per level when the range is smaller than the image (speed only: a
@@ -185,7 +167,7 @@ bool IPG_CHANGE_DYNAMIC::GetRedynImage()
   for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
     for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
       const int v = in.GetValue(col, row);
-      if (v >= kIpgRoiValue)
+      if (Ipg_IsMark(v))
         continue;
       const std::int64_t at = v - mn;
       const bool tabulated = at >= 0 && at < static_cast<std::int64_t>(table.size());

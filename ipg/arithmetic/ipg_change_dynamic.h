@@ -40,7 +40,6 @@ public:
   bool GetAbsoluteImage(); // 303
 
 private:
-  bool InsideRoi(unsigned col, unsigned row) const;
   bool CanWrite() const;
 
   float LimitInf = 0.0f;

@@ -7,6 +7,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_convolution_kernel.h"
 #include "ipg/internal/ipg_derivative_kernels.h"
 #include "ipg/internal/ipg_guard.h"

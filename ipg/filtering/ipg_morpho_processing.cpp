@@ -136,9 +136,9 @@ int IPG_MORPHO_PROCESSING::UserElementCode(int (IPG_MORPHO_PROCESSING::*operatio
   return (this->*operation)(element);
 }
 
-int IPG_MORPHO_PROCESSING::Erode(IPG_FILTER* element) { return RunScan(element, Ipg_MorphoKind::Erosion); }
+int IPG_MORPHO_PROCESSING::Erode(IPG_FILTER* element) { return RunScan(ImaIn, element, Ipg_MorphoKind::Erosion); }
 
-int IPG_MORPHO_PROCESSING::Dilate(IPG_FILTER* element) { return RunScan(element, Ipg_MorphoKind::Dilation); }
+int IPG_MORPHO_PROCESSING::Dilate(IPG_FILTER* element) { return RunScan(ImaIn, element, Ipg_MorphoKind::Dilation); }
 
 int IPG_MORPHO_PROCESSING::Open(IPG_FILTER* element)
 {
@@ -150,7 +150,7 @@ int IPG_MORPHO_PROCESSING::Close(IPG_FILTER* element)
   return RunTwoSteps(element, Ipg_MorphoKind::Dilation, Ipg_MorphoKind::Erosion);
 }
 
-int IPG_MORPHO_PROCESSING::RunScan(IPG_FILTER* element, Ipg_MorphoKind kind)
+int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ipg_MorphoKind kind)
 {
   if (ImaOut == nullptr) {
     Ipg_Inform(kIpgMsgNoOutput);
@@ -158,7 +158,7 @@ int IPG_MORPHO_PROCESSING::RunScan(IPG_FILTER* element, Ipg_MorphoKind kind)
   }
   if (element == nullptr || !OddAndPositive(element->GetSizeX()) || !OddAndPositive(element->GetSizeY()))
     return 0;
-  if (ImaIn == nullptr)
+  if (in == nullptr)
     return 0;
   PrepareOutputBorder(ImaOut);
   const int sizeX = element->GetSizeX(), sizeY = element->GetSizeY();
@@ -166,7 +166,7 @@ int IPG_MORPHO_PROCESSING::RunScan(IPG_FILTER* element, Ipg_MorphoKind kind)
   // Under a ROI both scans start at the top grey level: a dilation there never
   // yields less than 16777216, which ROI-driven callers rely on.
   const int init = Roi != nullptr ? kIpgMaxGrey : (kind == Ipg_MorphoKind::Erosion ? kIpgMarginValue : 0);
-  const Ipg_MorphoField field = Ipg_MorphoPrepare(*ImaIn, Roi, kind);
+  const Ipg_MorphoField field = Ipg_MorphoPrepare(*in, Roi, kind);
   std::vector<int> result(field.Values.size());
   if (sizeX * sizeY >= kFastPathArea && Ipg_MorphoIsFullRectangle(flags))
     Ipg_MorphoScanRectangle(field, sizeX, sizeY, kind, init, result.data());
@@ -187,16 +187,12 @@ int IPG_MORPHO_PROCESSING::RunScan(IPG_FILTER* element, Ipg_MorphoKind kind)
 
 int IPG_MORPHO_PROCESSING::RunTwoSteps(IPG_FILTER* element, Ipg_MorphoKind first, Ipg_MorphoKind second)
 {
-  if (RunScan(element, first) == 0)
+  if (RunScan(ImaIn, element, first) == 0)
     return 0;
-  std::unique_ptr<DCM_STRUCT> intermediate = CopyOf(*ImaOut);
+  const std::unique_ptr<DCM_STRUCT> intermediate = CopyOf(*ImaOut);
   if (!intermediate)
     return 0;
-  DCM_STRUCT* const input = ImaIn;
-  ImaIn = intermediate.get();
-  const int result = RunScan(element, second);
-  ImaIn = input; // the intermediate dies here; the caller's input comes back
-  return result;
+  return RunScan(intermediate.get(), element, second);
 }
 
 DCM_STRUCT* IPG_MORPHO_PROCESSING::ThinningFunction(DCM_STRUCT* image, IPG_FILTER* mask)

@@ -87,7 +87,9 @@ public:
   int GetParamFct2() const { return ParamFct2; }
 
 private:
-  int RunScan(IPG_FILTER* element, Ipg_MorphoKind kind);
+  // One scan of in into the output (the second step of an opening or a
+  // closing reads the first step's result).
+  int RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ipg_MorphoKind kind);
   int RunTwoSteps(IPG_FILTER* element, Ipg_MorphoKind first, Ipg_MorphoKind second);
   int UserElementCode(int (IPG_MORPHO_PROCESSING::*operation)(IPG_FILTER*));
 

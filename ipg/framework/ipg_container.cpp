@@ -64,9 +64,9 @@ bool ForHeldClass(int type, Action&& action)
   }
 }
 
-DCM_STRUCT* DeepCopy(DCM_STRUCT* image)
+std::unique_ptr<DCM_STRUCT> DeepCopy(DCM_STRUCT* image)
 {
-  return image != nullptr ? new DCM_STRUCT(*image, true) : nullptr;
+  return image != nullptr ? std::make_unique<DCM_STRUCT>(*image, true) : nullptr;
 }
 
 // The double result as a float; beyond the float range it becomes an infinity
@@ -111,8 +111,8 @@ IPG_CONTAINER::IPG_CONTAINER(IPG_CONTAINER* source)
   if (source == nullptr)
     return;
   SetIpgContainer(source->Operator, source->ClassType);
-  ReplaceOwnedImage(RoiImage, source->RoiImage);
-  ReplaceOwnedImage(ResultImage, source->ResultImage);
+  ReplaceOwnedImage(RoiImage, source->RoiImage.get());
+  ReplaceOwnedImage(ResultImage, source->ResultImage.get());
   ImageIn = source->ImageIn;
   SecondImageIn = source->SecondImageIn;
 }
@@ -120,11 +120,6 @@ IPG_CONTAINER::IPG_CONTAINER(IPG_CONTAINER* source)
 IPG_CONTAINER::~IPG_CONTAINER()
 {
   DeleteIpgContainer();
-  delete ResultImage;
-  delete RoiImage;
-  Operator = nullptr;
-  RoiImage = nullptr;
-  ResultImage = nullptr;
 }
 
 bool IPG_CONTAINER::SetIpgContainer(void* op, int type)
@@ -156,9 +151,9 @@ bool IPG_CONTAINER::SetIpgContainer(void* op, int type)
     }
     if (temp->GetRoi() != nullptr)
       ReplaceOwnedImage(RoiImage, temp->GetRoi());
-    own->SetRoi(RoiImage);
+    own->SetRoi(RoiImage.get());
     if constexpr (decltype(held)::HasOutput)
-      own->SetImaOut(ResultImage);
+      own->SetImaOut(ResultImage.get());
     ImageIn = temp->GetImaIn();
     own->SetImaIn(ImageIn);
     Operator = own.release();
@@ -206,15 +201,10 @@ bool IPG_CONTAINER::Apply()
   return Ipg_FailOnAllocation([this]() -> bool {
     // Checked before the result image is made from the ROI: the held operator
     // would otherwise receive an output of the ROI's size.
-    if (!Ipg_RoiFitsImage(ImageIn, RoiImage, "IPG_CONTAINER"))
+    if (!Ipg_RoiFitsImage(ImageIn, RoiImage.get(), "IPG_CONTAINER"))
       return false;
-    if (ResultImage == nullptr) {
-      ResultImage = DeepCopy(ImageIn);
-      if (RoiImage != nullptr) {
-        delete ResultImage;
-        ResultImage = DeepCopy(RoiImage);
-      }
-    }
+    if (ResultImage == nullptr)
+      ResultImage = DeepCopy(RoiImage != nullptr ? RoiImage.get() : ImageIn);
     if (Operator == nullptr)
       return false;
 
@@ -228,11 +218,11 @@ bool IPG_CONTAINER::Apply()
       op.SetImaIn(ImageIn);
       if constexpr (Traits::TakesSecondInput)
         op.SetInSecond(SecondImageIn);
-      op.SetRoi(RoiImage);
+      op.SetRoi(RoiImage.get());
       if constexpr (Traits::HasOutput) {
         if (Traits::UsesArithmeticPrecision && ResultImage != nullptr)
           ResultImage->Data->SetPrecision(kArithmeticPrecision);
-        op.SetImaOut(ResultImage);
+        op.SetImaOut(ResultImage.get());
       }
       const bool applied = static_cast<bool>(op.Apply());
       if constexpr (Traits::KeepsNumericalResult)
@@ -244,7 +234,7 @@ bool IPG_CONTAINER::Apply()
 
 DCM_STRUCT* IPG_CONTAINER::GetResult()
 {
-  return DeepCopy(ResultImage);
+  return DeepCopy(ResultImage.get()).release();
 }
 
 void IPG_CONTAINER::DeleteIpgContainer()
@@ -260,13 +250,11 @@ void IPG_CONTAINER::DeleteIpgContainer()
 }
 
 // Replaces an owned image by a deep copy of source (null for null).
-void IPG_CONTAINER::ReplaceOwnedImage(DCM_STRUCT*& owned, DCM_STRUCT* source)
+void IPG_CONTAINER::ReplaceOwnedImage(std::unique_ptr<DCM_STRUCT>& owned, DCM_STRUCT* source)
 {
-  DCM_STRUCT* copy = DeepCopy(source);
-  DCM_STRUCT* old = owned;
-  owned = copy;
-  RepointOperator(old, copy);
-  delete old;
+  std::unique_ptr<DCM_STRUCT> copy = DeepCopy(source);
+  RepointOperator(owned.get(), copy.get());
+  owned = std::move(copy);
 }
 
 // The held operator never keeps a pointer to an image the container has freed:

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <memory>
+
 #include <span>
 
 class DCM_STRUCT;
@@ -65,7 +67,7 @@ public:
 
   int GetIpgClassType() const { return ClassType; }
   void* GetIPGClassAddress() const { return Operator; }
-  DCM_STRUCT* GetBinaryRoi() const { return RoiImage; }
+  DCM_STRUCT* GetBinaryRoi() const { return RoiImage.get(); }
   DCM_STRUCT* GetInImageAddress() const { return ImageIn; }
   DCM_STRUCT* GetSecondImageIn() const { return SecondImageIn; }
 
@@ -85,13 +87,13 @@ public:
   void DeleteIpgContainer();
 
 private:
-  void ReplaceOwnedImage(DCM_STRUCT*& owned, DCM_STRUCT* source);
+  void ReplaceOwnedImage(std::unique_ptr<DCM_STRUCT>& owned, DCM_STRUCT* source);
   void RepointOperator(DCM_STRUCT* old, DCM_STRUCT* now);
 
   int ClassType = kIpgClassEmpty;
   void* Operator = nullptr;
-  DCM_STRUCT* RoiImage = nullptr;
-  DCM_STRUCT* ResultImage = nullptr;
+  std::unique_ptr<DCM_STRUCT> RoiImage;
+  std::unique_ptr<DCM_STRUCT> ResultImage;
   DCM_STRUCT* ImageIn = nullptr;
   DCM_STRUCT* SecondImageIn = nullptr;
   float NumericalResult = 0.0f;

@@ -1,6 +1,7 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
 #include "mth/mth_complex_buffer.h"
 #include "mth/mth_fft.h"
 
@@ -29,17 +30,6 @@ bool LoadAndTransform(DCM_STRUCT* in, MTH_COMPLEX_BUFFER& buffer)
     for (int r = 0; r < rows; ++r)
       buffer[c][r] = MTH_COMPLEX{static_cast<double>(in->Data->GetValue(c, r)), 0.0};
   return Mth_FFT2D(buffer.Get(), cols, rows, 1);
-}
-
-int ClampToInt(long double v)
-{
-  if (std::isnan(v))
-    return 0;
-  if (v >= static_cast<long double>(INT_MAX))
-    return INT_MAX;
-  if (v <= static_cast<long double>(INT_MIN))
-    return INT_MIN;
-  return static_cast<int>(v); // truncation toward zero
 }
 
 } // namespace
@@ -188,11 +178,11 @@ bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
     const long double y = im[k] * 0.1L;
     if (kind == Derived::Module) {
       const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
-      out[k] = s == 0 ? 0 : ClampToInt(std::sqrt(static_cast<long double>(s)) * 10);
+      out[k] = s == 0 ? 0 : Ipg_TruncateTowardZero(std::sqrt(static_cast<long double>(s)) * 10);
     } else {
       const long double angle = re[k] == 0 ? std::atan(0.0L) : std::atan(y / x);
       // Stored in tenths under a precision of 100: phase images are read that way.
-      out[k] = kind == Derived::PhaseDeg ? ClampToInt(angle * 180 * (1 / kPi) * 10) : ClampToInt(angle * 10);
+      out[k] = kind == Derived::PhaseDeg ? Ipg_TruncateTowardZero(angle * 180 * (1 / kPi) * 10) : Ipg_TruncateTowardZero(angle * 10);
     }
   }
   ImaOut->Data->SetMin();

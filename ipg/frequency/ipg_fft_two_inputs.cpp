@@ -1,6 +1,7 @@
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/internal/ipg_guard.h"
 #include "mth/mth_complex_buffer.h"
@@ -14,17 +15,6 @@
 #include <memory>
 
 namespace {
-
-int ClampToInt(long double v)
-{
-  if (std::isnan(v))
-    return 0;
-  if (v >= static_cast<long double>(INT_MAX))
-    return INT_MAX;
-  if (v <= static_cast<long double>(INT_MIN))
-    return INT_MIN;
-  return static_cast<int>(v); // truncation toward zero
-}
 
 // A centred spectral part (1210 real, 1211 imaginary) of source, in a new
 // image; null when the transform failed or the host cancelled the chain.
@@ -122,11 +112,11 @@ bool IPG_FFT_TWO_INPUTS::Compare(Comparison kind)
       const long double crossRe = re1 * re2 + im1 * im2;
       const long double crossIm = im1 * re2 - re1 * im2;
       const long double angle = crossRe == 0 ? 0.0L : std::atan(crossIm / crossRe);
-      out[k] = ClampToInt(angle * 100);
+      out[k] = Ipg_TruncateTowardZero(angle * 100);
     } else {
       const long double re1 = a[k] / 10.0L, im1 = b[k] / 10.0L, re2 = c[k] / 10.0L, im2 = d[k] / 10.0L;
       const long double difference = std::sqrt(re1 * re1 + im1 * im1) - std::sqrt(re2 * re2 + im2 * im2);
-      out[k] = ClampToInt(difference * 10);
+      out[k] = Ipg_TruncateTowardZero(difference * 10);
     }
   }
   ImaOut->Data->SetMin();

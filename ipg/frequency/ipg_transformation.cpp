@@ -1,8 +1,9 @@
 #include "ipg/frequency/ipg_transformation.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -112,11 +113,6 @@ bool IPG_TRANSFORMATION::Apply()
 
 // ---------------------------------------------------------------- geometry
 
-bool IPG_TRANSFORMATION::InsideRoi(unsigned col, unsigned row) const
-{
-  return Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
-}
-
 bool IPG_TRANSFORMATION::Resample(double angle, double dx, double dy)
 {
   if (ImaOut == nullptr || ImaIn == nullptr) {
@@ -131,7 +127,7 @@ bool IPG_TRANSFORMATION::Resample(double angle, double dx, double dy)
   const double cosA = std::cos(angle), sinA = std::sin(angle);
   for (unsigned r = 0; r < rows; ++r)
     for (unsigned c = 0; c < cols; ++c) {
-      if (!InsideRoi(c, r)) {
+      if (!Ipg_InsideRoi(Roi, c, r)) {
         ImaOut->Data->SetValue(c, r, in.GetValue(c, r));
         continue;
       }
@@ -174,7 +170,7 @@ bool IPG_TRANSFORMATION::HoughTransformation()
   for (unsigned r = 0; r < inRows; ++r)
     for (unsigned c = 0; c < inCols; ++c) {
       const int v = ImaIn->Data->GetValue(c, r);
-      if (v <= 0 || v > kIpgMaxGrey || !InsideRoi(c, r))
+      if (v <= 0 || Ipg_IsMark(v) || !Ipg_InsideRoi(Roi, c, r))
         continue;
       for (unsigned j = 0; j < angles; ++j) {
         const double rho = (c - cx) * cosT[j] + (r - cy) * sinT[j];
@@ -185,7 +181,7 @@ bool IPG_TRANSFORMATION::HoughTransformation()
     }
   for (unsigned i = 0; i < distances; ++i)
     for (unsigned j = 0; j < angles; ++j)
-      ImaOut->Data->SetValue(j, i, static_cast<int>(std::min<std::int64_t>(votes[std::size_t{i} * angles + j], INT32_MAX)));
+      ImaOut->Data->SetValue(j, i, Ipg_SaturateToInt(votes[std::size_t{i} * angles + j]));
   return ApplyModeToOutImage();
 }
 

@@ -99,7 +99,6 @@ public:
 
 private:
   bool Resample(double angle, double dx, double dy);
-  bool InsideRoi(unsigned col, unsigned row) const;
 
   short WaveletLevel = 2;
   short WaveletMethod = 0;

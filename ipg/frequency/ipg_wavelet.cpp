@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_message.h"
 #include "mth/mth_regression.h"
@@ -12,10 +13,6 @@
 #include <cstddef>
 
 namespace {
-
-constexpr const char* kMsgNoInput = "Pas d'image d'entrée!";
-constexpr const char* kMsgBadDerivation = "Mauvais choix de type de dérivation";
-constexpr const char* kMsgZeroDeterminant = "Aïe, déterminant nul!!";
 
 const double kPi = std::acos(-1.0);
 constexpr float kSmallestMaximum = 0.000001f;
@@ -164,7 +161,7 @@ int IPG_WAVELET::WaveletDerivation(float** out, float* in, int cols, int rows, i
       }
     return 0;
   default:
-    Ipg_Inform(kMsgBadDerivation);
+    Ipg_Inform(kIpgMsgBadDerivation);
     return -1;
   }
 }
@@ -286,7 +283,7 @@ int IPG_WAVELET::ComputeChain(float** slots, int cols, int rows, float** chain, 
   }
   const double D = L * Sxx - Sx * Sx;
   if (D == 0) {
-    Ipg_Inform(kMsgZeroDeterminant);
+    Ipg_Inform(kIpgMsgZeroDeterminant);
     return -1;
   }
   if (slots == nullptr || chain == nullptr || alpha == nullptr || cols <= 0 || rows <= 0 || S > kMaxScales)
@@ -350,7 +347,7 @@ int IPG_WAVELET::ComputeChain(float** slots, int cols, int rows, float** chain, 
 bool IPG_WAVELET::ReadInput(std::vector<float>& image)
 {
   if (ImaIn == nullptr) {
-    Ipg_Inform(kMsgNoInput);
+    Ipg_Inform(kIpgMsgNoInputImage);
     return false;
   }
   Cols = static_cast<int>(ImaIn->GetNbOfCols());

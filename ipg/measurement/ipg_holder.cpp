@@ -2,7 +2,8 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
-#include "ipg/measurement/ipg_holder_fast_measures.h"
+#include "ipg/internal/ipg_holder_fast_measures.h"
+#include "ipg/internal/ipg_messages.h"
 #include "ipg/ui/ipg_message.h"
 #include "mth/mth_matrix.h"
 
@@ -19,8 +20,6 @@ constexpr double kSmallestMeasure = 1e-10; // layers 0 and R must exceed it
 constexpr double kSmallestPositive = 1e-7; // floor of the minimum measure
 constexpr double kIsoThreshold = 2.0;
 constexpr double kPowExponent = 2.0;
-// This operator's wording ("en", not "d'") is the one hosts match on.
-constexpr const char* kMsgNoInput = "Pas d'image en entrée!";
 
 // One scratch buffer for every measure, grown to the largest window gathered.
 double* Scratch(std::size_t n)
@@ -196,7 +195,7 @@ bool IPG_HOLDER::Apply()
 bool IPG_HOLDER::ComputeHolderByCapacityMeasure()
 {
   if (ImaIn == nullptr || ImaIn->Data == nullptr) {
-    Ipg_Inform(kMsgNoInput);
+    Ipg_Inform(kIpgMsgNoImageAsInput);
     return false;
   }
   const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());

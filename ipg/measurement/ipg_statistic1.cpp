@@ -2,9 +2,10 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
-#include "ipg/framework/ipg_output_mode.h"
-#include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_fractal_measures.h"
+#include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/measurement/ipg_holder.h"
 #include "ipg/ui/ipg_message.h"
 
@@ -14,9 +15,9 @@
 
 namespace {
 
-constexpr const char* kMsgNegativeVariance = "problème : variance négative";
-constexpr int kMinStart = 16777217;
-constexpr int kMaxStart = -16777215;
+// The extremes start just outside the grey levels.
+constexpr int kMinStart = kIpgMaxGrey + 1;
+constexpr int kMaxStart = -(kIpgMaxGrey - 1);
 
 } // namespace
 
@@ -132,14 +133,6 @@ bool IPG_STATISTIC1::Apply()
   return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
-bool IPG_STATISTIC1::Selected(unsigned col, unsigned row) const
-{
-  if (ImaIn->Data->GetValue(col, row) > kIpgMaxGrey)
-    return false;
-  // A ROI image smaller than the input reads 0 outside itself: excluded.
-  return Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
-}
-
 short IPG_STATISTIC1::Precision() const
 {
   return ImaIn->Data->GetPrecision();
@@ -161,7 +154,7 @@ bool IPG_STATISTIC1::AverageGL()
   int count = 0;
   for (unsigned short row = 0; row < rows; ++row)
     for (unsigned short col = 0; col < cols; ++col)
-      if (Selected(col, row)) {
+      if (Ipg_CountedPixel(ImaIn, Roi, col, row)) {
         sum += ImaIn->Data->GetValue(col, row);
         ++count;
       }
@@ -179,7 +172,7 @@ bool IPG_STATISTIC1::SumOfPixels()
   double sum = 0.0;
   for (unsigned short row = 0; row < rows; ++row)
     for (unsigned short col = 0; col < cols; ++col)
-      if (Selected(col, row))
+      if (Ipg_CountedPixel(ImaIn, Roi, col, row))
         sum += ImaIn->Data->GetValue(col, row);
   Result = Scaled(sum);
   return true;
@@ -195,7 +188,7 @@ bool IPG_STATISTIC1::MinMaxGL()
   int mx = kMaxStart;
   for (unsigned short row = 0; row < rows; ++row)
     for (unsigned short col = 0; col < cols; ++col)
-      if (Selected(col, row)) {
+      if (Ipg_CountedPixel(ImaIn, Roi, col, row)) {
         const int v = ImaIn->Data->GetValue(col, row);
         if (v < mn)
           mn = v;
@@ -228,9 +221,10 @@ bool IPG_STATISTIC1::NoiseSums(double& signal, double& noise)
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   auto add = [&](int col, int row) {
-    const double in = ImaIn->Data->GetValue(col, row);
-    if (in > kIpgMaxGrey)
+    const int raw = ImaIn->Data->GetValue(col, row);
+    if (Ipg_IsMark(raw))
       return;
+    const double in = raw;
     const double s = smoothed.Data->GetValue(col, row);
     signal += s * s;
     noise += (in - s) * (in - s);
@@ -242,7 +236,7 @@ bool IPG_STATISTIC1::NoiseSums(double& signal, double& noise)
   } else {
     for (int row = 0; row < rows; ++row)
       for (int col = 0; col < cols; ++col)
-        if (Roi->Data->GetValue(col, row) == kIpgRoiValue)
+        if (Ipg_InsideRoi(Roi, col, row))
           add(col, row);
   }
   return true;
@@ -284,8 +278,8 @@ bool IPG_STATISTIC1::BasicStats()
 {
   if (ImaIn == nullptr)
     return false;
-  Min = 16777217.0;
-  Max = -16777215.0;
+  Min = kMinStart;
+  Max = kMaxStart;
   Mean = VarianceValue = StdDev = SNR = 0.0;
   NbPixels = 0;
 
@@ -298,9 +292,9 @@ bool IPG_STATISTIC1::BasicStats()
   const std::size_t roiSize = Roi != nullptr ? Roi->Data->GetSize() : 0;
   // The ROI array is walked in step with the input; past its end nothing is selected.
   auto selected = [&](std::size_t i) {
-    if (pixels[i] > kIpgMaxGrey)
+    if (Ipg_IsMark(pixels[i]))
       return false;
-    return roi == nullptr || (i < roiSize && roi[i] == kIpgRoiValue);
+    return roi == nullptr || (i < roiSize && Ipg_InsideRoi(roi[i]));
   };
 
   double sum = 0.0;
@@ -326,7 +320,7 @@ bool IPG_STATISTIC1::BasicStats()
 
   // A constant image lands here too: hosts rely on the warning for flat selections.
   if (VarianceValue <= 0.0)
-    Ipg_Inform(kMsgNegativeVariance);
+    Ipg_Inform(kIpgMsgNegativeVariance);
   else
     StdDev = std::sqrt(VarianceValue);
 

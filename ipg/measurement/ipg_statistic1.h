@@ -125,7 +125,6 @@ public:
 private:
   static constexpr double kNotComputed = -1.0;
 
-  bool Selected(unsigned col, unsigned row) const;
   short Precision() const;
   double Scaled(double v) const;
   // Runs BasicStats when the cache mark says so and returns its result; false

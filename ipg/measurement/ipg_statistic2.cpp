@@ -1,7 +1,7 @@
 #include "ipg/measurement/ipg_statistic2.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_guard.h"
 
 #include <algorithm>
@@ -195,9 +195,7 @@ bool IPG_STATISTIC2::ComputeLeastSquared()
   for (unsigned row = 0; row < rows; ++row)
     for (unsigned col = 0; col < cols; ++col) {
       const std::size_t k = static_cast<std::size_t>(row) * cols + col;
-      if (a[k] > kIpgMaxGrey || b[k] > kIpgMaxGrey)
-        continue;
-      if (Roi != nullptr && Roi->Data->GetValue(col, row) != kIpgRoiValue)
+      if (Ipg_IsMark(a[k]) || Ipg_IsMark(b[k]) || !Ipg_InsideRoi(Roi, col, row))
         continue;
       const double d = static_cast<double>(a[k]) - static_cast<double>(b[k]);
       sum += d * d;

@@ -1,10 +1,9 @@
 #include "ipg/measurement/ipg_texture.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_glcm.h"
-#include "ipg/internal/ipg_scaling_grid.h"
-#include "ipg/ui/ipg_message.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_roi_mask.h"
 
 #include <algorithm>
 #include <climits>
@@ -14,12 +13,6 @@ namespace {
 
 constexpr int kCooccurrenceCode = 1500;
 constexpr const char* kWhere = "IPG_TEXTURE::ComputeCooccurrence()";
-
-bool Fail(const std::string& text)
-{
-  Ipg_Inform(text);
-  return false;
-}
 
 } // namespace
 
@@ -76,30 +69,25 @@ bool IPG_TEXTURE::Apply()
   return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
-bool IPG_TEXTURE::Selected(int col, int row) const
-{
-  return ImaIn->Data->GetValue(col, row) <= kIpgMaxGrey &&
-         (Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue);
-}
-
 bool IPG_TEXTURE::ComputeCooccurrence()
 {
   if (ImaIn == nullptr)
-    return Fail("Pas d'image d'entrée!");
+    return Ipg_InformAndFail(kIpgMsgNoInputImage);
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   if (Roi != nullptr && (static_cast<int>(Roi->GetNbOfCols()) != cols || static_cast<int>(Roi->GetNbOfRows()) != rows))
-    return Fail(std::string("La ROI n'a pas les mêmes dimensions que l'image : ") + kWhere);
+    return Ipg_InformAndFail(Ipg_MsgRoiSizeAt(kWhere));
   if (GreyLevels < 2 || GreyLevels > 256)
-    return Fail(Ipg_MsgParameterRangeAt("GreyLevels", kWhere));
+    return Ipg_InformAndFail(Ipg_MsgParameterRangeAt("GreyLevels", kWhere));
   int dcol = 0, drow = 0;
   if (Distance < 1 || Distance >= std::max(cols, rows) || !Ipg_GlcmOffset(Angle, Distance, dcol, drow))
-    return Fail(Ipg_MsgParameterRangeAt(Distance < 1 || Distance >= std::max(cols, rows) ? "Distance" : "Angle", kWhere));
+    return Ipg_InformAndFail(
+        Ipg_MsgParameterRangeAt(Distance < 1 || Distance >= std::max(cols, rows) ? "Distance" : "Angle", kWhere));
 
   int lowest = INT_MAX, highest = INT_MIN;
   for (int row = 0; row < rows; ++row)
     for (int col = 0; col < cols; ++col)
-      if (Selected(col, row)) {
+      if (Ipg_CountedPixel(ImaIn, Roi, col, row)) {
         lowest = std::min(lowest, ImaIn->Data->GetValue(col, row));
         highest = std::max(highest, ImaIn->Data->GetValue(col, row));
       }
@@ -108,7 +96,7 @@ bool IPG_TEXTURE::ComputeCooccurrence()
   double pairs = 0.0;
   for (int row = std::max(0, -drow); row < std::min(rows, rows - drow); ++row)
     for (int col = std::max(0, -dcol); col < std::min(cols, cols - dcol); ++col) {
-      if (!Selected(col, row) || !Selected(col + dcol, row + drow))
+      if (!Ipg_CountedPixel(ImaIn, Roi, col, row) || !Ipg_CountedPixel(ImaIn, Roi, col + dcol, row + drow))
         continue;
       const int i = Ipg_GlcmQuantise(ImaIn->Data->GetValue(col, row), lowest, highest, GreyLevels);
       const int j = Ipg_GlcmQuantise(ImaIn->Data->GetValue(col + dcol, row + drow), lowest, highest, GreyLevels);
@@ -118,7 +106,7 @@ bool IPG_TEXTURE::ComputeCooccurrence()
       pairs += Symmetric ? 2.0 : 1.0;
     }
   if (pairs == 0.0)
-    return Fail(Ipg_MsgNothingToMeasure(kWhere));
+    return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(kWhere));
 
   const Ipg_GlcmFeatures features = Ipg_GlcmFeaturesOf(counts, GreyLevels);
   Matrix = counts;

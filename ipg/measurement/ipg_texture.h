@@ -56,7 +56,6 @@ public:
   double GetEntropy() const { return Entropy; }
 
 private:
-  bool Selected(int col, int row) const;
   int Distance = 1;
   int Angle = 0;
   int GreyLevels = 16;

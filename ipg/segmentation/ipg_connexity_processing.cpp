@@ -1,8 +1,10 @@
 #include "ipg/segmentation/ipg_connexity_processing.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_pixel_values.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -16,19 +18,7 @@ namespace {
 
 constexpr unsigned short kNoLabel = 65535;
 constexpr int kLargestLabelCount = 65535; // labels are 16-bit, 65535 meaning "no label"
-constexpr const char* kMsgAllocation = "Allocation mémoire impossible";
-constexpr const char* kMsgTooManyLabels = "Nombre d'étiquettes max dépassés";
-constexpr const char* kMsgOutputSize = "Taille de l'image de sortie invalide";
 constexpr double kZeroDistance = 1e-9;
-
-// Truncation toward zero; sums out of the 32-bit range (or not numbers) give
-// INT_MIN, the value the x86 conversion has always produced for them.
-int TruncToInt(double v)
-{
-  if (!(v > -2147483649.0 && v < 2147483648.0))
-    return INT_MIN;
-  return static_cast<int>(v);
-}
 
 template <typename T>
 std::unique_ptr<T[]> TryAllocate(std::size_t n)
@@ -70,7 +60,7 @@ bool FirstPass(const int* pixels, int cols, int rows, int value, int nbCompMax, 
   for (int row = 0; row < rows; ++row)
     for (int col = 0; col < cols; ++col) {
       if (n == nbCompMax) {
-        Ipg_Inform(kMsgTooManyLabels);
+        Ipg_Inform(kIpgMsgTooManyLabels);
         return false;
       }
       const std::size_t at = static_cast<std::size_t>(row) * cols + col;
@@ -193,7 +183,7 @@ int Ipg_CompareNrOfResidents(void* a, void* b)
 {
   const long long na = static_cast<IPG_CONNECTED_COMPONENT*>(a)->GetNbResidents();
   const long long nb = static_cast<IPG_CONNECTED_COMPONENT*>(b)->GetNbResidents();
-  return static_cast<int>(std::clamp<long long>(na - nb, INT_MIN, INT_MAX));
+  return Ipg_SaturateToInt(na - nb);
 }
 
 IPG_CONNEXITY_PROCESSING::IPG_CONNEXITY_PROCESSING(DCM_STRUCT* in, int value)
@@ -226,9 +216,9 @@ IPG_CONNEXITY_PROCESSING::~IPG_CONNEXITY_PROCESSING()
 void IPG_CONNEXITY_PROCESSING::CopyResults(const IPG_CONNEXITY_PROCESSING& source)
 {
   if (source.Components != nullptr) {
-    Components = new TList;
+    Components = std::make_unique<TList>();
     for (int i = 0; i < source.Components->Count(); ++i)
-      Components->Add(new IPG_CONNECTED_COMPONENT(*source.GetComponent(i)));
+      AdoptComponent(std::make_unique<IPG_CONNECTED_COMPONENT>(*source.GetComponent(i)));
   }
   auto copyArray = [](const std::unique_ptr<double[]>& from, int n) {
     std::unique_ptr<double[]> to;
@@ -302,12 +292,15 @@ IPG_CONNECTED_COMPONENT* IPG_CONNEXITY_PROCESSING::GetComponent(int i) const
 
 void IPG_CONNEXITY_PROCESSING::DestroyComponents()
 {
-  if (Components == nullptr)
-    return;
-  for (int i = 0; i < Components->Count(); ++i)
-    delete GetComponent(i);
-  delete Components;
-  Components = nullptr;
+  Components.reset();
+  ComponentStore.clear();
+}
+
+// Stored first, so that the list never points at a component nobody owns.
+void IPG_CONNEXITY_PROCESSING::AdoptComponent(std::unique_ptr<IPG_CONNECTED_COMPONENT> component)
+{
+  ComponentStore.push_back(std::move(component));
+  Components->Add(ComponentStore.back().get());
 }
 
 void IPG_CONNEXITY_PROCESSING::ClearShapeFeat()
@@ -326,7 +319,7 @@ bool IPG_CONNEXITY_PROCESSING::StartLabelling()
     return false;
   DestroyComponents();
   if (NbCompMax < 0 || NbCompMax > kLargestLabelCount) {
-    Ipg_Inform(kMsgAllocation);
+    Ipg_Inform(kIpgMsgAllocation);
     return false;
   }
   return true;
@@ -337,15 +330,14 @@ bool IPG_CONNEXITY_PROCESSING::StartLabelling()
 bool IPG_CONNEXITY_PROCESSING::BuildComponents(const unsigned short* labels, const int* componentOfLabel,
                                                const int* sizes, int nbComponents)
 {
-  Components = new TList;
+  Components = std::make_unique<TList>();
   for (int k = 0; k < nbComponents; ++k) {
-    auto* component = new (std::nothrow) IPG_CONNECTED_COMPONENT(sizes[k], k);
+    std::unique_ptr<IPG_CONNECTED_COMPONENT> component(new (std::nothrow) IPG_CONNECTED_COMPONENT(sizes[k], k));
     if (component == nullptr || !component->IsAllocated()) {
-      delete component;
       DestroyComponents();
       return false;
     }
-    Components->Add(component);
+    AdoptComponent(std::move(component));
   }
   std::vector<int> next(static_cast<std::size_t>(nbComponents), 0);
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
@@ -373,7 +365,7 @@ bool IPG_CONNEXITY_PROCESSING::Labelling_8NeighborsTwoPass()
   const std::size_t tableSize = static_cast<std::size_t>(static_cast<int>(N * (N - 1.0) * 0.5));
   auto table = TryAllocate<unsigned char>(tableSize);
   if (!scratch.Allocate(static_cast<std::size_t>(cols) * rows, N) || !table) {
-    Ipg_Inform(kMsgAllocation);
+    Ipg_Inform(kIpgMsgAllocation);
     return false;
   }
   std::fill_n(table.get(), tableSize, 0);
@@ -418,7 +410,7 @@ bool IPG_CONNEXITY_PROCESSING::Labelling_8Neighbors()
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   LabelScratch scratch;
   if (!scratch.Allocate(static_cast<std::size_t>(cols) * rows, NbCompMax)) {
-    Ipg_Inform(kMsgAllocation);
+    Ipg_Inform(kIpgMsgAllocation);
     return false;
   }
   PairSet pairs;
@@ -456,7 +448,7 @@ bool IPG_CONNEXITY_PROCESSING::KeepCheck() const
   if (ImaIn == nullptr || ImaOut == nullptr || Components == nullptr)
     return false;
   if (ImaOut->GetNbOfCols() != ImaIn->GetNbOfCols() || ImaOut->GetNbOfRows() != ImaIn->GetNbOfRows()) {
-    Ipg_Inform(kMsgOutputSize);
+    Ipg_Inform(kIpgMsgOutputSize);
     return false;
   }
   std::copy_n(ImaIn->Data->GetIDataAddress(), ImaIn->Data->GetSize(), ImaOut->Data->GetIDataAddress());
@@ -468,10 +460,10 @@ bool IPG_CONNEXITY_PROCESSING::KeepCheck() const
 void IPG_CONNEXITY_PROCESSING::EraseComponent(const IPG_CONNECTED_COMPONENT* component)
 {
   int background;
-  if (Value == kIpgRoiValue)
+  if (Value == kIpgMaskValue)
     background = 0;
   else if (Value == 0)
-    background = kIpgRoiValue;
+    background = kIpgMaskValue;
   else
     return;
   const MTH_2D_DOUBLE* residents = component->GetResidents();
@@ -528,7 +520,7 @@ bool IPG_CONNEXITY_PROCESSING::ComputeGeometricMomentOfComponents()
     for (int i = 0; i < n; ++i) {
       const double term = std::pow(static_cast<int>(residents[i].GetX()), P) *
                           std::pow(static_cast<int>(residents[i].GetY()), Q);
-      sum = TruncToInt(sum + term);
+      sum = Ipg_TruncateOrIntMin(sum + term); // INT_MIN out of range, as the x86 conversion
     }
     MomentGeo[k] = sum;
   }

@@ -6,6 +6,7 @@
 #include "ipg/segmentation/ipg_connected_component.h"
 
 #include <memory>
+#include <vector>
 
 // Reduces labels (count entries, 65535 meaning "no label") to their distinct
 // values in order of first appearance; nothing is sorted.
@@ -51,7 +52,7 @@ public:
   bool ShapesFeaturesOfComponents();
 
   // The list of IPG_CONNECTED_COMPONENT* of the last labelling, or null (none).
-  TList* GetComponents() const { return Components; }
+  TList* GetComponents() const { return Components.get(); }
   int GetNbComponents() const { return Components != nullptr ? Components->Count() : 0; }
   IPG_CONNECTED_COMPONENT* GetComponent(int i) const;
 
@@ -81,6 +82,7 @@ public:
 private:
   bool StartLabelling();
   void DestroyComponents();
+  void AdoptComponent(std::unique_ptr<IPG_CONNECTED_COMPONENT> component);
   void ClearShapeFeat();
   void CopyResults(const IPG_CONNEXITY_PROCESSING& source);
   bool BuildComponents(const unsigned short* labels, const int* componentOfLabel, const int* sizes,
@@ -88,7 +90,9 @@ private:
   bool KeepCheck() const;
   void EraseComponent(const IPG_CONNECTED_COMPONENT* component);
 
-  TList* Components = nullptr;
+  // The list hosts read (and 802 sorts) points into ComponentStore, which owns.
+  std::unique_ptr<TList> Components;
+  std::vector<std::unique_ptr<IPG_CONNECTED_COMPONENT>> ComponentStore;
   int NbCompMax = 2000;
   int Value = 0;
   int NrOfComponentsToKeep = 1;

@@ -1,8 +1,8 @@
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_pixel_values.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
 
 IPG_CONVERT_BINARY_TO_OBJECT::IPG_CONVERT_BINARY_TO_OBJECT()
@@ -72,7 +72,7 @@ bool IPG_CONVERT_BINARY_TO_OBJECT::Apply()
     if (ImaIn == nullptr || ImaOut == nullptr)
       return false;
     DCM_STRUCT working(*ImaIn, true);
-    IPG_CONNEXITY_PROCESSING components(ImaIn, kIpgRoiValue);
+    IPG_CONNEXITY_PROCESSING components(ImaIn, kIpgMaskValue);
     components.SetImaOut(&working);
     components.SetTools(800);
     components.Apply();

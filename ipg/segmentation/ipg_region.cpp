@@ -2,8 +2,9 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_histo.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
@@ -14,28 +15,12 @@
 
 namespace {
 
-constexpr int kTaken = kIpgRoiValue; // accepted pixels are marked in the working image
+constexpr int kTaken = kIpgMaskValue; // accepted pixels are marked in the working image
 constexpr int kVarianceStartMin = 1410065408;
 constexpr int kExpansionStartMin = 1000000;
 
-// Truncation toward zero; values out of the 32-bit range (or not numbers) give
-// INT_MIN, the value the x86 conversion has always produced for them.
-int TruncToInt(double v)
-{
-  if (!(v > -2147483649.0 && v < 2147483648.0))
-    return INT_MIN;
-  return static_cast<int>(v);
-}
-
-// 32-bit two's-complement arithmetic, wrapping as the sums always have.
-int Wrap(std::int64_t v)
-{
-  return static_cast<int>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(v)));
-}
-int WrappedSquare(int v)
-{
-  return Wrap(static_cast<std::int64_t>(v) * v);
-}
+// The sums wrap in 32-bit two's complement (Ipg_WrapToInt) as they always
+// have; means and bounds truncate with the x86 conversion's INT_MIN (Ipg_TruncateOrIntMin).
 
 // Statistics of every positive pixel of an image: the smallest of them (or
 // startMin when it is smaller), their count, sum and sum of wrapped squares.
@@ -54,7 +39,7 @@ PositivePixels GatherPositivePixels(const DCM_STRUCT& image, int startMin)
       p.minimum = std::min(p.minimum, pixels[i]);
       ++p.count;
       p.sum += pixels[i];
-      p.sumOfSquares += WrappedSquare(pixels[i]);
+      p.sumOfSquares += Ipg_WrappedSquare(pixels[i]);
     }
   return p;
 }
@@ -170,7 +155,7 @@ void IPG_REGION::Accept(int x, int y)
 {
   DCM_DATA* work = Working->Data;
   const int v = work->GetValue(static_cast<unsigned>(x), static_cast<unsigned>(y)); // a seed off the image reads 0
-  RegionSumOfSquares = Wrap(static_cast<std::int64_t>(RegionSumOfSquares) + WrappedSquare(v));
+  RegionSumOfSquares = Ipg_WrapToInt(static_cast<std::int64_t>(RegionSumOfSquares) + Ipg_WrappedSquare(v));
   RegionMean += v;
   RegionVariance += static_cast<double>(v) * v;
   ++RegionCount;
@@ -193,7 +178,7 @@ void IPG_REGION::SurfaceRangeIteration(int x, int y)
   const int workRows = static_cast<int>(Working->GetNbOfRows());
   const int* work = Working->Data->GetIDataAddress();
   auto enter = [&](int cx, int cy) {
-    if (Roi != nullptr && Roi->Data->GetValue(static_cast<unsigned>(cx), static_cast<unsigned>(cy)) == 0)
+    if (!Ipg_InsideAnyNonZeroMask(Roi, static_cast<unsigned>(cx), static_cast<unsigned>(cy)))
       return;
     if (++Depth >= DepthLimit)
       return;
@@ -261,7 +246,7 @@ void IPG_REGION::FillWithHalfWidth(int half, int low, int high)
 double IPG_REGION::SquareDeviationFromSeed() const
 {
   const int meanSquare = RegionCount != 0 ? RegionSumOfSquares / RegionCount : RegionSumOfSquares;
-  const int difference = Wrap(static_cast<std::int64_t>(meanSquare) - WrappedSquare(SeedValue));
+  const int difference = Ipg_WrapToInt(static_cast<std::int64_t>(meanSquare) - Ipg_WrappedSquare(SeedValue));
   return difference == INT_MIN ? static_cast<double>(INT_MIN) : std::abs(difference);
 }
 
@@ -276,7 +261,8 @@ bool IPG_REGION::VarianceControlRegionGrowing()
     return false;
   IPG_HISTO histo(ImaIn);
   histo.SetTools(1400);
-  histo.Apply();
+  if (!histo.Apply())
+    return false; // a range too wide to count: the widening would visit every level
   const PositivePixels positive = GatherPositivePixels(*ImaIn, kVarianceStartMin);
   int m = positive.minimum;
   const int count = positive.count;
@@ -353,15 +339,15 @@ bool IPG_REGION::CustomFillByVariance(float k)
   if (variance <= 0.0)
     return false;
   const double sigma = std::sqrt(variance);
-  SeedValue = TruncToInt(mean);
+  SeedValue = Ipg_TruncateOrIntMin(mean);
   const int M = ImaIn->Data->GetMax(), m = ImaIn->Data->GetMin();
   // Past the image's extremes the range falls back to one sigma, not k.
-  MaxGL = TruncToInt(mean + k * sigma);
+  MaxGL = Ipg_TruncateOrIntMin(mean + k * sigma);
   if (MaxGL > M)
-    MaxGL = TruncToInt(std::min(static_cast<double>(M), mean + sigma));
-  MinGL = TruncToInt(mean - k * sigma);
+    MaxGL = Ipg_TruncateOrIntMin(std::min(static_cast<double>(M), mean + sigma));
+  MinGL = Ipg_TruncateOrIntMin(mean - k * sigma);
   if (MinGL < m)
-    MinGL = TruncToInt(std::max(static_cast<double>(m), mean - sigma));
+    MinGL = Ipg_TruncateOrIntMin(std::max(static_cast<double>(m), mean - sigma));
   const int atSeed = ImaIn->Data->GetValue(static_cast<unsigned>(XSeed), static_cast<unsigned>(YSeed));
   if (atSeed <= MinGL || atSeed >= MaxGL) {
     // The seed moves for good to the leftmost in-range pixel of its row near it;
@@ -385,7 +371,8 @@ bool IPG_REGION::CustomFillByExpansion()
     return false;
   IPG_HISTO histo(ImaIn);
   histo.SetTools(1400);
-  histo.Apply();
+  if (!histo.Apply())
+    return false; // a range too wide to count: the widening would visit every level
   const PositivePixels positive = GatherPositivePixels(*ImaIn, kExpansionStartMin);
   int m = positive.minimum;
   const int count = positive.count;
@@ -401,11 +388,11 @@ bool IPG_REGION::CustomFillByExpansion()
     m = 1;
   const int M = ImaIn->Data->GetMax();
   const float upperBound = static_cast<float>(mean) + 2.0f * static_cast<float>(sigma);
-  const int U = TruncToInt(std::min(static_cast<float>(M), upperBound));
+  const int U = Ipg_TruncateOrIntMin(std::min(static_cast<float>(M), upperBound));
 
   const BlockStats block = PositiveStats(XSeed - 5LL, YSeed - 5LL, XSeed + 4LL, YSeed + 4LL);
   SeedValue = block.count == 0 ? ImaIn->Data->GetValue(static_cast<unsigned>(XSeed), static_cast<unsigned>(YSeed))
-                               : TruncToInt(block.sum / block.count);
+                               : Ipg_TruncateOrIntMin(block.sum / block.count);
   Tolerance = static_cast<float>(5.0 * sigma);
   for (int d = m; d < U; ++d) {
     if (GreyLevelStepCancelled(d - m))

@@ -2,18 +2,11 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
-
-namespace {
-
-constexpr const char* kMsgNoTool = "Aucun outil de traitement d'image correspondant";
-constexpr const char* kMsgNotHandled = "Non géré actuellement : IPG_ROI, ipg_roi";
-constexpr const char* kMsgUnknownType = "Erreur : aucun type de ROI correspondant";
-constexpr const char* kMsgNoOutput = "image de sortie non allouée";
-
-} // namespace
 
 IPG_ROI::IPG_ROI(DCM_STRUCT* in) : IPG_ROI(in, nullptr, nullptr) {}
 
@@ -51,7 +44,7 @@ void IPG_ROI::MakePoints()
 
 void IPG_ROI::SetDefaultParameters()
 {
-  OutValueColor = 16777217;
+  OutValueColor = kIpgMaskValue;
   InValueColor = -1;
   ROIType = kRectangle;
   Resize = false;
@@ -115,7 +108,7 @@ bool IPG_ROI::Apply()
     return false;
   const IPG_OPERATION_INFO<IPG_ROI>* operation = ClassInfo().FindOperation(Tools);
   if (operation == nullptr) {
-    Ipg_Inform(kMsgNoTool); // the one class that names a wrong code
+    Ipg_Inform(kIpgMsgNoTool); // the one class that names a wrong code
     return false;
   }
   return Ipg_RunOperation(*operation, *this) != 0;
@@ -124,7 +117,7 @@ bool IPG_ROI::Apply()
 bool IPG_ROI::MakeRoi()
 {
   if (ImaOut == nullptr) {
-    Ipg_Inform(kMsgNoOutput);
+    Ipg_Inform(kIpgMsgNoOutput);
     return false;
   }
   if (ImaIn == nullptr)
@@ -139,9 +132,9 @@ bool IPG_ROI::MakeRoi()
   const int x0 = TLCorner->GetX(), y0 = TLCorner->GetY();
   const int x1 = LRCorner->GetX(), y1 = LRCorner->GetY();
   if (ROIType == kNotHandled)
-    Ipg_Inform(kMsgNotHandled);
+    Ipg_Inform(kIpgMsgRoiNotHandled);
   else if (ROIType != kRectangle && ROIType != kCircle && ROIType != kMask)
-    Ipg_Inform(kMsgUnknownType);
+    Ipg_Inform(kIpgMsgUnknownRoiType);
   else {
     const DCM_DATA* in = ImaIn->Data;
     const long long radius2 = Radius * Radius;
@@ -157,7 +150,7 @@ bool IPG_ROI::MakeRoi()
           const long long dy = row - static_cast<long long>(Centre->GetY());
           inside = static_cast<double>(dx * dx + dy * dy) <= static_cast<double>(radius2);
         } else if (ROIType == kMask) {
-          inside = Roi != nullptr && Roi->Data->GetValue(c, r) != 0; // no mask: nothing inside
+          inside = Roi != nullptr && Ipg_InsideAnyNonZeroMask(Roi, c, r); // no mask: nothing inside
         }
         // The circle is always written from the output's top-left corner, with or
         // without Resize: hosts place its output by the recorded origin.

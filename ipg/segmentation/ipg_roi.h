@@ -55,7 +55,7 @@ private:
   void MakePoints();
   void CopyHeader(int x0, int y0, int x1, int y1);
 
-  int OutValueColor = 16777217;
+  int OutValueColor = 0; // SetDefaultParameters() gives the mask value
   int InValueColor = -1;
   short ROIType = 0;
   bool Resize = false;
