@@ -40,20 +40,13 @@ void IPG_HOLDER_FAST_MEASURES::BuildTables()
   if (NeedsIntegerTables()) {
     const bool squares = MeasType == 4 || MeasType == 6 || MeasType == 7;
     const bool cubes = MeasType == 6;
-    const std::size_t width = static_cast<std::size_t>(Cols) + 1;
     for (int t = 0; t < 3; ++t) {
       if ((t == 1 && !squares) || (t == 2 && !cubes))
         continue;
-      std::vector<Wide>& sat = Sums[t];
-      sat.assign(width * (static_cast<std::size_t>(Rows) + 1), 0);
-      for (long row = 0; row < Rows; ++row) {
-        Wide line = 0;
-        for (long col = 0; col < Cols; ++col) {
-          const Wide w = static_cast<Wide>(static_cast<long long>(Data[row * Cols + col]));
-          line += t == 0 ? w : t == 1 ? w * w : w * w * w;
-          sat[(row + 1) * width + col + 1] = sat[row * width + col + 1] + line;
-        }
-      }
+      Sums[t] = Ipg_SummedArea<Wide>::ByRowRuns(static_cast<int>(Cols), static_cast<int>(Rows), [&](long col, long row) {
+        const Wide w = static_cast<Wide>(static_cast<long long>(Data[row * Cols + col]));
+        return t == 0 ? w : t == 1 ? w * w : w * w * w;
+      });
     }
   }
   if (MeasType == 1 || MeasType == 3 || MeasType == 8 || MeasType == 9) {
@@ -72,11 +65,7 @@ void IPG_HOLDER_FAST_MEASURES::BuildTables()
 
 double IPG_HOLDER_FAST_MEASURES::RectSum(Table table, long c0, long c1, long r0, long r1) const
 {
-  const std::vector<Wide>& sat = Sums[static_cast<int>(table)];
-  const long width = Cols + 1;
-  const Wide sum = sat[(r1 + 1) * width + c1 + 1] - sat[r0 * width + c1 + 1] - sat[(r1 + 1) * width + c0] +
-                   sat[r0 * width + c0];
-  return static_cast<double>(sum);
+  return static_cast<double>(Sums[static_cast<int>(table)].Over({c0, r0, c1 + 1, r1 + 1}));
 }
 
 void IPG_HOLDER_FAST_MEASURES::AdvanceTo(int i)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ipg/internal/ipg_summed_area.h"
+
 #include <vector>
 
 // The capacity measures of IPG_HOLDER computed without visiting every window:
@@ -51,7 +53,7 @@ private:
   double PowExponent;
   bool Ready = false;
 
-  std::vector<Wide> Sums[3]; // summed-area tables, (rows + 1) x (cols + 1)
+  Ipg_SummedArea<Wide> Sums[3];
   std::vector<double> Terms; // ln w or w^q per pixel (0 where w <= 0), or the extreme's input
   std::vector<double> Running; // current extremes or vertical sums
   int RunningRadius = -1;
