@@ -1,6 +1,6 @@
 #include "ipg/measurement/ipg_classification_processing.h"
 
-#include "support/measure_images.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ double Density(const std::vector<Population>& mixture, double v)
 std::unique_ptr<DCM_STRUCT> ImageWithHistogram(const std::vector<int>& count)
 {
   const int rows = *std::max_element(count.begin(), count.end()) + 1;
-  return MakeImageOf(kLevels, rows, [&](unsigned c, unsigned r) { return static_cast<int>(r) < count[c] ? static_cast<int>(c) : kMark; });
+  return ImageOf(kLevels, rows, [&](unsigned c, unsigned r) { return static_cast<int>(r) < count[c] ? static_cast<int>(c) : kMark; });
 }
 
 std::vector<int> Counts(const std::vector<Population>& mixture, double noise)
@@ -91,7 +91,7 @@ TEST(IpgClassificationProcessing, UnimodalAndRoi)
 
   // Only the left half (levels below 128) in the ROI: still one class, and
   // the right half is copied.
-  auto roi = MakeImageOf(image->GetNbOfCols(), image->GetNbOfRows(),
+  auto roi = ImageOf(image->GetNbOfCols(), image->GetNbOfRows(),
                          [](unsigned c, unsigned) { return c < 128 ? 16777217 : 0; });
   classify.SetRoi(roi.get());
   ASSERT_TRUE(classify.Apply());
@@ -102,9 +102,9 @@ TEST(IpgClassificationProcessing, UnimodalAndRoi)
 
 TEST(IpgClassificationProcessing, BadInput)
 {
-  auto image = MakeImageOf(8, 8, [](unsigned c, unsigned r) { return static_cast<int>(c * r); });
-  auto tiny = MakeImageOf(1, 1, [](unsigned, unsigned) { return 3; });
-  auto empty = MakeImageOf(8, 8, [](unsigned, unsigned) { return 0; });
+  auto image = ImageOf(8, 8, [](unsigned c, unsigned r) { return static_cast<int>(c * r); });
+  auto tiny = ImageOf(1, 1, [](unsigned, unsigned) { return 3; });
+  auto empty = ImageOf(8, 8, [](unsigned, unsigned) { return 0; });
   DCM_STRUCT out(*image, false), tinyOut(*tiny, false);
   auto check = [&](DCM_STRUCT* in, DCM_STRUCT* roi, DCM_STRUCT* o, int width, double depth, int classes) {
     MessageCapture messages;

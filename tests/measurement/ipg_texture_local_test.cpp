@@ -1,7 +1,7 @@
 #include "ipg/measurement/ipg_texture_local.h"
 #include "ipg/measurement/ipg_texture.h"
 
-#include "support/measure_images.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 #include "support/progress_capture.h"
 
@@ -18,7 +18,7 @@ constexpr double kStep = 1.0 / kPrecision + 1e-12; // stored values are truncate
 
 std::unique_ptr<DCM_STRUCT> Crop(DCM_STRUCT& image, int col0, int row0, int col1, int row1)
 {
-  return MakeImageOf(col1 - col0 + 1, row1 - row0 + 1,
+  return ImageOf(col1 - col0 + 1, row1 - row0 + 1,
                      [&](unsigned c, unsigned r) { return image.Data->GetValue(col0 + c, row0 + r); });
 }
 
@@ -43,10 +43,10 @@ void CompareWithCroppedWindows(const Settings& s)
 {
   constexpr int kCols = 12, kRows = 9, kWindow = 5, kHalf = kWindow / 2;
   std::mt19937 random(7);
-  auto image = MakeImageOf(kCols, kRows, [&](unsigned c, unsigned r) {
+  auto image = ImageOf(kCols, kRows, [&](unsigned c, unsigned r) {
     return c == 6 && r == 4 ? kMark : static_cast<int>(random() % 4);
   });
-  auto roi = MakeImageOf(kCols, kRows, [](unsigned c, unsigned r) { return c == 2 && r < 5 ? 0 : 16777217; });
+  auto roi = ImageOf(kCols, kRows, [](unsigned c, unsigned r) { return c == 2 && r < 5 ? 0 : 16777217; });
   auto first = Output(*image), second = Output(*image);
   IPG_TEXTURE_LOCAL map(image.get(), roi.get());
   map.SetImaOut(first.get());
@@ -113,11 +113,11 @@ TEST(IpgTextureLocal, EqualsTheCoOccurrenceOfEachWindow)
 
 TEST(IpgTextureLocal, BadInputAndCancellation)
 {
-  auto image = MakeImageOf(8, 8, [](unsigned c, unsigned r) { return static_cast<int>((c * 5 + r * 3) % 7); });
+  auto image = ImageOf(8, 8, [](unsigned c, unsigned r) { return static_cast<int>((c * 5 + r * 3) % 7); });
   auto out = Output(*image);
-  auto small = MakeImageOf(4, 4, [](unsigned, unsigned) { return 0; });
-  auto tiny = MakeImageOf(1, 1, [](unsigned, unsigned) { return 3; });
-  auto marks = MakeImageOf(8, 8, [](unsigned, unsigned) { return kMark; });
+  auto small = ImageOf(4, 4, [](unsigned, unsigned) { return 0; });
+  auto tiny = ImageOf(1, 1, [](unsigned, unsigned) { return 3; });
+  auto marks = ImageOf(8, 8, [](unsigned, unsigned) { return kMark; });
   auto tinyOut = Output(*tiny);
   auto check = [&](DCM_STRUCT* in, DCM_STRUCT* o, int window, int distance, int feature) {
     MessageCapture messages;
