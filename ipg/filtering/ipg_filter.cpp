@@ -1,5 +1,6 @@
 #include "ipg/filtering/ipg_filter.h"
 
+#include "ipg/internal/ipg_messages.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -290,7 +291,7 @@ bool IPG_FILTER::RotateFilter(bool direction)
     return false;
   // One side equal to 3 is enough: callers turn 3xN masks as if they were 3x3.
   if (SizeX != 3 && SizeY != 3) {
-    Ipg_Inform("la rotation des filtres non 3x3 n'est pas gérée : RotateFilter");
+    Ipg_Inform(kIpgMsgFilterRotation);
     return false;
   }
   if (Area() < 9)

@@ -14,6 +14,7 @@
 #include "ipg/internal/ipg_kernel_images.h"
 #include "ipg/internal/ipg_local_kernels.h"
 #include "ipg/internal/ipg_median_kernel.h"
+#include "ipg/internal/ipg_messages.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 
@@ -25,13 +26,6 @@
 
 namespace {
 
-constexpr const char* kMsgSizeMismatch =
-    "Les images n'ont pas les mêmes dimensions : IPG_FILTER_PROCESSING::Apply()";
-constexpr const char* kMsgNoUserFilter = "Le filtre utilisateur n'est pas défini";
-constexpr const char* kMsgSmoothingFailed = "Erreur d'application du lissage";
-constexpr const char* kMsgSigma = "Erreur : sigma négatif ou nul";
-constexpr const char* kMsgLogSize = "Erreur : taile du filtre négative ou nulle";
-constexpr const char* kMsgMedianParity = "Erreur de parité du filtre médian !";
 constexpr const char* kLabelMedian = "filtrage Médian";
 constexpr const char* kLabelMean = "AVREAGING FILTER";
 constexpr const char* kLabelEdge = "EDGE FILTER DETECTION";
@@ -121,7 +115,7 @@ const IPG_CLASS_INFO<IPG_FILTER_PROCESSING>& IPG_FILTER_PROCESSING::ClassInfo()
   static constexpr IPG_OPERATION_INFO<C> operations[] = {
       {500, "ApplyFilter (defined kernel)", [](C& op) -> int { op.ApplyFilter(op.DefineFilter.get()); return 1; }},
       {501, "ApplyFilter (user kernel)", [](C& op) -> int { if (op.UserFilter == nullptr) {
-          Ipg_Inform(kMsgNoUserFilter);
+          Ipg_Inform(kIpgMsgNoUserFilter);
           return 0;
         }
         op.ApplyFilter(op.UserFilter.get());
@@ -171,7 +165,7 @@ int IPG_FILTER_PROCESSING::Apply()
     return 0;
   // Both dimensions must differ to be refused: hosts pass strips of the input's width.
   if (ImaOut->GetNbOfCols() != ImaIn->GetNbOfCols() && ImaOut->GetNbOfRows() != ImaIn->GetNbOfRows()) {
-    Ipg_Inform(kMsgSizeMismatch);
+    Ipg_Inform(Ipg_MsgSizes("IPG_FILTER_PROCESSING::Apply()"));
     return 0;
   }
   ImaOut->Data->Init(0);
@@ -247,7 +241,7 @@ bool IPG_FILTER_PROCESSING::DericheSmooth()
 bool IPG_FILTER_PROCESSING::DericheDerivative()
 {
   if (!DericheSmooth()) {
-    Ipg_Inform(kMsgSmoothingFailed);
+    Ipg_Inform(kIpgMsgSmoothingFailed);
     return false;
   }
   DCM_STRUCT* smoothed = ImaOut;
@@ -295,11 +289,11 @@ bool IPG_FILTER_PROCESSING::GaussianFilter(int size)
 bool IPG_FILTER_PROCESSING::LaplacianGaussian()
 {
   if (!(LaplacianGaussianSigma > 0.0)) {
-    Ipg_Inform(kMsgSigma);
+    Ipg_Inform(kIpgMsgSigma);
     return false;
   }
   if (LaplacianGaussianSize <= 0) {
-    Ipg_Inform(kMsgLogSize);
+    Ipg_Inform(kIpgMsgFilterSize);
     return false;
   }
   const int size = LaplacianGaussianSize;
@@ -333,13 +327,13 @@ bool IPG_FILTER_PROCESSING::MedianInto(const DCM_STRUCT* in, DCM_STRUCT* out)
     return false;
   }
   if (UserFilter == nullptr) {
-    Ipg_Inform(kMsgNoUserFilter);
+    Ipg_Inform(kIpgMsgNoUserFilter);
     return false;
   }
   const int sx = UserFilter->GetSizeX();
   const int sy = UserFilter->GetSizeY();
   if (sx < 1 || sy < 1 || sx % 2 == 0 || sy % 2 == 0) {
-    Ipg_Inform(kMsgMedianParity);
+    Ipg_Inform(kIpgMsgMedianParity);
     return false;
   }
   if (in == nullptr)

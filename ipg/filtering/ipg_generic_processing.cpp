@@ -3,6 +3,8 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -12,7 +14,6 @@
 
 namespace {
 
-constexpr const char* kMsgResolution = "la résolution doit être strictement supérieure à 0!";
 
 int Wrap(long long v) { return static_cast<int>(static_cast<std::uint32_t>(v)); }
 
@@ -103,7 +104,7 @@ int IPG_GENERIC_PROCESSING::Apply()
 
 bool IPG_GENERIC_PROCESSING::InsideRoi(unsigned col, unsigned row) const
 {
-  return Roi == nullptr || Roi->Data->GetValue(col, row) == kIpgRoiValue;
+  return Ipg_InsideRoi(Roi, col, row);
 }
 
 int IPG_GENERIC_PROCESSING::FinishOutput()
@@ -127,10 +128,10 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int threshold, short type)
   for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
     for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
       const int v = in.GetValue(col, row);
-      if (v > kIpgMaxGrey || !InsideRoi(col, row))
+      if (Ipg_IsMark(v) || !InsideRoi(col, row))
         out.SetValue(col, row, static_cast<double>(v));
       else
-        out.SetValue(col, row, scaledThreshold <= static_cast<double>(type) * v ? kIpgRoiValue : 0);
+        out.SetValue(col, row, scaledThreshold <= static_cast<double>(type) * v ? kIpgMaskValue : 0);
     }
   return FinishOutput();
 }
@@ -148,7 +149,7 @@ void IPG_GENERIC_PROCESSING::MapSelectedPixels(Map map) const
   for (std::size_t k = 0; k < in.GetSize() && k < outSize; ++k) {
     const int v = src[k];
     const bool selected =
-        v <= kIpgMaxGrey && InsideRoi(static_cast<unsigned>(k % cols), static_cast<unsigned>(k / cols));
+        Ipg_IsGreyLevel(v) && InsideRoi(static_cast<unsigned>(k % cols), static_cast<unsigned>(k / cols));
     dst[k] = selected ? map(v) : v;
   }
 }
@@ -163,7 +164,7 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int low, int high, short type)
     return 0;
   MapSelectedPixels([low, high, type](int v) {
     const bool inBand = low <= v && v <= high;
-    return (type == 1 ? inBand : !inBand) ? kIpgRoiValue : 0;
+    return (type == 1 ? inBand : !inBand) ? kIpgMaskValue : 0;
   });
   return FinishOutput();
 }
@@ -182,7 +183,7 @@ int IPG_GENERIC_PROCESSING::DoubleThreshold(int low, int high, short type)
       return v < low ? low : v > high ? high : v;
     if (type == -1)
       return outside ? 0 : v;
-    return outside ? kIpgRoiValue : v;
+    return outside ? kIpgMaskValue : v;
   });
   DCM_DATA& out = *ImaOut->Data;
   out.SetMin();
@@ -199,7 +200,7 @@ int IPG_GENERIC_PROCESSING::Resample()
   }
   const int n = ResolutionFactor;
   if (n <= 0) {
-    Ipg_Inform(kMsgResolution);
+    Ipg_Inform(kIpgMsgResolution);
     return 0;
   }
   if (ImaIn == nullptr)

@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_pixel_values.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -96,7 +97,7 @@ bool IPG_HISTO::ComputeHisto()
   NbOfValues = static_cast<int>(binCount);
   for (std::size_t k = 0; k < NbValues; ++k) {
     const int v = Values[k];
-    if (v < MinHisto || v > MaxHisto || v == kIpgRoiValue)
+    if (v < MinHisto || v > MaxHisto || v == kIpgMaskValue)
       continue;
     const int bin = v - MinHisto;
     if (++Histo[bin] > Histo[CurrentMaxIndice])

@@ -4,6 +4,8 @@
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_message.h"
 
@@ -16,7 +18,6 @@
 
 namespace {
 
-constexpr const char* kMsgNoUserFilter = "Le filtre utilisateur n'est pas défini";
 constexpr double kSkeletonStopShare = 5.0; // percent of pixels changed by a pass
 constexpr int kThinningTurns = 8;
 // Below this element area the plain scan is as fast as the running extremes.
@@ -49,11 +50,6 @@ void CopyOverlap(const DCM_STRUCT& from, DCM_STRUCT& to)
   int* dst = to.Data->GetIDataAddress();
   for (int row = 0; row < rows; ++row)
     std::copy_n(src + At(0, row, Cols(from)), cols, dst + At(0, row, Cols(to)));
-}
-
-bool InsideRoi(const DCM_STRUCT* roi, int col, int row)
-{
-  return roi == nullptr || roi->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row)) == kIpgRoiValue;
 }
 
 // The element's flags as GetFilterValue reads them, row-major.
@@ -130,7 +126,7 @@ int IPG_MORPHO_PROCESSING::UserElementCode(int (IPG_MORPHO_PROCESSING::*operatio
 {
   IPG_FILTER* element = GetUserFilter();
   if (element == nullptr) {
-    Ipg_Inform(kMsgNoUserFilter);
+    Ipg_Inform(kIpgMsgNoUserFilter);
     return 0;
   }
   return (this->*operation)(element);
@@ -214,7 +210,7 @@ DCM_STRUCT* IPG_MORPHO_PROCESSING::ThinningFunction(DCM_STRUCT* image, IPG_FILTE
   for (int row = hy; row < rows - hy; ++row)
     for (int col = hx; col < cols - hx; ++col) {
       const int c = in[At(col, row, cols)];
-      if (c > kIpgMaxGrey || !InsideRoi(Roi, col, row))
+      if (Ipg_IsMark(c) || !Ipg_InsideRoi(Roi, static_cast<unsigned>(col), static_cast<unsigned>(row)))
         continue;
       int background = 0, foreground = kIpgMaxGrey;
       for (int y = 0; y < sizeY; ++y)
@@ -363,7 +359,7 @@ int IPG_MORPHO_PROCESSING::EnhancedImage()
       const int value = in[At(col, row, cols)];
       int& target = out[At(col, row, outCols)];
       target = value;
-      if (value > kIpgMaxGrey || value < 0 || !InsideRoi(Roi, col, row))
+      if (Ipg_IsMark(value) || value < 0 || !Ipg_InsideRoi(Roi, static_cast<unsigned>(col), static_cast<unsigned>(row)))
         continue;
       const int c0 = std::max(col - half, 0), c1 = std::min(col + half, cols - 1);
       const int r0 = std::max(row - half, 0), r1 = std::min(row + half, rows - 1);

@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_roi_mask.h"
 
 #include <algorithm>
 #include <climits>
@@ -16,7 +17,7 @@ struct Higher {
   int operator()(int a, int b) const { return std::max(a, b); }
 };
 
-bool TakesPart(int v) { return v <= kIpgMaxGrey || v == kIpgRoiValue; }
+bool TakesPart(int v) { return Ipg_IsGreyLevel(v) || v == kIpgMaskValue; }
 
 std::size_t At(int col, int row, int cols)
 {
@@ -113,7 +114,7 @@ Ipg_MorphoField Ipg_MorphoPrepare(const DCM_STRUCT& in, const DCM_STRUCT* roi, I
   for (int row = 0; row < field.Rows; ++row)
     for (int col = 0; col < field.Cols; ++col) {
       int& v = field.Values[At(col, row, field.Cols)];
-      const bool inRoi = roi == nullptr || roi->Data->GetValue(col, row) == kIpgRoiValue;
+      const bool inRoi = Ipg_InsideRoi(roi, col, row);
       if (!inRoi || !TakesPart(v))
         v = neutral;
     }

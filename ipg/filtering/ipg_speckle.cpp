@@ -8,6 +8,7 @@
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_kernel_images.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_speckle_frame.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
 #include "ipg/measurement/ipg_statistic1.h"
@@ -34,8 +35,6 @@ constexpr const char* kLabelLee = "LEE FILTER";
 constexpr const char* kLabelKuan = "KUAN FILTER";
 constexpr const char* kLabelFrost = "FROST FILTER";
 constexpr double kFrostDefaultDamping = 1.0;
-
-bool IsMark(int v) { return v > kIpgMaxGrey; }
 
 // The pass count of the iterative filters: more than kIpgMaxPasses is refused.
 bool PassesInRange(int passes) { return Ipg_ParameterInRange(passes <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"); }
@@ -82,7 +81,7 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
   }
   const Ipg_KernelImages out = Ipg_KernelImagesOf(nullptr, ImaOut, nullptr);
   for (std::size_t i = 0; i < size; ++i)
-    out.Write(i, Ipg_TruncateToInt(work[i]));
+    out.Write(i, Ipg_TruncateTowardZero<double>(work[i]));
   return true;
 }
 
@@ -342,9 +341,9 @@ bool IPG_FILTER_PROCESSING::IsTreatedPixel(int col, int row, bool useRoi)
   if (ImaIn == nullptr || col < 0 || row < 0 || col >= static_cast<int>(ImaIn->GetNbOfCols()) ||
       row >= static_cast<int>(ImaIn->GetNbOfRows()))
     return false;
-  if (IsMark(ImaIn->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row))))
+  if (Ipg_IsMark(ImaIn->Data->GetValue(static_cast<unsigned>(col), static_cast<unsigned>(row))))
     return false;
-  return !useRoi || Ipg_RoiRowsOf(Roi).Inside(col, row);
+  return !useRoi || Ipg_InsideRoi(Roi, static_cast<unsigned>(col), static_cast<unsigned>(row));
 }
 
 bool IPG_FILTER_PROCESSING::AddPixel(int col, int row, int tolerance, TLinkedList<MTH_2D_INTEGER*>* list)

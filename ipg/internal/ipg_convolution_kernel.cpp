@@ -1,14 +1,12 @@
 #include "ipg/internal/ipg_convolution_kernel.h"
 
-#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_roi_mask.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 
 namespace {
-
-bool IsMark(int v) { return v > kIpgMaxGrey; }
 
 // The weighted sum of the unmarked neighbours over the magnitude of their
 // weights, all in single precision (existing results were computed that way).
@@ -22,7 +20,7 @@ int WeightedPixel(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& tap
     for (int dx = -taps.HalfX; dx <= taps.HalfX; ++dx) {
       const int p = line[dx];
       const double c = taps.Coef[k++];
-      if (p <= kIpgMaxGrey)
+      if (Ipg_IsGreyLevel(p))
         sum += p * c;
       else
         norm -= c; // a marked neighbour's weight leaves the normaliser
@@ -31,13 +29,13 @@ int WeightedPixel(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& tap
   norm = std::fabs(norm);
   if (norm < 0.001)
     norm = 1.0f; // zero-sum kernels (derivatives) are not normalised
-  return Ipg_TruncateToInt(sum / norm);
+  return Ipg_TruncateTowardZero<double>(sum / norm);
 }
 
 int ResultPixel(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, int col, int row)
 {
   const int v = images.In[images.At(col, row)];
-  if (!images.InsideRoi(col, row) || IsMark(v))
+  if (!images.InsideRoi(col, row) || Ipg_IsMark(v))
     return v;
   return WeightedPixel(images, taps, col, row);
 }
@@ -127,8 +125,8 @@ void Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps&
     const int* line = images.In + static_cast<std::size_t>(r) * cols;
     bool marked = false;
     for (int c = 0; c < cols; ++c) {
-      marked = marked || IsMark(line[c]);
-      if (!IsMark(line[c]))
+      marked = marked || Ipg_IsMark(line[c]);
+      if (!Ipg_IsMark(line[c]))
         largest = std::max<std::int64_t>(largest, std::llabs(static_cast<long long>(line[c])));
     }
     markedRowsBefore[r + 1] = markedRowsBefore[r] + (marked ? 1 : 0);
@@ -158,10 +156,10 @@ void Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps&
     const int* centre = images.In + start;
     if (images.Roi.Pixels == nullptr) {
       for (int j = 0; j < width; ++j)
-        out[j] = Ipg_TruncateToInt(acc[j] / cleanNorm);
+        out[j] = Ipg_TruncateTowardZero<double>(acc[j] / cleanNorm);
     } else {
       for (int j = 0; j < width; ++j)
-        out[j] = images.InsideRoi(hx + j, row) ? Ipg_TruncateToInt(acc[j] / cleanNorm) : centre[j];
+        out[j] = images.InsideRoi(hx + j, row) ? Ipg_TruncateTowardZero<double>(acc[j] / cleanNorm) : centre[j];
     }
   }
 }

@@ -1,6 +1,6 @@
 #include "ipg/internal/ipg_derivative_kernels.h"
 
-#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_roi_mask.h"
 
 #include <cmath>
 #include <cstdint>
@@ -111,8 +111,8 @@ void Ipg_MarkLaplacianLobe(const Ipg_KernelImages& images, bool negativeLobe)
   for (int row = 0; row < images.Rows; ++row)
     for (int col = 0; col < images.Cols; ++col) {
       int& v = images.Out[images.At(col, row)];
-      if (v > kIpgMaxGrey || !images.InsideRoi(col, row))
+      if (Ipg_IsMark(v) || !images.InsideRoi(col, row))
         continue;
-      v = (negativeLobe ? v < 0 : v > 0) ? kIpgRoiValue : 0;
+      v = (negativeLobe ? v < 0 : v > 0) ? kIpgMaskValue : 0;
     }
 }

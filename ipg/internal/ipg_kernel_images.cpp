@@ -1,7 +1,7 @@
 #include "ipg/internal/ipg_kernel_images.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_roi_mask.h"
 
 bool Ipg_RoiRows::Inside(int col, int row) const
 {
@@ -9,7 +9,7 @@ bool Ipg_RoiRows::Inside(int col, int row) const
     return true;
   if (col < 0 || row < 0 || col >= Cols || row >= Rows)
     return false;
-  return Pixels[static_cast<std::size_t>(row) * Cols + col] == kIpgRoiValue;
+  return Ipg_InsideRoi(Pixels[static_cast<std::size_t>(row) * Cols + col]);
 }
 
 Ipg_RoiRows Ipg_RoiRowsOf(const DCM_STRUCT* roi)

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <climits>
-#include <cmath>
+#include "ipg/internal/ipg_pixel_conversion.h"
+
 #include <cstddef>
 
 class DCM_STRUCT;
@@ -50,15 +50,3 @@ struct Ipg_RowSpan {
 // Raw rows of in, out and roi (roi may be null; out may be null, then nothing is written).
 Ipg_KernelImages Ipg_KernelImagesOf(const DCM_STRUCT* in, DCM_STRUCT* out, const DCM_STRUCT* roi);
 Ipg_RoiRows Ipg_RoiRowsOf(const DCM_STRUCT* roi);
-
-// Real to pixel, truncated toward zero; NaN gives 0 and the 32-bit bounds saturate.
-inline int Ipg_TruncateToInt(double q)
-{
-  if (std::isnan(q))
-    return 0;
-  if (q >= 2147483647.0)
-    return INT_MAX;
-  if (q <= -2147483648.0)
-    return INT_MIN;
-  return static_cast<int>(q);
-}

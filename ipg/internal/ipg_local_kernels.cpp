@@ -1,13 +1,11 @@
 #include "ipg/internal/ipg_local_kernels.h"
 
-#include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_roi_mask.h"
 
 #include <algorithm>
 #include <cstdlib>
 
 namespace {
-
-bool IsMark(int v) { return v > kIpgMaxGrey; }
 
 // The rows of span an in-place sheared pass visits.
 Ipg_RowSpan ShearedRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
@@ -57,7 +55,7 @@ int NagaoPixel(const int* src, std::size_t idx, int cols, int value)
     bool marked = false;
     for (const Offset& o : region) {
       const int p = src[idx + static_cast<std::ptrdiff_t>(o.dy) * cols + o.dx];
-      marked = marked || IsMark(p);
+      marked = marked || Ipg_IsMark(p);
       sum += p;
       sumSquares += static_cast<double>(p) * p;
     }
@@ -68,7 +66,7 @@ int NagaoPixel(const int* src, std::size_t idx, int cols, int value)
     if (!found || variance < bestVariance) {
       found = true;
       bestVariance = variance;
-      value = Ipg_TruncateToInt(sum / n);
+      value = Ipg_TruncateTowardZero<double>(sum / n);
     }
   }
   return value;
@@ -105,7 +103,7 @@ void Ipg_ShearedMeanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
     for (int col = 2; col < cols - 2; ++col) {
       const std::ptrdiff_t w = rowStart + col - 1;
       const std::int64_t sum = run[0] + run[1] + run[2] + run[3] + run[4];
-      const int value = Ipg_TruncateToInt(static_cast<double>(sum) * 0.04);
+      const int value = Ipg_TruncateTowardZero<double>(static_cast<double>(sum) * 0.04);
       run[2] += static_cast<std::int64_t>(value) - work[w];
       work[w] = value;
       for (int dr = -2; dr <= 2; ++dr) {
@@ -133,7 +131,7 @@ void Ipg_ShearedEdgeRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
           sum += std::llabs(centre - run[k]);
       }
       // 25 differences over 24, as existing edge maps were scaled.
-      work[w] = Ipg_TruncateToInt(static_cast<double>(sum) / 24.0);
+      work[w] = Ipg_TruncateTowardZero<double>(static_cast<double>(sum) / 24.0);
     }
 }
 
@@ -152,7 +150,7 @@ void Ipg_NagaoRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
     for (int col = 2; col < images.Cols - 2; ++col) {
       const std::size_t idx = images.At(col, row);
       int value = images.In[idx];
-      if (images.InsideRoi(col, row) && !IsMark(value))
+      if (images.InsideRoi(col, row) && !Ipg_IsMark(value))
         value = NagaoPixel(images.In, idx, images.Cols, value);
       images.Write(idx, value);
     }
@@ -165,7 +163,7 @@ Ipg_Chi2Kernel::Ipg_Chi2Kernel(const Ipg_KernelImages& images, const Ipg_Convolu
   for (int row = 0; row < images.Rows; ++row)
     for (int col = 0; col < images.Cols; ++col) {
       const int v = images.In[images.At(col, row)];
-      if (!IsMark(v) && images.InsideRoi(col, row)) {
+      if (!Ipg_IsMark(v) && images.InsideRoi(col, row)) {
         lo = std::min<std::int64_t>(lo, v);
         hi = std::max<std::int64_t>(hi, v);
       }
@@ -180,7 +178,7 @@ Ipg_Chi2Kernel::Ipg_Chi2Kernel(const Ipg_KernelImages& images, const Ipg_Convolu
   for (int row = 0; row < images.Rows; ++row)
     for (int col = 0; col < images.Cols; ++col) {
       const int v = images.In[images.At(col, row)];
-      if (!IsMark(v) && images.InsideRoi(col, row)) {
+      if (!Ipg_IsMark(v) && images.InsideRoi(col, row)) {
         global[Bin(v)] += 1.0;
         globalTotal += 1.0;
       }
@@ -206,12 +204,12 @@ void Ipg_Chi2Kernel::Rows(const Ipg_KernelImages& images, Ipg_RowSpan span, floa
     for (int col = HalfX; col < images.Cols - HalfX; ++col) {
       const std::size_t idx = images.At(col, row);
       int value = images.In[idx];
-      if (images.InsideRoi(col, row) && !IsMark(value)) {
+      if (images.InsideRoi(col, row) && !Ipg_IsMark(value)) {
         std::fill(local.begin(), local.end(), 0.0);
         double total = 0.0;
         for (const Offset& o : Support) {
           const int p = images.In[idx + static_cast<std::ptrdiff_t>(o.dy) * images.Cols + o.dx];
-          if (!IsMark(p) && p >= Low && p <= High) {
+          if (!Ipg_IsMark(p) && p >= Low && p <= High) {
             local[Bin(p)] += 1.0;
             total += 1.0;
           }
@@ -219,7 +217,7 @@ void Ipg_Chi2Kernel::Rows(const Ipg_KernelImages& images, Ipg_RowSpan span, floa
         FillPlot(LocalPlot, local, total);
         const double distance = LocalPlot.GetChi2(&ImagePlot);
         distances[idx] = static_cast<float>(distance);
-        value = Ipg_TruncateToInt(distance * kChi2ToGrey);
+        value = Ipg_TruncateTowardZero<double>(distance * kChi2ToGrey);
       }
       images.Write(idx, value);
     }

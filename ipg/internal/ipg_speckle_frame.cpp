@@ -1,8 +1,10 @@
 #include "ipg/internal/ipg_speckle_frame.h"
 
 #include "dcm/dcm_struct.h"
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 
@@ -19,17 +21,6 @@ std::size_t At(int col, int row, int cols)
   return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
 }
 
-int RoundToPixel(double v)
-{
-  if (std::isnan(v))
-    return 0;
-  if (v >= static_cast<double>(INT_MAX))
-    return INT_MAX;
-  if (v <= static_cast<double>(INT_MIN))
-    return INT_MIN;
-  return static_cast<int>(std::lround(v));
-}
-
 // Marks are not grey levels: in the working copy each takes the value of the
 // nearest grey level of its row (0 in a row without one), so that the windows
 // around it are not thrown off; the output gets the mark back.
@@ -40,7 +31,7 @@ void FillMarks(std::vector<double>& values, int cols, int rows)
     double* line = values.data() + At(0, r, cols);
     int nearest = -1; // the last grey level seen, scanning right
     for (int c = 0; c < cols; ++c) {
-      if (line[c] <= kIpgMaxGrey)
+      if (Ipg_IsGreyLevel(line[c]))
         nearest = c;
       left[static_cast<std::size_t>(c)] = nearest;
     }
@@ -50,7 +41,7 @@ void FillMarks(std::vector<double>& values, int cols, int rows)
     }
     int right = -1; // the next grey level, scanning left
     for (int c = cols - 1; c >= 0; --c) {
-      if (line[c] <= kIpgMaxGrey) {
+      if (Ipg_IsGreyLevel(line[c])) {
         right = c;
         continue;
       }
@@ -65,17 +56,17 @@ void FillMarks(std::vector<double>& values, int cols, int rows)
 
 std::string Ipg_SpeckleMsgIterations(const std::string& method)
 {
-  return "Nombre d'itérations négatif ou nul : IPG_FILTER_PROCESSING::" + method + "()";
+  return Ipg_MsgIterations("IPG_FILTER_PROCESSING::" + method + "()");
 }
 
 std::string Ipg_SpeckleMsgWindow(const std::string& method)
 {
-  return "Taille de fenêtre incorrecte pour l'image : IPG_FILTER_PROCESSING::" + method + "()";
+  return Ipg_MsgWindowSize("IPG_FILTER_PROCESSING::" + method + "()");
 }
 
 std::string Ipg_SpeckleMsgParameter(const std::string& method)
 {
-  return "Paramètre de filtrage incorrect : IPG_FILTER_PROCESSING::" + method + "()";
+  return Ipg_MsgFilterParameter("IPG_FILTER_PROCESSING::" + method + "()");
 }
 
 bool Ipg_SpeckleJobValid(const Ipg_SpeckleJob& job)
@@ -85,7 +76,7 @@ bool Ipg_SpeckleJobValid(const Ipg_SpeckleJob& job)
     return false;
   }
   if (job.In == nullptr) {
-    Ipg_Inform(kIpgMsgNoInput);
+    Ipg_Inform(kIpgMsgInputNotAllocated);
     return false;
   }
   if (job.Iterations <= 0) {
@@ -131,9 +122,8 @@ bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const v
   for (int r = 0; r < std::min(rows, outRows); ++r)
     for (int c = 0; c < std::min(cols, outCols); ++c) {
       const int original = source[At(c, r, cols)];
-      const bool outside = job.Roi != nullptr && job.Roi->Data->GetValue(static_cast<unsigned>(c),
-                                                                          static_cast<unsigned>(r)) != kIpgRoiValue;
-      target[At(c, r, outCols)] = (outside || original > kIpgMaxGrey) ? original : RoundToPixel(current[At(c, r, cols)]);
+      const bool outside = !Ipg_InsideRoi(job.Roi, static_cast<unsigned>(c), static_cast<unsigned>(r));
+      target[At(c, r, outCols)] = (outside || Ipg_IsMark(original)) ? original : Ipg_RoundToNearest(current[At(c, r, cols)]);
     }
   job.Out->Data->SetMin();
   job.Out->Data->SetMax();

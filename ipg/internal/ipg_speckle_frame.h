@@ -38,7 +38,6 @@ bool Ipg_RunSpeckleJob(const Ipg_SpeckleJob& job, Pass pass);
 std::string Ipg_SpeckleMsgIterations(const std::string& method);
 std::string Ipg_SpeckleMsgWindow(const std::string& method);
 std::string Ipg_SpeckleMsgParameter(const std::string& method);
-inline constexpr const char* kIpgMsgNoInput = "image d'entrée non allouée";
 
 // The loop behind Ipg_RunSpeckleJob.
 bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const void* context);

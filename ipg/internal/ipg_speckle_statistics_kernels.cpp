@@ -1,7 +1,7 @@
 // The local-statistics members of the speckle family: Lee, Kuan, Frost and
 // the sigma filter (declared in ipg_speckle_kernels.h with the others).
-#include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_local_kernels.h"
+#include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
 
 #include <algorithm>
@@ -71,7 +71,7 @@ int FrostPixel(const int* work, std::ptrdiff_t w, int cols, double damping, cons
     weights += weight;
   }
   // The centre cell weighs exp(0) = 1, so weights is never 0.
-  return Ipg_TruncateToInt(weighted / weights);
+  return Ipg_TruncateTowardZero<double>(weighted / weights);
 }
 
 std::size_t At(int col, int row, int cols)
@@ -119,7 +119,7 @@ void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
       LocalMoments3x3(images.In, idx, images.Cols, mean, variance);
       // Unclipped, as existing results were computed; a flat neighbourhood keeps its mean.
       const double w = variance > 0.0 ? 0.5 * (1.0 - mean / variance) : 0.0;
-      images.Write(idx, Ipg_TruncateToInt((1.0 - w) * mean + w * images.In[idx]));
+      images.Write(idx, Ipg_TruncateTowardZero<double>((1.0 - w) * mean + w * images.In[idx]));
     }
 }
 
@@ -144,22 +144,22 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
   const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
   std::vector<int> pixels(n);
   for (std::size_t i = 0; i < n; ++i)
-    pixels[i] = static_cast<int>(std::lround(in[i]));
+    pixels[i] = Ipg_RoundToNearest(in[i]);
   const double cu = std::sqrt(Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf));
   for (int row = 0; row < rows; ++row)
     for (int col = 0; col < cols; ++col) {
       const std::size_t at = At(col, row, cols);
       out[at] = in[at];
-      if (pixels[at] > kIpgMaxGrey || !roi.Inside(col, row))
+      if (Ipg_IsMark(pixels[at]) || !roi.Inside(col, row))
         continue;
       const int reference = pixels[at];
       const double level = std::fabs(static_cast<double>(reference));
-      const int tolerance = Ipg_TruncateToInt(std::lround(range * cu * level));
+      const int tolerance = Ipg_TruncateTowardZero<double>(std::lround(range * cu * level));
       double sum = reference; // the pixel heads its own list
       int similar = 0;
       for (int y = row - half; y <= row + half; ++y)
         for (int x = col - half; x <= col + half; ++x)
-          if ((x != col || y != row) && x >= 0 && y >= 0 && x < cols && y < rows && pixels[At(x, y, cols)] <= kIpgMaxGrey &&
+          if ((x != col || y != row) && x >= 0 && y >= 0 && x < cols && y < rows && Ipg_IsGreyLevel(pixels[At(x, y, cols)]) &&
               roi.Inside(x, y) && std::labs(static_cast<long>(pixels[At(x, y, cols)]) - reference) <= tolerance) {
             sum += pixels[At(x, y, cols)];
             ++similar;
