@@ -33,9 +33,6 @@ constexpr const char* kLabelEdge = "EDGE FILTER DETECTION";
 // Largest kernel side the kernel class can hold.
 constexpr int kMaxKernelSide = 32767;
 
-// The pass count of the iterative filters: more than kIpgMaxPasses is refused.
-bool PassesInRange(int passes) { return Ipg_ParameterInRange(passes <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"); }
-
 Ipg_ConvolutionTaps TapsOf(const IPG_FILTER& kernel)
 {
   Ipg_ConvolutionTaps taps;
@@ -49,13 +46,6 @@ Ipg_ConvolutionTaps TapsOf(const IPG_FILTER& kernel)
   taps.HalfY = kernel.GetSizeY() / 2;
   taps.Factor = kernel.GetFactor();
   return taps;
-}
-
-// Copies as much of from's pixels as fits into to, at the same linear positions.
-void CopyPixels(const int* from, std::size_t fromSize, DCM_STRUCT* to)
-{
-  const std::size_t n = std::min(fromSize, to->Data->GetSize());
-  std::copy(from, from + n, to->Data->GetIDataAddress());
 }
 
 void RecomputeExtremes(DCM_STRUCT* image)
@@ -374,10 +364,10 @@ bool IPG_FILTER_PROCESSING::RunShearedWindowFilter(const char* label, ShearedKer
   const std::size_t size = ImaIn->Data->GetSize();
   const int* src = ImaIn->Data->GetIDataAddress();
   std::vector<int> work(src, src + size);
-  CopyPixels(src, size, ImaOut);
+  Ipg_CopyPixelsInto(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
-  if (!PassesInRange(passes))
+  if (!Ipg_FilterPassesInRange(passes))
     return false;
   Ipg_KernelImages images = Ipg_KernelImagesOf(ImaIn, nullptr, nullptr);
   images.In = images.Out = work.data();
@@ -389,7 +379,7 @@ bool IPG_FILTER_PROCESSING::RunShearedWindowFilter(const char* label, ShearedKer
     if (Ipg_StopRequested())
       return false;
   }
-  CopyPixels(work.data(), size, ImaOut);
+  Ipg_CopyPixelsInto(work.data(), size, ImaOut);
   RecomputeExtremes(ImaOut);
   return true;
 }

@@ -36,16 +36,6 @@ constexpr const char* kLabelKuan = "KUAN FILTER";
 constexpr const char* kLabelFrost = "FROST FILTER";
 constexpr double kFrostDefaultDamping = 1.0;
 
-// The pass count of the iterative filters: more than kIpgMaxPasses is refused.
-bool PassesInRange(int passes) { return Ipg_ParameterInRange(passes <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"); }
-
-// Copies as much of from's pixels as fits into to, at the same linear positions.
-void CopyPixels(const int* from, std::size_t fromSize, DCM_STRUCT* to)
-{
-  const std::size_t n = std::min(fromSize, to->Data->GetSize());
-  std::copy(from, from + n, to->Data->GetIDataAddress());
-}
-
 } // namespace
 
 bool IPG_FILTER_PROCESSING::LeeFilter()
@@ -67,10 +57,10 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
   const std::size_t size = ImaIn->Data->GetSize();
   const int* src = ImaIn->Data->GetIDataAddress();
   std::vector<double> work(src, src + size);
-  CopyPixels(src, size, ImaOut);
+  Ipg_CopyPixelsInto(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
-  if (!PassesInRange(passes))
+  if (!Ipg_FilterPassesInRange(passes))
     return false;
   Ipg_Progress progress(kLabelLee, passes);
   for (int pass = 1; pass <= passes; ++pass) {
@@ -96,10 +86,10 @@ bool IPG_FILTER_PROCESSING::KuanFilter()
   const std::size_t size = ImaIn->Data->GetSize();
   const int* src = ImaIn->Data->GetIDataAddress();
   const std::vector<int> work(src, src + size);
-  CopyPixels(src, size, ImaOut);
+  Ipg_CopyPixelsInto(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
-  if (!PassesInRange(passes))
+  if (!Ipg_FilterPassesInRange(passes))
     return false;
   Ipg_KernelImages images = Ipg_KernelImagesOf(ImaIn, ImaOut, nullptr);
   images.In = work.data();
@@ -128,10 +118,10 @@ bool IPG_FILTER_PROCESSING::FrostFilter()
   const std::size_t size = ImaIn->Data->GetSize();
   const int* src = ImaIn->Data->GetIDataAddress();
   std::vector<int> work(src, src + size);
-  CopyPixels(src, size, ImaOut);
+  Ipg_CopyPixelsInto(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
-  if (!PassesInRange(passes))
+  if (!Ipg_FilterPassesInRange(passes))
     return false;
   Ipg_KernelImages images = Ipg_KernelImagesOf(ImaIn, nullptr, nullptr);
   images.In = images.Out = work.data();
@@ -140,7 +130,7 @@ bool IPG_FILTER_PROCESSING::FrostFilter()
   for (int pass = 1; pass <= passes; ++pass) {
     Ipg_FrostRows(images, damping, {0, images.Rows});
     // The output follows every pass: a cancelled run leaves the passes made.
-    CopyPixels(work.data(), size, ImaOut);
+    Ipg_CopyPixelsInto(work.data(), size, ImaOut);
     progress.Step(std::to_string(pass));
     if (Ipg_StopRequested())
       return false;

@@ -1,7 +1,10 @@
 #include "ipg/internal/ipg_kernel_images.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_roi_mask.h"
+
+#include <algorithm>
 
 bool Ipg_RoiRows::Inside(int col, int row) const
 {
@@ -37,4 +40,15 @@ Ipg_KernelImages Ipg_KernelImagesOf(const DCM_STRUCT* in, DCM_STRUCT* out, const
   }
   images.Roi = Ipg_RoiRowsOf(roi);
   return images;
+}
+
+void Ipg_CopyPixelsInto(const int* from, std::size_t fromSize, DCM_STRUCT* to)
+{
+  const std::size_t n = std::min(fromSize, to->Data->GetSize());
+  std::copy(from, from + n, to->Data->GetIDataAddress());
+}
+
+bool Ipg_FilterPassesInRange(int passes)
+{
+  return Ipg_ParameterInRange(passes <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING");
 }

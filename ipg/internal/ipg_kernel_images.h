@@ -50,3 +50,10 @@ struct Ipg_RowSpan {
 // Raw rows of in, out and roi (roi may be null; out may be null, then nothing is written).
 Ipg_KernelImages Ipg_KernelImagesOf(const DCM_STRUCT* in, DCM_STRUCT* out, const DCM_STRUCT* roi);
 Ipg_RoiRows Ipg_RoiRowsOf(const DCM_STRUCT* roi);
+
+// Glue shared by the filtering methods around their kernels.
+// Copies as much of from's pixels as fits into to, at the same linear positions.
+void Ipg_CopyPixelsInto(const int* from, std::size_t fromSize, DCM_STRUCT* to);
+// The pass count of IPG_FILTER_PROCESSING's iterative filters: more than
+// kIpgMaxPasses is refused with the parameter message.
+bool Ipg_FilterPassesInRange(int passes);

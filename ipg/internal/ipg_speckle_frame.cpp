@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_kernel_images.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/internal/ipg_roi_mask.h"
@@ -83,7 +84,7 @@ bool Ipg_SpeckleJobValid(const Ipg_SpeckleJob& job)
     Ipg_Inform(Ipg_SpeckleMsgIterations(job.Method));
     return false;
   }
-  if (!Ipg_ParameterInRange(job.Iterations <= kIpgMaxPasses, "NbIter", "IPG_FILTER_PROCESSING"))
+  if (!Ipg_FilterPassesInRange(job.Iterations))
     return false;
   const int side = static_cast<int>(std::min(job.In->GetNbOfCols(), job.In->GetNbOfRows()));
   if (side < job.MinSide || side == 0) {
