@@ -1,5 +1,7 @@
 #include "cli/cli_io.h"
 
+#include "cli/cli_args.h"
+
 #include "cli/operator_registry.h"
 #include "dcm/dcm_io.h"
 #include "ipg/framework/ipg_output_mode.h"
@@ -59,4 +61,18 @@ unsigned Cli_ParseFrame(const std::string& text)
   if (frame < 0)
     throw CliUsageError("--frame must be 0 or more");
   return static_cast<unsigned>(frame);
+}
+
+CliInputImages Cli_ReadInputs(const std::string& inPath, const CliArgs& args)
+{
+  const unsigned frame = args.Has("frame") ? Cli_ParseFrame(*args.Value("frame")) : 0;
+  CliInputImages inputs;
+  inputs.in = Cli_ReadImage(inPath, frame);
+  if (args.Has("second"))
+    inputs.second = Cli_ReadImage(*args.Value("second"), frame);
+  if (args.Has("roi")) {
+    inputs.roi = Cli_ReadImage(*args.Value("roi"));
+    Cli_NormaliseRoi(*inputs.roi);
+  }
+  return inputs;
 }

@@ -6,6 +6,8 @@
 #include <stdexcept>
 #include <string>
 
+class CliArgs;
+
 // A file that cannot be read or written (exit status 1); the text says why.
 class CliFileError : public std::runtime_error {
 public:
@@ -26,3 +28,10 @@ void Cli_NormaliseRoi(DCM_STRUCT& roi);
 
 // Parses a frame number for --frame.
 unsigned Cli_ParseFrame(const std::string& text);
+
+// The images of a run (`ipg run` and `ipg replay`): IN and --second at --frame,
+// --roi (its first frame) made a ROI mask.
+struct CliInputImages {
+  std::unique_ptr<DCM_STRUCT> in, second, roi;
+};
+CliInputImages Cli_ReadInputs(const std::string& inPath, const CliArgs& args);

@@ -9,24 +9,11 @@
 
 namespace {
 
-struct ReplayInputs {
-  std::unique_ptr<DCM_STRUCT> in, second, roi;
-};
-
-ReplayInputs ReadInputs(const CliArgs& args)
+CliInputImages ReadInputs(const CliArgs& args)
 {
   if (args.Positional().size() != 2)
     throw CliUsageError("replay needs a pipeline FILE.json and an input file IN (ipg replay --help)");
-  const unsigned frame = args.Has("frame") ? Cli_ParseFrame(*args.Value("frame")) : 0;
-  ReplayInputs inputs;
-  inputs.in = Cli_ReadImage(args.Positional()[1], frame);
-  if (args.Has("second"))
-    inputs.second = Cli_ReadImage(*args.Value("second"), frame);
-  if (args.Has("roi")) {
-    inputs.roi = Cli_ReadImage(*args.Value("roi"));
-    Cli_NormaliseRoi(*inputs.roi);
-  }
-  return inputs;
+  return Cli_ReadInputs(args.Positional()[1], args);
 }
 
 void WriteImage(const DCM_STRUCT& image, const CliArgs& args, Json& written)
@@ -61,7 +48,7 @@ int Replay(const std::vector<std::string>& args)
   if (parsed.Positional().empty())
     throw CliUsageError("replay needs a pipeline FILE.json and an input file IN (ipg replay --help)");
   const std::vector<CliPipelineStep> steps = Cli_ReadPipeline(parsed.Positional()[0]);
-  ReplayInputs inputs = ReadInputs(parsed);
+  CliInputImages inputs = ReadInputs(parsed);
 
   std::unique_ptr<DCM_STRUCT> current;
   Json results(Json::Array{});

@@ -56,11 +56,7 @@ CliSettings Settings(const CliOperator& op, const CliArgs& args)
   return settings;
 }
 
-struct RunInputs {
-  std::unique_ptr<DCM_STRUCT> in, second, roi;
-};
-
-RunInputs ReadInputs(const CliOperator& op, const CliArgs& args)
+CliInputImages ReadInputs(const CliOperator& op, const CliArgs& args)
 {
   if (args.Positional().size() != 1)
     throw CliUsageError(args.Positional().empty() ? "run needs an input file IN (ipg run --help)"
@@ -70,16 +66,7 @@ RunInputs ReadInputs(const CliOperator& op, const CliArgs& args)
     throw CliUsageError(op.Name() + " needs a second input image (--second FILE)");
   if ((args.Has("output") || args.Has("png")) && !op.WritesImage())
     throw CliUsageError(op.Name() + " has no output image: -o and --png do not apply");
-  const unsigned frame = args.Has("frame") ? Cli_ParseFrame(*args.Value("frame")) : 0;
-  RunInputs inputs;
-  inputs.in = Cli_ReadImage(args.Positional()[0], frame);
-  if (args.Has("second"))
-    inputs.second = Cli_ReadImage(*args.Value("second"), frame);
-  if (args.Has("roi")) {
-    inputs.roi = Cli_ReadImage(*args.Value("roi"));
-    Cli_NormaliseRoi(*inputs.roi);
-  }
-  return inputs;
+  return Cli_ReadInputs(args.Positional()[0], args);
 }
 
 // Writes every output image: the first ("out") to -o / --png, the others beside
@@ -119,7 +106,7 @@ int Run(const std::vector<std::string>& args)
   CliArgs parsed = RunGrammar(*op);
   parsed.Parse(std::vector<std::string>(args.begin() + 1, args.end()));
   const CliSettings settings = Settings(*op, parsed);
-  const RunInputs inputs = ReadInputs(*op, parsed);
+  const CliInputImages inputs = ReadInputs(*op, parsed);
 
   CliRunOutcome outcome = op->Run({inputs.in.get(), inputs.second.get(), inputs.roi.get()}, settings);
   Cli_StopIfInterrupted(); // before anything is written
