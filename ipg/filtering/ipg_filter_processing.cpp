@@ -104,12 +104,15 @@ const IPG_CLASS_INFO<IPG_FILTER_PROCESSING>& IPG_FILTER_PROCESSING::ClassInfo()
   using C = IPG_FILTER_PROCESSING;
   static constexpr IPG_OPERATION_INFO<C> operations[] = {
       {500, "ApplyFilter (defined kernel)", [](C& op) -> int { op.ApplyFilter(op.DefineFilter.get()); return 1; }},
-      {501, "ApplyFilter (user kernel)", [](C& op) -> int { if (op.UserFilter == nullptr) {
-          Ipg_Inform(kIpgMsgNoUserFilter);
-          return 0;
-        }
-        op.ApplyFilter(op.UserFilter.get());
-        return 1; }},
+      {501, "ApplyFilter (user kernel)",
+       [](C& op) -> int {
+         if (op.UserFilter == nullptr) {
+           Ipg_Inform(kIpgMsgNoUserFilter);
+           return 0;
+         }
+         op.ApplyFilter(op.UserFilter.get());
+         return 1;
+       }},
       {502, "DericheSmooth", [](C& op) -> int { op.DericheSmooth(); return 1; }},
       {503, "DericheDerivative", [](C& op) -> int { op.DericheDerivative(); return 1; }},
       {505, "MedianFilter, then Nagao_5_x_5", [](C& op) -> int { return op.MedianThenNagao(op.ImaIn) ? 1 : 0; }},

@@ -97,17 +97,30 @@ const IPG_CLASS_INFO<IPG_REGION>& IPG_REGION::ClassInfo()
 {
   using C = IPG_REGION;
   static constexpr IPG_OPERATION_INFO<C> operations[] = {
-      {900, "FillRangeInImage", [](C& op) -> int { op.SeedValue = op.ImaIn->Data->GetValue(static_cast<unsigned>(op.XSeed), static_cast<unsigned>(op.YSeed));
-        op.FillRangeInImage();
-        return 1; }},
-      {901, "ManageRegionGrowingSegmentation", [](C& op) -> int { op.ManageRegionGrowingSegmentation();
-        return !Ipg_CancelRequested(); }},
-      {902, "CustomFill", [](C& op) -> int { op.CustomFill();
-        return !Ipg_CancelRequested(); }},
+      {900, "FillRangeInImage",
+       [](C& op) -> int {
+         op.SeedValue = op.ImaIn->Data->GetValue(static_cast<unsigned>(op.XSeed), static_cast<unsigned>(op.YSeed));
+         op.FillRangeInImage();
+         return 1;
+       }},
+      // The automatic ranges try fill after fill: a cancelled search reports failure.
+      {901, "ManageRegionGrowingSegmentation",
+       [](C& op) -> int {
+         op.ManageRegionGrowingSegmentation();
+         return !Ipg_CancelRequested();
+       }},
+      {902, "CustomFill",
+       [](C& op) -> int {
+         op.CustomFill();
+         return !Ipg_CancelRequested();
+       }},
   };
   static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
       Ipg_Parameter<C>("Seed", IPG_VALUE_TYPE::Point, "0,0", "seed column and row",
-                        [](C& op, const IPG_VALUE& value) { op.SetSeed(std::get<IPG_POINT>(value).X, std::get<IPG_POINT>(value).Y); }),
+                       [](C& op, const IPG_VALUE& value) {
+                         const IPG_POINT& seed = std::get<IPG_POINT>(value);
+                         op.SetSeed(seed.X, seed.Y);
+                       }),
       Ipg_Parameter<C, &C::SetMinGL>("MinGL", "0", "lowest accepted grey value"),
       Ipg_Parameter<C, &C::SetMaxGL>("MaxGL", "0", "highest accepted grey value"),
       Ipg_Parameter<C, &C::SetConnectedness>("Connectedness", "403", "401 sides, 402 diagonals, 403 all eight"),
@@ -136,7 +149,6 @@ bool IPG_REGION::Apply()
   if ((Tools == 900 || Tools == 901 || Tools == 902) &&
       !Ipg_ParameterInRange(Ipg_PointOnImage(ImaIn, XSeed, YSeed), "Seed", "IPG_REGION"))
     return false;
-  // The automatic ranges try fill after fill: a cancelled search reports failure.
   return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
