@@ -270,7 +270,8 @@ int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
   const int mn = in.GetMin();
   const int mx = in.GetMax();
   const long long binCount = static_cast<long long>(mx) - mn + 1;
-  if (binCount <= 0 || binCount > INT32_MAX)
+  // As IPG_HISTO: a far negative outlier must not zero-fill gigabytes of bins.
+  if (binCount <= 0 || binCount > (1LL << 25))
     return 0;
   std::vector<int> bins;
   try {

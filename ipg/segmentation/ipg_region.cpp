@@ -289,8 +289,9 @@ bool IPG_REGION::VarianceControlRegionGrowing()
   SeedValue = ImaIn->Data->GetValue(static_cast<unsigned>(XSeed), static_cast<unsigned>(YSeed));
   if (M <= m)
     return false;
-  for (int d = m; d < M; ++d) {
-    // Only half-widths that are themselves grey levels of the image are tried.
+  // Only half-widths that are themselves grey levels of the image are tried, so
+  // the walk starts at the image's lowest level and spans at most the histogram.
+  for (int d = std::max(m, histo.GetMinHisto()); d < M; ++d) {
     if (GreyLevelStepCancelled(d - m))
       return false;
     if (histo.GetHistoValueFromGreyLevel(d) == 0)
