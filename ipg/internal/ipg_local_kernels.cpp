@@ -92,6 +92,8 @@ void Ipg_ShearedMeanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
 {
   int* work = images.Out;
   const int cols = images.Cols;
+  if (cols < 5)
+    return; // no column two pixels from both sides, and the first runs would leave the image
   const Ipg_RowSpan rows = ShearedRows(images, span);
   for (int row = rows.Begin; row < rows.End; ++row) {
     const std::ptrdiff_t rowStart = static_cast<std::ptrdiff_t>(row) * cols;
