@@ -170,7 +170,8 @@ bool Ipg_DifferentialBoxCountingDimension(const Ipg_ScalingGrid& grid, const std
             }
           }
         if (mn <= mx)
-          total += std::floor((mx - lowest) / height) - std::floor((mn - lowest) / height) + 1.0;
+          total += std::floor((static_cast<double>(mx) - lowest) / height) -
+                   std::floor((static_cast<double>(mn) - lowest) / height) + 1.0;
       }
     fit.Sizes.push_back(s);
     fit.Counts.push_back(total);
