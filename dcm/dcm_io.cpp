@@ -263,7 +263,7 @@ std::unique_ptr<DCM_STRUCT> ReadBytes(const unsigned char* data, std::size_t siz
   out->Data->SetMax();
   const DCM_HEADER h = MakeHeader(scan, f, format);
   out->SetHeader(h);
-  out->Data->SetRGB(f.Samples == 3);
+  out->Data->SetRGB(f.Samples == 3 || f.Photometric == "PALETTE COLOR"); // palette images are colour
   out->Data->SetPrecision(PrecisionFromSlope(h.RescaleSlope));
   return out;
 }

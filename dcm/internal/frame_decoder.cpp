@@ -183,12 +183,14 @@ bool Fail(std::string& error, const std::string& reason)
 bool FrameDecoder::Decode(const DicomFrame& f, int* pixels, std::string& error, unsigned& bitsAllocated,
                           unsigned& bitsStored, unsigned& pixelRepresentation)
 {
-  FrameImage built = MakeImage(f);
-  built.ComputeLossyFlag();
-  gdcm::Image image = built;
+  // GDCM's filters hold their input by reference count and delete it with
+  // the last reference, so the image lives on the heap under a smart pointer.
+  gdcm::SmartPointer<FrameImage> built = new FrameImage(MakeImage(f));
+  built->ComputeLossyFlag();
+  gdcm::Image image = *built;
   if (f.Photometric == "PALETTE COLOR") {
     gdcm::ImageApplyLookupTable lut;
-    lut.SetInput(image);
+    lut.SetInput(*built);
     if (!lut.Apply())
       return Fail(error, "cannot apply the palette colour lookup table");
     image = lut.GetOutput();

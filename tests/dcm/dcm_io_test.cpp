@@ -183,6 +183,19 @@ TEST(DcmReadHostile, ReadLimitRefusesLargeFrames)
   EXPECT_NE(Dcm_ReadBuffer(file.data(), file.size(), nullptr), nullptr);
 }
 
+TEST(DcmReadHostile, PaletteColourReadsAsLuminanceInAndOutOfProcess)
+{
+  for (bool isolated : {false, true}) {
+    Isolation isolation(isolated);
+    std::string error;
+    auto image = Dcm_ReadFile(std::string(IPG_TEST_SOURCE_DIR) + "/dcm/data/palette_8bit_16x16.dcm", &error);
+    ASSERT_NE(image, nullptr) << error;
+    EXPECT_TRUE(image->Data->GetRGB());
+    EXPECT_EQ(image->Data->GetMin(), 87);
+    EXPECT_EQ(image->Data->GetMax(), 168);
+  }
+}
+
 TEST(DcmReadHostile, SpecialFilesAreNamedForWhatTheyAre)
 {
   std::string error;
