@@ -214,7 +214,7 @@ bool Plan(const unsigned char* data, std::size_t size, unsigned frame, DicomScan
   const DCM_READ_LIMITS limits = Dcm_GetReadLimits();
   if (!DicomScanner(limits.MaxDecodedBytes).Scan(data, size, scan, reason))
     return false;
-  if (scan.Elements.empty()) {
+  if (scan.TopLevelCount == 0) {
     reason = "DICOM file without a data set (nothing follows the file meta information)";
     return false;
   }

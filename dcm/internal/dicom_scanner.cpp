@@ -118,6 +118,8 @@ private:
       }
       const std::size_t value = pos + header;
       const bool top = depth == 0;
+      if (top)
+        ++Scan.TopLevelCount;
       if (length == kUndefinedLength) {
         if (top && tag == kPixelData) {
           if (!Encapsulated(value, end, big, pos))

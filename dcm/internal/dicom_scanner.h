@@ -37,7 +37,8 @@ struct DicomScan {
   bool HasPreamble = false;
   bool HasMeta = false;
   bool Deflated = false;
-  std::map<uint32_t, DicomValue> Elements; // top level, by (group << 16 | element)
+  std::map<uint32_t, DicomValue> Elements; // top level, by (group << 16 | element); sequences not kept
+  std::size_t TopLevelCount = 0;           // top-level elements, sequences included
 
   bool HasPixelData = false;
   bool FloatPixelData = false;

@@ -386,6 +386,8 @@ TEST(DcmReadFile, DamagedOrForeignFilesGiveClearErrors)
   EXPECT_NE(ReadError(TestDataPath("no_meta.dcm")).find("not a DICOM file"), std::string::npos);
   EXPECT_NE(ReadError(TestDataPath("badVR.dcm")).find("invalid Number of Frames '1A'"), std::string::npos);
   EXPECT_NE(ReadError(TestDataPath("rtplan.dcm")).find("without an image (RT Plan Storage)"), std::string::npos);
+  // Its whole data set is one private sequence of unknown VR.
+  EXPECT_NE(ReadError(TestDataPath("UN_sequence.dcm")).find("without an image"), std::string::npos);
   EXPECT_NE(ReadError(TestDataPath("JPEG2000-embedded-sequence-delimiter.dcm")).find("the codec declares"),
             std::string::npos);
 }
