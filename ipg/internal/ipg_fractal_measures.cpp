@@ -3,6 +3,7 @@
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
+#include "mth/mth_regression.h"
 
 #include <algorithm>
 #include <cmath>
@@ -52,7 +53,7 @@ void FitDimension(Ipg_ScalingFit& fit)
     x.push_back(-std::log(fit.Sizes[k]));
     y.push_back(std::log(fit.Counts[k]));
   }
-  const Ipg_LineFit line = Ipg_FitLine(x, y);
+  const MTH_LINE_FIT line = Mth_FitLine(x, y);
   fit.Dimension = line.Slope;
   fit.R2 = line.R2;
 }
@@ -216,10 +217,10 @@ bool Ipg_MomentSpectrum(const Ipg_ScalingGrid& grid, const std::vector<double>& 
     const double q = qs[k];
     // At q = 1 the weights are the measures themselves: sum w ln mu is the entropy sum.
     const bool information = std::fabs(q - 1.0) < 1e-12;
-    spectrum.Dq.push_back(information ? Ipg_FitLine(logSizes, lnMu[k]).Slope
-                                      : Ipg_FitLine(logSizes, logZ[k]).Slope / (q - 1.0));
-    spectrum.Alpha.push_back(Ipg_FitLine(logSizes, lnMu[k]).Slope);
-    spectrum.F.push_back(Ipg_FitLine(logSizes, lnW[k]).Slope);
+    spectrum.Dq.push_back(information ? Mth_FitLine(logSizes, lnMu[k]).Slope
+                                      : Mth_FitLine(logSizes, logZ[k]).Slope / (q - 1.0));
+    spectrum.Alpha.push_back(Mth_FitLine(logSizes, lnMu[k]).Slope);
+    spectrum.F.push_back(Mth_FitLine(logSizes, lnW[k]).Slope);
   }
   return true;
 }

@@ -3,7 +3,6 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_roi_mask.h"
-#include "mth/mth_regression.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -96,28 +95,4 @@ bool Ipg_MakeScalingGrid(const DCM_STRUCT* in, const DCM_STRUCT* roi, int larges
   if (grid.SelectedCount == 0)
     return Ipg_InformAndFail(Ipg_MsgNothingToMeasure(where));
   return true;
-}
-
-Ipg_LineFit Ipg_FitLine(const std::vector<double>& x, const std::vector<double>& y)
-{
-  Ipg_LineFit fit;
-  fit.Slope = Mth_Pente(x, y);
-  const std::size_t n = std::min(x.size(), y.size());
-  if (n < 2)
-    return fit;
-  double xbar = 0.0, ybar = 0.0;
-  for (std::size_t k = 0; k < n; ++k) {
-    xbar += x[k];
-    ybar += y[k];
-  }
-  xbar /= static_cast<double>(n);
-  ybar /= static_cast<double>(n);
-  double sxx = 0.0, syy = 0.0;
-  for (std::size_t k = 0; k < n; ++k) {
-    sxx += (x[k] - xbar) * (x[k] - xbar);
-    syy += (y[k] - ybar) * (y[k] - ybar);
-  }
-  // Explained over total variance of y: b^2 Sxx / Syy.
-  fit.R2 = syy > 0.0 ? std::min(1.0, fit.Slope * fit.Slope * sxx / syy) : 0.0;
-  return fit;
 }

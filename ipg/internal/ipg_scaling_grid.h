@@ -12,6 +12,7 @@ class DCM_STRUCT;
 //
 // A pixel is seen when its grey level is at most 16777216 and, with a ROI
 // image, its ROI value is exactly 16777217. Padding pixels are never seen.
+// The log-log fit is Mth_FitLine (mth/mth_regression.h).
 
 // The fewest box sides a fit is made on.
 inline constexpr int kIpgMinBoxSizes = 4;
@@ -47,11 +48,3 @@ bool Ipg_TileSizes(int cols, int rows, int smallest, int largest, int& gridCols,
 // side, too few box sides, or no pixel seen.
 bool Ipg_MakeScalingGrid(const DCM_STRUCT* in, const DCM_STRUCT* roi, int largestBox, int smallestBox,
                          const std::string& where, Ipg_ScalingGrid& grid);
-
-// Least-squares line y = a + b x (Mth_Pente) and its coefficient of
-// determination r^2 (1 when y is exactly linear; 0 when y or x is constant).
-struct Ipg_LineFit {
-  double Slope = 0.0;
-  double R2 = 0.0;
-};
-Ipg_LineFit Ipg_FitLine(const std::vector<double>& x, const std::vector<double>& y);
