@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <limits>
 #include <sstream>
+#include <string>
+#include <vector>
 
 namespace {
 
@@ -117,6 +119,7 @@ const char* Cli_TypeName(IPG_VALUE_TYPE type)
   switch (type) {
   case IPG_VALUE_TYPE::Point: return "x,y";
   case IPG_VALUE_TYPE::RealPoint: return "real,real";
+  case IPG_VALUE_TYPE::Reals: return "real,real,...";
   default: return Ipg_ValueTypeName(type);
   }
 }
@@ -152,6 +155,22 @@ IPG_KERNEL ParseKernel(const std::string& name, const std::string& text)
   return kernel;
 }
 
+// "r1,r2,..." - between `fewest` and `most` reals, each within [-largest, largest].
+std::vector<double> ParseReals(const std::string& name, const std::string& text, long long fewest, long long most,
+                               double largest)
+{
+  std::vector<double> values;
+  std::stringstream fields(text);
+  for (std::string field; std::getline(fields, field, ',');)
+    values.push_back(ParseReal(name, field, largest));
+  if (text.empty() || text.back() == ',' || static_cast<long long>(values.size()) < fewest ||
+      static_cast<long long>(values.size()) > most)
+    throw CliUsageError("parameter " + name + " expects " +
+                        (fewest == most ? std::to_string(fewest) : std::to_string(fewest) + " to " + std::to_string(most)) +
+                        " comma-separated numbers, got '" + text + "'");
+  return values;
+}
+
 } // namespace
 
 IPG_VALUE Cli_ParseParameter(const std::string& name, IPG_VALUE_TYPE type, long long min, long long max, double largest,
@@ -171,6 +190,7 @@ IPG_VALUE Cli_ParseParameter(const std::string& name, IPG_VALUE_TYPE type, long 
     return IPG_REAL_POINT{Cli_ParseValue<double>(name, x), Cli_ParseValue<double>(name, y)};
   }
   case IPG_VALUE_TYPE::Kernel: return ParseKernel(name, text);
+  case IPG_VALUE_TYPE::Reals: return ParseReals(name, text, min, max, largest);
   }
   throw CliUsageError("parameter " + name + " has a type this program does not read");
 }

@@ -25,7 +25,8 @@ template <> std::string Cli_ParseValue<std::string>(const std::string& parameter
 // type says; throws CliUsageError naming the parameter.
 IPG_VALUE Cli_ParseParameter(const std::string& name, IPG_VALUE_TYPE type, long long min, long long max, double largest,
                              const std::string& text);
-// How `ipg list` names a table type: bool, integer, real, text, x,y, real,real, kernel.
+// How `ipg list` names a table type: bool, integer, real, text, x,y, real,real,
+// kernel, real,real,...
 const char* Cli_TypeName(IPG_VALUE_TYPE type);
 
 template <typename T>

@@ -112,6 +112,10 @@ const IPG_CLASS_INFO<IPG_ARITHMETIC2>& IPG_ARITHMETIC2::ClassInfo()
   static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
       Ipg_Parameter<C, &C::SetThresholdMin>("ThresholdMin", "-1", "lower bound of the difference window (-1: off)"),
       Ipg_Parameter<C, &C::SetThresholdMax>("ThresholdMax", "-1", "upper bound of the difference window (-1: off)"),
+      // The model that code 301 hands to MakeOptimalDifferenceImage; no public setter reaches it.
+      {"OptimalModel", IPG_VALUE_TYPE::Integer, INT_MIN, INT_MAX, 0.0, "0",
+       "model of code 301: 0 gain and gamma fit (default), 1 histogram specification",
+       [](C& op, const IPG_VALUE& value) { op.OptimisationParameter = static_cast<int>(std::get<long long>(value)); }},
   };
   static const IPG_CLASS_INFO<C> info{"IPG_ARITHMETIC2", operations, parameters};
   return info;

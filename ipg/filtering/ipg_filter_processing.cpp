@@ -19,6 +19,8 @@
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
+#include <climits>
+#include <cmath>
 #include <new>
 #include <optional>
 #include <string>
@@ -32,6 +34,23 @@ constexpr const char* kLabelEdge = "EDGE FILTER DETECTION";
 
 // Largest kernel side the kernel class can hold.
 constexpr int kMaxKernelSide = 32767;
+
+// A whole-number setting given as a real: the fraction dropped, held to int's
+// range; not-a-number gives 0, the setting's default.
+int WholeSetting(double value)
+{
+  if (std::isnan(value))
+    return 0;
+  return static_cast<int>(std::clamp(value, static_cast<double>(INT_MIN), static_cast<double>(INT_MAX)));
+}
+
+// AdaptatifFiltreParameters as first, second, real; a missing value is 0, the default.
+void SetAdaptiveParameters(IPG_FILTER_PROCESSING& op, const IPG_VALUE& value)
+{
+  const std::vector<double>& values = std::get<std::vector<double>>(value);
+  auto at = [&](std::size_t k) { return k < values.size() ? values[k] : 0.0; };
+  op.SetAdaptatifFiltreParameters(WholeSetting(at(0)), WholeSetting(at(1)), at(2));
+}
 
 Ipg_ConvolutionTaps TapsOf(const IPG_FILTER& kernel)
 {
@@ -145,6 +164,11 @@ const IPG_CLASS_INFO<IPG_FILTER_PROCESSING>& IPG_FILTER_PROCESSING::ClassInfo()
       Ipg_Parameter<C, &C::SetLaplacianGaussianSigmaType>("LaplacianGaussianSigmaType", "0", "0 marks the negative lobe, otherwise the positive one"),
       Ipg_Parameter<C, &C::setWaitbarVisible>("WaitbarVisible", "true", "show the median filter's progress"),
       Ipg_Parameter<C, &C::SetNbIter>("NbIter", "1", "passes of the mean, edge and speckle filters"),
+      Ipg_RealsParameter<C>("AdaptatifFiltreParameters", 3, "0,0,0",
+                            "speckle filter parameters first,second,real, 0 = default: window or region size; second "
+                            "integer (AWMF centre weight, AdaptativeDenoise fewest neighbours); real (Frost damping, "
+                            "time step, tolerance)",
+                            SetAdaptiveParameters),
   };
   static const IPG_CLASS_INFO<C> info{"IPG_FILTER_PROCESSING", operations, parameters};
   return info;

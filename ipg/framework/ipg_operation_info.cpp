@@ -13,6 +13,7 @@ const char* Ipg_ValueTypeName(IPG_VALUE_TYPE type)
   case IPG_VALUE_TYPE::Point: return "point";
   case IPG_VALUE_TYPE::RealPoint: return "real point";
   case IPG_VALUE_TYPE::Kernel: return "kernel";
+  case IPG_VALUE_TYPE::Reals: return "reals";
   }
   return "";
 }

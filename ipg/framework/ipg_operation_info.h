@@ -17,11 +17,12 @@
 // this table, and the program, its pipeline files and language bindings read it
 // at run time, so that a code or a parameter is never listed twice.
 
-// The kinds of value a parameter takes.
-enum class IPG_VALUE_TYPE { Bool, Integer, Real, Text, Point, RealPoint, Kernel };
+// The kinds of value a parameter takes. Reals is a short list of numbers that
+// one setter takes together.
+enum class IPG_VALUE_TYPE { Bool, Integer, Real, Text, Point, RealPoint, Kernel, Reals };
 
 // The textual name of a kind ("bool", "integer", "real", "text", "point",
-// "real point", "kernel").
+// "real point", "kernel", "reals").
 const char* Ipg_ValueTypeName(IPG_VALUE_TYPE type);
 
 struct IPG_POINT {
@@ -42,7 +43,8 @@ struct IPG_KERNEL {
 };
 
 // A parameter's value; the alternative follows IPG_VALUE_TYPE's order.
-using IPG_VALUE = std::variant<bool, long long, double, std::string, IPG_POINT, IPG_REAL_POINT, IPG_KERNEL>;
+using IPG_VALUE =
+    std::variant<bool, long long, double, std::string, IPG_POINT, IPG_REAL_POINT, IPG_KERNEL, std::vector<double>>;
 
 // One operation code: the method it runs and how. Run returns what Apply()
 // returns for that code.
@@ -54,8 +56,9 @@ struct IPG_OPERATION_INFO {
 };
 
 // One settable parameter. Integers lie in [Min, Max] and reals within
-// [-Largest, Largest] (the range of the setter's own type). Default is the value
-// a new operator holds, as text. Set receives a value of the declared type.
+// [-Largest, Largest] (the range of the setter's own type); a Reals list holds
+// Min to Max values, each within [-Largest, Largest]. Default is the value a
+// new operator holds, as text. Set receives a value of the declared type.
 template <class C>
 struct IPG_PARAMETER_INFO {
   const char* Name;
@@ -203,6 +206,14 @@ constexpr IPG_PARAMETER_INFO<C> Ipg_Parameter(const char* name, IPG_VALUE_TYPE t
                                               const char* description, void (*set)(C&, const IPG_VALUE&))
 {
   return {name, type, 0, 0, 0.0, defaultValue, description, set};
+}
+
+// The entry of a Reals parameter of `count` values, set by `set`.
+template <class C>
+constexpr IPG_PARAMETER_INFO<C> Ipg_RealsParameter(const char* name, int count, const char* defaultValue,
+                                                   const char* description, void (*set)(C&, const IPG_VALUE&))
+{
+  return {name, IPG_VALUE_TYPE::Reals, count, count, std::numeric_limits<double>::max(), defaultValue, description, set};
 }
 
 // Set for a kernel parameter: hands the kernel to C::SetUserFilter.

@@ -3,9 +3,6 @@
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 #include "ipg/arithmetic/ipg_change_dynamic.h"
 
-#include <optional>
-#include <string>
-
 namespace {
 
 const bool registered = [] {
@@ -17,33 +14,15 @@ const bool registered = [] {
   return Cli_Register(std::move(table));
 }();
 
-// Two-image arithmetic as the program runs it: OptimalModel chooses the model of
-// the optimal difference (code 301), which Apply() cannot reach.
-class CliArithmetic2 : public IPG_ARITHMETIC2 {
-public:
-  using IPG_ARITHMETIC2::IPG_ARITHMETIC2;
-  using LibraryClass = IPG_ARITHMETIC2;
-  std::optional<int> OptimalModel;
-};
-
 const bool registeredTwoImages = [] {
-  using Op = CliArithmetic2;
+  using Op = IPG_ARITHMETIC2;
   auto table = std::make_unique<CliOperatorTable<Op>>(
       "IPG_ARITHMETIC2", "pixel-by-pixel combinations of two images (--second)",
       [](const CliImages& im) { return std::make_unique<Op>(im.in, im.second, im.roi); });
-  table->ParamFn("OptimalModel", "integer", "model of code 301: 0 gain and gamma fit (default), 1 histogram specification",
-                 [](Op& op, const std::string& v) { op.OptimalModel = Cli_ParseValue<int>("OptimalModel", v); });
-  table->ResultFn("ThresholdMin", [](Op& op) { return Json(op.GetThresholdMin()); });
-  table->ResultFn("ThresholdMax", [](Op& op) { return Json(op.GetThresholdMax()); });
+  table->Result("ThresholdMin", &Op::GetThresholdMin);
+  table->Result("ThresholdMax", &Op::GetThresholdMax);
   table->SecondInput([](Op& op, DCM_STRUCT* second) { op.SetInSecond(second); });
   table->Output("out", [](Op& op, DCM_STRUCT* out) { op.SetImaOut(out); });
-  table->ApplyWith([](Op& op) {
-    if (op.GetTools() == 301 && op.OptimalModel) {
-      op.MakeOptimalDifferenceImage(*op.OptimalModel);
-      return true; // as Apply() reports every code from 300 to 305
-    }
-    return op.Apply();
-  });
   return Cli_Register(std::move(table));
 }();
 

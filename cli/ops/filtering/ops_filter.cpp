@@ -42,16 +42,6 @@ void SetUserKernel(Op& op, const std::string& text)
   op.SetUserFilter(coefficients.data(), cols, rows);
 }
 
-void SetAdaptiveParameters(Op& op, const std::string& text)
-{
-  const std::string name = "AdaptatifFiltreParameters";
-  const std::vector<std::string> f = Fields(text);
-  if (f.size() != 3)
-    throw CliUsageError("parameter " + name + ": '" + text + "' is not first,second,real");
-  op.SetAdaptatifFiltreParameters(Cli_ParseValue<int>(name, f[0]), Cli_ParseValue<int>(name, f[1]),
-                                  Cli_ParseValue<double>(name, f[2]));
-}
-
 // The gradient images of a Deriche derivative, as extra outputs "gx" and "gy".
 void AddGradients(Op& op, const CliImages&, CliRunOutcome& outcome)
 {
@@ -67,9 +57,6 @@ const bool registered = [] {
       [](const CliImages& im) { return std::make_unique<Op>(im.in, im.roi); });
   table->ParamFn("UserFilter", "kernel", "user kernel WxH:c1,c2,... row by row (code 501; window of the median)",
                  SetUserKernel);
-  table->ParamFn("AdaptatifFiltreParameters", "first,second,real", "speckle filter parameters, 0 = default: window or region size; "
-                 "second integer (AWMF centre weight, AdaptativeDenoise fewest neighbours); real (Frost damping, time step, tolerance)",
-                 SetAdaptiveParameters);
   table->ResultFn("DefinedFilterNumber", [](Op& op) { return Json(op.GetDefinedFilterNumber()); });
   table->Output("out", [](Op& op, DCM_STRUCT* out) { op.SetImaOut(out); });
   table->After(AddGradients);

@@ -5,8 +5,9 @@
 
 namespace {
 
-// The histogram as the program runs it: Save takes a path and writes the text
-// file after the run.
+// The histogram as the program runs it. Save stays a parameter of the program,
+// not of the class table: where to write a file is the host's business, and
+// IPG_HISTO::Save is an action run on the finished histogram, not a setting.
 class CliHisto : public IPG_HISTO {
 public:
   using IPG_HISTO::IPG_HISTO;

@@ -6,8 +6,9 @@
 
 namespace {
 
-// Thresholding as the program runs it: the block size of Resample is a
-// constructor argument, so ResolutionFactor rebuilds the operator for code 402.
+// Thresholding as the program runs it. The block size of Resample is only a
+// constructor argument of the library class (no setter, so no class-table
+// entry): ResolutionFactor is the program's and rebuilds the operator for 402.
 class CliGeneric : public IPG_GENERIC_PROCESSING {
 public:
   using IPG_GENERIC_PROCESSING::IPG_GENERIC_PROCESSING;
