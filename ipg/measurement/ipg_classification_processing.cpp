@@ -54,9 +54,25 @@ void IPG_CLASSIFICATION_PROCESSING::SetDefaultParameters()
   MaxClasses = 16;
 }
 
+const IPG_CLASS_INFO<IPG_CLASSIFICATION_PROCESSING>& IPG_CLASSIFICATION_PROCESSING::ClassInfo()
+{
+  using C = IPG_CLASSIFICATION_PROCESSING;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {kValleysCode, "ClassifyByHistogramValleys", [](C& op) -> int { return op.ClassifyByHistogramValleys(); }},
+  };
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetSmoothingWidth>("SmoothingWidth", "5", "odd moving-average width in bins (default 5)"),
+      Ipg_Parameter<C, &C::SetMinValleyDepth>(
+          "MinValleyDepth", "0.05", "smallest valley depth kept, as a fraction of the highest smoothed bin (default 0.05)"),
+      Ipg_Parameter<C, &C::SetMaxClasses>("MaxClasses", "16", "largest number of classes, 1-256 (default 16)"),
+  };
+  static const IPG_CLASS_INFO<C> info{kClassName, operations, parameters};
+  return info;
+}
+
 bool IPG_CLASSIFICATION_PROCESSING::Apply()
 {
-  return Tools == kValleysCode && ClassifyByHistogramValleys();
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 bool IPG_CLASSIFICATION_PROCESSING::CheckInput() const

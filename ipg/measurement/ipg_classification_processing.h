@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ipg/framework/ipg_one_input_one_output.h"
+#include "ipg/framework/ipg_operation_info.h"
 
 #include <vector>
 
@@ -48,6 +49,8 @@ public:
   // Tools 1600, SmoothingWidth 5, MinValleyDepth 0.05, MaxClasses 16.
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_CLASSIFICATION_PROCESSING>& ClassInfo();
   bool ClassifyByHistogramValleys(); // 1600
 
   void SetSmoothingWidth(int width) { SmoothingWidth = width; }

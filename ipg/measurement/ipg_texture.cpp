@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_glcm.h"
+#include "ipg/internal/ipg_glcm_parameters.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_roi_mask.h"
 
@@ -27,10 +28,7 @@ IPG_TEXTURE::IPG_TEXTURE(DCM_STRUCT* in, DCM_STRUCT* roi)
 
 IPG_TEXTURE::IPG_TEXTURE(const IPG_TEXTURE& source) : IPG_ONE_INPUT_NO_OUTPUT()
 {
-  Distance = source.Distance;
-  Angle = source.Angle;
-  GreyLevels = source.GreyLevels;
-  Symmetric = source.Symmetric;
+  Ipg_CopyGlcmParameters(*this, source);
   Matrix = source.Matrix;
   Energy = source.Energy;
   Contrast = source.Contrast;
@@ -42,10 +40,7 @@ IPG_TEXTURE::IPG_TEXTURE(const IPG_TEXTURE& source) : IPG_ONE_INPUT_NO_OUTPUT()
 void IPG_TEXTURE::SetDefaultParameters()
 {
   Tools = kCooccurrenceCode;
-  Distance = 1;
-  Angle = 0;
-  GreyLevels = 16;
-  Symmetric = true;
+  Ipg_SetGlcmDefaults(*this);
 }
 
 const IPG_CLASS_INFO<IPG_TEXTURE>& IPG_TEXTURE::ClassInfo()
@@ -54,12 +49,7 @@ const IPG_CLASS_INFO<IPG_TEXTURE>& IPG_TEXTURE::ClassInfo()
   static constexpr IPG_OPERATION_INFO<C> operations[] = {
       {1500, "ComputeCooccurrence", [](C& op) -> int { return op.ComputeCooccurrence(); }},
   };
-  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
-      Ipg_Parameter<C, &C::SetDistance>("Distance", "1", "pixel distance of the pairs (default 1)"),
-      Ipg_Parameter<C, &C::SetAngle>("Angle", "0", "direction 0, 45, 90 or 135 degrees (default 0)"),
-      Ipg_Parameter<C, &C::SetGreyLevels>("GreyLevels", "16", "quantisation classes 2-256 (default 16)"),
-      Ipg_Parameter<C, &C::SetSymmetric>("Symmetric", "true", "count each pair both ways (default true)"),
-  };
+  static constexpr auto parameters = Ipg_GlcmParameterEntries<C>("pixel distance of the pairs (default 1)");
   static const IPG_CLASS_INFO<C> info{"IPG_TEXTURE", operations, parameters};
   return info;
 }
@@ -77,12 +67,11 @@ bool IPG_TEXTURE::ComputeCooccurrence()
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   if (Roi != nullptr && (static_cast<int>(Roi->GetNbOfCols()) != cols || static_cast<int>(Roi->GetNbOfRows()) != rows))
     return Ipg_InformAndFail(Ipg_MsgRoiSizeAt(kWhere));
-  if (GreyLevels < 2 || GreyLevels > 256)
+  if (!Ipg_GlcmLevelsValid(GreyLevels))
     return Ipg_InformAndFail(Ipg_MsgParameterRangeAt("GreyLevels", kWhere));
   int dcol = 0, drow = 0;
-  if (Distance < 1 || Distance >= std::max(cols, rows) || !Ipg_GlcmOffset(Angle, Distance, dcol, drow))
-    return Ipg_InformAndFail(
-        Ipg_MsgParameterRangeAt(Distance < 1 || Distance >= std::max(cols, rows) ? "Distance" : "Angle", kWhere));
+  if (const char* fault = Ipg_GlcmDisplacementFault(Distance, Angle, std::max(cols, rows) - 1, dcol, drow))
+    return Ipg_InformAndFail(Ipg_MsgParameterRangeAt(fault, kWhere));
 
   int lowest = INT_MAX, highest = INT_MIN;
   for (int row = 0; row < rows; ++row)

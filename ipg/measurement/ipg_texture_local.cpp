@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_glcm.h"
+#include "ipg/internal/ipg_glcm_parameters.h"
 #include "ipg/internal/ipg_glcm_window.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
@@ -66,27 +67,44 @@ IPG_TEXTURE_LOCAL::IPG_TEXTURE_LOCAL(DCM_STRUCT* in, DCM_STRUCT* roi)
 }
 
 IPG_TEXTURE_LOCAL::IPG_TEXTURE_LOCAL(const IPG_TEXTURE_LOCAL& source)
-    : IPG_ONE_INPUT_TWO_OUTPUT(), WindowSize(source.WindowSize), Distance(source.Distance), Angle(source.Angle),
-      GreyLevels(source.GreyLevels), Symmetric(source.Symmetric), Feature(source.Feature),
-      FeatureTwo(source.FeatureTwo)
+    : IPG_ONE_INPUT_TWO_OUTPUT(), WindowSize(source.WindowSize), Feature(source.Feature), FeatureTwo(source.FeatureTwo)
 {
+  Ipg_CopyGlcmParameters(*this, source);
 }
 
 void IPG_TEXTURE_LOCAL::SetDefaultParameters()
 {
   Tools = kFeatureMapCode;
   WindowSize = 7;
-  Distance = 1;
-  Angle = 0;
-  GreyLevels = 16;
-  Symmetric = true;
+  Ipg_SetGlcmDefaults(*this);
   Feature = kIpgContrast;
   FeatureTwo = kIpgEntropy;
 }
 
+const IPG_CLASS_INFO<IPG_TEXTURE_LOCAL>& IPG_TEXTURE_LOCAL::ClassInfo()
+{
+  using C = IPG_TEXTURE_LOCAL;
+  static constexpr IPG_OPERATION_INFO<C> operations[] = {
+      {kFeatureMapCode, "ComputeFeatureMap", [](C& op) -> int { return op.ComputeFeatureMap(); }},
+  };
+  static constexpr auto glcm = Ipg_GlcmParameterEntries<C>("pixel distance of the pairs, below WindowSize (default 1)");
+  static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
+      Ipg_Parameter<C, &C::SetWindowSize>("WindowSize", "7", "odd window side, at least 3 (default 7)"),
+      glcm[0],
+      glcm[1],
+      glcm[2],
+      glcm[3],
+      Ipg_Parameter<C, &C::SetFeature>(
+          "Feature", "1", "feature of the main output: 0 energy, 1 contrast, 2 correlation, 3 homogeneity, 4 entropy (default 1)"),
+      Ipg_Parameter<C, &C::SetFeatureTwo>("FeatureTwo", "4", "feature of the second output (default 4)"),
+  };
+  static const IPG_CLASS_INFO<C> info{kClassName, operations, parameters};
+  return info;
+}
+
 bool IPG_TEXTURE_LOCAL::Apply()
 {
-  return Tools == kFeatureMapCode && ComputeFeatureMap();
+  return Ipg_Dispatch(ClassInfo(), *this, Tools) != 0;
 }
 
 bool IPG_TEXTURE_LOCAL::CheckImages() const
@@ -104,11 +122,12 @@ bool IPG_TEXTURE_LOCAL::CheckParameters(int& dcol, int& drow) const
 {
   const int longer = static_cast<int>(std::max(ImaIn->GetNbOfCols(), ImaIn->GetNbOfRows()));
   auto isFeature = [](int f) { return f >= 0 && f < kIpgGlcmFeatureCount; };
-  return Ipg_ParameterInRange(WindowSize >= 3 && WindowSize % 2 == 1 && WindowSize <= longer, "WindowSize",
-                              kClassName) &&
-         Ipg_ParameterInRange(Distance >= 1 && Distance < WindowSize, "Distance", kClassName) &&
-         Ipg_ParameterInRange(Ipg_GlcmOffset(Angle, Distance, dcol, drow), "Angle", kClassName) &&
-         Ipg_ParameterInRange(GreyLevels >= 2 && GreyLevels <= 256, "GreyLevels", kClassName) &&
+  if (!Ipg_ParameterInRange(WindowSize >= 3 && WindowSize % 2 == 1 && WindowSize <= longer, "WindowSize",
+                            kClassName))
+    return false;
+  if (const char* fault = Ipg_GlcmDisplacementFault(Distance, Angle, WindowSize - 1, dcol, drow))
+    return Ipg_ParameterInRange(false, fault, kClassName);
+  return Ipg_ParameterInRange(Ipg_GlcmLevelsValid(GreyLevels), "GreyLevels", kClassName) &&
          Ipg_ParameterInRange(isFeature(Feature), "Feature", kClassName) &&
          Ipg_ParameterInRange(isFeature(FeatureTwo), "FeatureTwo", kClassName);
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ipg/framework/ipg_one_input_two_output.h"
+#include "ipg/framework/ipg_operation_info.h"
 
 // Haralick feature maps (Haralick, Shanmugam & Dinstein, "Textural features
 // for image classification", IEEE Trans. SMC 3(6), 1973): every pixel gets a
@@ -48,6 +49,8 @@ public:
   // Feature 1 (contrast), FeatureTwo 4 (entropy).
   void SetDefaultParameters();
   bool Apply();
+  // Its operation codes and settable parameters, read by Apply() and by hosts.
+  static const IPG_CLASS_INFO<IPG_TEXTURE_LOCAL>& ClassInfo();
   bool ComputeFeatureMap(); // 1510
 
   void SetWindowSize(int size) { WindowSize = size; }
