@@ -35,10 +35,7 @@ Image LeftHalfRoi() { return ImageOf(8, 6, [](unsigned c, unsigned) { return c <
 void ExpectSameImage(DCM_STRUCT& actual, DCM_STRUCT& expected)
 {
   ASSERT_EQ(actual.GetNbOfCols(), expected.GetNbOfCols());
-  ASSERT_EQ(actual.GetNbOfRows(), expected.GetNbOfRows());
-  for (unsigned r = 0; r < expected.GetNbOfRows(); ++r)
-    for (unsigned c = 0; c < expected.GetNbOfCols(); ++c)
-      ASSERT_EQ(actual.Data->GetValue(c, r), expected.Data->GetValue(c, r)) << "at (" << c << ", " << r << ")";
+  EXPECT_EQ(PixelsOf(actual), PixelsOf(expected));
   EXPECT_EQ(actual.Data->GetMin(), expected.Data->GetMin());
   EXPECT_EQ(actual.Data->GetMax(), expected.Data->GetMax());
   EXPECT_EQ(actual.Data->GetPrecision(), expected.Data->GetPrecision());
@@ -108,31 +105,15 @@ void ExpectContainerRunsLikeTheOperator(int type, Op& source, int tools, DCM_STR
   }
 }
 
-TEST(Container, EmptyContainerHoldsNothingAndAppliesNothing)
-{
-  IPG_CONTAINER container;
-  EXPECT_EQ(container.GetIpgClassType(), 20000);
-  EXPECT_EQ(container.GetIPGClassAddress(), nullptr);
-  EXPECT_EQ(container.GetBinaryRoi(), nullptr);
-  EXPECT_EQ(container.GetInImageAddress(), nullptr);
-  EXPECT_EQ(container.GetSecondImageIn(), nullptr);
-  EXPECT_EQ(container.GetNumericalResult(), 0.0f);
-  EXPECT_EQ(container.GetResult(), nullptr);
-  EXPECT_FALSE(container.Apply());
-
-  // The setters keep the pointers even though no operator takes them.
-  auto in = Ramp();
-  EXPECT_FALSE(container.SetImageIn(in.get()));
-  EXPECT_FALSE(container.SetSecondImageIn(in.get()));
-  EXPECT_EQ(container.GetInImageAddress(), in.get());
-  EXPECT_EQ(container.GetSecondImageIn(), in.get());
-}
-
 TEST(Container, RefusedFillsKeepTheCodeAndDropTheHeldOperator)
 {
   auto in = Ramp();
   IPG_ARITHMETIC1 op(in.get());
   IPG_CONTAINER container;
+  EXPECT_FALSE(container.Apply()); // empty: class 20000, nothing held
+  EXPECT_EQ(container.GetResult(), nullptr);
+  EXPECT_FALSE(container.SetImageIn(in.get())); // kept, though no operator takes it
+  EXPECT_EQ(container.GetInImageAddress(), in.get());
   EXPECT_FALSE(container.SetIpgContainer(nullptr, kIpgClassArithmetic1));
   EXPECT_EQ(container.GetIpgClassType(), 20000);
 
@@ -353,6 +334,9 @@ TEST(Container, FirstApplyWritesIntoACopyOfTheRoiElseOfTheInput)
   Image result(fromInput.GetResult());
   ASSERT_NE(result, nullptr);
   ExpectSameImage(*result, *in);
+  result->Data->SetValue(0, 0, 999); // each call hands out a new copy
+  result.reset(fromInput.GetResult());
+  EXPECT_EQ(result->Data->GetValue(0, 0), in->Data->GetValue(0, 0));
 
   IPG_CONTAINER fromRoi;
   fromRoi.SetImageIn(in.get());
@@ -367,23 +351,6 @@ TEST(Container, FirstApplyWritesIntoACopyOfTheRoiElseOfTheInput)
   fromRoi.Apply();
   result.reset(fromRoi.GetResult());
   ExpectSameImage(*result, *roi);
-}
-
-TEST(Container, GetResultReturnsANewCopyEachCall)
-{
-  auto in = Ramp();
-  IPG_CONTAINER container;
-  container.SetImageIn(in.get());
-  container.Apply();
-  Image first(container.GetResult());
-  Image second(container.GetResult());
-  ASSERT_NE(first, nullptr);
-  ASSERT_NE(second, nullptr);
-  EXPECT_NE(first.get(), second.get());
-  first->Data->SetValue(0, 0, 999);
-  EXPECT_EQ(second->Data->GetValue(0, 0), in->Data->GetValue(0, 0));
-  Image third(container.GetResult());
-  EXPECT_EQ(third->Data->GetValue(0, 0), in->Data->GetValue(0, 0));
 }
 
 TEST(Container, CopyFromAPointerOwnsItsOwnOperatorRoiAndResult)
