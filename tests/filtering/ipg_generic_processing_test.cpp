@@ -32,30 +32,6 @@ struct Row {
 
 } // namespace
 
-TEST(IpgGenericProcessing, DefaultsAndCopy)
-{
-  IPG_GENERIC_PROCESSING op(nullptr);
-  EXPECT_DOUBLE_EQ(op.GetTools(), 400.0);
-  EXPECT_EQ(op.GetSeuilMin(), 0);
-  EXPECT_EQ(op.GetSeuilMax(), 16777216);
-  EXPECT_EQ(op.GetBinaryTypeA(), 1);
-  EXPECT_EQ(op.GetThesholdType(), 1);
-  EXPECT_FALSE(op.GetCheckIterative());
-  op.SetSeuilMin(3);
-  op.SetSeuilMax(9);
-  op.SetBinaryType(-1);
-  op.SetThesholdType(0);
-  op.SetCheckIterative(true);
-  IPG_GENERIC_PROCESSING copy(op);
-  EXPECT_DOUBLE_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetSeuilMin(), 3);
-  EXPECT_EQ(copy.GetSeuilMax(), 9);
-  EXPECT_EQ(copy.GetBinaryTypeA(), -1);
-  EXPECT_EQ(copy.GetThesholdType(), 0);
-  EXPECT_TRUE(copy.GetCheckIterative());
-  EXPECT_EQ(copy.Apply(), 0);
-}
-
 TEST(IpgGenericProcessing, SingleThresholdBinarisation)
 {
   Row t({99, 100, 101, 16777218});
@@ -225,12 +201,3 @@ TEST(IpgGenericProcessing, OtsuSquareIndexingOnOtherShapes)
   EXPECT_EQ(PixelsOf(*tall), (V{250, 250, 1000, 1000, 250, 250, 1000, 1000}));
 }
 
-TEST(IpgGenericProcessing, SigIsTheBetweenClassScore)
-{
-  IPG_GENERIC_PROCESSING op(nullptr);
-  int bins[] = {2, 2};
-  EXPECT_DOUBLE_EQ(op.sig(0, 0.5, 2, 2, bins), 0.25);
-  EXPECT_DOUBLE_EQ(op.sig(1, 0.5, 2, 2, bins), 0.0);
-  int leadingEmpty[] = {0, 4};
-  EXPECT_DOUBLE_EQ(op.sig(0, 1.0, 2, 2, leadingEmpty), 0.0);
-}

@@ -135,27 +135,6 @@ TEST(IpgHisto, RecomputingKeepsTheFirstRangeAndRecountsThePixels)
   EXPECT_EQ(h.GetCurrentMaxIndice(), 1);
 }
 
-TEST(IpgHisto, CopyTakesTheBinsAndRangeOnly)
-{
-  auto image = ImageOf(4, 1, {4, 6, 6, 5});
-  IPG_HISTO source(image.get());
-  source.SetTools(1400);
-  ASSERT_TRUE(source.Apply());
-  IPG_HISTO copy(source);
-  EXPECT_NE(copy.GetHistoAddress(), source.GetHistoAddress());
-  EXPECT_EQ(Bins(copy), (std::vector<int>{1, 1, 2}));
-  EXPECT_EQ(copy.GetCurrentMaxIndice(), 2);
-  EXPECT_EQ(copy.GetMinHisto(), 4);
-  EXPECT_EQ(copy.GetMaxHisto(), 6);
-  EXPECT_DOUBLE_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-
-  const IPG_HISTO blank;
-  IPG_HISTO blankCopy(blank);
-  EXPECT_EQ(blankCopy.GetHistoAddress(), nullptr);
-  EXPECT_EQ(blankCopy.GetMinHisto(), -1);
-}
-
 TEST(IpgHisto, SaveWritesTheRangeThenOneCountPerLine)
 {
   MessageCapture capture;

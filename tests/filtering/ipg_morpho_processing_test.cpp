@@ -59,25 +59,6 @@ struct MorphoRun {
 
 } // namespace
 
-TEST(MorphoProcessing, DefaultsAndCopy)
-{
-  auto in = Filled(3, 3, 0);
-  IPG_MORPHO_PROCESSING op(in.get());
-  EXPECT_EQ(op.GetTools(), 1101.0);
-  EXPECT_EQ(op.GetDefinedFilterNumber(), 200);
-  EXPECT_EQ(op.GetImageBorderType(), 0);
-  EXPECT_EQ(op.GetMode(), 301);
-
-  op.SetTools(1100);
-  op.SetImageBorderType(3);
-  IPG_MORPHO_PROCESSING copy(op);
-  EXPECT_EQ(copy.GetTools(), 0.0); // only the kernel layer is copied
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-  ASSERT_NE(copy.GetDefineFilter(), nullptr);
-  EXPECT_EQ(copy.GetDefineFilter()->GetSizeX(), 3);
-  EXPECT_EQ(copy.GetImageBorderType(), 3);
-}
-
 TEST(MorphoProcessing, FailuresShowTheirMessageAndReturnZero)
 {
   auto in = Filled(5, 5, 7);

@@ -298,17 +298,6 @@ TEST(SpeckleFrame, RoiMarksAndExtremes)
   }
 }
 
-TEST(SpeckleFrame, AStripOfTheInputsWidthReceivesItsRows)
-{
-  DCM_STRUCT in(16, 16), out(16, 4);
-  FillPhantom(in, 4, 2);
-  IPG_FILTER_PROCESSING op(&in);
-  op.SetImaOut(&out);
-  op.SetTools(511);
-  EXPECT_EQ(op.Apply(), 1);
-  EXPECT_GT(out.Data->GetMax(), 0);
-}
-
 TEST(SpeckleCores, FlatImagesStayFlatAndMonotoneEdgesStay)
 {
   constexpr int cols = 12, rows = 10;
@@ -355,39 +344,6 @@ TEST(SpeckleCores, AwmfWeightedMedianFollowsTheWeights)
   EXPECT_DOUBLE_EQ(out[4], 7.0);
 }
 
-TEST(SpeckleCores, SpeckleLevelOfGammaSpeckleIsOneOverTheLooks)
-{
-  DCM_STRUCT image(kSide, kSide);
-  std::mt19937 random(1);
-  std::gamma_distribution<double> speckle(4.0, 0.25);
-  std::vector<double> values(kSide * kSide);
-  for (double& v : values)
-    v = 1000.0 * speckle(random);
-  // The 5x5 sample variance runs a little below the population one.
-  EXPECT_NEAR(Ipg_SpeckleCu2(values.data(), kSide, kSide, 2), 0.25, 0.05);
-}
-
-TEST(NBFilterHelpers, SnrAndRegionMembership)
-{
-  DCM_STRUCT in(4, 4);
-  IPG_FILTER_PROCESSING op(&in);
-  int data[9] = {1, 3, 1, 3, 1, 3, 1, 3, 1}; // mean 17/9
-  const double mean = 17.0 / 9.0, variance = (5.0 * 1 + 4.0 * 9) / 9.0 - mean * mean;
-  EXPECT_NEAR(op.SNR(1, 1, 1, 1, data, 3, 3), mean / std::sqrt(variance), 1e-12);
-  EXPECT_NEAR(op.SNR(0, 0, 0, 1, data, 3, 3), 2.0 / 1.0, 1e-12); // column 0, rows 0..1: 1 and 3
-  EXPECT_EQ(op.SNR(0, 0, 1, 1, nullptr, 3, 3), 0.0);
-  int flat[4] = {5, 5, 5, 5};
-  EXPECT_GT(op.SNR(0, 0, 1, 1, flat, 2, 2), 1e300);
-
-  TList region;
-  MTH_2D_INTEGER a(2, 3), b(4, 1);
-  region.Add(&a);
-  region.Add(&b);
-  EXPECT_TRUE(op.N_Existe_Region(4, 1, &region));
-  EXPECT_FALSE(op.N_Existe_Region(3, 2, &region));
-  EXPECT_FALSE(op.N_Existe_Region(2, 3, nullptr));
-}
-
 TEST(AdaptativeDenoiseHelpers, ListOfSimilarNeighbours)
 {
   DCM_STRUCT in(4, 4), roi(4, 4);
@@ -418,20 +374,6 @@ TEST(AdaptativeDenoiseHelpers, ListOfSimilarNeighbours)
     delete list.Get(i);
   TLinkedList<MTH_2D_INTEGER*> empty;
   EXPECT_EQ(op.GetNeighboorsMeanGreyLevel(&empty), 0.0);
-}
-
-TEST(AdaptativeDenoise, ChainOf504ReportsTheMediansResult)
-{
-  DCM_STRUCT in(kSide, kSide), out(kSide, kSide);
-  FillPhantom(in, 4, 8);
-  IPG_FILTER_PROCESSING op(&in);
-  op.SetImaOut(&out);
-  op.SetTools(504);
-  MessageCapture messages;
-  // Without the median's window the chain stops at the median, with its message.
-  EXPECT_EQ(op.Apply(), 0);
-  ASSERT_EQ(messages.Texts.size(), 1u);
-  EXPECT_EQ(messages.Texts[0], "Le filtre utilisateur n'est pas défini");
 }
 
 TEST(IpgSpeckleFilters, LeeWeighsByLocalAgainstGlobalVarianceInPlace)
@@ -479,24 +421,6 @@ TEST(IpgSpeckleFilters, FrostKeepsFlatAreasAndTheFrame)
         EXPECT_EQ(out[r * 12 + c], in->Data->GetValue(c, r)) << c << "," << r;
       }
   EXPECT_EQ(Filtered(*in, 516, 0), PixelsOf(*in));
-}
-
-TEST(IpgSpeckleFilters, FrostKeepsAStepSharperThanTheMeanFilter)
-{
-  auto in = Step(16, 9);
-  const std::vector<int> original = PixelsOf(*in);
-  auto blur = [&](const std::vector<int>& out) {
-    long total = 0;
-    for (std::size_t i = 0; i < out.size(); ++i)
-      total += std::labs(out[i] - original[i]);
-    return total;
-  };
-  const long mean = blur(Filtered(*in, 515));
-  const long frost = blur(Filtered(*in, 516));
-  const long frostStrong = blur(Filtered(*in, 516, 1, 20.0));
-  EXPECT_GT(mean, 0);
-  EXPECT_LT(frost, mean);
-  EXPECT_LT(frostStrong, frost); // a larger damping factor preserves the edge better
 }
 
 TEST(IpgSpeckleFilters, FrameRulesProgressAndNoRoi)
