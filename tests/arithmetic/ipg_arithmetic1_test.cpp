@@ -64,30 +64,6 @@ std::vector<int> RunWhole(int tools, float variable, const std::vector<int>& inp
 
 } // namespace
 
-TEST(Arithmetic1, DefaultsAndPartialCopy)
-{
-  DCM_STRUCT in(2, 2, nullptr);
-  IPG_ARITHMETIC1 op(&in);
-  EXPECT_EQ(op.GetTools(), 200.0);
-  EXPECT_EQ(op.GetVariable(), 200.0f);
-  EXPECT_EQ(op.GetMode(), 301);
-  EXPECT_EQ(op.GetImaIn(), &in);
-
-  op.SetVariable(3.0f);
-  DCM_STRUCT out(in, false);
-  op.SetImaOut(&out);
-  IPG_ARITHMETIC1 copy(op);
-  EXPECT_EQ(copy.GetVariable(), 3.0f);
-  EXPECT_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-  EXPECT_EQ(copy.GetImaOut(), nullptr);
-  EXPECT_FALSE(copy.Apply()) << "a copy does nothing until a code is set";
-  copy.SetTools(999);
-  MessageCapture capture;
-  EXPECT_FALSE(copy.Apply());
-  EXPECT_TRUE(capture.Texts.empty()) << "unknown codes are silent";
-}
-
 TEST(Arithmetic1, OverRangeGuardKeepsTheInputAndIsInclusive)
 {
   EXPECT_EQ(RunWhole(200, 10.0f, {16777210, 16777206}), (std::vector<int>{16777210, 16777216}));

@@ -42,23 +42,6 @@ using V = std::vector<int>;
 
 } // namespace
 
-TEST(IpgArithmetic2, DefaultsAndPartialCopy)
-{
-  IPG_ARITHMETIC2 op;
-  EXPECT_DOUBLE_EQ(op.GetTools(), 303.0);
-  EXPECT_EQ(op.GetMode(), 301);
-  EXPECT_EQ(op.GetThresholdMin(), -1);
-  EXPECT_EQ(op.GetThresholdMax(), -1);
-  op.SetThresholdMin(5);
-  op.SetThresholdMax(50);
-  op.SetMode(300);
-  const IPG_ARITHMETIC2 copy(op);
-  EXPECT_DOUBLE_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetMode(), 301);
-  EXPECT_EQ(copy.GetThresholdMin(), 5);
-  EXPECT_EQ(copy.GetThresholdMax(), 50);
-}
-
 TEST(IpgArithmetic2, PixelFormulas)
 {
   TwoImages t({100, -7, 1000}, {30, 2, 10});

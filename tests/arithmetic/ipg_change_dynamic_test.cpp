@@ -19,18 +19,6 @@ int Redyn1000(int v) { return static_cast<int>(std::floor(v / 1000.0L * 4095 + 0
 
 } // namespace
 
-TEST(IpgChangeDynamic, DefaultsAndIntegerLimits)
-{
-  IPG_CHANGE_DYNAMIC op(nullptr, nullptr);
-  EXPECT_DOUBLE_EQ(op.GetTools(), 301.0);
-  EXPECT_EQ(op.GetLimitInf(), 0);
-  EXPECT_EQ(op.GetLimitSup(), 4095);
-  op.SetLimitSup(100.9f);
-  op.SetLimitInf(-3.7f);
-  EXPECT_EQ(op.GetLimitSup(), 100);
-  EXPECT_EQ(op.GetLimitInf(), -3);
-}
-
 TEST(IpgChangeDynamic, CopyTakesImagesCodeAndTruncatedLimits)
 {
   auto in = ImageOf(2, 1, {0, 0});
