@@ -38,19 +38,6 @@ int RunCode(DCM_STRUCT& in, DCM_STRUCT& out, int code, int threshold = 0)
 
 } // namespace
 
-TEST(FftOneInput, DefaultsAndCopy)
-{
-  DCM_STRUCT in(4, 4, nullptr), out(4, 4, nullptr);
-  IPG_FFT_ONE_INPUT op(&in, &out);
-  EXPECT_EQ(op.GetTools(), 1210.0);
-  EXPECT_EQ(op.GetThreshold(), 0);
-  op.SetThreshold(7);
-  IPG_FFT_ONE_INPUT copy(op);
-  EXPECT_EQ(copy.GetThreshold(), 7);
-  EXPECT_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-}
-
 TEST(FftOneInput, CentredRealAndImaginaryPartsFollowTheDftAtPrecisionTen)
 {
   // An even and an odd size: zero frequency lands at (cols/2, rows/2) in both.

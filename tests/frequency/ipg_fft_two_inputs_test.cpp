@@ -63,18 +63,6 @@ bool RunTwo(DCM_STRUCT* in, DCM_STRUCT* second, DCM_STRUCT* out, int code)
 
 } // namespace
 
-TEST(FftTwoInputs, DefaultsAndCopy)
-{
-  DCM_STRUCT a(4, 4, nullptr), b(4, 4, nullptr), out(4, 4, nullptr);
-  IPG_FFT_TWO_INPUTS op(&a, &b, &out);
-  EXPECT_EQ(op.GetTools(), 1300.0);
-  IPG_FFT_TWO_INPUTS copy(op);
-  EXPECT_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-  EXPECT_EQ(copy.GetInSecond(), nullptr);
-  EXPECT_EQ(copy.GetImaOut(), nullptr);
-}
-
 TEST(FftTwoInputs, RebuildsTheImageFromItsSpectrumEitherWay)
 {
   const Spectrum s;

@@ -35,30 +35,6 @@ std::unique_ptr<IPG_TRANSFORMATION> Geometry(DCM_STRUCT* in, DCM_STRUCT* out, in
 
 } // namespace
 
-TEST(Transformation, DefaultsAndCopy)
-{
-  DCM_STRUCT in(4, 4, nullptr);
-  IPG_TRANSFORMATION op(&in);
-  EXPECT_EQ(op.GetTools(), 601.0);
-  EXPECT_DOUBLE_EQ(op.GetAngle(), kPi);
-  EXPECT_EQ(op.GetWaveletLevel(), 2);
-  EXPECT_EQ(op.GetWaveletMethod(), 0);
-  EXPECT_EQ(op.GetenX(), 0.0);
-  op.SetAngle(1.0);
-  op.SetenX(2.0);
-  op.SetenY(3.0);
-  op.SetWaveletLevel(4);
-  op.SetWaveletMethod(1);
-  IPG_TRANSFORMATION copy(op);
-  EXPECT_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-  EXPECT_EQ(copy.GetAngle(), 1.0);
-  EXPECT_EQ(copy.GetenX(), 2.0);
-  EXPECT_EQ(copy.GetenY(), 3.0);
-  EXPECT_EQ(copy.GetWaveletLevel(), 4);
-  EXPECT_EQ(copy.GetWaveletMethod(), 1);
-}
-
 TEST(Transformation, WholePixelTranslationIsAShiftWithZerosComingIn)
 {
   DCM_STRUCT in(6, 5, nullptr), out(6, 5, nullptr);
@@ -258,23 +234,3 @@ TEST(Transformation, WaveletCoefficientsAreCutTo16Bits)
   EXPECT_EQ(op.GetCompressedImage(), nullptr);
 }
 
-TEST(Transformation, WaveletLevelSetsTheNumberOfSteps)
-{
-  // Level 4 on 16 x 16 runs a second step on the first 8 entries only.
-  DCM_STRUCT in(16, 16, nullptr), two(16, 16, nullptr), four(16, 16, nullptr);
-  FillPattern(in);
-  IPG_TRANSFORMATION op(&in);
-  op.SetImaOut(&two);
-  ASSERT_TRUE(op.ApplyWavelet());
-  op.SetImaOut(&four);
-  op.SetWaveletLevel(4);
-  ASSERT_TRUE(op.ApplyWavelet());
-  int differing = 0;
-  for (int r = 0; r < 16; ++r)
-    for (int c = 0; c < 16; ++c)
-      if (two.Data->GetValue(c, r) != four.Data->GetValue(c, r)) {
-        ++differing;
-        EXPECT_TRUE(c < 8 || r < 8) << c << "," << r;
-      }
-  EXPECT_GT(differing, 0);
-}
