@@ -34,38 +34,6 @@ std::vector<Pixels> ComponentsOf(const IPG_CONNEXITY_PROCESSING& op)
   return out;
 }
 
-TEST(LabelsNumberCalculation, KeepsFirstAppearanceOrderAndSkipsNoLabel)
-{
-  unsigned short labels[] = {65535, 7, 3, 7, 65535, 2, 3};
-  unsigned short distinct[8] = {};
-  short n = -1;
-  Ipg_LabelsNumberCalculation(labels, 7, distinct, &n);
-  ASSERT_EQ(n, 3);
-  EXPECT_EQ(distinct[0], 7);
-  EXPECT_EQ(distinct[1], 3);
-  EXPECT_EQ(distinct[2], 2);
-
-  unsigned short none[] = {65535, 65535};
-  Ipg_LabelsNumberCalculation(none, 2, distinct, &n);
-  EXPECT_EQ(n, 0);
-  unsigned short last[] = {65535, 65535, 4};
-  Ipg_LabelsNumberCalculation(last, 3, distinct, &n);
-  ASSERT_EQ(n, 1);
-  EXPECT_EQ(distinct[0], 4);
-  Ipg_LabelsNumberCalculation(last, 0, distinct, &n);
-  EXPECT_EQ(n, 0);
-}
-
-TEST(Labelling, EmptyImageGivesAnEmptyListAndSucceeds)
-{
-  auto image = MaskFromText({"...", "..."});
-  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
-  EXPECT_EQ(op.GetTools(), 800);
-  EXPECT_TRUE(op.Apply());
-  ASSERT_NE(op.GetComponents(), nullptr);
-  EXPECT_EQ(op.GetNbComponents(), 0);
-}
-
 TEST(Labelling, UShapeIsOneComponentWithResidentsInRasterOrder)
 {
   auto image = MaskFromText({"X.X",
@@ -77,17 +45,6 @@ TEST(Labelling, UShapeIsOneComponentWithResidentsInRasterOrder)
   EXPECT_EQ(ResidentsOf(op.GetComponent(0)),
             (Pixels{{0, 0}, {2, 0}, {0, 1}, {2, 1}, {0, 2}, {1, 2}, {2, 2}}));
   EXPECT_EQ(op.GetComponent(0)->GetIndex(), 0);
-}
-
-TEST(Labelling, DiagonalContactJoinsInBothDirections)
-{
-  auto image = MaskFromText({"..X.",
-                             ".X..",
-                             "X...",
-                             ".X.."});
-  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
-  ASSERT_TRUE(op.Labelling_8Neighbors());
-  EXPECT_EQ(op.GetNbComponents(), 1);
 }
 
 TEST(Labelling, ComponentsAreNumberedBySurvivingProvisionalLabel)
@@ -103,15 +60,6 @@ TEST(Labelling, ComponentsAreNumberedBySurvivingProvisionalLabel)
   EXPECT_EQ(ResidentsOf(op.GetComponent(0)), (Pixels{{2, 0}}));
   EXPECT_EQ(op.GetComponent(1)->GetNbResidents(), 9);
   EXPECT_EQ(op.GetComponent(1)->GetIndex(), 1);
-}
-
-TEST(Labelling, ValueSelectsTheGreyLevel)
-{
-  auto image = MaskFromText({"X.X", "..."}, 5, 9);
-  IPG_CONNEXITY_PROCESSING op(image.get(), 9);
-  ASSERT_TRUE(op.Labelling_8Neighbors());
-  ASSERT_EQ(op.GetNbComponents(), 1);
-  EXPECT_EQ(op.GetComponent(0)->GetNbResidents(), 4);
 }
 
 TEST(Labelling, LabelLimitStrikesBeforeAnyRemainingPixel)
@@ -393,23 +341,6 @@ TEST(Moments, ShapeFeaturesOfABarAndADiagonal)
   EXPECT_NEAR(elongation[1], 1.0, 1e-12);
   EXPECT_EQ(op.GetP(), 1);
   EXPECT_EQ(op.GetQ(), 1);
-}
-
-TEST(ConnexityProcessing, CopyKeepsComponentsAndResetsTheBase)
-{
-  auto image = MaskFromText({"X.X"});
-  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
-  op.SetNbCompMax(77);
-  ASSERT_TRUE(op.Labelling_8Neighbors());
-  ASSERT_TRUE(op.ComputeGeometricMomentOfComponents());
-  IPG_CONNEXITY_PROCESSING copy(op);
-  EXPECT_EQ(copy.GetTools(), 0);
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-  EXPECT_EQ(copy.GetNbCompMax(), 77);
-  EXPECT_EQ(ComponentsOf(copy), ComponentsOf(op));
-  EXPECT_NE(copy.GetComponent(0), op.GetComponent(0));
-  EXPECT_EQ(copy.GetNbMomentGeo(), 2);
-  EXPECT_NE(copy.GetMomentGeo(), op.GetMomentGeo());
 }
 
 } // namespace
