@@ -185,13 +185,6 @@ TEST(Holder, DefaultsAndRefusals)
   EXPECT_TRUE(op.Apply());
   EXPECT_NE(op.GetHolder(), nullptr);
   EXPECT_EQ(capture.Texts.size(), 5u);
-
-  IPG_HOLDER copy(op);
-  EXPECT_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-  EXPECT_EQ(copy.GetMeasType(), 2);
-  ASSERT_NE(copy.GetHolder(), nullptr);
-  EXPECT_NE(copy.GetHolder(), op.GetHolder());
 }
 
 TEST(Holder, ExponentIsTheSlopeOfLogMeasureAgainstLogWidth)

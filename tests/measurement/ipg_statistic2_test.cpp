@@ -19,28 +19,6 @@ double RunCode(IPG_STATISTIC2& op, int tools)
   return op.GetResult();
 }
 
-TEST(Statistic2, DefaultsCodesAndCopy)
-{
-  auto a = ImageOf(2, 2, {0, 1, 2, 3});
-  auto b = ImageOf(2, 2, {0, 1, 2, 3});
-  IPG_STATISTIC2 op(a.get(), b.get());
-  EXPECT_EQ(op.GetTools(), 102.0);
-  EXPECT_EQ(op.GetMutualInformationRecord(), nullptr);
-  op.SetResult(5.0);
-  op.SetTools(103);
-  EXPECT_FALSE(op.Apply());
-  EXPECT_EQ(op.GetResult(), 5.0);
-
-  RunCode(op, 100);
-  IPG_STATISTIC2 copy(op);
-  EXPECT_EQ(copy.GetTools(), 0.0);
-  EXPECT_EQ(copy.GetImaIn(), nullptr);
-  EXPECT_EQ(copy.GetInSecond(), nullptr);
-  ASSERT_NE(copy.GetMutualInformationRecord(), nullptr);
-  EXPECT_NE(copy.GetMutualInformationRecord(), op.GetMutualInformationRecord());
-  EXPECT_DOUBLE_EQ(copy.GetMutualInformationRecord()[0], 2.0 * std::log(2.0));
-}
-
 TEST(Statistic2, LeastSquaredIsTheEuclideanDistanceOfValidPairs)
 {
   // Pairs (0,3), (16777216,16777210) and (5,1) count; 16777217 does not.
