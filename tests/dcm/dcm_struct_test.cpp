@@ -17,25 +17,6 @@ std::unique_ptr<DCM_STRUCT> MakeRamp(unsigned cols, unsigned rows)
 
 } // namespace
 
-TEST(DcmStruct, NewImageIsBlackWithTheDefaultHeader)
-{
-  DCM_STRUCT image(4, 3, nullptr);
-  EXPECT_EQ(image.GetNbOfCols(), 4u);
-  EXPECT_EQ(image.GetNbOfRows(), 3u);
-  EXPECT_EQ(image.Data->GetSize(), 12u);
-  EXPECT_EQ(image.Data->GetPrecision(), 1);
-  EXPECT_EQ(image.Data->GetMin(), 0);
-  EXPECT_EQ(image.Data->GetMax(), 0);
-  const DCM_HEADER h = image.GetHeader();
-  EXPECT_EQ(h.BitsStored, 16);
-  EXPECT_EQ(h.PhotometricInterpretation, 1);
-  EXPECT_EQ(h.Columns, 4);
-  EXPECT_EQ(h.Rows, 3);
-  for (unsigned r = 0; r < 3; ++r)
-    for (unsigned c = 0; c < 4; ++c)
-      EXPECT_EQ(image.Data->GetValue(c, r), 0);
-}
-
 TEST(DcmStruct, ParentGivesItsHeaderButNotItsSize)
 {
   DCM_STRUCT parent(8, 8, nullptr);
