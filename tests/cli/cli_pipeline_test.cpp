@@ -1,88 +1,28 @@
 // IPG_CONTAINER in `ipg run`, pipeline files and `ipg replay`, run as a user would.
 #include "cli/json.h"
-#include "dcm/dcm_io.h"
+#include "support/cli_run.h"
+#include "support/images.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
-#include <sys/wait.h>
 
 namespace {
 
-struct Outcome {
-  int status = -1;
-  std::string out, err;
-};
-
-std::string Slurp(const std::string& path)
-{
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// Files of the running test only: CTest runs the tests of this program in parallel.
-std::string Temp(const std::string& name)
-{
-  return testing::TempDir() + "/ipg_pipeline_" + testing::UnitTest::GetInstance()->current_test_info()->name() +
-         "_" + name;
-}
-
-Outcome Ipg(const std::string& args)
-{
-  const std::string out = Temp("stdout.txt"), err = Temp("stderr.txt");
-  const std::string command = std::string("'") + IPG_CLI_PATH + "' " + args + " >'" + out + "' 2>'" + err + "'";
-  const int raw = std::system(command.c_str());
-  Outcome o;
-  o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  o.out = Slurp(out);
-  o.err = Slurp(err);
-  return o;
-}
-
-// 4 x 3 image with pixel 10 * row + column + 1.
-std::string SmallImage()
-{
-  const std::string path = Temp("small.dcm");
-  DCM_STRUCT image(4, 3, nullptr);
-  for (unsigned r = 0; r < 3; ++r)
-    for (unsigned c = 0; c < 4; ++c)
-      image.Data->SetValue(c, r, static_cast<int>(10 * r + c + 1));
-  std::string error;
-  EXPECT_TRUE(Dcm_WriteFile(image, path, &error)) << error;
-  return path;
-}
-
-std::unique_ptr<DCM_STRUCT> Read(const std::string& path)
-{
-  std::string error;
-  auto image = Dcm_ReadFile(path, &error);
-  EXPECT_NE(image, nullptr) << error;
-  return image;
-}
-
 void ExpectSamePixels(const std::string& a, const std::string& b)
 {
-  auto first = Read(a), second = Read(b);
+  auto first = ReadImage(a), second = ReadImage(b);
   ASSERT_TRUE(first && second);
   ASSERT_EQ(first->GetNbOfCols(), second->GetNbOfCols());
-  ASSERT_EQ(first->GetNbOfRows(), second->GetNbOfRows());
-  for (unsigned r = 0; r < first->GetNbOfRows(); ++r)
-    for (unsigned c = 0; c < first->GetNbOfCols(); ++c)
-      EXPECT_EQ(first->Data->GetValue(c, r), second->Data->GetValue(c, r)) << c << ", " << r;
+  EXPECT_EQ(PixelsOf(*first), PixelsOf(*second));
 }
-
-std::string Q(const std::string& path) { return "'" + path + "'"; }
 
 } // namespace
 
 TEST(IpgPipeline, ContainerRunHoldsTheClassAndUsesMode302WithArithmeticPrecision)
 {
-  const std::string small = SmallImage(), out = Temp("out.dcm");
+  const std::string small = SmallImage(1), out = Temp("out.dcm");
   const Outcome run = Ipg("run IPG_CONTAINER --set ClassType=IPG_ARITHMETIC1 --tools 200 --set Variable=5 " +
                           Q(small) + " -o " + Q(out) + " --json");
   ASSERT_EQ(run.status, 0) << run.err;
@@ -91,7 +31,7 @@ TEST(IpgPipeline, ContainerRunHoldsTheClassAndUsesMode302WithArithmeticPrecision
   EXPECT_EQ(results.Find("heldClass")->AsString(), "IPG_ARITHMETIC1");
   EXPECT_EQ(results.Find("tools")->AsNumber(), 200);
   // Not re-scaled to the bit depth; the sum is stored at precision 10000.
-  auto written = Read(out);
+  auto written = ReadImage(out);
   ASSERT_NE(written, nullptr);
   EXPECT_EQ(written->Data->GetValue(0, 0), 60000);
   EXPECT_EQ(written->Data->GetValue(3, 2), 290000);
@@ -110,7 +50,7 @@ TEST(IpgPipeline, ContainerRunHoldsTheClassAndUsesMode302WithArithmeticPrecision
 
 TEST(IpgPipeline, SavedRunReplaysToTheSameImage)
 {
-  const std::string small = SmallImage(), pipeline = Temp("p.json"), ran = Temp("ran.dcm"),
+  const std::string small = SmallImage(1), pipeline = Temp("p.json"), ran = Temp("ran.dcm"),
                     replayed = Temp("replayed.dcm");
   const Outcome run = Ipg("run IPG_ARITHMETIC1 --tools 201 --set Variable=3 --mode 300 " + Q(small) + " -o " +
                           Q(ran) + " --save-pipeline " + Q(pipeline));
@@ -135,7 +75,7 @@ TEST(IpgPipeline, SavedRunReplaysToTheSameImage)
 
 TEST(IpgPipeline, AppendedStepsReplayInOrderThroughTheContainer)
 {
-  const std::string small = SmallImage(), pipeline = Temp("chain.json"), first = Temp("first.dcm"),
+  const std::string small = SmallImage(1), pipeline = Temp("chain.json"), first = Temp("first.dcm"),
                     second = Temp("second.dcm"), replayed = Temp("replayed.dcm");
   std::remove(pipeline.c_str());
   ASSERT_EQ(Ipg("run IPG_CONTAINER --set ClassType=20005 --tools 200 --set Variable=5 " + Q(small) + " -o " +
@@ -162,7 +102,7 @@ TEST(IpgPipeline, AppendedStepsReplayInOrderThroughTheContainer)
 
 TEST(IpgPipeline, BadPipelinesAreUsageErrors)
 {
-  const std::string small = SmallImage();
+  const std::string small = SmallImage(1);
   const struct {
     std::string text, reason;
   } cases[] = {

@@ -1,75 +1,17 @@
 // The `ipg` program, run as a user would run it.
 #include "cli/json.h"
-#include "dcm/dcm_io.h"
+#include "support/cli_run.h"
 #include "support/test_data.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <csignal>
 #include <cstdio>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
-struct Outcome {
-  int status = -1;
-  std::string out, err;
-};
-
-std::string Slurp(const std::string& path)
-{
-  std::ifstream in(path);
-  std::stringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
-// Files of the running test only: CTest runs the tests of this program in parallel.
-std::string Temp(const std::string& name)
-{
-  return testing::TempDir() + "/ipg_cli_" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
-         name;
-}
-
-// Runs `ipg ARGS` through the shell; ARGS are already quoted where needed.
-Outcome Ipg(const std::string& args)
-{
-  const std::string out = Temp("stdout.txt"), err = Temp("stderr.txt");
-  const std::string command = std::string("'") + IPG_CLI_PATH + "' " + args + " >'" + out + "' 2>'" + err + "'";
-  const int raw = std::system(command.c_str());
-  Outcome o;
-  o.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
-  o.out = Slurp(out);
-  o.err = Slurp(err);
-  return o;
-}
-
-std::string Data(const std::string& name)
-{
-  return "'" + TestDataPath(name) + "'";
-}
-
-bool Contains(const std::string& text, const std::string& part)
-{
-  return text.find(part) != std::string::npos;
-}
-
-// A small image written by the library itself, so that these tests need no download.
-std::string SmallImage()
-{
-  const std::string path = Temp("small.dcm");
-  DCM_STRUCT image(4, 3, nullptr);
-  for (unsigned r = 0; r < 3; ++r)
-    for (unsigned c = 0; c < 4; ++c)
-      image.Data->SetValue(c, r, static_cast<int>(10 * r + c));
-  std::string error;
-  EXPECT_TRUE(Dcm_WriteFile(image, path, &error)) << error;
-  return path;
-}
+std::string Data(const std::string& name) { return Q(TestDataPath(name)); }
 
 } // namespace
 
@@ -156,9 +98,8 @@ TEST(IpgCli, RunWritesTheOutputAndPrintsResults)
   EXPECT_EQ(results.Find("Variable")->AsNumber(), 5);
   EXPECT_EQ(results.Find("outputs")->Find("out")->AsString(), out);
   // Round trip: the written output is the input plus 5 (mode 300 only clamps).
-  std::string error;
-  auto written = Dcm_ReadFile(out, &error);
-  ASSERT_NE(written, nullptr) << error;
+  auto written = ReadImage(out);
+  ASSERT_NE(written, nullptr);
   EXPECT_EQ(written->Data->GetValue(0, 0), 5);
   EXPECT_EQ(written->Data->GetValue(3, 2), 28);
   EXPECT_FALSE(Slurp(png).empty());
@@ -215,10 +156,8 @@ TEST(IpgCli, RunOnARealFileWithARoi)
   const Outcome run = Ipg("run IPG_ARITHMETIC1 --set Variable=2 --tools 201 --mode 302 " + Data("MR_small.dcm") +
                           " -o '" + out + "'");
   ASSERT_EQ(run.status, 0) << run.err;
-  std::string error;
-  auto in = Dcm_ReadFile(TestDataPath("MR_small.dcm"), &error);
-  auto written = Dcm_ReadFile(out, &error);
-  ASSERT_NE(written, nullptr) << error;
+  auto in = ReadImage(TestDataPath("MR_small.dcm")), written = ReadImage(out);
+  ASSERT_TRUE(in && written);
   EXPECT_EQ(written->Data->GetValue(10, 20), 2 * in->Data->GetValue(10, 20));
   EXPECT_DOUBLE_EQ(written->GetHeader().PixelSpacing[0], 0.3125);
 }
@@ -228,11 +167,8 @@ TEST(IpgCli, PhantomWritesImageAndMask)
   const std::string out = Temp("phantom.dcm");
   const Outcome run = Ipg("phantom '" + out + "' --size 64 --seed 3 --looks 2");
   ASSERT_EQ(run.status, 0) << run.err;
-  std::string error;
-  auto image = Dcm_ReadFile(out, &error);
-  auto mask = Dcm_ReadFile(Temp("phantom-mask.dcm"), &error);
-  ASSERT_NE(image, nullptr) << error;
-  ASSERT_NE(mask, nullptr) << error;
+  auto image = ReadImage(out), mask = ReadImage(Temp("phantom-mask.dcm"));
+  ASSERT_TRUE(image && mask);
   EXPECT_EQ(image->GetNbOfCols(), 64u);
   EXPECT_EQ(image->GetHeader().Modality, "US");
   EXPECT_EQ(mask->Data->GetMax(), 3);
