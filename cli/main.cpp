@@ -4,7 +4,9 @@
 #include "cli/cli_interrupt.h"
 #include "cli/cli_io.h"
 #include "cli/operator_registry.h"
+#include "cli/cli_value_parsing.h"
 #include "dcm/dcm_io.h"
+#include "ipg/framework/ipg_threads.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_terminal_progress.h"
 
@@ -19,15 +21,32 @@ namespace {
 
 void PrintUsage(std::ostream& out)
 {
-  out << "usage: ipg COMMAND [ARGS]    (ipg COMMAND --help for a command's options)\n\ncommands:\n";
+  out << "usage: ipg [--threads N] COMMAND [ARGS]    (ipg COMMAND --help for a command's options)\n\ncommands:\n";
   for (const CliCommand* c : Cli_Commands())
     out << "  " << c->Name << std::string(c->Name.size() < 10 ? 10 - c->Name.size() : 1, ' ') << c->Summary << "\n";
+  out << "\n  --threads N  threads of the operators (default: IPG_NUM_THREADS, else every core);\n"
+         "               every count gives the same results\n";
   out << "\nexit status: 0 success, 1 an operator failed or a file could not be read or written,\n"
          "2 bad usage, 130 interrupted (Ctrl-C; nothing written).\n";
 }
 
-int Dispatch(const std::vector<std::string>& args)
+// Takes the options that come before the command off the front of args.
+void ApplyGlobalOptions(std::vector<std::string>& args)
 {
+  while (!args.empty() && args[0] == "--threads") {
+    if (args.size() < 2)
+      throw CliUsageError("--threads needs a number");
+    const int threads = Cli_ParseValue<int>("--threads", args[1]);
+    if (threads < 1 || threads > 1024)
+      throw CliUsageError("--threads must be between 1 and 1024");
+    Ipg_SetNumThreads(threads);
+    args.erase(args.begin(), args.begin() + 2);
+  }
+}
+
+int Dispatch(std::vector<std::string> args)
+{
+  ApplyGlobalOptions(args);
   if (args.empty()) {
     PrintUsage(std::cerr);
     return kCliUsage;

@@ -9,42 +9,6 @@ DCM_DATA::DCM_DATA(unsigned cols, unsigned rows)
 {
 }
 
-int DCM_DATA::GetValue(unsigned col, unsigned row) const
-{
-  return Inside(col, row) ? Pixels[static_cast<std::size_t>(row) * Cols + col] : 0;
-}
-
-double DCM_DATA::GetValueReal(unsigned col, unsigned row) const
-{
-  const double raw = GetValue(col, row);
-  return Precision > 0 ? raw / Precision : raw;
-}
-
-int DCM_DATA::ToRaw(double v) const
-{
-  if (std::isnan(v))
-    return 0;
-  const double scaled = Precision > 0 ? v * Precision : v;
-  if (scaled >= static_cast<double>(INT_MAX))
-    return INT_MAX;
-  if (scaled <= static_cast<double>(INT_MIN))
-    return INT_MIN;
-  return static_cast<int>(scaled); // truncation toward zero
-}
-
-void DCM_DATA::Store(unsigned col, unsigned row, int raw)
-{
-  if (!Inside(col, row))
-    return;
-  Pixels[static_cast<std::size_t>(row) * Cols + col] = raw;
-  Min = std::min(Min, raw);
-  Max = std::max(Max, raw);
-}
-
-void DCM_DATA::SetValue(unsigned col, unsigned row, int v) { Store(col, row, v); }
-void DCM_DATA::SetValue(unsigned col, unsigned row, double v) { Store(col, row, ToRaw(v)); }
-void DCM_DATA::SetValue(unsigned col, unsigned row, float v) { Store(col, row, ToRaw(static_cast<double>(v))); }
-
 void DCM_DATA::SetMin()
 {
   if (!Pixels.empty())

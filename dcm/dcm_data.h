@@ -1,5 +1,7 @@
 #pragma once
 
+#include <climits>
+#include <cmath>
 #include <cstddef>
 #include <vector>
 
@@ -14,6 +16,8 @@
 // value written and never narrows them; SetMin()/SetMax() recompute them over
 // every pixel, marks included.
 // Reads outside the image return 0 and writes outside it do nothing.
+// The per-pixel accessors are defined here so that loops over them, in the
+// library and in hosts, compile to plain memory accesses.
 class DCM_DATA {
 public:
   DCM_DATA(unsigned cols, unsigned rows);
@@ -27,11 +31,18 @@ public:
   int* GetIDataAddress() { return Pixels.data(); }
   const int* GetIDataAddress() const { return Pixels.data(); }
 
-  int GetValue(unsigned col, unsigned row) const;
-  double GetValueReal(unsigned col, unsigned row) const;
-  void SetValue(unsigned col, unsigned row, int v);
-  void SetValue(unsigned col, unsigned row, double v);
-  void SetValue(unsigned col, unsigned row, float v);
+  int GetValue(unsigned col, unsigned row) const
+  {
+    return Inside(col, row) ? Pixels[static_cast<std::size_t>(row) * Cols + col] : 0;
+  }
+  double GetValueReal(unsigned col, unsigned row) const
+  {
+    const double raw = GetValue(col, row);
+    return Precision > 0 ? raw / Precision : raw;
+  }
+  void SetValue(unsigned col, unsigned row, int v) { Store(col, row, v); }
+  void SetValue(unsigned col, unsigned row, double v) { Store(col, row, ToRaw(v)); }
+  void SetValue(unsigned col, unsigned row, float v) { Store(col, row, ToRaw(static_cast<double>(v))); }
 
   int GetMin() const { return Min; }
   int GetMax() const { return Max; }
@@ -61,11 +72,29 @@ public:
   double GetInterpolatedPoint(double x, double y) const;
 
   // The raw integer that SetValue(double) would store for v at this precision.
-  int ToRaw(double v) const;
+  int ToRaw(double v) const { return ToRaw(v, Precision); }
+  static int ToRaw(double v, short precision)
+  {
+    if (std::isnan(v))
+      return 0;
+    const double scaled = precision > 0 ? v * precision : v;
+    if (scaled >= static_cast<double>(INT_MAX))
+      return INT_MAX;
+    if (scaled <= static_cast<double>(INT_MIN))
+      return INT_MIN;
+    return static_cast<int>(scaled); // truncation toward zero
+  }
 
 private:
   bool Inside(unsigned col, unsigned row) const { return col < Cols && row < Rows; }
-  void Store(unsigned col, unsigned row, int raw);
+  void Store(unsigned col, unsigned row, int raw)
+  {
+    if (!Inside(col, row))
+      return;
+    Pixels[static_cast<std::size_t>(row) * Cols + col] = raw;
+    Min = raw < Min ? raw : Min;
+    Max = raw > Max ? raw : Max;
+  }
 
   unsigned Cols;
   unsigned Rows;

@@ -28,6 +28,7 @@
 #include "ipg/framework/ipg_one_input_two_output.h"
 #include "ipg/framework/ipg_operation_info.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/framework/ipg_threads.h"
 #include "ipg/framework/ipg_two_inputs_no_output.h"
 #include "ipg/framework/ipg_two_inputs_one_output.h"
 #include "ipg/framework/tlinked_list.h"

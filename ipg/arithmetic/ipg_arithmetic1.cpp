@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
@@ -90,17 +91,14 @@ bool IPG_ARITHMETIC1::ApplyPointOperation(F compute, Guard guard, const char* no
     Ipg_Inform(noOutputMessage);
     return false;
   }
-  for (unsigned short row = 0; row < rows; ++row)
-    for (unsigned short col = 0; col < cols; ++col) {
-      const double v = ImaIn->Data->GetValueReal(col, row);
-      double out = v;
-      if (Ipg_InsideRoi(Roi, col, row)) {
-        const double r = compute(v);
-        if (guard == Guard::None || r <= kIpgMaxGrey)
-          out = r; // NaN fails the comparison and keeps v
-      }
-      ImaOut->Data->SetValue(col, row, out);
-    }
+  if (rows == 0 || cols == 0)
+    return ApplyModeToOutImage();
+  Ipg_MapRealPixels(*ImaIn->Data, Roi, *ImaOut->Data, cols, rows, [&](double v, bool inside) {
+    if (!inside)
+      return v;
+    const double r = compute(v);
+    return guard == Guard::None || r <= kIpgMaxGrey ? r : v; // NaN fails the comparison and keeps v
+  });
   return ApplyModeToOutImage();
 }
 

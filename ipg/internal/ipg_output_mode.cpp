@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
@@ -14,36 +15,52 @@
 
 namespace {
 
+// Runs body(first, end, extremes) over the pixels of data in row bands, then
+// stores the extremes the bands saw, starting from [low, high].
+template <typename Body>
+void RewriteInBands(DCM_DATA& data, int low, int high, Body body)
+{
+  const std::size_t cols = data.GetNbOfCols();
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(data.GetNbOfRows(), cols);
+  std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
+  int* p = data.GetIDataAddress();
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    IPG_BAND_EXTREMES seen;
+    seen.Min = low;
+    seen.Max = high;
+    body(p + begin * cols, p + end * cols, seen);
+    extremes[band] = seen;
+  });
+  data.SetMin(low);
+  data.SetMax(high);
+  for (const IPG_BAND_EXTREMES& e : extremes) {
+    data.SetMin(std::min(data.GetMin(), e.Min));
+    data.SetMax(std::max(data.GetMax(), e.Max));
+  }
+}
+
 void ClampToGreyRange(DCM_DATA& data)
 {
-  int mn = kIpgMaxGrey;
-  int mx = -kIpgMaxGrey;
-  int* p = data.GetIDataAddress();
-  for (std::size_t k = 0; k < data.GetSize(); ++k) {
-    if (Ipg_IsMark(p[k]) && p[k] != kIpgMaskValue)
-      p[k] = kIpgMaxGrey;
-    else if (p[k] <= 0)
-      p[k] = 0;
-    mn = std::min(mn, p[k]);
-    mx = std::max(mx, p[k]);
-  }
-  data.SetMin(mn);
-  data.SetMax(mx);
+  RewriteInBands(data, kIpgMaxGrey, -kIpgMaxGrey, [](int* first, int* end, IPG_BAND_EXTREMES& seen) {
+    for (int* p = first; p != end; ++p) {
+      if (Ipg_IsMark(*p) && *p != kIpgMaskValue)
+        *p = kIpgMaxGrey;
+      else if (*p <= 0)
+        *p = 0;
+      seen.Add(*p);
+    }
+  });
 }
 
 void TakeAbsoluteValues(DCM_DATA& data)
 {
-  int mn = kIpgMaxGrey;
-  int mx = -kIpgMaxGrey;
-  int* p = data.GetIDataAddress();
-  for (std::size_t k = 0; k < data.GetSize(); ++k) {
-    // |INT_MIN| does not fit: it saturates to INT_MAX.
-    p[k] = p[k] == INT_MIN ? INT_MAX : std::abs(p[k]);
-    mn = std::min(mn, p[k]);
-    mx = std::max(mx, p[k]);
-  }
-  data.SetMin(mn);
-  data.SetMax(mx);
+  RewriteInBands(data, kIpgMaxGrey, -kIpgMaxGrey, [](int* first, int* end, IPG_BAND_EXTREMES& seen) {
+    for (int* p = first; p != end; ++p) {
+      // |INT_MIN| does not fit: it saturates to INT_MAX.
+      *p = *p == INT_MIN ? INT_MAX : std::abs(*p);
+      seen.Add(*p);
+    }
+  });
 }
 
 // Entry of the re-scaling table for v: (v - mn) / range * N, rounded half away from zero.
@@ -72,16 +89,20 @@ void RescaleToBitDepth(DCM_DATA& data, short bitsStored)
     for (std::int64_t v = mn; v <= mx; ++v)
       table[static_cast<std::size_t>(v - mn)] = RescaledLevel(v, mn, range, levels);
   }
-  int* p = data.GetIDataAddress();
-  for (std::size_t k = 0; k < data.GetSize(); ++k) {
-    if (Ipg_IsMark(p[k]))
-      continue;
-    const std::int64_t offset = static_cast<std::int64_t>(p[k]) - mn;
-    if (offset >= 0 && offset < static_cast<std::int64_t>(table.size()))
-      p[k] = table[static_cast<std::size_t>(offset)];
-    else
-      p[k] = RescaledLevel(p[k], mn, range, levels);
-  }
+  const std::size_t cols = data.GetNbOfCols();
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(data.GetNbOfRows(), cols);
+  int* pixels = data.GetIDataAddress();
+  Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned end) {
+    for (int *p = pixels + begin * cols, *last = pixels + end * cols; p != last; ++p) {
+      if (Ipg_IsMark(*p))
+        continue;
+      const std::int64_t offset = static_cast<std::int64_t>(*p) - mn;
+      if (offset >= 0 && offset < static_cast<std::int64_t>(table.size()))
+        *p = table[static_cast<std::size_t>(offset)];
+      else
+        *p = RescaledLevel(*p, mn, range, levels);
+    }
+  });
   data.SetMin(0);
   // The top of the range is 2^bits, not 2^bits - 1: displays calibrated on this
   // library's output expect the highest input to land exactly on 2^bits.
@@ -89,6 +110,17 @@ void RescaleToBitDepth(DCM_DATA& data, short bitsStored)
 }
 
 } // namespace
+
+void Ipg_MeasureExtremes(DCM_DATA& data)
+{
+  if (data.GetSize() == 0)
+    return; // nothing to measure: the stored extremes stay
+  const int* p = data.GetIDataAddress();
+  RewriteInBands(data, p[0], p[0], [](int* first, int* end, IPG_BAND_EXTREMES& seen) {
+    for (const int* q = first; q != end; ++q)
+      seen.Add(*q);
+  });
+}
 
 bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode)
 {
@@ -113,8 +145,7 @@ bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode)
     TakeAbsoluteValues(data);
     break;
   default:
-    data.SetMin();
-    data.SetMax();
+    Ipg_MeasureExtremes(data);
     break;
   }
   return true;

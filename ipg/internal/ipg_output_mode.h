@@ -8,3 +8,7 @@ class DCM_STRUCT;
 // only recomputes the stored extremes. Shows the operator's message and returns
 // false for a null image or a colour header.
 bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode);
+
+class DCM_DATA;
+// SetMin() and SetMax() in one pass over the pixels (nothing for an empty image).
+void Ipg_MeasureExtremes(DCM_DATA& data);

@@ -1,0 +1,35 @@
+#include "ipg/internal/ipg_row_bands.h"
+
+#include "ipg/framework/ipg_threads.h"
+
+#include <algorithm>
+
+namespace {
+
+// Below this many pixels per band a second thread does not pay for itself.
+constexpr std::size_t kMinPixelsPerBand = std::size_t{1} << 16;
+
+} // namespace
+
+IPG_ROW_BANDS Ipg_SplitRows(unsigned rows, std::size_t cols)
+{
+  IPG_ROW_BANDS bands;
+  bands.Rows = rows;
+  const std::size_t pixels = static_cast<std::size_t>(rows) * cols;
+  const std::size_t worthwhile = std::max<std::size_t>(1, pixels / kMinPixelsPerBand);
+  const std::size_t threads = static_cast<std::size_t>(Ipg_GetNumThreads());
+  bands.Count = static_cast<unsigned>(std::max<std::size_t>(1, std::min({threads, worthwhile, std::size_t{rows}})));
+  return bands;
+}
+
+void Ipg_RunBands(const IPG_ROW_BANDS& bands, const std::function<void(unsigned, unsigned, unsigned)>& body)
+{
+  const int count = static_cast<int>(bands.Count);
+  if (count <= 1) {
+    body(0, 0, bands.Rows);
+    return;
+  }
+#pragma omp parallel for num_threads(count) schedule(static, 1)
+  for (int band = 0; band < count; ++band)
+    body(static_cast<unsigned>(band), bands.Begin(static_cast<unsigned>(band)), bands.End(static_cast<unsigned>(band)));
+}

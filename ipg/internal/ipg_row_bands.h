@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+
+// Rows of an image cut into contiguous bands, one per worker thread, for kernels
+// whose result does not depend on the order pixels are visited. Small images
+// stay in one band: starting threads would cost more than the work.
+struct IPG_ROW_BANDS {
+  unsigned Count = 1; // number of bands (>= 1)
+  unsigned Rows = 0;
+
+  unsigned Begin(unsigned band) const { return static_cast<unsigned>(static_cast<unsigned long long>(Rows) * band / Count); }
+  unsigned End(unsigned band) const { return Begin(band + 1); }
+};
+
+// Bands for rows x cols pixels at the library's thread count.
+IPG_ROW_BANDS Ipg_SplitRows(unsigned rows, std::size_t cols);
+
+// Runs body(band, firstRow, endRow) for every band, in parallel when there are
+// several. The body must not throw.
+void Ipg_RunBands(const IPG_ROW_BANDS& bands, const std::function<void(unsigned, unsigned, unsigned)>& body);

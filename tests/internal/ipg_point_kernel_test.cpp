@@ -1,0 +1,105 @@
+// The banded point-operation walk gives the pixels and extremes of a plain
+// per-pixel walk through GetValueReal/SetValue, for every thread count.
+#include "ipg/arithmetic/ipg_arithmetic1.h"
+#include "ipg/framework/ipg_threads.h"
+#include "ipg/internal/ipg_output_mode.h"
+#include "support/images.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+namespace {
+
+// Large enough for seven bands of rows.
+constexpr unsigned kCols = 1024, kRows = 450;
+
+std::unique_ptr<DCM_STRUCT> RandomImage(unsigned seed, int low, int high)
+{
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<int> level(low, high);
+  auto image = TestImage(kCols, kRows).Each([&](unsigned, unsigned) { return level(random); }).Build();
+  image->Data->GetIDataAddress()[17] = 16777217; // a mark
+  image->Data->GetIDataAddress()[99] = -2147483647 - 1;
+  return image;
+}
+
+std::unique_ptr<DCM_STRUCT> RandomRoi(unsigned seed)
+{
+  std::mt19937 random(seed);
+  return TestImage(kCols, kRows).Each([&](unsigned, unsigned) { return random() % 3 == 0 ? 0 : kRoiInside; }).Build();
+}
+
+struct Outcome {
+  std::vector<int> Pixels;
+  int Min, Max;
+  bool Applied;
+  bool operator==(const Outcome&) const = default;
+};
+
+Outcome RunCode(int code, DCM_STRUCT& in, DCM_STRUCT* roi, short mode, float variable, int threads)
+{
+  Ipg_SetNumThreads(threads);
+  DCM_STRUCT out(kCols, kRows);
+  out.Data->SetPrecision(in.Data->GetPrecision());
+  out.Data->SetMin(3);
+  out.Data->SetMax(5);
+  IPG_ARITHMETIC1 op(&in, roi);
+  op.SetImaOut(&out);
+  op.SetTools(code);
+  op.SetMode(mode);
+  op.SetVariable(variable);
+  const bool applied = op.Apply();
+  Ipg_SetNumThreads(0);
+  return {PixelsOf(out), out.Data->GetMin(), out.Data->GetMax(), applied};
+}
+
+} // namespace
+
+TEST(PointKernel, EveryCodeGivesTheSamePixelsAndExtremesAtAnyThreadCount)
+{
+  auto in = RandomImage(7, -5000, 5000);
+  auto roi = RandomRoi(8);
+  for (int code = 200; code <= 212; ++code)
+    for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()}) {
+      SCOPED_TRACE("code " + std::to_string(code) + (mask != nullptr ? " with ROI" : ""));
+      const Outcome one = RunCode(code, *in, mask, 302, 2.5f, 1);
+      EXPECT_EQ(RunCode(code, *in, mask, 302, 2.5f, 2), one);
+      EXPECT_EQ(RunCode(code, *in, mask, 302, 2.5f, 7), one);
+    }
+  for (short mode : {300, 301, 303}) {
+    SCOPED_TRACE("mode " + std::to_string(mode));
+    const Outcome one = RunCode(200, *in, roi.get(), mode, -700.0f, 1);
+    EXPECT_EQ(RunCode(200, *in, roi.get(), mode, -700.0f, 2), one);
+    EXPECT_EQ(RunCode(200, *in, roi.get(), mode, -700.0f, 7), one);
+  }
+}
+
+TEST(PointKernel, MatchesAPlainPerPixelWalkAcrossPrecisions)
+{
+  auto in = RandomImage(11, -300000, 300000);
+  in->Data->SetPrecision(10);
+  auto roi = RandomRoi(12);
+  // The plain walk: read each pixel as a real, write the result back as a real.
+  DCM_STRUCT expected(kCols, kRows);
+  expected.Data->SetPrecision(10);
+  expected.Data->SetMin(3);
+  expected.Data->SetMax(5);
+  for (unsigned row = 0; row < kRows; ++row)
+    for (unsigned col = 0; col < kCols; ++col) {
+      const double v = in->Data->GetValueReal(col, row);
+      const double sum = v + static_cast<double>(0.37f);
+      const bool inside = roi->Data->GetValue(col, row) == kRoiInside;
+      expected.Data->SetValue(col, row, inside && sum <= 16777216 ? sum : v);
+    }
+  for (int threads : {1, 2, 7}) {
+    const Outcome got = RunCode(200, *in, roi.get(), 302, 0.37f, threads);
+    ASSERT_TRUE(got.Applied);
+    EXPECT_EQ(got.Pixels, PixelsOf(expected)) << threads << " threads";
+  }
+  // Mode 302 re-measures the extremes over the pixels.
+  Ipg_MeasureExtremes(*expected.Data);
+  const Outcome got = RunCode(200, *in, roi.get(), 302, 0.37f, 7);
+  EXPECT_EQ(got.Min, expected.Data->GetMin());
+  EXPECT_EQ(got.Max, expected.Data->GetMax());
+}
