@@ -42,7 +42,8 @@ fuzz: deps
 demo: build
 	scripts/demo $(BUILD)
 
-bench: deps
+bench:
+	@scripts/install-deps bench
 	cmake -S . -B $(BUILD)-bench -DCMAKE_BUILD_TYPE=Release -DIPG_BUILD_BENCH=ON -DIPG_BUILD_TESTS=OFF $(CMAKE_ARGS)
 	cmake --build $(BUILD)-bench -j $(JOBS)
 	scripts/bench $(BUILD)-bench
