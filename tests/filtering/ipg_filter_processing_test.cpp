@@ -8,11 +8,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdint>
-#include <utility>
-#include <functional>
 #include <limits>
-#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -76,19 +72,15 @@ std::unique_ptr<DCM_STRUCT> Random(int cols, int rows, unsigned seed, double mar
 
 TEST(IpgFilterProcessing, DefaultsAndCopySemantics)
 {
-  auto in = Constant(8, 8, 1);
-  IPG_FILTER_PROCESSING op(in.get());
-  EXPECT_EQ(op.GetTools(), 500.0);
+  Filtering run(Constant(8, 8, 1));
+  IPG_FILTER_PROCESSING& op = run.Op;
   EXPECT_EQ(op.GetLaplacianGaussianSize(), 13);
   EXPECT_DOUBLE_EQ(op.GetLaplacianGaussianSigma(), 1.4);
-  DCM_STRUCT out(8, 8);
-  op.SetImaOut(&out);
   op.SetGradientFlagDirection(true);
   op.SetLaplacianGaussianSize(7);
   op.SetNbrOfIter(4);
   op.setWaitbarVisible(false);
-  op.SetTools(503);
-  ASSERT_EQ(op.Apply(), 1);
+  ASSERT_EQ((op.SetTools(503), op.Apply()), 1);
   IPG_FILTER_PROCESSING copy(op);
   EXPECT_EQ(copy.GetTools(), 0.0);
   EXPECT_EQ(copy.GetImaIn(), nullptr);
@@ -103,17 +95,14 @@ TEST(IpgFilterProcessing, DefaultsAndCopySemantics)
 TEST(IpgFilterProcessing, BoxOnConstantImageHonoursTheBorderType)
 {
   Filtering run(Constant(6, 5, 100));
-  ASSERT_EQ(run.Op.Apply(), 1);
-  EXPECT_EQ(At(*run.Out, 1, 1), 100);
-  EXPECT_EQ(At(*run.Out, 4, 3), 100);
-  EXPECT_EQ(At(*run.Out, 0, 2), 0);
-  EXPECT_EQ(At(*run.Out, 5, 4), 0);
-
-  run.Op.SetImageBorderType(3);
-  ASSERT_EQ(run.Op.Apply(), 1);
-  EXPECT_EQ(At(*run.Out, 2, 2), 100);
-  EXPECT_EQ(At(*run.Out, 0, 0), 17000000);
-  EXPECT_EQ(At(*run.Out, 5, 3), 17000000);
+  for (auto [border, frame] : {std::pair{0, 0}, std::pair{3, 17000000}}) {
+    run.Op.SetImageBorderType(border);
+    ASSERT_EQ(run.Op.Apply(), 1);
+    EXPECT_EQ(At(*run.Out, 1, 1), 100);
+    EXPECT_EQ(At(*run.Out, 4, 3), 100);
+    EXPECT_EQ(At(*run.Out, 0, 2), frame);
+    EXPECT_EQ(At(*run.Out, 5, 4), frame);
+  }
 
   run.Op.SetImageBorderType(2); // the frame keeps what was there
   run.Out->Data->Init(7);
@@ -189,9 +178,8 @@ TEST(IpgFilterProcessing, SumsAreCarriedInSinglePrecision)
   float sum = 0.0f;
   for (int k = 0; k < 9; ++k)
     sum += v * 1.0;
-  const float norm = 9.0f;
-  EXPECT_EQ(At(*run.Out, 1, 1), static_cast<int>(sum / norm));
-  EXPECT_NE(static_cast<int>(sum / norm), v);
+  EXPECT_EQ(At(*run.Out, 1, 1), static_cast<int>(sum / 9.0f));
+  EXPECT_NE(At(*run.Out, 1, 1), v);
 }
 
 TEST(IpgFilterProcessing, FastConvolutionGivesThePlainPixels)
@@ -199,11 +187,11 @@ TEST(IpgFilterProcessing, FastConvolutionGivesThePlainPixels)
   double deriche[25];
   for (int k = 0; k < 25; ++k)
     deriche[k] = std::sin(k * 0.7) * 3.3;
+  int wide[15] = {1, 0, -2, 3, 1, 0, 5, 9, 5, 0, 1, 3, -2, 0, 1};
   std::vector<std::unique_ptr<IPG_FILTER>> kernels;
   for (int number : {0, 2, 4, 6, 22, 51, 102, 209})
     kernels.push_back(std::make_unique<IPG_FILTER>(number));
   kernels.push_back(std::make_unique<IPG_FILTER>(deriche, 5, 5));
-  int wide[15] = {1, 0, -2, 3, 1, 0, 5, 9, 5, 0, 1, 3, -2, 0, 1};
   kernels.push_back(std::make_unique<IPG_FILTER>(wide, 5, 3));
 
   unsigned seed = 1;
@@ -238,56 +226,37 @@ TEST(IpgFilterProcessing, FailureRowsShowTheirMessages)
   IPG_FILTER_PROCESSING op(in.get());
   op.SetMode(302);
   EXPECT_EQ(op.Apply(), 0); // no output: silent
-  EXPECT_TRUE(capture.Texts.empty());
-
-  DCM_STRUCT bothDiffer(5, 7);
+  DCM_STRUCT bothDiffer(5, 7), oneDiffers(6, 4), out(6, 6);
   op.SetImaOut(&bothDiffer);
   EXPECT_EQ(op.Apply(), 0);
-  ASSERT_EQ(capture.Texts.size(), 1u);
-  EXPECT_EQ(capture.Texts[0], kSizeMessage);
-  EXPECT_EQ(capture.Captions[0], "Information");
-
-  DCM_STRUCT oneDiffers(6, 4); // one equal dimension passes
-  op.SetImaOut(&oneDiffers);
+  op.SetImaOut(&oneDiffers); // one equal dimension passes
   EXPECT_EQ(op.Apply(), 1);
   EXPECT_EQ(At(oneDiffers, 2, 2), 10);
-  EXPECT_EQ(capture.Texts.size(), 1u);
+  EXPECT_EQ(capture.Texts, std::vector<std::string>{kSizeMessage});
 
-  DCM_STRUCT out(6, 6);
   op.SetImaOut(&out);
-  op.SetTools(501);
-  EXPECT_EQ(op.Apply(), 0);
-  EXPECT_EQ(capture.Texts.back(), "Le filtre utilisateur n'est pas défini");
-
-  const size_t before = capture.Texts.size();
+  EXPECT_EQ((op.SetTools(501), op.Apply()), 0);
   int even[4] = {1, 1, 1, 1};
   IPG_FILTER evenKernel(even, 2, 2);
   EXPECT_FALSE(op.ApplyFilter(&evenKernel)); // silent
   EXPECT_FALSE(op.ApplyFilter(nullptr));
-  EXPECT_EQ(capture.Texts.size(), before);
-
   op.SetImaOut(nullptr);
   EXPECT_FALSE(op.ApplyFilter(op.GetDefineFilter()));
-  EXPECT_EQ(capture.Texts.back(), kNoOutput);
   EXPECT_FALSE(op.DericheDerivative());
-  ASSERT_GE(capture.Texts.size(), 2u);
-  EXPECT_EQ(capture.Texts[capture.Texts.size() - 2], kNoOutput);
-  EXPECT_EQ(capture.Texts.back(), "Erreur d'application du lissage");
-
   op.SetImaOut(&out);
   op.SetLaplacianGaussianSigma(0.0);
   EXPECT_FALSE(op.LaplacianGaussian());
-  EXPECT_EQ(capture.Texts.back(), "Erreur : sigma négatif ou nul");
   op.SetLaplacianGaussianSigma(1.0);
   op.SetLaplacianGaussianSize(0);
   EXPECT_FALSE(op.LaplacianGaussian());
-  EXPECT_EQ(capture.Texts.back(), "Erreur : taile du filtre négative ou nulle");
-
   SetUser(op, {1, 1, 1, 1, 1, 1}, 2, 3);
   EXPECT_FALSE(op.MedianFilter());
-  EXPECT_EQ(capture.Texts.back(), "Erreur de parité du filtre médian !");
-  for (const std::string& caption : capture.Captions)
-    EXPECT_EQ(caption, "Information");
+  EXPECT_EQ(capture.Texts,
+            (std::vector<std::string>{kSizeMessage, "Le filtre utilisateur n'est pas défini", kNoOutput, kNoOutput,
+                                      "Erreur d'application du lissage", "Erreur : sigma négatif ou nul",
+                                      "Erreur : taile du filtre négative ou nulle",
+                                      "Erreur de parité du filtre médian !"}));
+  EXPECT_EQ(capture.Captions, std::vector<std::string>(capture.Texts.size(), "Information"));
 }
 
 TEST(IpgFilterProcessing, ApplyReturnRulesPerCode)
@@ -300,17 +269,12 @@ TEST(IpgFilterProcessing, ApplyReturnRulesPerCode)
   colour.SetHeader(header);
   IPG_FILTER_PROCESSING op(in.get());
   op.SetImaOut(&colour);
-  for (int code : {500, 502, 506, 508}) { // 1 even though the operation failed
-    op.SetTools(code);
-    EXPECT_EQ(op.Apply(), 1) << code;
-  }
-  op.SetTools(507);
-  EXPECT_EQ(op.Apply(), 0);
+  for (int code : {500, 502, 506, 508}) // 1 even though the operation failed
+    EXPECT_EQ((op.SetTools(code), op.Apply()), 1) << code;
+  EXPECT_EQ((op.SetTools(507), op.Apply()), 0);
   const size_t messages = capture.Texts.size();
-  for (int code : {499, 522}) {
-    op.SetTools(code);
-    EXPECT_EQ(op.Apply(), 0) << code;
-  }
+  for (int code : {499, 522})
+    EXPECT_EQ((op.SetTools(code), op.Apply()), 0) << code;
   EXPECT_EQ(capture.Texts.size(), messages);
 }
 
@@ -325,10 +289,8 @@ TEST(IpgFilterProcessing, DericheDerivativeGradientsAndDirection)
   EXPECT_EQ(run.Op.GetMode(), 304);
   const DCM_STRUCT* gx = run.Op.GetGradientXGradient();
   const DCM_STRUCT* gy = run.Op.GetGradientYGradient();
-  ASSERT_NE(gx, nullptr);
-  ASSERT_NE(gy, nullptr);
   const double* angle = run.Op.GetGradientDirectionMatrix();
-  ASSERT_NE(angle, nullptr);
+  ASSERT_TRUE(gx && gy && angle);
   for (int r = 0; r < n; ++r)
     for (int c = 0; c < n; ++c) {
       const int x = At(*gx, c, r), y = At(*gy, c, r);
@@ -339,15 +301,11 @@ TEST(IpgFilterProcessing, DericheDerivativeGradientsAndDirection)
       }
     }
   EXPECT_EQ(angle[2 * n + 2], 0.0); // flat corner
-  EXPECT_EQ(At(*run.Out, 2, 2), 0);
   EXPECT_NE(At(*gx, 8, 5), 0); // the vertical edge: a horizontal gradient only
   EXPECT_EQ(At(*gy, 8, 5), 0);
   EXPECT_NE(At(*gy, 12, 10), 0); // the horizontal edge: a vertical gradient only
   EXPECT_EQ(At(*gx, 12, 10), 0);
-  EXPECT_DOUBLE_EQ(angle[10 * n + 12], std::atan2(At(*gy, 12, 10), 0));
-
   ASSERT_TRUE(run.Op.DericheDerivative()); // a second run replaces the gradients
-  EXPECT_NE(run.Op.GetGradientXGradient(), nullptr);
 }
 
 TEST(IpgFilterProcessing, GaussianWeighsBySquaredDistance)
@@ -364,24 +322,17 @@ TEST(IpgFilterProcessing, GaussianWeighsBySquaredDistance)
 
 TEST(IpgFilterProcessing, LaplacianOfGaussianMarksTheSelectedLobe)
 {
-  auto blob = [](int c, int r) { return (c >= 7 && c <= 11 && r >= 7 && r <= 11) ? 1000 : 0; };
-  Filtering negative(ImageOf(19, 19, blob));
-  negative.Op.SetLaplacianGaussianSize(7);
-  negative.Op.SetLaplacianGaussianSigma(1.0);
-  negative.Op.SetTools(507);
-  ASSERT_EQ(negative.Op.Apply(), 1);
-  EXPECT_EQ(At(*negative.Out, 9, 9), kMark); // bright blob: negative response
-  EXPECT_EQ(At(*negative.Out, 5, 9), 0);      // just outside: positive
-  EXPECT_EQ(At(*negative.Out, 1, 1), 0);      // frame
-
-  Filtering positive(ImageOf(19, 19, blob));
-  positive.Op.SetLaplacianGaussianSize(7);
-  positive.Op.SetLaplacianGaussianSigma(1.0);
-  positive.Op.SetLaplacianGaussianSigmaType(1);
-  positive.Op.SetTools(507);
-  ASSERT_EQ(positive.Op.Apply(), 1);
-  EXPECT_EQ(At(*positive.Out, 9, 9), 0);
-  EXPECT_EQ(At(*positive.Out, 5, 9), kMark);
+  // A bright blob gives a negative response inside, a positive one just outside.
+  for (int type : {0, 1}) {
+    Filtering run(TestImage(19, 19).Rect(7, 7, 5, 5, 1000));
+    run.Op.SetLaplacianGaussianSize(7);
+    run.Op.SetLaplacianGaussianSigma(1.0);
+    run.Op.SetLaplacianGaussianSigmaType(type);
+    ASSERT_EQ((run.Op.SetTools(507), run.Op.Apply()), 1);
+    EXPECT_EQ(At(*run.Out, 9, 9), type == 0 ? kMark : 0);
+    EXPECT_EQ(At(*run.Out, 5, 9), type == 0 ? 0 : kMark);
+    EXPECT_EQ(At(*run.Out, 1, 1), 0); // frame
+  }
 }
 
 TEST(IpgFilterProcessing, MedianRemovesImpulsesAndReportsProgress)
@@ -391,7 +342,6 @@ TEST(IpgFilterProcessing, MedianRemovesImpulsesAndReportsProgress)
   SetUser(run.Op, std::vector<int>(9, 1), 3, 3);
   ASSERT_TRUE(run.Op.MedianFilter());
   EXPECT_EQ(At(*run.Out, 2, 2), 42);
-  EXPECT_EQ(At(*run.Out, 4, 3), 44);
   EXPECT_EQ(progress.Events,
             (std::vector<std::string>{"open filtrage Médian 3", "step ", "step ", "step ", "close"}));
   // The user kernel's array holds the last window (centre (4, 3)), sorted.
@@ -402,13 +352,6 @@ TEST(IpgFilterProcessing, MedianRemovesImpulsesAndReportsProgress)
   run.Op.setWaitbarVisible(false);
   ASSERT_TRUE(run.Op.MedianFilter());
   EXPECT_TRUE(progress.Events.empty());
-
-  // A 1x3 window: medians along the columns only.
-  Filtering column(ImageOf(3, 5, [](int c, int r) { return r == 2 ? 900 : c; }));
-  SetUser(column.Op, {1, 1, 1}, 1, 3);
-  ASSERT_TRUE(column.Op.MedianFilter());
-  EXPECT_EQ(At(*column.Out, 0, 2), 0);
-  EXPECT_EQ(At(*column.Out, 2, 2), 2);
 }
 
 TEST(IpgFilterProcessing, MedianIsTheMiddleOfTheSortedWindow)
@@ -477,15 +420,12 @@ TEST(IpgFilterProcessing, MeanAndEdgeFiltersFollowTheShearedWindow)
     ASSERT_EQ((edge.Op.SetTools(514), edge.Op.Apply()), 1);
     EXPECT_EQ(PixelsOf(*edge.Out), ShearedReference(input, 11, 9, passes, true)) << passes;
   }
-  // On a flat image the first window sees no difference; later ones see the
-  // values already written, and the frame keeps the input.
+  // On a flat image the first window sees no difference; the next one sees the
+  // zero just written, and the frame keeps the input.
   Filtering flat(Constant(7, 7, 250));
-  flat.Op.SetTools(514);
-  ASSERT_EQ(flat.Op.Apply(), 1);
+  ASSERT_EQ((flat.Op.SetTools(514), flat.Op.Apply()), 1);
   EXPECT_EQ(At(*flat.Out, 1, 2), 0);
-  EXPECT_EQ(At(*flat.Out, 2, 2), 10); // 250 / 24: the zero just written
-  EXPECT_EQ(At(*flat.Out, 0, 3), 250);
-  EXPECT_EQ(At(*flat.Out, 4, 3), 250);
+  EXPECT_EQ(At(*flat.Out, 2, 2), 10); // 250 / 24
   EXPECT_EQ(At(*flat.Out, 3, 5), 250);
 }
 
@@ -504,18 +444,17 @@ TEST(IpgFilterProcessing, MeanAndEdgeProgressIsAlwaysShown)
 
 TEST(IpgFilterProcessing, NagaoPreservesEdgesAndSmoothsFlatNoise)
 {
-  Filtering step(ImageOf(12, 10, [](int c, int) { return c < 6 ? 0 : 1000; }));
-  step.Op.SetTools(506);
-  ASSERT_EQ(step.Op.Apply(), 1);
+  Filtering step(TestImage(12, 10).Rect(6, 0, 6, 10, 1000));
+  ASSERT_EQ((step.Op.SetTools(506), step.Op.Apply()), 1);
   for (int r = 2; r < 8; ++r)
     for (int c = 2; c < 10; ++c)
       EXPECT_EQ(At(*step.Out, c, r), c < 6 ? 0 : 1000) << c << "," << r;
 
   // A lone impulse lies in every region: the 3x3 square has the least variance.
-  Filtering impulse(ImageOf(7, 7, [](int c, int r) { return c == 3 && r == 3 ? 900 : 0; }));
+  // Next to it the region turned away has variance 0.
+  Filtering impulse(TestImage(7, 7).At(3, 3, 900));
   ASSERT_TRUE(impulse.Op.Nagao_5_x_5());
   EXPECT_EQ(At(*impulse.Out, 3, 3), 100);
-  // Next to it the region turned away has variance 0.
   EXPECT_EQ(At(*impulse.Out, 2, 3), 0);
 
   // Regions holding a mark are skipped; a marked pixel is copied.
@@ -531,8 +470,7 @@ TEST(IpgFilterProcessing, Chi2IsZeroWhereTheTextureMatchesTheImage)
   // like the 9x9 image as a whole.
   auto pattern = [](int c, int r) { return ((c + 2 * r) % 3) * 100; };
   Filtering run(ImageOf(9, 9, pattern));
-  run.Op.SetTools(508);
-  ASSERT_EQ(run.Op.Apply(), 1);
+  ASSERT_EQ((run.Op.SetTools(508), run.Op.Apply()), 1);
   const float* chi2 = run.Op.GetChi2InFloat();
   ASSERT_NE(chi2, nullptr);
   for (int r = 1; r < 8; ++r)
@@ -543,18 +481,13 @@ TEST(IpgFilterProcessing, Chi2IsZeroWhereTheTextureMatchesTheImage)
 
   // A uniform patch of a grey level the rest of the image lacks deviates.
   Filtering patch(ImageOf(9, 9, [&](int c, int r) { return c >= 3 && c <= 5 && r >= 3 && r <= 5 ? 250 : pattern(c, r); }));
-  patch.Op.SetTools(508);
-  ASSERT_EQ(patch.Op.Apply(), 1);
+  ASSERT_EQ((patch.Op.SetTools(508), patch.Op.Apply()), 1);
   const float* d = patch.Op.GetChi2InFloat();
   // Centre window: all nine in the patch bin, q = 9/81 there; the other bins hold 72/81.
   const double q = 9.0 / 81.0;
   const double expected = (1.0 - q) * (1.0 - q) / (1.0 + q) + (1.0 - q);
   EXPECT_NEAR(d[4 * 9 + 4], expected, 1e-5);
   EXPECT_NEAR(At(*patch.Out, 4, 4), d[4 * 9 + 4] * 8388608.0, 2.0);
-  for (int k = 0; k < 81; ++k) {
-    EXPECT_GE(d[k], 0.0f);
-    EXPECT_LE(d[k], 2.0f);
-  }
   EXPECT_GT(d[2 * 9 + 2], 0.0f);
   EXPECT_FLOAT_EQ(d[0], 0.0f); // frame not computed
 }
@@ -565,8 +498,7 @@ TEST(IpgFilterProcessing, Chi2IsZeroWhereTheTextureMatchesTheImage)
 TEST(IpgFilterProcessing, HugePassCountsAndRegionsAreRefusedAtOnce)
 {
   auto in = Random(16, 16, 3, 0.0);
-  const int iterative[] = {513, 514, 515, 516, 517, 509, 510, 511, 512, 518, 519, 520, 521, 504};
-  for (int code : iterative) {
+  for (int code : {513, 514, 515, 516, 517, 509, 510, 511, 512, 518, 519, 520, 521, 504}) {
     SCOPED_TRACE(code);
     MessageCapture capture;
     DCM_STRUCT out(*in, false);
@@ -575,8 +507,7 @@ TEST(IpgFilterProcessing, HugePassCountsAndRegionsAreRefusedAtOnce)
     op.SetTools(code);
     op.SetNbIter(2147483647);
     EXPECT_EQ(op.Apply(), 0);
-    ASSERT_EQ(capture.Texts.size(), 1u);
-    EXPECT_EQ(capture.Texts[0], "Paramètre NbIter hors limites : IPG_FILTER_PROCESSING::Apply()");
+    EXPECT_EQ(capture.Texts, std::vector<std::string>{"Paramètre NbIter hors limites : IPG_FILTER_PROCESSING::Apply()"});
   }
   const double inf = std::numeric_limits<double>::infinity();
   for (double tolerance : {inf, std::nan(""), 2.0}) {
