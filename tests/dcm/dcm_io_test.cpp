@@ -2,8 +2,10 @@
 // refused with a reason, never crash, allocate without bound or hang), real
 // third-party files, and writing files and PNG previews.
 #include "dcm/dcm_io.h"
+#include "support/images.h"
 #include "support/test_data.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -18,6 +20,7 @@
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+using testing::HasSubstr;
 
 // A small explicit VR little endian file: meta, the image-pixel attributes
 // given, and pixel data of the given length.
@@ -98,27 +101,21 @@ struct Isolation {
 
 TEST(DcmReadHostile, ForgedImageAttributesAreRefusedBeforeDecoding)
 {
-  EXPECT_NE(ReadError(FileBuilder().Mono(4, 4).UShort(0x0002, 0).Bits(16, 16).Pixels(32)).find("samples per pixel"),
-            std::string::npos);
-  EXPECT_NE(ReadError(FileBuilder().Mono(4, 4).Bits(12, 12).Pixels(32)).find("12 bits allocated"), std::string::npos);
-  EXPECT_NE(ReadError(FileBuilder().Mono(4, 4).Bits(1, 16).Pixels(32)).find("invalid Bits Stored 16"),
-            std::string::npos);
-  EXPECT_NE(ReadError(FileBuilder().Mono(0, 4).Bits(16, 16).Pixels(32)).find("without rows or columns"),
-            std::string::npos);
+  EXPECT_THAT(ReadError(FileBuilder().Mono(4, 4).UShort(0x0002, 0).Bits(16, 16).Pixels(32)),
+              HasSubstr("samples per pixel"));
+  EXPECT_THAT(ReadError(FileBuilder().Mono(4, 4).Bits(12, 12).Pixels(32)), HasSubstr("12 bits allocated"));
+  EXPECT_THAT(ReadError(FileBuilder().Mono(4, 4).Bits(1, 16).Pixels(32)), HasSubstr("invalid Bits Stored 16"));
+  EXPECT_THAT(ReadError(FileBuilder().Mono(0, 4).Bits(16, 16).Pixels(32)), HasSubstr("without rows or columns"));
   auto frames = FileBuilder().Mono(4, 4).Bits(16, 16).Text(0x0028, 0x0008, "IS", "2147483647").Pixels(32);
-  EXPECT_NE(ReadError(frames).find("pixel data too short"), std::string::npos);
+  EXPECT_THAT(ReadError(frames), HasSubstr("pixel data too short"));
   auto planar = FileBuilder().UShort(0x0002, 3).Text(0x0028, 0x0004, "CS", "RGB").UShort(0x0006, 2);
-  EXPECT_NE(ReadError(planar.UShort(0x0010, 4).UShort(0x0011, 4).Bits(8, 8).Pixels(48)).find("Planar Configuration"),
-            std::string::npos);
+  EXPECT_THAT(ReadError(planar.UShort(0x0010, 4).UShort(0x0011, 4).Bits(8, 8).Pixels(48)),
+              HasSubstr("Planar Configuration"));
   auto palette = FileBuilder().UShort(0x0002, 1).Text(0x0028, 0x0004, "CS", "PALETTE COLOR");
-  EXPECT_NE(ReadError(palette.UShort(0x0010, 4).UShort(0x0011, 4).Bits(8, 8).Pixels(16)).find("lookup table"),
-            std::string::npos);
-}
-
-TEST(DcmReadHostile, DeclaredLengthsAreCheckedAgainstTheBytes)
-{
-  EXPECT_NE(ReadError(FileBuilder().Mono(4, 4).Bits(16, 16).Pixels(32, 0x7ffffff0)).find("truncated pixel data"),
-            std::string::npos);
+  EXPECT_THAT(ReadError(palette.UShort(0x0010, 4).UShort(0x0011, 4).Bits(8, 8).Pixels(16)), HasSubstr("lookup table"));
+  // Declared lengths are checked against the bytes.
+  EXPECT_THAT(ReadError(FileBuilder().Mono(4, 4).Bits(16, 16).Pixels(32, 0x7ffffff0)),
+              HasSubstr("truncated pixel data"));
   Bytes file = FileBuilder().Mono(4, 4).Bits(16, 16).Pixels(32);
   file[128 + 4 + 12 + 6] = 0xff; // the transfer syntax element claims more than the file holds
   file[128 + 4 + 12 + 7] = 0xff;
@@ -154,7 +151,7 @@ TEST(DcmReadHostile, SharedRegressionFilesAreRefusedWithAReason)
       SCOPED_TRACE(name);
       std::string error;
       EXPECT_EQ(Dcm_ReadFile(dir + name, &error), nullptr);
-      EXPECT_NE(error.find(reason), std::string::npos) << error;
+      EXPECT_THAT(error, HasSubstr(reason));
     }
   }
 }
@@ -168,7 +165,7 @@ TEST(DcmReadHostile, ADecoderThatHangsIsStoppedAtTheTimeLimit)
   std::string error;
   EXPECT_EQ(Dcm_ReadFile(std::string(IPG_TEST_SOURCE_DIR) + "/dcm/bad-dicom/jpegls-mutant-decoder-hang.dcm", &error),
             nullptr);
-  EXPECT_NE(error.find("longer than 1 s"), std::string::npos) << error;
+  EXPECT_THAT(error, HasSubstr("longer than 1 s"));
   Dcm_SetReadLimits(previous);
 }
 
@@ -178,7 +175,7 @@ TEST(DcmReadHostile, ReadLimitRefusesLargeFrames)
   DCM_READ_LIMITS small;
   small.MaxDecodedBytes = 64 * 64 * 4 - 1;
   const DCM_READ_LIMITS previous = Dcm_SetReadLimits(small);
-  EXPECT_NE(ReadError(file).find("exceeds the read limit"), std::string::npos);
+  EXPECT_THAT(ReadError(file), HasSubstr("exceeds the read limit"));
   Dcm_SetReadLimits(previous);
   EXPECT_NE(Dcm_ReadBuffer(file.data(), file.size(), nullptr), nullptr);
 }
@@ -200,12 +197,12 @@ TEST(DcmReadHostile, SpecialFilesAreNamedForWhatTheyAre)
 {
   std::string error;
   EXPECT_EQ(Dcm_ReadFile("/dev/zero", &error), nullptr);
-  EXPECT_NE(error.find("character device"), std::string::npos) << error;
+  EXPECT_THAT(error, HasSubstr("character device"));
   const std::string fifo = testing::TempDir() + "/ipg_fifo.dcm";
   std::filesystem::remove(fifo);
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   EXPECT_EQ(Dcm_ReadFile(fifo, &error), nullptr); // must not block on the pipe
-  EXPECT_NE(error.find("named pipe"), std::string::npos) << error;
+  EXPECT_THAT(error, HasSubstr("named pipe"));
   std::filesystem::remove(fifo);
 }
 
@@ -243,12 +240,6 @@ std::unique_ptr<DCM_STRUCT> Read(const std::string& name, unsigned frame = 0)
   return image;
 }
 
-std::vector<int> Pixels(const DCM_STRUCT& image)
-{
-  const int* p = image.Data->GetIDataAddress();
-  return std::vector<int>(p, p + image.Data->GetSize());
-}
-
 std::string ReadError(const std::string& path)
 {
   std::string error;
@@ -263,17 +254,15 @@ TEST(DcmReadFile, EveryEncodingOfMrSmallGivesTheSamePixels)
 {
   IPG_REQUIRE_TEST_DATA();
   auto reference = Read("MR_small.dcm");
-  ASSERT_NE(reference, nullptr);
-  ASSERT_EQ(reference->GetNbOfCols(), 64u);
-  ASSERT_EQ(reference->GetNbOfRows(), 64u);
-  const std::vector<int> expected = Pixels(*reference);
+  ASSERT_TRUE(reference && reference->GetNbOfCols() == 64u && reference->GetNbOfRows() == 64u);
+  const std::vector<int> expected = PixelsOf(*reference);
   for (const char* name : {"MR_small_bigendian.dcm", "MR_small_implicit.dcm", "MR_small_expb.dcm",
                            "MR_small_RLE.dcm", "MR_small_jpeg_ls_lossless.dcm", "MR_small_jp2klossless.dcm",
                            "MR_small_padded.dcm"}) {
     SCOPED_TRACE(name);
     auto image = Read(name);
     ASSERT_NE(image, nullptr);
-    EXPECT_EQ(Pixels(*image), expected);
+    EXPECT_EQ(PixelsOf(*image), expected);
     EXPECT_EQ(image->Data->GetMin(), reference->Data->GetMin());
     EXPECT_EQ(image->Data->GetMax(), reference->Data->GetMax());
     EXPECT_EQ(image->GetHeader().BitsStored, 16);
@@ -345,21 +334,20 @@ TEST(DcmReadFile, MultiFrameFilesGiveAnyFrame)
   IPG_REQUIRE_TEST_DATA();
   auto first = Read("rtdose.dcm", 0);
   auto last = Read("rtdose.dcm", 14);
-  ASSERT_NE(first, nullptr);
-  ASSERT_NE(last, nullptr);
+  ASSERT_TRUE(first && last);
   EXPECT_EQ(first->GetHeader().NumberOfFrames, 15);
   EXPECT_EQ(last->GetHeader().Frame, 14);
-  EXPECT_NE(Pixels(*first), Pixels(*last));
+  EXPECT_NE(PixelsOf(*first), PixelsOf(*last));
   // The same frame through three encodings.
   for (const char* name : {"rtdose_rle.dcm", "rtdose_expb.dcm"}) {
     SCOPED_TRACE(name);
     auto other = Read(name, 14);
     ASSERT_NE(other, nullptr);
-    EXPECT_EQ(Pixels(*other), Pixels(*last));
+    EXPECT_EQ(PixelsOf(*other), PixelsOf(*last));
   }
   std::string error;
   EXPECT_EQ(Dcm_ReadFile(TestDataPath("rtdose.dcm"), &error, 15), nullptr);
-  EXPECT_NE(error.find("frame 15 out of range"), std::string::npos) << error;
+  EXPECT_THAT(error, HasSubstr("frame 15 out of range"));
 
   auto second = Read("SC_rgb_rle_2frame.dcm", 1);
   ASSERT_NE(second, nullptr);
@@ -370,11 +358,10 @@ TEST(DcmReadFile, DeflatedAndLossyJpegFilesDecode)
 {
   IPG_REQUIRE_TEST_DATA();
   auto deflated = Read("image_dfl.dcm");
-  ASSERT_NE(deflated, nullptr);
+  auto extended = Read("JPGExtended.dcm");
+  ASSERT_TRUE(deflated && extended);
   EXPECT_EQ(deflated->GetNbOfCols(), 512u);
   EXPECT_EQ(deflated->GetHeader().BitsStored, 8);
-  auto extended = Read("JPGExtended.dcm");
-  ASSERT_NE(extended, nullptr);
   EXPECT_EQ(extended->GetHeader().BitsStored, 12);
   EXPECT_GT(extended->Data->GetMax(), 0);
 }
@@ -382,14 +369,13 @@ TEST(DcmReadFile, DeflatedAndLossyJpegFilesDecode)
 TEST(DcmReadFile, DamagedOrForeignFilesGiveClearErrors)
 {
   IPG_REQUIRE_TEST_DATA();
-  EXPECT_NE(ReadError(TestDataPath("MR_truncated.dcm")).find("truncated pixel data"), std::string::npos);
-  EXPECT_NE(ReadError(TestDataPath("no_meta.dcm")).find("not a DICOM file"), std::string::npos);
-  EXPECT_NE(ReadError(TestDataPath("badVR.dcm")).find("invalid Number of Frames '1A'"), std::string::npos);
-  EXPECT_NE(ReadError(TestDataPath("rtplan.dcm")).find("without an image (RT Plan Storage)"), std::string::npos);
+  EXPECT_THAT(ReadError(TestDataPath("MR_truncated.dcm")), HasSubstr("truncated pixel data"));
+  EXPECT_THAT(ReadError(TestDataPath("no_meta.dcm")), HasSubstr("not a DICOM file"));
+  EXPECT_THAT(ReadError(TestDataPath("badVR.dcm")), HasSubstr("invalid Number of Frames '1A'"));
+  EXPECT_THAT(ReadError(TestDataPath("rtplan.dcm")), HasSubstr("without an image (RT Plan Storage)"));
   // Its whole data set is one private sequence of unknown VR.
-  EXPECT_NE(ReadError(TestDataPath("UN_sequence.dcm")).find("without an image"), std::string::npos);
-  EXPECT_NE(ReadError(TestDataPath("JPEG2000-embedded-sequence-delimiter.dcm")).find("the codec declares"),
-            std::string::npos);
+  EXPECT_THAT(ReadError(TestDataPath("UN_sequence.dcm")), HasSubstr("without an image"));
+  EXPECT_THAT(ReadError(TestDataPath("JPEG2000-embedded-sequence-delimiter.dcm")), HasSubstr("the codec declares"));
 }
 
 TEST(DcmReadFile, MultiFrameClassesWithoutNumberOfFramesReadAsOneFrame)
@@ -397,12 +383,10 @@ TEST(DcmReadFile, MultiFrameClassesWithoutNumberOfFramesReadAsOneFrame)
   IPG_REQUIRE_TEST_DATA();
   auto dose = Read("rtdose.dcm");
   auto single = Read("rtdose_1frame.dcm");
-  ASSERT_NE(dose, nullptr);
-  ASSERT_NE(single, nullptr);
-  EXPECT_EQ(Pixels(*single), Pixels(*dose));
-  EXPECT_EQ(single->GetHeader().NumberOfFrames, 1);
   auto liver = Read("liver_1frame.dcm");
-  ASSERT_NE(liver, nullptr);
+  ASSERT_TRUE(dose && single && liver);
+  EXPECT_EQ(PixelsOf(*single), PixelsOf(*dose));
+  EXPECT_EQ(single->GetHeader().NumberOfFrames, 1);
   EXPECT_EQ(liver->GetNbOfCols(), 512u);
   EXPECT_EQ(liver->Data->GetMax(), 1);
 }
@@ -412,10 +396,10 @@ TEST(DcmReadFile, MissingEmptyAndNonDicomFiles)
   const std::string dir = testing::TempDir();
   std::ofstream(dir + "/ipg_empty.dcm").close();
   std::ofstream(dir + "/ipg_text.dcm") << "this is plain text, not a DICOM file\n";
-  EXPECT_NE(ReadError(dir + "/ipg_empty.dcm").find("empty file"), std::string::npos);
-  EXPECT_NE(ReadError(dir + "/ipg_text.dcm").find("not a DICOM file"), std::string::npos);
-  EXPECT_NE(ReadError(dir + "/ipg_no_such_file.dcm").find("No such file"), std::string::npos);
-  EXPECT_NE(ReadError(dir).find("is a directory"), std::string::npos);
+  EXPECT_THAT(ReadError(dir + "/ipg_empty.dcm"), HasSubstr("empty file"));
+  EXPECT_THAT(ReadError(dir + "/ipg_text.dcm"), HasSubstr("not a DICOM file"));
+  EXPECT_THAT(ReadError(dir + "/ipg_no_such_file.dcm"), HasSubstr("No such file"));
+  EXPECT_THAT(ReadError(dir), HasSubstr("is a directory"));
   EXPECT_EQ(Dcm_ReadFile(dir + "/ipg_text.dcm", nullptr), nullptr); // no error text asked for
 }
 
@@ -448,10 +432,8 @@ std::unique_ptr<DCM_STRUCT> RoundTrip(const DCM_STRUCT& image, const std::string
 
 TEST(DcmWriteFile, RoundTripKeepsPixelsGeometryAndPrecision)
 {
-  DCM_STRUCT image(7, 5, nullptr);
-  for (unsigned r = 0; r < 5; ++r)
-    for (unsigned c = 0; c < 7; ++c)
-      image.Data->SetValue(c, r, static_cast<int>(c * 100 + r) - 300);
+  auto built = ImageOf(7, 5, [](unsigned c, unsigned r) { return static_cast<int>(c * 100 + r) - 300; });
+  DCM_STRUCT& image = *built;
   image.Data->SetPrecision(10);
   DCM_HEADER h = image.GetHeader();
   h.BitsStored = 12;
@@ -470,8 +452,9 @@ TEST(DcmWriteFile, RoundTripKeepsPixelsGeometryAndPrecision)
   image.SetHeader(h);
 
   auto back = RoundTrip(image, "roundtrip.dcm");
-  ASSERT_NE(back, nullptr);
-  EXPECT_EQ(Pixels(*back), Pixels(image));
+  auto again = RoundTrip(image, "roundtrip_again.dcm");
+  ASSERT_TRUE(back && again);
+  EXPECT_EQ(PixelsOf(*back), PixelsOf(image));
   EXPECT_EQ(back->Data->GetMin(), -300);
   EXPECT_EQ(back->Data->GetMax(), 304);
   EXPECT_EQ(back->Data->GetPrecision(), 10);
@@ -488,30 +471,18 @@ TEST(DcmWriteFile, RoundTripKeepsPixelsGeometryAndPrecision)
   EXPECT_FALSE(g.SOPInstanceUID.empty());
   EXPECT_FALSE(g.StudyInstanceUID.empty());
   EXPECT_EQ(g.SOPClassUID, "1.2.840.10008.5.1.4.1.1.7");
+  EXPECT_NE(again->GetHeader().SOPInstanceUID, g.SOPInstanceUID); // each write has its own
 }
 
 TEST(DcmWriteFile, ValuesBeyondTheStoredBitsWidenTheFile)
 {
   // Mode 301 output tops at 2^BitsStored, and ROI marks are above 2^24.
-  DCM_STRUCT image(3, 1, nullptr);
-  image.Data->SetValue(0u, 0u, 0);
-  image.Data->SetValue(1u, 0u, 65536);
-  image.Data->SetValue(2u, 0u, 16777217);
-  auto back = RoundTrip(image, "wide.dcm");
+  auto image = ImageOf(3, 1, {0, 65536, 16777217});
+  auto back = RoundTrip(*image, "wide.dcm");
   ASSERT_NE(back, nullptr);
-  EXPECT_EQ(Pixels(*back), Pixels(image));
+  EXPECT_EQ(PixelsOf(*back), PixelsOf(*image));
   EXPECT_EQ(back->GetHeader().BitsStored, 25);
   EXPECT_EQ(back->GetHeader().BitsAllocated, 32);
-}
-
-TEST(DcmWriteFile, EachWriteHasItsOwnInstanceUid)
-{
-  DCM_STRUCT image(2, 2, nullptr);
-  auto a = RoundTrip(image, "uid_a.dcm");
-  auto b = RoundTrip(image, "uid_b.dcm");
-  ASSERT_NE(a, nullptr);
-  ASSERT_NE(b, nullptr);
-  EXPECT_NE(a->GetHeader().SOPInstanceUID, b->GetHeader().SOPInstanceUID);
 }
 
 TEST(DcmWriteFile, RealFileRoundTrip)
@@ -522,7 +493,7 @@ TEST(DcmWriteFile, RealFileRoundTrip)
   ASSERT_NE(ct, nullptr) << error;
   auto back = RoundTrip(*ct, "ct.dcm");
   ASSERT_NE(back, nullptr);
-  EXPECT_EQ(Pixels(*back), Pixels(*ct));
+  EXPECT_EQ(PixelsOf(*back), PixelsOf(*ct));
   EXPECT_EQ(back->GetHeader().StudyInstanceUID, ct->GetHeader().StudyInstanceUID);
   EXPECT_DOUBLE_EQ(back->GetHeader().RescaleIntercept, -1024.0);
   EXPECT_DOUBLE_EQ(back->GetHeader().PixelSpacing[0], ct->GetHeader().PixelSpacing[0]);
@@ -536,7 +507,7 @@ TEST(DcmWriteFile, RefusesWhatItCannotWrite)
   image.SetHeader(h);
   std::string error;
   EXPECT_FALSE(Dcm_WriteFile(image, Temp("colour.dcm"), &error));
-  EXPECT_NE(error.find("photometric code 2"), std::string::npos) << error;
+  EXPECT_THAT(error, HasSubstr("photometric code 2"));
   DCM_STRUCT grey(2, 2, nullptr);
   EXPECT_FALSE(Dcm_WriteFile(grey, "/nonexistent-dir/x.dcm", &error));
   EXPECT_FALSE(error.empty());
@@ -544,11 +515,8 @@ TEST(DcmWriteFile, RefusesWhatItCannotWrite)
 
 TEST(DcmWritePng, WindowsFromTheExtremesOrTheGivenWindow)
 {
-  DCM_STRUCT image(3, 1, nullptr);
-  image.Data->SetValue(0u, 0u, 100);
-  image.Data->SetValue(1u, 0u, 150);
-  image.Data->SetValue(2u, 0u, 200);
-  image.Data->SetMin();
+  auto built = ImageOf(3, 1, {100, 150, 200});
+  const DCM_STRUCT& image = *built;
   std::string error;
   ASSERT_TRUE(Dcm_WritePng(image, Temp("a.png"), &error)) << error;
   const std::vector<unsigned char> png = FileBytes(Temp("a.png"));
@@ -560,5 +528,5 @@ TEST(DcmWritePng, WindowsFromTheExtremesOrTheGivenWindow)
   ASSERT_TRUE(Dcm_WritePng(image, Temp("b.png"), &error, &window, 16)) << error;
   EXPECT_EQ(FileBytes(Temp("b.png"))[16 + 8], 16);
   EXPECT_FALSE(Dcm_WritePng(image, Temp("c.png"), &error, nullptr, 12));
-  EXPECT_NE(error.find("8 or 16"), std::string::npos);
+  EXPECT_THAT(error, HasSubstr("8 or 16"));
 }
