@@ -80,11 +80,7 @@ Grown GrowRecursively(const DCM_STRUCT& in, int x, int y, int minGL, int maxGL, 
   const int seedValue = in.Data->GetValue(x, y);
   if (minGL <= seedValue && seedValue <= maxGL)
     RunWithStack(std::size_t{1} << 30, [&] { fill.Visit(x, y); });
-  DCM_STRUCT out(in.GetNbOfCols(), in.GetNbOfRows());
-  for (int r = 0; r < fill.rows; ++r)
-    for (int c = 0; c < fill.cols; ++c)
-      out.Data->SetValue(c, r, fill.work[r * fill.cols + c] == kSet ? kSet : 0);
-  return {TextFromMask(out), fill.count};
+  return {TextFromMask(*ImageOf(fill.cols, fill.rows, fill.work)), fill.count};
 }
 
 Grown Grow(DCM_STRUCT& in, int x, int y, int minGL, int maxGL, int connectedness, DCM_STRUCT* roi = nullptr)
@@ -104,11 +100,7 @@ Grown Grow(DCM_STRUCT& in, int x, int y, int minGL, int maxGL, int connectedness
 
 TEST(Region, FillsTheRangeAroundTheSeed)
 {
-  auto in = MaskFromText({"......",
-                          ".XX...",
-                          ".XXX..",
-                          "....X.",
-                          "X....."}, 10, 50);
+  auto in = MaskFromText({"......", ".XX...", ".XXX..", "....X.", "X....."}, 10, 50);
   in->Data->SetValue(2u, 2u, 12);
   DCM_STRUCT out(6, 5);
   IPG_REGION op(in.get());
@@ -157,16 +149,13 @@ TEST(Region, ApplyReportsSuccessForItsCodesOnly)
   IPG_REGION op(in.get());
   op.SetImaOut(&out);
   op.SetConnectedness(404);
-  op.SetTools(900);
-  EXPECT_FALSE(op.Apply());
+  EXPECT_FALSE((op.SetTools(900), op.Apply()));
   op.SetConnectedness(401);
-  op.SetTools(903);
-  EXPECT_FALSE(op.Apply());
+  EXPECT_FALSE((op.SetTools(903), op.Apply()));
   op.SetTools(901); // uniform image: the widening has nothing to try
   EXPECT_FALSE(op.VarianceControlRegionGrowing());
   EXPECT_TRUE(op.Apply());
-  op.SetTools(902);
-  EXPECT_TRUE(op.Apply());
+  EXPECT_TRUE((op.SetTools(902), op.Apply()));
   IPG_REGION none(nullptr);
   EXPECT_FALSE(none.Apply());
   EXPECT_FALSE(none.FillRangeInImage());
@@ -174,12 +163,9 @@ TEST(Region, ApplyReportsSuccessForItsCodesOnly)
 
 TEST(Region, TakenPixelsAreAcceptedAgainAboveTheMark)
 {
-  DCM_STRUCT in(4, 4);
-  in.Data->Init(3.0);
-  const Grown expected = GrowRecursively(in, 1, 1, 0, kSet, 403);
-  const Grown grown = Grow(in, 1, 1, 0, kSet, 403);
-  EXPECT_EQ(grown.count, expected.count);
-  EXPECT_EQ(grown.count, 31999); // refilled until the depth limit
+  auto in = TestImage(4, 4).Fill(3).Build();
+  EXPECT_EQ(GrowRecursively(*in, 1, 1, 0, kSet, 403).count, 31999); // refilled until the depth limit
+  EXPECT_EQ(Grow(*in, 1, 1, 0, kSet, 403).count, 31999);
 }
 
 TEST(Region, ExplicitStackMatchesTheRecursiveFill)
@@ -187,11 +173,9 @@ TEST(Region, ExplicitStackMatchesTheRecursiveFill)
   std::mt19937 random(99);
   for (int trial = 0; trial < 12; ++trial) {
     const unsigned cols = 150 + random() % 120, rows = 150 + random() % 120;
-    DCM_STRUCT in(cols, rows);
     std::bernoulli_distribution dark(trial < 3 ? 0.0 : 0.15 + 0.03 * trial);
-    for (unsigned r = 0; r < rows; ++r)
-      for (unsigned c = 0; c < cols; ++c)
-        in.Data->SetValue(c, r, dark(random) ? 1 : static_cast<int>(10 + random() % 3));
+    auto image = ImageOf(cols, rows, [&](unsigned, unsigned) { return dark(random) ? 1 : int(10 + random() % 3); });
+    DCM_STRUCT& in = *image;
     const int connectedness = 401 + trial % 3;
     const int x = static_cast<int>(random() % cols), y = static_cast<int>(random() % rows);
     const Grown expected = GrowRecursively(in, x, y, 10, 12, connectedness);
@@ -203,21 +187,10 @@ TEST(Region, ExplicitStackMatchesTheRecursiveFill)
 
 TEST(Region, LargeFillRunsOnASmallStack)
 {
-  DCM_STRUCT in(600, 600);
-  in.Data->Init(7.0);
-  const int onMainThread = Grow(in, 300, 300, 7, 7, 403).count;
+  auto in = TestImage(600, 600).Fill(7).Build();
+  const int onMainThread = Grow(*in, 300, 300, 7, 7, 403).count;
   int onSmallStack = -1;
-  RunWithStack(256 * 1024, [&] {
-    DCM_STRUCT out(600, 600);
-    IPG_REGION op(&in);
-    op.SetImaOut(&out);
-    op.SetSeed(300, 300);
-    op.SetMinGL(7);
-    op.SetMaxGL(7);
-    op.SetTools(900);
-    op.Apply();
-    onSmallStack = op.GetRegionCount();
-  });
+  RunWithStack(256 * 1024, [&] { onSmallStack = Grow(*in, 300, 300, 7, 7, 403).count; });
   EXPECT_EQ(onSmallStack, onMainThread);
   EXPECT_GT(onSmallStack, 32000);
 }
@@ -225,12 +198,9 @@ TEST(Region, LargeFillRunsOnASmallStack)
 TEST(Region, VarianceControlStopsBeforeTheRing)
 {
   // A 5 x 5 core of 100 inside a ring of 200 on a background of 0.
-  DCM_STRUCT in(9, 9);
-  for (unsigned r = 1; r < 8; ++r)
-    for (unsigned c = 1; c < 8; ++c)
-      in.Data->SetValue(c, r, r >= 2 && r <= 6 && c >= 2 && c <= 6 ? 100 : 200);
+  auto in = TestImage(9, 9).Rect(1, 1, 7, 7, 200).Rect(2, 2, 5, 5, 100).Build();
   DCM_STRUCT out(9, 9);
-  IPG_REGION op(&in);
+  IPG_REGION op(in.get());
   op.SetImaOut(&out);
   op.SetSeed(4, 4);
   ASSERT_TRUE(op.VarianceControlRegionGrowing());
@@ -246,13 +216,9 @@ TEST(Region, VarianceControlStopsBeforeTheRing)
 
 TEST(Region, CustomFillByVarianceMovesTheSeedToAnInRangePixel)
 {
-  DCM_STRUCT in(30, 30);
-  in.Data->Init(100.0);
-  in.Data->SetValue(15u, 15u, 300);
-  for (unsigned r = 0; r < 30; ++r)
-    in.Data->SetValue(25u, r, 1000);
+  auto in = TestImage(30, 30).Fill(100).At(15, 15, 300).Rect(25, 0, 1, 30, 1000).Build();
   DCM_STRUCT out(30, 30);
-  IPG_REGION op(&in);
+  IPG_REGION op(in.get());
   op.SetImaOut(&out);
   op.SetSeed(15, 15);
   ASSERT_TRUE(op.CustomFillByVariance(2.5f));
@@ -264,12 +230,9 @@ TEST(Region, CustomFillByVarianceMovesTheSeedToAnInRangePixel)
 
 TEST(Region, CustomFillNearTheEdgeReadsOnlyTheImage)
 {
-  DCM_STRUCT in(12, 12);
-  for (unsigned r = 0; r < 12; ++r)
-    for (unsigned c = 0; c < 12; ++c)
-      in.Data->SetValue(c, r, static_cast<int>(50 + (c + r) % 3));
+  auto in = ImageOf(12, 12, [](unsigned c, unsigned r) { return int(50 + (c + r) % 3); });
   DCM_STRUCT out(12, 12);
-  IPG_REGION op(&in);
+  IPG_REGION op(in.get());
   op.SetImaOut(&out);
   op.SetSeed(0, 0);
   op.SetTools(902);
@@ -282,14 +245,13 @@ TEST(Region, CustomFillNearTheEdgeReadsOnlyTheImage)
 
 TEST(Region, SeedsOffTheImageAreRefused)
 {
-  DCM_STRUCT in(12, 12);
-  in.Data->Init(50.0);
+  auto in = TestImage(12, 12).Fill(50).Build();
   for (int code : {900, 901, 902})
     for (const auto& [x, y] : {std::pair{2147483647, 2147483647}, std::pair{-2147483647 - 1, 0}, std::pair{12, 3}}) {
       SCOPED_TRACE(std::to_string(code) + " " + std::to_string(x) + "," + std::to_string(y));
       MessageCapture capture;
       DCM_STRUCT out(12, 12);
-      IPG_REGION op(&in);
+      IPG_REGION op(in.get());
       op.SetImaOut(&out);
       op.SetMinGL(0);
       op.SetMaxGL(100);
