@@ -1,24 +1,23 @@
 #include "ipg/frequency/ipg_wavelet.h"
 
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace {
 
 const float kPi = static_cast<float>(std::acos(-1.0));
 
-// A 32 x 32 image, rows 8 to 23 at height, the others 0: two horizontal edges.
-void HorizontalBand(DCM_STRUCT& image, int height)
+// Rows 8 to 23 at height, the others 0: two horizontal edges.
+std::unique_ptr<DCM_STRUCT> HorizontalBand(unsigned side, int height)
 {
-  for (unsigned r = 0; r < image.GetNbOfRows(); ++r)
-    for (unsigned c = 0; c < image.GetNbOfCols(); ++c)
-      image.Data->SetValue(c, r, r >= 8 && r <= 23 ? height : 0);
+  return TestImage(side, side).Rect(0, 8, side, 16, height).Build();
 }
 
 float At(const float* image, int cols, int c, int r) { return image[r * cols + c]; }
@@ -27,44 +26,32 @@ double Binomial(int n, int k) { return std::tgamma(n + 1.0) / (std::tgamma(k + 1
 
 } // namespace
 
-TEST(Wavelet, UnprovidedCodesAndScaleCounts)
+TEST(Wavelet, UnprovidedCodesScaleCountsAndMissingInput)
 {
   DCM_STRUCT in(8, 8, nullptr);
-  IPG_WAVELET op(&in);
+  IPG_WAVELET op(&in), none(nullptr);
   MessageCapture capture;
-  for (int code : {1803, 1804, 1805, 1799}) {
-    op.SetTools(code);
-    EXPECT_EQ(op.Apply(), 0) << code;
-  }
-  EXPECT_TRUE(capture.Texts.empty());
+  for (int code : {1803, 1804, 1805, 1799}) // silent
+    EXPECT_EQ((op.SetTools(code), op.Apply()), 0) << code;
   // Scale counts below 0 or beyond the image's smaller side (8 here) are
   // refused before any slot is allocated, for every code that builds them.
-  for (int code : {1800, 1801, 1802})
+  for (int code : {1800, 1801, 1802}) {
     for (int scales : {-1, 9, 1000000000, 2147483647}) {
-      op.SetTools(code);
       op.SetNbConvolution(scales);
-      EXPECT_EQ(op.Apply(), 0) << code << " " << scales;
+      EXPECT_EQ((op.SetTools(code), op.Apply()), 0) << code << " " << scales;
       EXPECT_EQ(op.GetWaveletTransform(), nullptr);
     }
-  ASSERT_EQ(capture.Texts.size(), 12u);
-  EXPECT_EQ(capture.Texts[0], "Paramètre NbConvolution hors limites : IPG_WAVELET::Apply()");
-  op.SetTools(1800);
-  op.SetNbConvolution(8);
-  EXPECT_EQ(op.Apply(), 1);
-}
-
-TEST(Wavelet, MissingInputIsReported)
-{
-  MessageCapture capture;
-  IPG_WAVELET op(nullptr);
-  for (int code : {1800, 1801, 1802}) {
-    op.SetTools(code);
-    EXPECT_EQ(op.Apply(), 0) << code;
+    EXPECT_EQ((none.SetTools(code), none.Apply()), 0) << code;
   }
-  ASSERT_EQ(capture.Texts.size(), 3u);
-  for (const std::string& text : capture.Texts)
-    EXPECT_EQ(text, "Pas d'image d'entrée!");
+  std::vector<std::string> expected;
+  for (int code = 0; code < 3; ++code) {
+    expected.insert(expected.end(), 4, "Paramètre NbConvolution hors limites : IPG_WAVELET::Apply()");
+    expected.push_back("Pas d'image d'entrée!");
+  }
+  EXPECT_EQ(capture.Texts, expected);
   EXPECT_EQ(capture.Captions[0], "Information");
+  op.SetNbConvolution(8);
+  EXPECT_EQ((op.SetTools(1800), op.Apply()), 1);
 }
 
 TEST(Wavelet, PeriodicIndexAndFiniteDifferences)
@@ -106,10 +93,8 @@ TEST(Wavelet, PeriodicIndexAndFiniteDifferences)
   EXPECT_EQ(op.WaveletDerivation(&bad, impulse.data(), 4, 4, 4, 0), -1);
   std::unique_ptr<float[]> owned(bad);
   ASSERT_NE(bad, nullptr);
-  for (int k = 0; k < 16; ++k)
-    EXPECT_EQ(bad[k], 0.0f);
-  ASSERT_EQ(capture.Texts.size(), 1u);
-  EXPECT_EQ(capture.Texts[0], "Mauvais choix de type de dérivation");
+  EXPECT_EQ(std::vector<float>(bad, bad + 16), std::vector<float>(16, 0.0f));
+  EXPECT_EQ(capture.Texts, std::vector<std::string>{"Mauvais choix de type de dérivation"});
 }
 
 TEST(Wavelet, BinomialSmoothingWrapsAroundTheBorders)
@@ -185,36 +170,29 @@ TEST(Wavelet, TransformGivesModulusAndAngleWithPeriodicBorders)
 
 TEST(Wavelet, ConstantImageHasNoMaximaNoChainsAndNoExponents)
 {
-  DCM_STRUCT in(16, 16, nullptr);
-  in.Data->Init(50.0);
-  IPG_WAVELET op(&in);
-  op.SetTools(1801);
-  ASSERT_EQ(op.Apply(), 1);
+  auto in = TestImage(16, 16).Fill(50).Build();
+  IPG_WAVELET op(in.get());
+  auto all = [](const float* p) { return std::vector<float>(p, p + 256); };
+  ASSERT_EQ((op.SetTools(1801), op.Apply()), 1);
   EXPECT_EQ(op.GetNbOfSlots(), 18);
   ASSERT_NE(op.GetAlphaPixel(), nullptr);
-  for (int k = 0; k < 256; ++k) {
-    EXPECT_EQ(op.GetAlphaPixel()[k], 30.0f);
-    EXPECT_EQ(op.GetChainPixel()[k], 0.0f);
-    EXPECT_EQ(op.GetWaveletTransform()[14][k], 0.0f);
-  }
+  EXPECT_EQ(all(op.GetAlphaPixel()), std::vector<float>(256, 30.0f));
+  EXPECT_EQ(all(op.GetChainPixel()), std::vector<float>(256, 0.0f));
+  EXPECT_EQ(all(op.GetWaveletTransform()[14]), std::vector<float>(256, 0.0f));
   EXPECT_EQ(op.GetResult(), 0.0);
-  op.SetTools(1802);
-  ASSERT_EQ(op.Apply(), 1);
-  for (int k = 0; k < 256; ++k)
-    EXPECT_EQ(op.GetAlphaPixel()[k], 30.0f);
+  ASSERT_EQ((op.SetTools(1802), op.Apply()), 1);
+  EXPECT_EQ(all(op.GetAlphaPixel()), std::vector<float>(256, 30.0f));
 }
 
 TEST(Wavelet, ThreeScalesOrFewerCannotRegress)
 {
-  DCM_STRUCT in(16, 16, nullptr);
-  HorizontalBand(in, 100);
-  IPG_WAVELET op(&in);
+  auto in = HorizontalBand(16, 100);
+  IPG_WAVELET op(in.get());
   op.SetTools(1801);
   op.SetNbConvolution(3);
   MessageCapture capture;
   EXPECT_EQ(op.Apply(), 1);
-  ASSERT_EQ(capture.Texts.size(), 1u);
-  EXPECT_EQ(capture.Texts[0], "Aïe, déterminant nul!!");
+  EXPECT_EQ(capture.Texts, std::vector<std::string>{"Aïe, déterminant nul!!"});
   EXPECT_EQ(op.GetAlphaPixel(), nullptr);
   EXPECT_EQ(op.GetChainPixel(), nullptr);
 }
@@ -224,9 +202,8 @@ TEST(Wavelet, StepEdgeChainsCarryTheRegressionSlopeOfTheBinomialModulus)
   // Across a step of height h, scale s has modulus h C(2s, s) / 4^s * sqrt(s + 1) / sqrt(2)
   // on the row before the step; the chain regresses ln of it on ln(sqrt(j / 2)), j = 2 .. S - 1.
   const int S = 6, h = 100;
-  DCM_STRUCT in(32, 32, nullptr);
-  HorizontalBand(in, h);
-  IPG_WAVELET op(&in);
+  auto in = HorizontalBand(32, h);
+  IPG_WAVELET op(in.get());
   op.SetTools(1801);
   op.SetNbConvolution(S);
   ASSERT_EQ(op.Apply(), 1);
@@ -257,9 +234,8 @@ TEST(Wavelet, StepEdgeChainsCarryTheRegressionSlopeOfTheBinomialModulus)
 
 TEST(Wavelet, ThresholdBeforeChainAnalysisActsOnScaleZeroOnly)
 {
-  DCM_STRUCT in(32, 32, nullptr);
-  HorizontalBand(in, 100);
-  IPG_WAVELET op(&in);
+  auto in = HorizontalBand(32, 100);
+  IPG_WAVELET op(in.get());
   op.SetTools(1801);
   op.SetNbConvolution(5);
   op.SetThreshold(150.0f); // above the scale-0 modulus of 100
@@ -272,9 +248,8 @@ TEST(Wavelet, ThresholdBeforeChainAnalysisActsOnScaleZeroOnly)
 
 TEST(Wavelet, ExponentAtEveryPixelFollowsTheEdges)
 {
-  DCM_STRUCT in(32, 32, nullptr);
-  HorizontalBand(in, 1000);
-  IPG_WAVELET op(&in);
+  auto in = HorizontalBand(32, 1000);
+  IPG_WAVELET op(in.get());
   op.SetTools(1802);
   op.SetNbConvolution(4);
   ASSERT_EQ(op.Apply(), 1);
