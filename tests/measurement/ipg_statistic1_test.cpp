@@ -1,50 +1,33 @@
 #include "ipg/measurement/ipg_statistic1.h"
 
-#include "dcm/dcm_struct.h"
 #include "dcm/obj_objects_list.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <string>
-#include <initializer_list>
 #include <memory>
+#include <string>
 
 namespace {
 
 constexpr int kRoi = 16777217;
 
-std::unique_ptr<DCM_STRUCT> Image(unsigned cols, unsigned rows, std::initializer_list<int> values)
-{
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
-  int* p = image->Data->GetIDataAddress();
-  for (int v : values)
-    *p++ = v;
-  return image;
-}
-
 std::unique_ptr<DCM_STRUCT> Constant(unsigned cols, unsigned rows, int value)
 {
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
-  image->Data->Init(value);
-  return image;
+  return TestImage(cols, rows).Fill(value).Build();
 }
 
 // 5x5 of 90 with 180 in the centre: every interior 3x3 box sees the spike, so
 // the smoothed interior is 100 everywhere (signal 9 * 100^2, noise 8 * 10^2 + 80^2).
-std::unique_ptr<DCM_STRUCT> Spike()
-{
-  auto image = Constant(5, 5, 90);
-  image->Data->SetValue(2u, 2u, 180);
-  return image;
-}
+std::unique_ptr<DCM_STRUCT> Spike() { return TestImage(5, 5).Fill(90).At(2, 2, 180).Build(); }
 
 } // namespace
 
 TEST(IpgStatistic1, OnlyGreyLevelsUpTo2Pow24Count)
 {
-  auto in = Image(2, 2, {16777216, 16777217, 0, 2});
+  auto in = ImageOf(2, 2, {16777216, 16777217, 0, 2});
   IPG_STATISTIC1 op(in.get());
   ASSERT_TRUE(op.AverageGL());
   EXPECT_DOUBLE_EQ(op.GetResult(), 16777218.0 / 3.0);
@@ -60,8 +43,8 @@ TEST(IpgStatistic1, OnlyGreyLevelsUpTo2Pow24Count)
 
 TEST(IpgStatistic1, RoiSelectsOnlyTheExactRoiValue)
 {
-  auto in = Image(2, 2, {10, 20, 30, 40});
-  auto roi = Image(2, 2, {kRoi, 1, 255, kRoi});
+  auto in = ImageOf(2, 2, {10, 20, 30, 40});
+  auto roi = ImageOf(2, 2, {kRoi, 1, 255, kRoi});
   IPG_STATISTIC1 op(in.get(), roi.get());
   ASSERT_TRUE(op.AverageGL());
   EXPECT_DOUBLE_EQ(op.GetResult(), 25.0);
@@ -72,7 +55,7 @@ TEST(IpgStatistic1, RoiSelectsOnlyTheExactRoiValue)
 
 TEST(IpgStatistic1, EmptySelection)
 {
-  auto in = Image(2, 2, {10, 20, 30, 40});
+  auto in = ImageOf(2, 2, {10, 20, 30, 40});
   auto roi = Constant(2, 2, 255);
   in->Data->SetPrecision(10);
   IPG_STATISTIC1 op(in.get(), roi.get());
@@ -88,20 +71,16 @@ TEST(IpgStatistic1, EmptySelection)
   EXPECT_FALSE(op.NumberOfPixels());
   EXPECT_DOUBLE_EQ(op.GetResult(), 0.0);
 
-  for (int unknown : {3, 5, 17, -1}) {
-    op.SetTools(unknown);
-    EXPECT_FALSE(op.Apply()) << unknown;
-  }
+  for (int unknown : {3, 5, 17, -1})
+    EXPECT_FALSE((op.SetTools(unknown), op.Apply())) << unknown;
   IPG_STATISTIC1 none(nullptr);
-  for (int code : {0, 1, 2, 4, 6, 9, 16}) {
-    none.SetTools(code);
-    EXPECT_FALSE(none.Apply()) << code;
-  }
+  for (int code : {0, 1, 2, 4, 6, 9, 16})
+    EXPECT_FALSE((none.SetTools(code), none.Apply())) << code;
 }
 
 TEST(IpgStatistic1, PrecisionDividesEachResultOnce)
 {
-  auto in = Image(2, 2, {10, 20, 30, 40});
+  auto in = ImageOf(2, 2, {10, 20, 30, 40});
   in->Data->SetPrecision(10);
   IPG_STATISTIC1 op(in.get());
   ASSERT_TRUE(op.BasicStats());
@@ -120,8 +99,7 @@ TEST(IpgStatistic1, ConstantImageWarnsAndStillSucceeds)
   auto in = Constant(3, 3, 7);
   IPG_STATISTIC1 op(in.get());
   EXPECT_TRUE(op.BasicStats());
-  ASSERT_EQ(capture.Texts.size(), 1u);
-  EXPECT_EQ(capture.Texts[0], "problème : variance négative");
+  EXPECT_EQ(capture.Texts, std::vector<std::string>{"problème : variance négative"});
   EXPECT_EQ(capture.Captions[0], "Information");
   EXPECT_DOUBLE_EQ(op.GetVariance(), 0.0);
   EXPECT_DOUBLE_EQ(op.GetStdDev(), 0.0);
@@ -130,7 +108,7 @@ TEST(IpgStatistic1, ConstantImageWarnsAndStillSucceeds)
 
 TEST(IpgStatistic1, QueriesUseTheCacheUntilANewInput)
 {
-  auto in = Image(2, 2, {10, 20, 30, 40});
+  auto in = ImageOf(2, 2, {10, 20, 30, 40});
   IPG_STATISTIC1 op(in.get());
   op.SetTools(9);
   EXPECT_TRUE(op.Apply());
@@ -139,7 +117,7 @@ TEST(IpgStatistic1, QueriesUseTheCacheUntilANewInput)
   EXPECT_DOUBLE_EQ(op.GetResult(), 10.0);
 
   // A new ROI does not reset the cache, but MinMaxGL rewrites Min behind it.
-  auto roi = Image(2, 2, {0, kRoi, kRoi, 0});
+  auto roi = ImageOf(2, 2, {0, kRoi, kRoi, 0});
   op.SetRoi(roi.get());
   EXPECT_FALSE(op.Variance());
   EXPECT_DOUBLE_EQ(op.GetResult(), 125.0);
@@ -178,9 +156,8 @@ TEST(IpgStatistic1, NoiseMeasuresAgainstTheSmoothedImage)
 TEST(IpgStatistic1, NoiseMeasuresUnderARoiIncludeTheFrame)
 {
   auto in = Spike();
-  auto roi = Constant(5, 5, 0);
-  roi->Data->SetValue(2u, 2u, kRoi); // smoothed 100 against 180
-  roi->Data->SetValue(0u, 0u, kRoi); // frame pixel: not smoothed (0) against 90
+  // The centre: smoothed 100 against 180; a frame pixel: not smoothed (0) against 90.
+  auto roi = TestImage(5, 5).At(2, 2, kRoi).At(0, 0, kRoi).Build();
   IPG_STATISTIC1 op(in.get(), roi.get());
   ASSERT_TRUE(op.SignalToNoiseRatio());
   EXPECT_NEAR(op.GetResult(), std::sqrt(10000.0 / (6400.0 + 8100.0)), 1e-12);
@@ -206,7 +183,7 @@ TEST(IpgStatistic1, NoiseMeasureFailures)
 
 TEST(IpgStatistic1, OnlyTheBuiltRoiIsDeleted)
 {
-  auto in = Image(2, 2, {1, 2, 3, 4});
+  auto in = ImageOf(2, 2, {1, 2, 3, 4});
   auto hostRoi = Constant(2, 2, kRoi);
   {
     IPG_STATISTIC1 op(in.get(), std::string("absent"));
@@ -220,10 +197,8 @@ TEST(IpgStatistic1, OnlyTheBuiltRoiIsDeleted)
 
 TEST(Statistic1NamedRoi, MeasuresInsideTheNamedContourAndOwnsTheMask)
 {
-  DCM_STRUCT image(6, 6);
-  for (unsigned r = 0; r < 6; ++r)
-    for (unsigned c = 0; c < 6; ++c)
-      image.Data->SetValue(c, r, static_cast<int>(c < 3 && r < 3 ? 10 : 70));
+  auto built = TestImage(6, 6).Fill(70).Rect(0, 0, 3, 3, 10).Build();
+  DCM_STRUCT& image = *built;
   auto* square = new OBJ_OBJECT(&image);
   square->SetName("liver");
   square->AddPoint(0, 0);
