@@ -1,5 +1,5 @@
-#include "dcm/dcm_struct.h"
 #include "ipg/arithmetic/ipg_arithmetic1.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -22,11 +22,8 @@ struct PointRun {
     Out.Data->SetPrecision(10000);
     for (unsigned c = 0; c < input.size(); ++c)
       In.Data->SetValue(c, 0u, input[c]);
-    if (roi != nullptr) {
-      RoiImage = std::make_unique<DCM_STRUCT>(In, false);
-      for (unsigned c = 0; c < roi->size(); ++c)
-        RoiImage->Data->SetValue(c, 0u, (*roi)[c]);
-    }
+    if (roi != nullptr)
+      RoiImage = ImageOf(static_cast<unsigned>(roi->size()), 1, *roi);
     IPG_ARITHMETIC1 op(&In, RoiImage.get());
     op.SetTools(tools);
     op.SetVariable(variable);
@@ -46,20 +43,15 @@ struct PointRun {
 // Runs with precision 1 (whole grey levels), for the over-range guard near 2^24.
 std::vector<int> RunWhole(int tools, float variable, const std::vector<int>& input)
 {
-  DCM_STRUCT in(static_cast<unsigned>(input.size()), 1, nullptr);
-  for (unsigned c = 0; c < input.size(); ++c)
-    in.Data->SetValue(c, 0u, input[c]);
-  DCM_STRUCT out(in, false);
-  IPG_ARITHMETIC1 op(&in);
+  auto in = ImageOf(static_cast<unsigned>(input.size()), 1, input);
+  DCM_STRUCT out(*in, false);
+  IPG_ARITHMETIC1 op(in.get());
   op.SetTools(tools);
   op.SetVariable(variable);
   op.SetMode(302);
   op.SetImaOut(&out);
   EXPECT_TRUE(op.Apply());
-  std::vector<int> result;
-  for (unsigned c = 0; c < input.size(); ++c)
-    result.push_back(out.Data->GetValue(c, 0));
-  return result;
+  return PixelsOf(out);
 }
 
 } // namespace
@@ -75,9 +67,7 @@ TEST(Arithmetic1, OverRangeGuardKeepsTheInputAndIsInclusive)
 TEST(Arithmetic1, RootsAndLogarithmsOfBadValuesKeepTheInput)
 {
   PointRun root(204, 0.0f, {-4.0, 16.0, 2.0});
-  EXPECT_DOUBLE_EQ(root.at(0), -4.0);
-  EXPECT_DOUBLE_EQ(root.at(1), 4.0);
-  EXPECT_EQ(root.raw(2), 14142);
+  EXPECT_EQ(PixelsOf(root.Out), (std::vector<int>{-40000, 40000, 14142}));
 
   PointRun logTen(207, 0.0f, {0.0, -10.0, 0.001, 1000.0, -0.0005});
   EXPECT_EQ(logTen.raw(0), INT_MIN) << "-16777216 at precision 10000 saturates the store";
@@ -87,12 +77,8 @@ TEST(Arithmetic1, RootsAndLogarithmsOfBadValuesKeepTheInput)
   EXPECT_EQ(logTen.raw(4), INT_MIN) << "|v| below 0.001 gives the floor value";
 
   PointRun ln(208, 0.0f, {1.0, -1.0});
-  EXPECT_DOUBLE_EQ(ln.at(0), 0.0);
-  EXPECT_DOUBLE_EQ(ln.at(1), -1.0);
-}
-
-TEST(Arithmetic1, LogarithmFloorBeforeRescaling)
-{
+  EXPECT_EQ(PixelsOf(ln.Out), (std::vector<int>{0, -10000}));
+  // The floor before any re-scaling.
   EXPECT_EQ(RunWhole(207, 0.0f, {0, 100}), (std::vector<int>{-16777216, 2}));
   EXPECT_EQ(RunWhole(208, 0.0f, {0}), (std::vector<int>{-16777216}));
 }
@@ -108,33 +94,22 @@ TEST(Arithmetic1, ExponentialsAndPowers)
   EXPECT_EQ(exp.raw(0), 27182);
   EXPECT_DOUBLE_EQ(exp.at(1), 1.0);
 
-  PointRun square(206, 2.0f, {-3.0, 3.0, 0.0});
-  EXPECT_DOUBLE_EQ(square.at(0), -9.0) << "the sign of the input is kept";
-  EXPECT_DOUBLE_EQ(square.at(1), 9.0);
-  EXPECT_DOUBLE_EQ(square.at(2), 0.0);
-  PointRun zeroth(206, 0.0f, {0.0, -5.0});
-  EXPECT_DOUBLE_EQ(zeroth.at(0), 1.0);
-  EXPECT_DOUBLE_EQ(zeroth.at(1), 1.0);
-  PointRun half(206, 0.5f, {0.0, -16.0});
-  EXPECT_DOUBLE_EQ(half.at(0), 0.0);
-  EXPECT_DOUBLE_EQ(half.at(1), -4.0);
+  // The sign of the input is kept.
+  EXPECT_EQ(PixelsOf(PointRun(206, 2.0f, {-3.0, 3.0, 0.0}).Out), (std::vector<int>{-90000, 90000, 0}));
+  EXPECT_EQ(PixelsOf(PointRun(206, 0.0f, {0.0, -5.0}).Out), (std::vector<int>{10000, 10000}));
+  EXPECT_EQ(PixelsOf(PointRun(206, 0.5f, {0.0, -16.0}).Out), (std::vector<int>{0, -40000}));
 }
 
 TEST(Arithmetic1, AngleConversionsAreNamedTheOtherWayRound)
 {
-  PointRun toDegrees(211, 0.0f, {1.0});
-  EXPECT_EQ(toDegrees.raw(0), 572957); // 57.29577951308232 truncated at 4 decimals
-  PointRun toRadians(212, 0.0f, {180.0});
-  EXPECT_EQ(toRadians.raw(0), 31415);
+  EXPECT_EQ(PointRun(211, 0.0f, {1.0}).raw(0), 572957); // 57.29577951308232 truncated at 4 decimals
+  EXPECT_EQ(PointRun(212, 0.0f, {180.0}).raw(0), 31415);
 }
 
 TEST(Arithmetic1, ConstantOperations)
 {
-  PointRun add(200, 2.5f, {1.0, -1.0});
-  EXPECT_DOUBLE_EQ(add.at(0), 3.5);
-  EXPECT_DOUBLE_EQ(add.at(1), 1.5);
-  PointRun mul(201, -2.0f, {1.5});
-  EXPECT_DOUBLE_EQ(mul.at(0), -3.0);
+  EXPECT_EQ(PixelsOf(PointRun(200, 2.5f, {1.0, -1.0}).Out), (std::vector<int>{35000, 15000}));
+  EXPECT_EQ(PointRun(201, -2.0f, {1.5}).raw(0), -30000);
   PointRun div(205, -0.001f, {1.0});
   ASSERT_TRUE(div.Applied);
   EXPECT_NEAR(div.at(0), -1000.0, 0.1);
@@ -142,22 +117,14 @@ TEST(Arithmetic1, ConstantOperations)
 
 TEST(Arithmetic1, AbsoluteValueOnRawPixelsSetsTheDynamicRange)
 {
-  DCM_STRUCT in(3, 1, nullptr);
-  in.Data->SetValue(0u, 0u, -7);
-  in.Data->SetValue(1u, 0u, 4);
-  in.Data->SetValue(2u, 0u, -2);
-  DCM_STRUCT out(in, false);
-  DCM_STRUCT roi(in, false);
-  roi.Data->SetValue(0u, 0u, 16777217);
-  roi.Data->SetValue(2u, 0u, 1);
-  IPG_ARITHMETIC1 op(&in, &roi);
+  auto in = ImageOf(3, 1, {-7, 4, -2}), roi = ImageOf(3, 1, {kRoiInside, 0, 1});
+  DCM_STRUCT out(*in, false);
+  IPG_ARITHMETIC1 op(in.get(), roi.get());
   op.SetTools(202);
   op.SetMode(302);
   op.SetImaOut(&out);
   ASSERT_TRUE(op.Apply());
-  EXPECT_EQ(out.Data->GetValue(0, 0), 7);
-  EXPECT_EQ(out.Data->GetValue(1, 0), 4);
-  EXPECT_EQ(out.Data->GetValue(2, 0), -2);
+  EXPECT_EQ(PixelsOf(out), (std::vector<int>{7, 4, -2}));
   EXPECT_EQ(out.Data->GetDynMax(), 10u);
 }
 
@@ -165,10 +132,7 @@ TEST(Arithmetic1, RoiSelectsOnlyTheExactRoiValue)
 {
   const std::vector<int> roi = {16777217, 1, 16777216, 16777217};
   PointRun run(200, 10.0f, {1.0, 2.0, 3.0, 4.0}, &roi);
-  EXPECT_DOUBLE_EQ(run.at(0), 11.0);
-  EXPECT_DOUBLE_EQ(run.at(1), 2.0);
-  EXPECT_DOUBLE_EQ(run.at(2), 3.0);
-  EXPECT_DOUBLE_EQ(run.at(3), 14.0);
+  EXPECT_EQ(PixelsOf(run.Out), (std::vector<int>{110000, 20000, 30000, 140000}));
 
   const std::vector<int> ones = {1, 1, 1};
   PointRun outside(203, 0.0f, {2.0, 3.0, -4.0}, &ones);
@@ -231,9 +195,8 @@ TEST(Arithmetic1, FailureMessagesAndTheirSpellings)
 
 TEST(Arithmetic1, ColourOutputFailsAfterWritingThePixels)
 {
-  DCM_STRUCT in(1, 1, nullptr);
+  DCM_STRUCT in(1, 1, nullptr), out(in, false);
   in.Data->SetValue(0u, 0u, 3);
-  DCM_STRUCT out(in, false);
   DCM_HEADER h = out.GetHeader();
   h.PhotometricInterpretation = 2;
   out.SetHeader(h);
@@ -254,10 +217,8 @@ TEST(Arithmetic1, SmallerOutputOrMissingInputNeverCrashes)
   IPG_ARITHMETIC1 op(&in);
   op.SetImaOut(&small);
   op.SetMode(302);
-  for (int tools = 200; tools <= 212; ++tools) {
-    op.SetTools(tools);
-    op.Apply();
-  }
+  for (int tools = 200; tools <= 212; ++tools)
+    (op.SetTools(tools), op.Apply());
   EXPECT_EQ(small.Data->GetValue(1, 1), 0) << "RadToDeg of -3 ran last over the overlap";
 
   IPG_ARITHMETIC1 noInput(nullptr);
