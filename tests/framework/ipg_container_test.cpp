@@ -1,6 +1,4 @@
 #include "ipg/framework/ipg_container.h"
-
-#include "support/images.h"
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 #include "ipg/arithmetic/ipg_change_dynamic.h"
@@ -14,6 +12,7 @@
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
 #include "ipg/segmentation/ipg_region.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -24,13 +23,11 @@
 
 namespace {
 
-constexpr int kRoiIn = 16777217;
-
 using Image = std::unique_ptr<DCM_STRUCT>;
 
 Image Ramp() { return ImageOf(8, 6, [](unsigned c, unsigned r) { return static_cast<int>((c * 7 + r * 13) % 50 + 1); }); }
 Image OtherRamp() { return ImageOf(8, 6, [](unsigned c, unsigned r) { return static_cast<int>((c * 3 + r * r) % 40 + 2); }); }
-Image LeftHalfRoi() { return ImageOf(8, 6, [](unsigned c, unsigned) { return c < 4 ? kRoiIn : 0; }); }
+Image LeftHalfRoi() { return ImageOf(8, 6, [](unsigned c, unsigned) { return c < 4 ? kRoiInside : 0; }); }
 
 void ExpectSameImage(DCM_STRUCT& actual, DCM_STRUCT& expected)
 {
@@ -184,13 +181,11 @@ TEST(Container, ForwardingSettersReportWhetherTheOperatorTakesTheImage)
   EXPECT_FALSE(container.SetSecondImageIn(second.get()));
   EXPECT_EQ(container.GetSecondImageIn(), second.get());
 
-  for (int type : {kIpgClassStatistic2, kIpgClassArithmetic2, kIpgClassFftTwoInputs}) {
-    IPG_ARITHMETIC2 two(in.get(), in.get());
-    IPG_STATISTIC2 similarity(in.get(), in.get());
-    IPG_FFT_TWO_INPUTS fourier(in.get(), in.get(), nullptr);
-    void* source = type == kIpgClassStatistic2 ? static_cast<void*>(&similarity)
-                   : type == kIpgClassArithmetic2 ? static_cast<void*>(&two)
-                                                  : static_cast<void*>(&fourier);
+  IPG_ARITHMETIC2 two(in.get(), in.get());
+  IPG_STATISTIC2 similarity(in.get(), in.get());
+  IPG_FFT_TWO_INPUTS fourier(in.get(), in.get(), nullptr);
+  for (auto [source, type] : {std::pair<void*, int>{&similarity, kIpgClassStatistic2}, {&two, kIpgClassArithmetic2},
+                              {&fourier, kIpgClassFftTwoInputs}}) {
     ASSERT_TRUE(container.SetIpgContainer(source, type));
     EXPECT_TRUE(container.SetSecondImageIn(second.get())) << type;
     EXPECT_TRUE(container.SetImageIn(in.get())) << type;
@@ -229,10 +224,8 @@ TEST(Container, EveryHeldClassRunsAsItsOperatorWithMode302)
   IPG_STATISTIC1 statistics(in.get());
   ExpectContainerRunsLikeTheOperator(kIpgClassStatistic1, statistics, 0, in.get());
   ExpectContainerRunsLikeTheOperator(kIpgClassStatistic1, statistics, 12, in.get(), nullptr, roi.get());
-  ExpectContainerRunsLikeTheOperator(kIpgClassStatistic1, statistics, 16, in.get(), nullptr, roi.get());
 
   IPG_STATISTIC2 similarity(in.get(), second.get());
-  ExpectContainerRunsLikeTheOperator(kIpgClassStatistic2, similarity, 102, in.get(), second.get());
   ExpectContainerRunsLikeTheOperator(kIpgClassStatistic2, similarity, 100, in.get(), second.get());
   ExpectContainerRunsLikeTheOperator(kIpgClassStatistic2, similarity, 102, in.get(), second.get(), roi.get());
 
@@ -273,9 +266,7 @@ TEST(Container, EveryHeldClassRunsAsItsOperatorWithMode302)
   IPG_FFT_TWO_INPUTS fourierTwo(in.get(), second.get(), nullptr);
   ExpectContainerRunsLikeTheOperator(kIpgClassFftTwoInputs, fourierTwo, 1303, in.get(), second.get());
 
-  auto mask = ImageOf(8, 6, [](unsigned c, unsigned r) {
-    return (c >= 1 && c <= 2 && r >= 1 && r <= 4) || (c >= 5 && c <= 6 && r >= 2 && r <= 3) ? kRoiIn : 0;
-  });
+  auto mask = TestImage(8, 6).Rect(1, 1, 2, 4, kRoiInside).Rect(5, 2, 2, 2, kRoiInside).Build();
   IPG_CONVERT_BINARY_TO_OBJECT contours(mask.get(), second.get());
   contours.SetStep(1);
   ExpectContainerRunsLikeTheOperator(kIpgClassConvertBinaryToObject, contours, 0, mask.get(), second.get());
