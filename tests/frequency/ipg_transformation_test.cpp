@@ -1,6 +1,6 @@
 #include "ipg/frequency/ipg_transformation.h"
 
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -8,6 +8,7 @@
 #include <cmath>
 #include <memory>
 #include <numeric>
+#include <string>
 #include <vector>
 
 namespace {
@@ -108,12 +109,10 @@ TEST(Transformation, RoiKeepsOutsidePixelsAndMissingOutputIsReported)
   IPG_TRANSFORMATION noOutput(&in);
   for (int code : {600, 601, 603, 605})
     EXPECT_FALSE((noOutput.SetTools(code), noOutput.Apply()));
-  ASSERT_EQ(capture.Texts.size(), 4u);
-  EXPECT_EQ(capture.Texts[0], "image de sortie non allouée");
-  EXPECT_EQ(capture.Captions[0], "Information");
   EXPECT_FALSE((noOutput.SetTools(602), noOutput.Apply()));
   EXPECT_FALSE((noOutput.SetTools(604), noOutput.Apply()));
-  EXPECT_EQ(capture.Texts.size(), 4u);
+  EXPECT_EQ(capture.Texts, std::vector<std::string>(4, "image de sortie non allouée"));
+  EXPECT_EQ(capture.Captions[0], "Information");
 }
 
 TEST(Transformation, HoughPeakSitsAtTheAngleAndDistanceOfTheLine)
@@ -133,11 +132,9 @@ TEST(Transformation, HoughPeakSitsAtTheAngleAndDistanceOfTheLine)
       {"diagonal", [](unsigned c, unsigned r) { return c == r; }, 48, 0.0},
   };
   for (const Line& line : lines) {
-    DCM_STRUCT in(n, n, nullptr), out(n, n, nullptr);
-    for (unsigned r = 0; r < n; ++r)
-      for (unsigned c = 0; c < n; ++c)
-        in.Data->SetValue(c, r, line.on(c, r) ? 255 : 0);
-    ASSERT_TRUE(Geometry(&in, &out, 605)->Apply());
+    auto in = ImageOf(n, n, [&](unsigned c, unsigned r) { return line.on(c, r) ? 255 : 0; });
+    DCM_STRUCT out(n, n, nullptr);
+    ASSERT_TRUE(Geometry(in.get(), &out, 605)->Apply());
     unsigned bestC = 0, bestR = 0;
     for (unsigned r = 0; r < n; ++r)
       for (unsigned c = 0; c < n; ++c)
