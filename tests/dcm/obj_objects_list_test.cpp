@@ -1,5 +1,5 @@
-#include "dcm/dcm_struct.h"
 #include "dcm/obj_objects_list.h"
+#include "support/images.h"
 
 #include <gtest/gtest.h>
 
@@ -14,25 +14,6 @@ namespace {
 constexpr int kSet = 16777217;
 
 using Points = std::vector<std::pair<double, double>>;
-
-std::unique_ptr<DCM_STRUCT> Mask(const std::vector<std::string>& rows)
-{
-  auto image = std::make_unique<DCM_STRUCT>(static_cast<unsigned>(rows[0].size()), static_cast<unsigned>(rows.size()));
-  for (unsigned r = 0; r < rows.size(); ++r)
-    for (unsigned c = 0; c < rows[r].size(); ++c)
-      if (rows[r][c] == 'X')
-        image->Data->SetValue(c, r, kSet);
-  return image;
-}
-
-std::vector<std::string> Text(const DCM_STRUCT& image)
-{
-  std::vector<std::string> rows(image.GetNbOfRows());
-  for (unsigned r = 0; r < image.GetNbOfRows(); ++r)
-    for (unsigned c = 0; c < image.GetNbOfCols(); ++c)
-      rows[r] += image.Data->GetValue(c, r) == kSet ? 'X' : '.';
-  return rows;
-}
 
 Points PointsOf(const OBJ_OBJECT* object)
 {
@@ -52,11 +33,7 @@ std::unique_ptr<DCM_STRUCT> Traced(const DCM_STRUCT& mask, short step = 1)
 
 TEST(ContourTracing, SquareIsTracedClockwiseFromItsFirstPixel)
 {
-  auto mask = Mask({".....",
-                    ".XXX.",
-                    ".XXX.",
-                    ".XXX.",
-                    "....."});
+  auto mask = MaskFromText({".....", ".XXX.", ".XXX.", ".XXX.", "....."});
   auto image = Traced(*mask);
   OBJ_OBJECTS_LIST* list = image->GetObjectsList();
   ASSERT_EQ(list->GetNbObjects(), 1);
@@ -72,9 +49,7 @@ TEST(ContourTracing, SquareIsTracedClockwiseFromItsFirstPixel)
 // A one-pixel-wide arm is walked out and back, so its pixels appear twice.
 TEST(ContourTracing, LShapeWalksOutAndBackAlongThinArms)
 {
-  auto mask = Mask({"X..",
-                    "X..",
-                    "XXX"});
+  auto mask = MaskFromText({"X..", "X..", "XXX"});
   auto image = Traced(*mask);
   ASSERT_EQ(image->GetObjectsList()->GetNbObjects(), 1);
   EXPECT_EQ(PointsOf(image->GetObjectsList()->GetObject(0)),
@@ -83,31 +58,25 @@ TEST(ContourTracing, LShapeWalksOutAndBackAlongThinArms)
 
 TEST(ContourTracing, RingKeepsOnlyItsOuterBoundary)
 {
-  auto mask = Mask({"XXXX",
-                    "X..X",
-                    "X..X",
-                    "XXXX"});
+  auto mask = MaskFromText({"XXXX", "X..X", "X..X", "XXXX"});
   auto image = Traced(*mask);
   ASSERT_EQ(image->GetObjectsList()->GetNbObjects(), 1);
   EXPECT_EQ(image->GetObjectsList()->GetObject(0)->GetNbPoints(), 12);
   std::unique_ptr<DCM_STRUCT> filled(image->GetObjectsList()->GetBinaryImage("Object"));
-  EXPECT_EQ(Text(*filled), (std::vector<std::string>{"XXXX", "XXXX", "XXXX", "XXXX"}));
+  EXPECT_EQ(TextFromMask(*filled), (std::vector<std::string>{"XXXX", "XXXX", "XXXX", "XXXX"}));
 }
 
 TEST(ContourTracing, DiagonalContactMakesOneRegionAndGapsMakeTwo)
 {
-  auto diagonal = Mask({"XX..",
-                        "XX..",
-                        "..XX",
-                        "..XX"});
+  auto diagonal = MaskFromText({"XX..", "XX..", "..XX", "..XX"});
   auto one = Traced(*diagonal);
   ASSERT_EQ(one->GetObjectsList()->GetNbObjects(), 1);
   EXPECT_EQ(PointsOf(one->GetObjectsList()->GetObject(0)),
             (Points{{0, 0}, {1, 0}, {1, 1}, {2, 2}, {3, 2}, {3, 3}, {2, 3}, {2, 2}, {1, 1}, {0, 1}}));
   std::unique_ptr<DCM_STRUCT> back(one->GetObjectsList()->GetBinaryImage("Object"));
-  EXPECT_EQ(Text(*back), Text(*diagonal));
+  EXPECT_EQ(TextFromMask(*back), TextFromMask(*diagonal));
 
-  auto apart = Mask({"X.X", "...", "X.."});
+  auto apart = MaskFromText({"X.X", "...", "X.."});
   auto three = Traced(*apart);
   ASSERT_EQ(three->GetObjectsList()->GetNbObjects(), 3);
   EXPECT_EQ(PointsOf(three->GetObjectsList()->GetObject(1)), (Points{{2, 0}}));
@@ -115,7 +84,7 @@ TEST(ContourTracing, DiagonalContactMakesOneRegionAndGapsMakeTwo)
 
 TEST(ContourTracing, StepOffsetsAndTemplateShapeTheObjects)
 {
-  auto mask = Mask({"XXX", "XXX", "XXX", "XX."});
+  auto mask = MaskFromText({"XXX", "XXX", "XXX", "XX."});
   DCM_STRUCT image(3, 4);
   OBJ_OBJECT model;
   model.SetName("liver");
@@ -135,11 +104,7 @@ TEST(ContourTracing, StepOffsetsAndTemplateShapeTheObjects)
 
 TEST(ContourTracing, OnlyTheSetValueCounts)
 {
-  DCM_STRUCT mask(3, 1);
-  mask.Data->SetValue(0u, 0u, 1);
-  mask.Data->SetValue(1u, 0u, 255);
-  mask.Data->SetValue(2u, 0u, kSet);
-  auto image = Traced(mask);
+  auto image = Traced(*ImageOf(3, 1, {1, 255, kSet}));
   ASSERT_EQ(image->GetObjectsList()->GetNbObjects(), 1);
   EXPECT_EQ(PointsOf(image->GetObjectsList()->GetObject(0)), (Points{{2, 0}}));
 }
@@ -165,7 +130,7 @@ TEST(BinaryImage, FillsPolygonsIncludingTheirEdges)
   triangle->AddPoint(0, 6);
   image.GetObjectsList()->Add(triangle);
   std::unique_ptr<DCM_STRUCT> mask(image.GetObjectsList()->GetBinaryImage("t"));
-  EXPECT_EQ(Text(*mask), (std::vector<std::string>{"XXXXXXX", "XXXXXX.", "XXXXX..", "XXXX...", "XXX....",
+  EXPECT_EQ(TextFromMask(*mask), (std::vector<std::string>{"XXXXXXX", "XXXXXX.", "XXXXX..", "XXXX...", "XXX....",
                                                    "XX.....", "X......"}));
   EXPECT_EQ(mask->Data->GetMax(), kSet);
 }
@@ -204,14 +169,14 @@ TEST(BinaryImage, MaskToContoursToMaskRoundTrip)
   for (int trial = 0; trial < 40; ++trial) {
     const int w = 5 + static_cast<int>(random() % 30), h = 5 + static_cast<int>(random() % 30);
     std::bernoulli_distribution set(0.3 + 0.01 * trial);
-    std::vector<std::string> rows(static_cast<std::size_t>(h), std::string(static_cast<std::size_t>(w), '.'));
+    std::vector<std::string> rows(static_cast<std::size_t>(h));
     for (auto& row : rows)
-      for (char& c : row)
-        c = set(random) ? 'X' : '.';
-    auto mask = Mask(rows);
+      for (int c = 0; c < w; ++c)
+        row += set(random) ? 'X' : '.';
+    auto mask = MaskFromText(rows);
     auto image = Traced(*mask);
     std::unique_ptr<DCM_STRUCT> back(image->GetObjectsList()->GetBinaryImage("Object"));
-    ASSERT_EQ(Text(*back), WithHolesFilled(rows)) << "trial " << trial;
+    ASSERT_EQ(TextFromMask(*back), WithHolesFilled(rows)) << "trial " << trial;
   }
 }
 
