@@ -13,11 +13,7 @@ constexpr int kSet = 16777217;
 // 5 x 4 input whose pixel (c, r) holds 10 * r + c + 1.
 std::unique_ptr<DCM_STRUCT> Ramp()
 {
-  auto image = std::make_unique<DCM_STRUCT>(5, 4);
-  for (unsigned r = 0; r < 4; ++r)
-    for (unsigned c = 0; c < 5; ++c)
-      image->Data->SetValue(c, r, static_cast<int>(10 * r + c + 1));
-  return image;
+  return ImageOf(5, 4, [](unsigned c, unsigned r) { return static_cast<int>(10 * r + c + 1); });
 }
 
 std::vector<std::vector<int>> Pixels(const DCM_STRUCT& image)
@@ -171,8 +167,7 @@ TEST(Roi, MessagesForBadCodesTypesAndOutput)
                                                       "Aucun outil de traitement d'image correspondant",
                                                       "Non géré actuellement : IPG_ROI, ipg_roi",
                                                       "Erreur : aucun type de ROI correspondant"}));
-  for (const std::string& caption : capture.Captions)
-    EXPECT_EQ(caption, "Information");
+  EXPECT_EQ(capture.Captions, std::vector<std::string>(4, "Information"));
 
   op.SetResize(true);
   IPG_ROI copy(op);
