@@ -42,16 +42,12 @@ TEST(FftOneInput, CentredRealAndImaginaryPartsFollowTheDftAtPrecisionTen)
 {
   // An even and an odd size: zero frequency lands at (cols/2, rows/2) in both.
   for (auto [cols, rows] : {std::pair{6, 4}, std::pair{5, 3}}) {
-    std::vector<int> pixels;
-    for (int k = 0; k < cols * rows; ++k)
-      pixels.push_back((k * 37 + 11) % 23);
-    auto owner = ImageOf(cols, rows, pixels);
-  DCM_STRUCT& in = *owner;
+    auto owner = ImageOf(cols, rows, [&](unsigned c, unsigned r) { return int((r * cols + c) * 37 + 11) % 23; });
+    DCM_STRUCT& in = *owner;
     DCM_STRUCT re(in, false), im(in, false);
     ASSERT_TRUE(RunCode(in, re, 1210));
     ASSERT_TRUE(RunCode(in, im, 1211));
-    EXPECT_EQ(re.Data->GetPrecision(), 10);
-    EXPECT_EQ(im.Data->GetPrecision(), 10);
+    EXPECT_TRUE(re.Data->GetPrecision() == 10 && im.Data->GetPrecision() == 10);
     for (int u = 0; u < cols; ++u)
       for (int v = 0; v < rows; ++v) {
         const std::complex<double> f = Dft(in, u, v);
@@ -68,12 +64,9 @@ TEST(FftOneInput, ConstantImageHasOnlyTheCentreCoefficient)
   in.Data->Init(3.0);
   ASSERT_TRUE(RunCode(in, re, 1210));
   ASSERT_TRUE(RunCode(in, mod, 1216));
-  for (int c = 0; c < 8; ++c)
-    for (int r = 0; r < 6; ++r) {
-      const bool centre = c == 4 && r == 3;
-      EXPECT_EQ(Raw(re, c, r), centre ? 1440 : 0);  // 3 * 48 at precision 10
-      EXPECT_EQ(Raw(mod, c, r), centre ? 1440 : 0);
-    }
+  const std::vector<int> centreOnly = PixelsOf(*TestImage(8, 6).At(4, 3, 1440).Build()); // 3 * 48 at precision 10
+  EXPECT_EQ(PixelsOf(re), centreOnly);
+  EXPECT_EQ(PixelsOf(mod), centreOnly);
   EXPECT_EQ(mod.Data->GetPrecision(), 10);
   EXPECT_EQ(mod.Data->GetMax(), 1440);
   EXPECT_EQ(mod.Data->GetMin(), 0);
@@ -90,24 +83,16 @@ TEST(FftOneInput, PhaseIsOneArgumentArctangentInTenthsUnderPrecisionHundred)
   ASSERT_TRUE(RunCode(in, mod, 1216));
   EXPECT_EQ(deg.Data->GetPrecision(), 100);
   EXPECT_EQ(rad.Data->GetPrecision(), 100);
-  const int expectDeg[4] = {0, 450, 0, -450}; // -1 + i gives -45 degrees, not 135
-  const int expectRad[4] = {0, 7, 0, -7};
-  const int expectMod[4] = {0, 14, 20, 14};
-  for (int c = 0; c < 4; ++c) {
-    EXPECT_EQ(Raw(deg, c, 0), expectDeg[c]) << c;
-    EXPECT_EQ(Raw(rad, c, 0), expectRad[c]) << c;
-    EXPECT_EQ(Raw(mod, c, 0), expectMod[c]) << c;
-  }
+  EXPECT_EQ(PixelsOf(deg), (std::vector<int>{0, 450, 0, -450})); // -1 + i gives -45 degrees, not 135
+  EXPECT_EQ(PixelsOf(rad), (std::vector<int>{0, 7, 0, -7}));
+  EXPECT_EQ(PixelsOf(mod), (std::vector<int>{0, 14, 20, 14}));
   EXPECT_EQ(deg.Data->GetMin(), -450);
   EXPECT_EQ(deg.Data->GetMax(), 450);
 }
 
 TEST(FftOneInput, FiltersWithZeroThresholdGiveTheInputBack)
 {
-  std::vector<int> pixels;
-  for (int k = 0; k < 8 * 8; ++k)
-    pixels.push_back((k * 13) % 29 + 1);
-  auto owner = ImageOf(8, 8, pixels);
+  auto owner = ImageOf(8, 8, [](unsigned c, unsigned r) { return int((r * 8 + c) * 13) % 29 + 1; });
   DCM_STRUCT& in = *owner;
   for (int code : {1202, 1203}) {
     DCM_STRUCT out(in, false);
@@ -120,11 +105,7 @@ TEST(FftOneInput, FiltersWithZeroThresholdGiveTheInputBack)
 
 TEST(FftOneInput, LowPassRemovesTheHighestFrequencyAndHighPassTheMean)
 {
-  std::vector<int> pixels;
-  for (int r = 0; r < 8; ++r)
-    for (int c = 0; c < 8; ++c)
-      pixels.push_back(500 + ((c + r) % 2 == 0 ? 100 : -100));
-  auto owner = ImageOf(8, 8, pixels);
+  auto owner = ImageOf(8, 8, [](unsigned c, unsigned r) { return (c + r) % 2 == 0 ? 600 : 400; });
   DCM_STRUCT& in = *owner;
   DCM_STRUCT low(in, false), high(in, false);
   ASSERT_TRUE(RunCode(in, low, 1202, 1));
@@ -144,12 +125,9 @@ TEST(FftOneInput, BadCallsReturnFalseWithoutMessage)
   EXPECT_FALSE(RunCode(in, out, 1204));
   EXPECT_EQ(Raw(out, 1, 1), 9);
   for (int code : {1202, 1203, 1210, 1211, 1212, 1213, 1216}) {
-    IPG_FFT_ONE_INPUT noOutput(&in, nullptr);
-    noOutput.SetTools(code);
-    EXPECT_FALSE(noOutput.Apply()) << code;
-    IPG_FFT_ONE_INPUT noInput(nullptr, &out);
-    noInput.SetTools(code);
-    EXPECT_FALSE(noInput.Apply()) << code;
+    IPG_FFT_ONE_INPUT noOutput(&in, nullptr), noInput(nullptr, &out);
+    EXPECT_FALSE((noOutput.SetTools(code), noOutput.Apply())) << code;
+    EXPECT_FALSE((noInput.SetTools(code), noInput.Apply())) << code;
   }
   EXPECT_TRUE(capture.Texts.empty());
 }
