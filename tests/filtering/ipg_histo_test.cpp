@@ -111,14 +111,10 @@ TEST(IpgHisto, ApplyRunsOnlyCode1400)
   h.SetTools(1400);
   EXPECT_TRUE(h.Apply());
   EXPECT_NE(h.GetHistoAddress(), nullptr);
-}
 
-TEST(IpgHisto, WithoutInputNothingIsComputed)
-{
-  IPG_HISTO h;
-  h.SetTools(1400);
-  EXPECT_FALSE(h.Apply());
-  EXPECT_EQ(h.GetHistoAddress(), nullptr);
+  IPG_HISTO none; // without input nothing is computed
+  EXPECT_FALSE((none.SetTools(1400), none.Apply()));
+  EXPECT_EQ(none.GetHistoAddress(), nullptr);
 }
 
 TEST(IpgHisto, RecomputingKeepsTheFirstRangeAndRecountsThePixels)
@@ -142,9 +138,8 @@ TEST(IpgHisto, SaveWritesTheRangeThenOneCountPerLine)
   ASSERT_TRUE(h.ComputeHisto());
   const std::string path = ::testing::TempDir() + "ipg_histo_save.txt";
   h.Save(path.c_str());
-  std::ifstream file(path);
   std::stringstream text;
-  text << file.rdbuf();
+  text << std::ifstream(path).rdbuf();
   EXPECT_EQ(text.str(), "min = -1 \nmax = 1 \n1\n0\n2\n");
   std::remove(path.c_str());
 
