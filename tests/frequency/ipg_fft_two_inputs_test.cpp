@@ -1,6 +1,6 @@
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 
-#include "dcm/dcm_struct.h"
+#include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
@@ -16,22 +16,17 @@ const double kPi = std::acos(-1.0);
 
 std::unique_ptr<DCM_STRUCT> MakeRow(const std::vector<int>& values)
 {
-  auto image = std::make_unique<DCM_STRUCT>(static_cast<unsigned>(values.size()), 1u, nullptr);
-  for (size_t c = 0; c < values.size(); ++c)
-    image->Data->SetValue(static_cast<unsigned>(c), 0u, values[c]);
-  return image;
+  return ImageOf(static_cast<unsigned>(values.size()), 1, values);
 }
 
 // A 5 x 4 test image and its unnormalised DFT (kernel e^(-2 pi i (u c / cols + v r / rows))).
 struct Spectrum {
   static constexpr int cols = 5, rows = 4;
-  DCM_STRUCT image{cols, rows, nullptr};
+  std::unique_ptr<DCM_STRUCT> owner = ImageOf(cols, rows, [](unsigned c, unsigned r) { return int(c * 31 + r * 17) % 50; });
+  DCM_STRUCT& image = *owner;
   std::complex<double> f[cols][rows];
   Spectrum()
   {
-    for (int c = 0; c < cols; ++c)
-      for (int r = 0; r < rows; ++r)
-        image.Data->SetValue(c, r, (c * 31 + r * 17) % 50);
     for (int u = 0; u < cols; ++u)
       for (int v = 0; v < rows; ++v) {
         f[u][v] = 0.0;
@@ -84,13 +79,10 @@ TEST(FftTwoInputs, ZeroPhaseEqualsModulusAsRealPart)
 {
   const Spectrum s;
   auto modulus = s.PartImage([](std::complex<double> z) { return std::abs(z); });
-  DCM_STRUCT zeros(s.cols, s.rows, nullptr);
-  DCM_STRUCT a(s.cols, s.rows, nullptr), b(s.cols, s.rows, nullptr);
+  DCM_STRUCT zeros(s.cols, s.rows, nullptr), a(s.cols, s.rows, nullptr), b(s.cols, s.rows, nullptr);
   ASSERT_TRUE(RunTwo(&zeros, modulus.get(), &a, 1302));
   ASSERT_TRUE(RunTwo(modulus.get(), &zeros, &b, 1301));
-  for (int c = 0; c < s.cols; ++c)
-    for (int r = 0; r < s.rows; ++r)
-      EXPECT_EQ(a.Data->GetValue(c, r), b.Data->GetValue(c, r));
+  EXPECT_EQ(PixelsOf(a), PixelsOf(b));
 }
 
 TEST(FftTwoInputs, RebuildsLeaveTheStoredExtremesUnrecomputed)
