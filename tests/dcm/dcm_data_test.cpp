@@ -1,4 +1,5 @@
 #include "dcm/dcm_struct.h"
+#include "support/images.h"
 
 #include <gtest/gtest.h>
 
@@ -70,9 +71,7 @@ TEST(DcmData, InitStoresAsSetValueWouldAndResetsBothExtremes)
   d.SetValue(0u, 0u, 1000);
   d.SetPrecision(10);
   d.Init(1.25);
-  for (unsigned r = 0; r < 2; ++r)
-    for (unsigned c = 0; c < 2; ++c)
-      EXPECT_EQ(d.GetValue(c, r), 12);
+  EXPECT_EQ(PixelsOf(image), std::vector<int>(4, 12));
   EXPECT_EQ(d.GetMin(), 12);
   EXPECT_EQ(d.GetMax(), 12);
 }
@@ -89,19 +88,13 @@ TEST(DcmData, AccessOutsideTheImageReadsZeroAndWritesNothing)
   EXPECT_EQ(d.GetValueReal(0, 7), 0.0);
   EXPECT_EQ(d.GetMax(), 3) << "an ignored write must not widen the extremes";
   EXPECT_EQ(d.GetMin(), 3);
-  for (unsigned r = 0; r < 2; ++r)
-    for (unsigned c = 0; c < 2; ++c)
-      EXPECT_EQ(d.GetValue(c, r), 3);
+  EXPECT_EQ(PixelsOf(image), std::vector<int>(4, 3));
 }
 
 TEST(DcmData, InterpolatesBilinearly)
 {
-  DCM_STRUCT image(2, 2, nullptr);
-  DCM_DATA& d = *image.Data;
-  d.SetValue(0u, 0u, 0);
-  d.SetValue(1u, 0u, 10);
-  d.SetValue(0u, 1u, 20);
-  d.SetValue(1u, 1u, 30);
+  auto image = ImageOf(2, 2, {0, 10, 20, 30});
+  const DCM_DATA& d = *image->Data;
   EXPECT_DOUBLE_EQ(d.GetInterpolatedPoint(0.5, 0.5), 15.0);
   EXPECT_DOUBLE_EQ(d.GetInterpolatedPoint(1.0, 0.0), 10.0);
   EXPECT_DOUBLE_EQ(d.GetInterpolatedPoint(0.25, 0.0), 2.5);

@@ -1,5 +1,6 @@
 // The synthetic ultrasound phantom: regions, speckle statistics, reproducibility.
 #include "dcm/dcm_phantom.h"
+#include "support/images.h"
 
 #include <gtest/gtest.h>
 
@@ -80,12 +81,8 @@ TEST(DcmPhantom, LogCompressedImageIsEightBitWithOrderedRegions)
 TEST(DcmPhantom, SameSeedSamePixelsOtherSeedOtherPixels)
 {
   const DCM_PHANTOM a = Make(1, false, 3), b = Make(1, false, 3), c = Make(1, false, 4);
-  const std::size_t n = a.Image->Data->GetSize();
-  const int* pa = a.Image->Data->GetIDataAddress();
-  EXPECT_EQ(std::vector<int>(pa, pa + n),
-            std::vector<int>(b.Image->Data->GetIDataAddress(), b.Image->Data->GetIDataAddress() + n));
-  EXPECT_NE(std::vector<int>(pa, pa + n),
-            std::vector<int>(c.Image->Data->GetIDataAddress(), c.Image->Data->GetIDataAddress() + n));
+  EXPECT_EQ(PixelsOf(*a.Image), PixelsOf(*b.Image));
+  EXPECT_NE(PixelsOf(*a.Image), PixelsOf(*c.Image));
 }
 
 TEST(DcmPhantom, RefusesOutOfRangeOptions)

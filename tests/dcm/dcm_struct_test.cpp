@@ -1,4 +1,5 @@
 #include "dcm/dcm_struct.h"
+#include "support/images.h"
 
 #include <gtest/gtest.h>
 
@@ -8,11 +9,7 @@ namespace {
 
 std::unique_ptr<DCM_STRUCT> MakeRamp(unsigned cols, unsigned rows)
 {
-  auto image = std::make_unique<DCM_STRUCT>(cols, rows, nullptr);
-  for (unsigned r = 0; r < rows; ++r)
-    for (unsigned c = 0; c < cols; ++c)
-      image->Data->SetValue(c, r, static_cast<int>(100 * r + c));
-  return image;
+  return ImageOf(cols, rows, [](unsigned c, unsigned r) { return static_cast<int>(100 * r + c); });
 }
 
 } // namespace
