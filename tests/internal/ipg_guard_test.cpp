@@ -56,8 +56,7 @@ TEST(IpgGuard, RoiOfAnotherSizeIsRefusedByEveryOperator)
     DCM_STRUCT out(8, 8, nullptr);
     out.Data->Init(-3.0);
     EXPECT_FALSE(run(out));
-    ASSERT_EQ(capture.Texts.size(), 1u);
-    EXPECT_EQ(capture.Texts[0], "La ROI n'a pas les mêmes dimensions que l'image : " + name + "::Apply()");
+    EXPECT_EQ(capture.Texts, std::vector<std::string>{"La ROI n'a pas les mêmes dimensions que l'image : " + name + "::Apply()"});
     EXPECT_EQ(out.Data->GetValue(7u, 7u), -3); // untouched
   }
 
@@ -69,12 +68,10 @@ TEST(IpgGuard, RoiOfAnotherSizeIsRefusedByEveryOperator)
   container.SetImageIn(&in);
   container.SetImageROI(&roi);
   EXPECT_FALSE(container.Apply());
-  ASSERT_EQ(capture.Texts.size(), 1u);
-  EXPECT_EQ(capture.Texts[0], "La ROI n'a pas les mêmes dimensions que l'image : IPG_CONTAINER::Apply()");
   DCM_STRUCT sameSize(8, 8, nullptr);
   container.SetImageROI(&sameSize);
-  container.Apply();
-  EXPECT_EQ(capture.Texts.size(), 1u); // a ROI of the input's size passes
+  container.Apply(); // a ROI of the input's size passes
+  EXPECT_EQ(capture.Texts, std::vector<std::string>{"La ROI n'a pas les mêmes dimensions que l'image : IPG_CONTAINER::Apply()"});
 }
 
 TEST(IpgGuard, MessagesAndPoints)
