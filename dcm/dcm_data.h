@@ -75,14 +75,12 @@ public:
   int ToRaw(double v) const { return ToRaw(v, Precision); }
   static int ToRaw(double v, short precision)
   {
-    if (std::isnan(v))
-      return 0;
+    // Written as selects rather than early returns so that loops over it vectorise.
     const double scaled = precision > 0 ? v * precision : v;
-    if (scaled >= static_cast<double>(INT_MAX))
-      return INT_MAX;
-    if (scaled <= static_cast<double>(INT_MIN))
-      return INT_MIN;
-    return static_cast<int>(scaled); // truncation toward zero
+    double bounded = scaled >= static_cast<double>(INT_MAX) ? static_cast<double>(INT_MAX) : scaled;
+    bounded = bounded <= static_cast<double>(INT_MIN) ? static_cast<double>(INT_MIN) : bounded;
+    bounded = std::isnan(v) ? 0.0 : bounded;
+    return static_cast<int>(bounded); // truncation toward zero
   }
 
 private:

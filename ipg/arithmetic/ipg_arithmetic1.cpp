@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
@@ -93,13 +94,14 @@ bool IPG_ARITHMETIC1::ApplyPointOperation(F compute, Guard guard, const char* no
   }
   if (rows == 0 || cols == 0)
     return ApplyModeToOutImage();
-  Ipg_MapRealPixels(*ImaIn->Data, Roi, *ImaOut->Data, cols, rows, [&](double v, bool inside) {
-    if (!inside)
-      return v;
-    const double r = compute(v);
-    return guard == Guard::None || r <= kIpgMaxGrey ? r : v; // NaN fails the comparison and keeps v
+  const bool guarded = guard == Guard::OverRange;
+  const IPG_WRITTEN written =
+      Ipg_MapRealPixels(*ImaIn->Data, Roi, *ImaOut->Data, cols, rows, [compute, guarded](double v, bool inside) {
+    const double r = compute(v); // computed outside the ROI too, so that the loop has no branch
+    const bool accepted = !guarded || r <= kIpgMaxGrey; // NaN fails the comparison and keeps v
+    return inside && accepted ? r : v;
   });
-  return ApplyModeToOutImage();
+  return written.WholeOutput ? Ipg_ApplyModeToImage(ImaOut, Mode, written.Extremes) : ApplyModeToOutImage();
 }
 
 bool IPG_ARITHMETIC1::AddConstant()

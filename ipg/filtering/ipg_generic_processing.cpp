@@ -4,7 +4,10 @@
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_output_mode.h"
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -38,6 +41,97 @@ void ForSquareIndex(unsigned cols, unsigned rows, std::size_t size, F visit)
       if (k < size)
         visit(k, col, row);
     }
+}
+
+// Otsu walks its images with the row * rows + col index above. On a square image
+// that is the plain row-major order, every pixel once, so rows can go to bands;
+// on any other shape positions repeat or are missed and the walk stays serial.
+
+// Every level divided by divisor (> 0), toward zero. The quotient of two doubles
+// truncates to the integer quotient for every 32-bit level, and vectorises.
+void DivideLevels(int* pixels, unsigned cols, unsigned rows, std::size_t size, int divisor)
+{
+  if (cols != rows) {
+    ForSquareIndex(cols, rows, size, [&](std::size_t k, unsigned, unsigned) { pixels[k] /= divisor; });
+    return;
+  }
+  const double d = divisor;
+  Ipg_RunBands(Ipg_SplitRows(rows, cols), [&](unsigned, unsigned begin, unsigned end) {
+    for (std::size_t k = std::size_t{begin} * cols; k < std::size_t{end} * cols; ++k)
+      pixels[k] = static_cast<int>(pixels[k] / d);
+  });
+}
+
+// Counts of the levels mn..mn + bins.size() - 1 (a level outside [mn, mx] counts as 0).
+void CountLevels(const int* pixels, unsigned cols, unsigned rows, std::size_t size, int mn, int mx,
+                 std::vector<int>& bins)
+{
+  const long long binCount = static_cast<long long>(bins.size());
+  auto count = [&](int* into, int p) {
+    const int v = p < mn || p > mx ? 0 : p;
+    const long long bin = static_cast<long long>(v) - mn;
+    if (bin >= 0 && bin < binCount)
+      ++into[static_cast<std::size_t>(bin)];
+  };
+  constexpr std::size_t kLargestBandCopy = std::size_t{1} << 16; // bins each band may hold privately
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  if (cols != rows || bands.Count == 1 || bins.size() > kLargestBandCopy) {
+    ForSquareIndex(cols, rows, size, [&](std::size_t k, unsigned, unsigned) { count(bins.data(), pixels[k]); });
+    return;
+  }
+  std::vector<std::vector<int>> perBand(bands.Count, std::vector<int>(bins.size(), 0));
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    for (std::size_t k = std::size_t{begin} * cols; k < std::size_t{end} * cols; ++k)
+      count(perBand[band].data(), pixels[k]);
+  });
+  for (const std::vector<int>& band : perBand)
+    for (std::size_t i = 0; i < bins.size(); ++i)
+      bins[i] += band[i];
+}
+
+// out[k] := kIpgMaxGrey where the level is above cut inside the ROI, else 0, for
+// k below outSize; returns the extremes written.
+IPG_BAND_EXTREMES WriteOtsuMask(const int* pixels, int* out, unsigned cols, unsigned rows, std::size_t outSize,
+                                long long cut, const DCM_STRUCT* roi)
+{
+  IPG_BAND_EXTREMES written;
+  if (cols != rows) {
+    ForSquareIndex(cols, rows, outSize, [&](std::size_t k, unsigned col, unsigned row) {
+      out[k] = pixels[k] > cut && Ipg_InsideRoi(roi, col, row) ? kIpgMaxGrey : 0;
+      written.Add(out[k]);
+    });
+    return written;
+  }
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
+  const int level = static_cast<int>(cut); // a bin index: below 2^25
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    IPG_BAND_EXTREMES seen;
+    for (unsigned row = begin; row < end; ++row) {
+      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
+      const std::size_t first = std::size_t{row} * cols;
+      const unsigned n = first >= outSize ? 0 : static_cast<unsigned>(std::min<std::size_t>(cols, outSize - first));
+      const int* level0 = pixels + first;
+      int* out0 = out + first;
+      if (roiRow.Values == nullptr) { // the common case, without a branch per pixel
+        for (unsigned col = 0; col < n; ++col) {
+          out0[col] = level0[col] > level ? kIpgMaxGrey : 0;
+          seen.Add(out0[col]);
+        }
+        continue;
+      }
+      for (unsigned col = 0; col < n; ++col) {
+        out0[col] = (level0[col] > level) & roiRow.Inside(col) ? kIpgMaxGrey : 0;
+        seen.Add(out0[col]);
+      }
+    }
+    extremes[band] = seen;
+  });
+  for (const IPG_BAND_EXTREMES& e : extremes) {
+    written.Add(e.Min);
+    written.Add(e.Max);
+  }
+  return written;
 }
 
 } // namespace
@@ -125,15 +219,18 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int threshold, short type)
   const DCM_DATA& in = *ImaIn->Data;
   DCM_DATA& out = *ImaOut->Data;
   const int scaledThreshold = Wrap(static_cast<long long>(type) * threshold); // an integer product
-  for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
-    for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
-      const int v = in.GetValue(col, row);
-      if (Ipg_IsMark(v) || !InsideRoi(col, row))
-        out.SetValue(col, row, static_cast<double>(v));
-      else
-        out.SetValue(col, row, scaledThreshold <= static_cast<double>(type) * v ? kIpgMaskValue : 0);
-    }
-  return FinishOutput();
+  const short outPrecision = out.GetPrecision();
+  const IPG_WRITTEN written = Ipg_MapPixels(in, Roi, out, in.GetNbOfCols(), in.GetNbOfRows(), [=](int v, bool inside) {
+    // Copied levels go through the output's precision, as a real value would.
+    const int copied = DCM_DATA::ToRaw(static_cast<double>(v), outPrecision);
+    const int binary = scaledThreshold <= static_cast<double>(type) * v ? kIpgMaskValue : 0;
+    return Ipg_IsMark(v) || !inside ? copied : binary;
+  });
+  if (!written.WholeOutput)
+    return FinishOutput();
+  out.SetMin(written.Extremes.Min);
+  out.SetMax(written.Extremes.Max);
+  return Ipg_ApplyModeToImage(ImaOut, Mode, written.Extremes) ? 1 : 0;
 }
 
 // Raw walk shared by the band operations: marks (above 16777216) and pixels
@@ -258,15 +355,12 @@ int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
   const unsigned cols = in.GetNbOfCols();
   const unsigned rows = in.GetNbOfRows();
   int* pixels = in.GetIDataAddress();
-  in.SetMin();
-  in.SetMax();
+  Ipg_MeasureExtremes(in);
   if (in.GetMax() > 256) {
     // Brings the grey levels into about 0..255; callers read the divided input back.
-    const int divisor = in.GetMax() / 256 + 1;
-    ForSquareIndex(cols, rows, in.GetSize(), [&](std::size_t k, unsigned, unsigned) { pixels[k] /= divisor; });
+    DivideLevels(pixels, cols, rows, in.GetSize(), in.GetMax() / 256 + 1);
   }
-  in.SetMin();
-  in.SetMax();
+  Ipg_MeasureExtremes(in);
   const int mn = in.GetMin();
   const int mx = in.GetMax();
   const long long binCount = static_cast<long long>(mx) - mn + 1;
@@ -279,12 +373,7 @@ int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
   } catch (const std::bad_alloc&) {
     return 0;
   }
-  ForSquareIndex(cols, rows, in.GetSize(), [&](std::size_t k, unsigned, unsigned) {
-    const int v = pixels[k] < mn || pixels[k] > mx ? 0 : pixels[k];
-    const long long bin = static_cast<long long>(v) - mn;
-    if (bin >= 0 && bin < binCount)
-      ++bins[static_cast<std::size_t>(bin)];
-  });
+  CountLevels(pixels, cols, rows, in.GetSize(), mn, mx, bins);
 
   const double pixelCount = static_cast<double>(cols) * rows;
   double weightedTotal = 0.0;
@@ -304,10 +393,13 @@ int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
     }
   }
 
-  int* out = ImaOut->Data->GetIDataAddress();
-  const std::size_t outSize = std::min(ImaOut->Data->GetSize(), in.GetSize());
-  ForSquareIndex(cols, rows, outSize, [&](std::size_t k, unsigned col, unsigned row) {
-    out[k] = pixels[k] > cut && InsideRoi(col, row) ? kIpgMaxGrey : 0;
-  });
-  return FinishOutput();
+  DCM_DATA& out = *ImaOut->Data;
+  const std::size_t outSize = std::min(out.GetSize(), in.GetSize());
+  const IPG_BAND_EXTREMES written = WriteOtsuMask(pixels, out.GetIDataAddress(), cols, rows, outSize, cut, Roi);
+  if (outSize == 0 || outSize != out.GetSize())
+    return FinishOutput();
+  // Every pixel of the output was written: its extremes are known.
+  out.SetMin(written.Min);
+  out.SetMax(written.Max);
+  return Ipg_ApplyModeToImage(ImaOut, Mode, written) ? 1 : 0;
 }

@@ -122,6 +122,18 @@ void Ipg_MeasureExtremes(DCM_DATA& data)
   });
 }
 
+bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode, const IPG_BAND_EXTREMES& measured)
+{
+  if (out == nullptr || mode == 300 || mode == 301 || mode == 303)
+    return Ipg_ApplyModeToImage(out, mode);
+  const DCM_HEADER header = out->GetHeader();
+  if (header.PhotometricInterpretation != 0 && header.PhotometricInterpretation != 1)
+    return Ipg_ApplyModeToImage(out, mode); // its message
+  out->Data->SetMin(measured.Min);
+  out->Data->SetMax(measured.Max);
+  return true;
+}
+
 bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode)
 {
   if (out == nullptr) {

@@ -9,6 +9,11 @@ class DCM_STRUCT;
 // false for a null image or a colour header.
 bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode);
 
+struct IPG_BAND_EXTREMES;
+// The same, for a kernel that has just written every pixel of out and seen
+// their extremes: the modes that only re-measure take them instead of a pass.
+bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode, const IPG_BAND_EXTREMES& measured);
+
 class DCM_DATA;
 // SetMin() and SetMax() in one pass over the pixels (nothing for an empty image).
 void Ipg_MeasureExtremes(DCM_DATA& data);

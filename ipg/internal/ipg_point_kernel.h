@@ -4,6 +4,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
 #include <climits>
@@ -54,22 +55,75 @@ inline IPG_ROI_ROW Ipg_RoiRow(const DCM_STRUCT* roi, unsigned row)
   return {data.GetIDataAddress() + static_cast<std::size_t>(row) * data.GetNbOfCols(), data.GetNbOfCols()};
 }
 
-// The point-operation walk: for each pixel (col, row) of the first cols x rows of
-// in, writes fn(value, inside ROI) to the same position of out, where value is
-// the pixel as GetValueReal reads it and the result is stored as
-// SetValue(double) stores it (positions outside out are skipped). Rows run in
-// parallel bands; the result does not depend on the order.
+namespace ipg_point_kernel {
+
+// One row of the walk; FullRoi: a ROI whose row covers every column, read
+// without bounds checks. Inlined into a plain and an AVX2 copy.
+template <bool FullRoi, typename Fn>
+[[gnu::always_inline]] inline void MapRow(const int* s, int* d, IPG_ROI_ROW roi, unsigned cols, Fn& fn,
+                                          IPG_BAND_EXTREMES& written)
+{
+  int mn = written.Min, mx = written.Max;
+  for (unsigned col = 0; col < cols; ++col) {
+    const bool inside = FullRoi ? Ipg_InsideRoi(roi.Values[col]) : roi.Inside(col);
+    const int stored = fn(s[col], inside);
+    d[col] = stored;
+    mn = stored < mn ? stored : mn;
+    mx = stored > mx ? stored : mx;
+  }
+  written.Min = mn;
+  written.Max = mx;
+}
+
 template <typename Fn>
-void Ipg_MapRealPixels(const DCM_DATA& in, const DCM_STRUCT* roi, DCM_DATA& out, unsigned cols, unsigned rows, Fn fn)
+[[gnu::always_inline]] inline void MapRowAnyRoi(const int* s, int* d, IPG_ROI_ROW roi, unsigned cols, Fn& fn,
+                                                IPG_BAND_EXTREMES& written)
+{
+  if (roi.Values != nullptr && roi.Cols >= cols)
+    MapRow<true>(s, d, roi, cols, fn, written);
+  else
+    MapRow<false>(s, d, roi, cols, fn, written);
+}
+
+template <typename Fn>
+void MapRowPlain(const int* s, int* d, IPG_ROI_ROW roi, unsigned cols, Fn& fn, IPG_BAND_EXTREMES& written)
+{
+  MapRowAnyRoi(s, d, roi, cols, fn, written);
+}
+
+#if defined(__x86_64__)
+template <typename Fn>
+[[gnu::target("avx2")]] void MapRowAvx2(const int* s, int* d, IPG_ROI_ROW roi, unsigned cols, Fn& fn,
+                                        IPG_BAND_EXTREMES& written)
+{
+  MapRowAnyRoi(s, d, roi, cols, fn, written);
+}
+#endif
+
+} // namespace ipg_point_kernel
+
+// Extremes of what a walk wrote, and whether it wrote every pixel of the output
+// (then they are the output's extremes and need no second pass).
+struct IPG_WRITTEN {
+  IPG_BAND_EXTREMES Extremes;
+  bool WholeOutput = false;
+};
+
+// The point walk on raw values: for each pixel (col, row) of the first
+// cols x rows of in, writes fn(raw value, inside ROI) to the same position of
+// out (positions outside out are skipped) and widens out's stored extremes as
+// SetValue would. Rows run in parallel bands, each in the AVX2 copy when the
+// processor has it; fn must give a result that depends only on its arguments.
+template <typename Fn>
+IPG_WRITTEN Ipg_MapPixels(const DCM_DATA& in, const DCM_STRUCT* roi, DCM_DATA& out, unsigned cols, unsigned rows, Fn fn)
 {
   const unsigned inCols = in.GetNbOfCols();
   const unsigned outCols = out.GetNbOfCols();
   const unsigned usedRows = std::min({rows, in.GetNbOfRows(), out.GetNbOfRows()});
   const unsigned usedCols = std::min({cols, inCols, outCols});
-  const short inPrecision = in.GetPrecision();
-  const short outPrecision = out.GetPrecision();
   const int* src = in.GetIDataAddress();
   int* dst = out.GetIDataAddress();
+  const bool avx2 = Ipg_UseAvx2();
   const IPG_ROW_BANDS bands = Ipg_SplitRows(usedRows, usedCols);
   std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
@@ -78,15 +132,39 @@ void Ipg_MapRealPixels(const DCM_DATA& in, const DCM_STRUCT* roi, DCM_DATA& out,
       const int* s = src + static_cast<std::size_t>(row) * inCols;
       int* d = dst + static_cast<std::size_t>(row) * outCols;
       const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
-      for (unsigned col = 0; col < usedCols; ++col) {
-        const double raw = s[col];
-        const double value = inPrecision > 0 ? raw / inPrecision : raw;
-        const int stored = DCM_DATA::ToRaw(fn(value, roiRow.Inside(col)), outPrecision);
-        d[col] = stored;
-        written.Add(stored);
+#if defined(__x86_64__)
+      if (avx2) {
+        ipg_point_kernel::MapRowAvx2(s, d, roiRow, usedCols, fn, written);
+        continue;
       }
+#endif
+      ipg_point_kernel::MapRowPlain(s, d, roiRow, usedCols, fn, written);
     }
     extremes[band] = written;
   });
   Ipg_WidenExtremes(out, extremes);
+  IPG_WRITTEN result;
+  for (const IPG_BAND_EXTREMES& e : extremes) {
+    result.Extremes.Add(e.Min);
+    result.Extremes.Add(e.Max);
+  }
+  result.WholeOutput = usedRows == out.GetNbOfRows() && usedCols == outCols && out.GetSize() > 0;
+  return result;
+}
+
+// The same walk on real values: fn(value, inside ROI) gets the pixel as
+// GetValueReal reads it, and its result is stored as SetValue(double) stores it.
+template <typename Fn>
+IPG_WRITTEN Ipg_MapRealPixels(const DCM_DATA& in, const DCM_STRUCT* roi, DCM_DATA& out, unsigned cols, unsigned rows,
+                              Fn fn)
+{
+  const short inPrecision = in.GetPrecision();
+  const short outPrecision = out.GetPrecision();
+  if (inPrecision <= 1 && outPrecision <= 1) // nothing to scale: the common case, kept free of divisions
+    return Ipg_MapPixels(in, roi, out, cols, rows,
+                         [fn](int raw, bool inside) { return DCM_DATA::ToRaw(fn(static_cast<double>(raw), inside), 1); });
+  return Ipg_MapPixels(in, roi, out, cols, rows, [fn, inPrecision, outPrecision](int raw, bool inside) {
+    const double value = inPrecision > 0 ? static_cast<double>(raw) / inPrecision : static_cast<double>(raw);
+    return DCM_DATA::ToRaw(fn(value, inside), outPrecision);
+  });
 }

@@ -1,13 +1,16 @@
 // The banded point-operation walk gives the pixels and extremes of a plain
 // per-pixel walk through GetValueReal/SetValue, for every thread count.
 #include "ipg/arithmetic/ipg_arithmetic1.h"
+#include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/framework/ipg_threads.h"
 #include "ipg/internal/ipg_output_mode.h"
+#include "ipg/internal/ipg_simd.h"
 #include "support/images.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
+#include <tuple>
 
 namespace {
 
@@ -37,9 +40,11 @@ struct Outcome {
   bool operator==(const Outcome&) const = default;
 };
 
-Outcome RunCode(int code, DCM_STRUCT& in, DCM_STRUCT* roi, short mode, float variable, int threads)
+Outcome RunCode(int code, DCM_STRUCT& in, DCM_STRUCT* roi, short mode, float variable, int threads,
+                bool simd = true)
 {
   Ipg_SetNumThreads(threads);
+  Ipg_SetSimdEnabled(simd);
   DCM_STRUCT out(kCols, kRows);
   out.Data->SetPrecision(in.Data->GetPrecision());
   out.Data->SetMin(3);
@@ -51,25 +56,28 @@ Outcome RunCode(int code, DCM_STRUCT& in, DCM_STRUCT* roi, short mode, float var
   op.SetVariable(variable);
   const bool applied = op.Apply();
   Ipg_SetNumThreads(0);
+  Ipg_SetSimdEnabled(true);
   return {PixelsOf(out), out.Data->GetMin(), out.Data->GetMax(), applied};
 }
 
 } // namespace
 
-TEST(PointKernel, EveryCodeGivesTheSamePixelsAndExtremesAtAnyThreadCount)
+// The reference is the scalar copy on one thread.
+TEST(PointKernel, EveryCodeGivesTheSamePixelsAndExtremesAtAnyThreadCountAndWithSimd)
 {
   auto in = RandomImage(7, -5000, 5000);
   auto roi = RandomRoi(8);
   for (int code = 200; code <= 212; ++code)
     for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()}) {
       SCOPED_TRACE("code " + std::to_string(code) + (mask != nullptr ? " with ROI" : ""));
-      const Outcome one = RunCode(code, *in, mask, 302, 2.5f, 1);
+      const Outcome one = RunCode(code, *in, mask, 302, 2.5f, 1, false);
+      EXPECT_EQ(RunCode(code, *in, mask, 302, 2.5f, 1), one);
       EXPECT_EQ(RunCode(code, *in, mask, 302, 2.5f, 2), one);
       EXPECT_EQ(RunCode(code, *in, mask, 302, 2.5f, 7), one);
     }
   for (short mode : {300, 301, 303}) {
     SCOPED_TRACE("mode " + std::to_string(mode));
-    const Outcome one = RunCode(200, *in, roi.get(), mode, -700.0f, 1);
+    const Outcome one = RunCode(200, *in, roi.get(), mode, -700.0f, 1, false);
     EXPECT_EQ(RunCode(200, *in, roi.get(), mode, -700.0f, 2), one);
     EXPECT_EQ(RunCode(200, *in, roi.get(), mode, -700.0f, 7), one);
   }
@@ -92,14 +100,47 @@ TEST(PointKernel, MatchesAPlainPerPixelWalkAcrossPrecisions)
       const bool inside = roi->Data->GetValue(col, row) == kRoiInside;
       expected.Data->SetValue(col, row, inside && sum <= 16777216 ? sum : v);
     }
-  for (int threads : {1, 2, 7}) {
-    const Outcome got = RunCode(200, *in, roi.get(), 302, 0.37f, threads);
-    ASSERT_TRUE(got.Applied);
-    EXPECT_EQ(got.Pixels, PixelsOf(expected)) << threads << " threads";
-  }
+  for (int threads : {1, 2, 7})
+    for (bool simd : {false, true}) {
+      const Outcome got = RunCode(200, *in, roi.get(), 302, 0.37f, threads, simd);
+      ASSERT_TRUE(got.Applied);
+      EXPECT_EQ(got.Pixels, PixelsOf(expected)) << threads << " threads, SIMD " << simd;
+    }
   // Mode 302 re-measures the extremes over the pixels.
   Ipg_MeasureExtremes(*expected.Data);
   const Outcome got = RunCode(200, *in, roi.get(), 302, 0.37f, 7);
   EXPECT_EQ(got.Min, expected.Data->GetMin());
   EXPECT_EQ(got.Max, expected.Data->GetMax());
+}
+
+// Otsu (on a square and a non-square image, whose walk stays serial) and the
+// single threshold: the same output, extremes and divided input at any thread
+// count, with and without SIMD.
+TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
+{
+  for (int code : {400, 404})
+    for (unsigned rows : {kRows, kCols})
+      for (bool withRoi : {false, true}) {
+        SCOPED_TRACE("code " + std::to_string(code) + ", rows " + std::to_string(rows) + (withRoi ? ", ROI" : ""));
+        auto run = [&](int threads, bool simd) {
+          Ipg_SetNumThreads(threads);
+          Ipg_SetSimdEnabled(simd);
+          std::mt19937 random(3);
+          auto in = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return int(random() % 5000); }).Build();
+          auto roi = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return random() % 3 ? kRoiInside : 0; }).Build();
+          DCM_STRUCT out(kCols, rows);
+          IPG_GENERIC_PROCESSING op(in.get(), withRoi ? roi.get() : nullptr);
+          op.SetImaOut(&out);
+          op.SetTools(code);
+          op.SetSeuilMin(2500);
+          op.SetMode(302);
+          const int applied = op.Apply();
+          Ipg_SetNumThreads(0);
+          Ipg_SetSimdEnabled(true);
+          return std::make_tuple(applied, PixelsOf(out), out.Data->GetMin(), out.Data->GetMax(), PixelsOf(*in));
+        };
+        const auto one = run(1, false);
+        EXPECT_EQ(run(2, true), one);
+        EXPECT_EQ(run(7, true), one);
+      }
 }
