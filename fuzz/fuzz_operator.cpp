@@ -86,7 +86,7 @@ std::string ValueText(FuzzInput& in, const std::string& type)
     return IntText(in) + "," + IntText(in);
   if (type == "real,real")
     return RealText(in) + "," + RealText(in);
-  if (type == "first,second,real")
+  if (type == "real,real,...") // the speckle settings first,second,real: whole numbers, then a real
     return IntText(in) + "," + IntText(in) + "," + RealText(in);
   if (type.find(':') != std::string::npos || type == "kernel")
     return KernelText(in);
