@@ -79,5 +79,7 @@ private:
 
   int ThresholdMin = -1;
   int ThresholdMax = -1;
-  int OptimisationParameter = kGainGammaModel; // handed to MakeOptimalDifferenceImage by Apply()
+  // Handed to MakeOptimalDifferenceImage by Apply(); hosts set it through the
+  // class table (OptimalModel), no public setter reaches it.
+  int OptimisationParameter = kGainGammaModel;
 };

@@ -137,8 +137,9 @@ public:
   // one step per pass, and writes the output's pixels directly, rounded; pixels
   // outside the ROI and marks keep the input value; the output's extremes are
   // recomputed and no output mode is applied. Windows are clipped at the image
-  // edges. SetAdaptatifFiltreParameters(first, second, real) sets, 0 meaning
-  // the default given in brackets:
+  // edges. SetAdaptatifFiltreParameters(first, second, real) (in the class
+  // table: AdaptatifFiltreParameters, three numbers) sets, 0 meaning the
+  // default given in brackets:
   //   SBF, WSBF       first: window side, odd (3)
   //   SBF_DVW         first: largest window side, odd (7); real: homogeneity
   //                   factor, a window is homogeneous while its coefficient of
