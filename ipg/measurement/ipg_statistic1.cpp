@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
+#include "ipg/internal/ipg_banded_sums.h"
 #include "ipg/internal/ipg_fractal_measures.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
@@ -18,6 +19,23 @@ namespace {
 // The extremes start just outside the grey levels.
 constexpr int kMinStart = kIpgMaxGrey + 1;
 constexpr int kMaxStart = -(kIpgMaxGrey - 1);
+
+// The counted pixels' statistics in row bands, when the per-pixel loops below
+// would visit exactly the row-major pixels: a ROI of the image's size and sides
+// that fit the loops' 16-bit counters.
+bool BandedCountedStats(const DCM_STRUCT* in, const DCM_STRUCT* roi, IPG_SELECTED_STATS& stats)
+{
+  const DCM_DATA& data = *in->Data;
+  const bool fits = data.GetNbOfCols() <= 0xffff && data.GetNbOfRows() <= 0xffff;
+  const bool aligned = roi == nullptr ||
+                       (roi->Data->GetNbOfCols() == data.GetNbOfCols() && roi->Data->GetNbOfRows() == data.GetNbOfRows());
+  if (!fits || !aligned)
+    return false;
+  stats = Ipg_SelectedStats(data.GetIDataAddress(), data.GetSize(), data.GetNbOfCols(),
+                            roi != nullptr ? roi->Data->GetIDataAddress() : nullptr,
+                            roi != nullptr ? roi->Data->GetSize() : 0);
+  return true;
+}
 
 } // namespace
 
@@ -150,6 +168,11 @@ bool IPG_STATISTIC1::AverageGL()
     return false;
   const unsigned short cols = static_cast<unsigned short>(ImaIn->GetNbOfCols());
   const unsigned short rows = static_cast<unsigned short>(ImaIn->GetNbOfRows());
+  IPG_SELECTED_STATS stats;
+  if (BandedCountedStats(ImaIn, Roi, stats) && stats.SumExact) {
+    Result = Scaled(stats.Count == 0 ? -1.0 : stats.Sum / static_cast<double>(static_cast<int>(stats.Count)));
+    return true;
+  }
   double sum = 0.0;
   int count = 0;
   for (unsigned short row = 0; row < rows; ++row)
@@ -169,6 +192,11 @@ bool IPG_STATISTIC1::SumOfPixels()
     return false;
   const unsigned short cols = static_cast<unsigned short>(ImaIn->GetNbOfCols());
   const unsigned short rows = static_cast<unsigned short>(ImaIn->GetNbOfRows());
+  IPG_SELECTED_STATS stats;
+  if (BandedCountedStats(ImaIn, Roi, stats) && stats.SumExact) {
+    Result = Scaled(stats.Sum);
+    return true;
+  }
   double sum = 0.0;
   for (unsigned short row = 0; row < rows; ++row)
     for (unsigned short col = 0; col < cols; ++col)
@@ -186,6 +214,16 @@ bool IPG_STATISTIC1::MinMaxGL()
   const unsigned short rows = static_cast<unsigned short>(ImaIn->GetNbOfRows());
   int mn = kMinStart;
   int mx = kMaxStart;
+  IPG_SELECTED_STATS stats;
+  if (BandedCountedStats(ImaIn, Roi, stats)) {
+    if (stats.Count > 0) {
+      mn = std::min(mn, stats.Min);
+      mx = std::max(mx, stats.Max);
+    }
+    SetMin(Scaled(mn));
+    SetMax(Scaled(mx));
+    return true;
+  }
   for (unsigned short row = 0; row < rows; ++row)
     for (unsigned short col = 0; col < cols; ++col)
       if (Ipg_CountedPixel(ImaIn, Roi, col, row)) {
@@ -220,6 +258,8 @@ bool IPG_STATISTIC1::NoiseSums(double& signal, double& noise)
 
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  if (Ipg_ExactNoiseSums(*ImaIn->Data, *smoothed.Data, Roi, signal, noise))
+    return true;
   auto add = [&](int col, int row) {
     const int raw = ImaIn->Data->GetValue(col, row);
     if (Ipg_IsMark(raw))
@@ -297,21 +337,23 @@ bool IPG_STATISTIC1::BasicStats()
     return roi == nullptr || (i < roiSize && Ipg_InsideRoi(roi[i]));
   };
 
-  double sum = 0.0;
-  for (std::size_t i = 0; i < size; ++i)
-    if (selected(i)) {
-      const double v = pixels[i];
-      if (v < Min)
-        Min = v;
-      if (v > Max)
-        Max = v;
-      sum += v;
-      ++NbPixels;
-    }
-  if (NbPixels == 0)
+  const IPG_SELECTED_STATS stats = Ipg_SelectedStats(pixels, size, ImaIn->Data->GetNbOfCols(), roi, roiSize);
+  if (stats.Count == 0)
     return false;
+  Min = std::min<double>(Min, stats.Min);
+  Max = std::max<double>(Max, stats.Max);
+  NbPixels = static_cast<int>(stats.Count);
+  double sum = stats.Sum;
+  if (!stats.SumExact) { // the pixel-by-pixel double sum, whose roundings the result keeps
+    sum = 0.0;
+    for (std::size_t i = 0; i < size; ++i)
+      if (selected(i))
+        sum += pixels[i];
+  }
   Mean = sum / NbPixels;
 
+  // Summed in visiting order: a non-integer mean makes every term round, and the
+  // stored variance is the one this order gives.
   double squares = 0.0;
   for (std::size_t i = 0; i < size; ++i)
     if (selected(i))

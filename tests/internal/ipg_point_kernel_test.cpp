@@ -3,6 +3,7 @@
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/framework/ipg_threads.h"
+#include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_simd.h"
 #include "support/images.h"
@@ -143,4 +144,27 @@ TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
         EXPECT_EQ(run(2, true), one);
         EXPECT_EQ(run(7, true), one);
       }
+}
+
+// The banded integer sums of the statistics equal the pixel-by-pixel double sums.
+TEST(PointKernel, StatisticsAreTheSameAtAnyThreadCount)
+{
+  auto in = RandomImage(21, -3000000, 3000000);
+  auto roi = RandomRoi(22);
+  for (int code : {0, 2, 4, 6, 16})
+    for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()}) {
+      SCOPED_TRACE("code " + std::to_string(code) + (mask != nullptr ? " with ROI" : ""));
+      auto run = [&](int threads) {
+        Ipg_SetNumThreads(threads);
+        IPG_STATISTIC1 op(in.get(), mask);
+        op.SetTools(code);
+        op.Apply();
+        Ipg_SetNumThreads(0);
+        return std::vector<double>{op.GetResult(), op.GetMin(), op.GetMax(), op.GetMean(), op.GetVariance(),
+                                   op.GetSNR(), double(op.GetNbPixels())};
+      };
+      const std::vector<double> one = run(1);
+      EXPECT_EQ(run(2), one);
+      EXPECT_EQ(run(7), one);
+    }
 }
