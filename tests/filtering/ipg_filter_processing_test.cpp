@@ -118,27 +118,22 @@ TEST(IpgFilterProcessing, BoxOnConstantImageHonoursTheBorderType)
 
 TEST(IpgFilterProcessing, MarksAreCopiedAndLeftOutOfSumAndNorm)
 {
-  auto in = Constant(5, 5, 90);
-  in->Data->SetValue(1, 1, kMark);
-  Filtering run(std::move(in));
+  Filtering run(TestImage(5, 5).Fill(90).At(1, 1, kMark));
   ASSERT_EQ(run.Op.Apply(), 1);
   EXPECT_EQ(At(*run.Out, 2, 2), 90); // eight 90s over eight weights
   EXPECT_EQ(At(*run.Out, 1, 1), kMark);
 
   // Kernel 2 (weights 1 2 1 / 2 4 2 / 1 2 1): a marked corner of value 0 weight.
-  auto ramp = ImageOf(3, 3, [](int c, int r) { return c == 0 && r == 0 ? kMark + 1 : 10 * (c + 3 * r); });
-  Filtering weighted(std::move(ramp));
-  weighted.Op.SetDefinedFilter(2);
-  ASSERT_EQ(weighted.Op.Apply(), 1);
+  Filtering weighted(ImageOf(3, 3, [](int c, int r) { return c == 0 && r == 0 ? kMark + 1 : 10 * (c + 3 * r); }));
+  ASSERT_EQ((weighted.Op.SetDefinedFilter(2), weighted.Op.Apply()), 1);
   // (20*10 + 1*20 + 2*30 + 4*40 + 2*50 + 1*60 + 2*70 + 1*80) / 15
   EXPECT_EQ(At(*weighted.Out, 1, 1), (2 * 10 + 20 + 2 * 30 + 4 * 40 + 2 * 50 + 60 + 2 * 70 + 80) / 15);
 }
 
 TEST(IpgFilterProcessing, RoiSelectsThePixelsThatAreFiltered)
 {
-  auto in = ImageOf(5, 5, [](int c, int r) { return c * 10 + r; });
   auto roi = ImageOf(5, 5, [](int c, int) { return c < 3 ? kMark : 1; });
-  Filtering run(std::move(in), roi.get());
+  Filtering run(ImageOf(5, 5, [](int c, int r) { return c * 10 + r; }), roi.get());
   ASSERT_EQ(run.Op.Apply(), 1);
   EXPECT_EQ(At(*run.Out, 2, 2), 22); // a plane is its own mean
   EXPECT_EQ(At(*run.Out, 3, 2), 32); // outside: the input value
@@ -148,24 +143,20 @@ TEST(IpgFilterProcessing, RoiSelectsThePixelsThatAreFiltered)
 TEST(IpgFilterProcessing, ZeroSumAndNegativeSumKernels)
 {
   Filtering ramp(ImageOf(5, 4, [](int c, int) { return c; }));
-  ramp.Op.SetDefinedFilter(6);
-  ASSERT_EQ(ramp.Op.Apply(), 1);
+  ASSERT_EQ((ramp.Op.SetDefinedFilter(6), ramp.Op.Apply()), 1);
   EXPECT_EQ(At(*ramp.Out, 2, 1), 8); // sum 8, norm 0 taken as 1
-  ramp.Op.SetDefinedFilter(7);
-  ASSERT_EQ(ramp.Op.Apply(), 1);
+  ASSERT_EQ((ramp.Op.SetDefinedFilter(7), ramp.Op.Apply()), 1);
   EXPECT_EQ(At(*ramp.Out, 3, 2), -8);
 
   Filtering negative(Constant(3, 3, 50));
   SetUser(negative.Op, {0, 0, 0, 0, -2, 0, 0, 0, 0}, 3, 3);
-  negative.Op.SetTools(501);
-  ASSERT_EQ(negative.Op.Apply(), 1);
+  ASSERT_EQ((negative.Op.SetTools(501), negative.Op.Apply()), 1);
   EXPECT_EQ(At(*negative.Out, 1, 1), -50); // the norm is |-2|
 
   // A 3x1 kernel: only the columns move.
   Filtering line(ImageOf(4, 2, [](int c, int) { return c * c * 4; }));
   SetUser(line.Op, {1, 2, 1}, 3, 1);
-  line.Op.SetTools(501);
-  ASSERT_EQ(line.Op.Apply(), 1);
+  ASSERT_EQ((line.Op.SetTools(501), line.Op.Apply()), 1);
   EXPECT_EQ(At(*line.Out, 1, 0), (0 + 8 + 16) / 4);
   EXPECT_EQ(At(*line.Out, 2, 1), (4 + 32 + 36) / 4);
 }
@@ -199,8 +190,7 @@ TEST(IpgFilterProcessing, FastConvolutionGivesThePlainPixels)
     for (bool withRoi : {false, true}) {
       auto in = Random(37, 23, seed++, markShare);
       auto roi = Random(37, 23, seed++, 0.7); // about 70% inside
-      auto fast = std::make_unique<DCM_STRUCT>(*in, false);
-      auto plain = std::make_unique<DCM_STRUCT>(*in, false);
+      auto fast = std::make_unique<DCM_STRUCT>(*in, false), plain = std::make_unique<DCM_STRUCT>(*in, false);
       IPG_FILTER_PROCESSING op(in.get(), withRoi ? roi.get() : nullptr);
       op.SetMode(302);
       for (int border : {0, 2, 3}) {
@@ -284,8 +274,7 @@ TEST(IpgFilterProcessing, DericheDerivativeGradientsAndDirection)
   Filtering run(ImageOf(n, n, [](int c, int r) { return c < 8 ? 0 : (r < 10 ? 1000 : 3000); }));
   run.Op.SetMode(301);
   run.Op.SetGradientFlagDirection(true);
-  run.Op.SetTools(503);
-  ASSERT_EQ(run.Op.Apply(), 1);
+  ASSERT_EQ((run.Op.SetTools(503), run.Op.Apply()), 1);
   EXPECT_EQ(run.Op.GetMode(), 304);
   const DCM_STRUCT* gx = run.Op.GetGradientXGradient();
   const DCM_STRUCT* gy = run.Op.GetGradientYGradient();
@@ -310,7 +299,7 @@ TEST(IpgFilterProcessing, DericheDerivativeGradientsAndDirection)
 
 TEST(IpgFilterProcessing, GaussianWeighsBySquaredDistance)
 {
-  Filtering run(ImageOf(5, 5, [](int c, int r) { return c == 2 && r == 2 ? 1200 : 0; }));
+  Filtering run(TestImage(5, 5).At(2, 2, 1200));
   EXPECT_FALSE(run.Op.GaussianFilter(4));
   EXPECT_FALSE(run.Op.GaussianFilter(0));
   ASSERT_TRUE(run.Op.GaussianFilter(3)); // sigma 0.5: corners 1/6, sides 1/12, centre 0
@@ -384,13 +373,10 @@ TEST(IpgFilterProcessing, MedianIsTheMiddleOfTheSortedWindow)
 TEST(IpgFilterProcessing, Code505RunsNagaoOnTheMedianResult)
 {
   auto make = [] { return Random(14, 12, 77, 0.0); };
-  Filtering chain(make());
+  Filtering chain(make()), median(make());
   SetUser(chain.Op, std::vector<int>(9, 1), 3, 3);
-  chain.Op.SetTools(505);
   chain.Op.setWaitbarVisible(false);
-  ASSERT_EQ(chain.Op.Apply(), 1);
-
-  Filtering median(make());
+  ASSERT_EQ((chain.Op.SetTools(505), chain.Op.Apply()), 1);
   SetUser(median.Op, std::vector<int>(9, 1), 3, 3);
   median.Op.setWaitbarVisible(false);
   ASSERT_TRUE(median.Op.MedianFilter());
@@ -400,8 +386,7 @@ TEST(IpgFilterProcessing, Code505RunsNagaoOnTheMedianResult)
 
   MessageCapture capture; // without a user kernel the chain reports the median's failure
   Filtering noKernel(make());
-  noKernel.Op.SetTools(505);
-  EXPECT_EQ(noKernel.Op.Apply(), 0);
+  EXPECT_EQ((noKernel.Op.SetTools(505), noKernel.Op.Apply()), 0);
   EXPECT_EQ(capture.Texts.at(0), "Le filtre utilisateur n'est pas défini");
 }
 
@@ -427,16 +412,12 @@ TEST(IpgFilterProcessing, MeanAndEdgeFiltersFollowTheShearedWindow)
   EXPECT_EQ(At(*flat.Out, 1, 2), 0);
   EXPECT_EQ(At(*flat.Out, 2, 2), 10); // 250 / 24
   EXPECT_EQ(At(*flat.Out, 3, 5), 250);
-}
 
-TEST(IpgFilterProcessing, MeanAndEdgeProgressIsAlwaysShown)
-{
-  ProgressCapture progress;
-  Filtering run(Constant(6, 6, 3));
-  run.Op.setWaitbarVisible(false);
-  run.Op.SetNbIter(2);
-  ASSERT_TRUE(run.Op.MeanFilter());
-  ASSERT_TRUE(run.Op.EdgeDetection());
+  ProgressCapture progress; // shown even when the wait bar is hidden
+  flat.Op.setWaitbarVisible(false);
+  flat.Op.SetNbIter(2);
+  ASSERT_TRUE(flat.Op.MeanFilter());
+  ASSERT_TRUE(flat.Op.EdgeDetection());
   EXPECT_EQ(progress.Events, (std::vector<std::string>{"open AVREAGING FILTER 2", "step 1", "step 2", "close",
                                                        "open EDGE FILTER DETECTION 2", "step 1", "step 2",
                                                        "close"}));
@@ -501,23 +482,17 @@ TEST(IpgFilterProcessing, HugePassCountsAndRegionsAreRefusedAtOnce)
   for (int code : {513, 514, 515, 516, 517, 509, 510, 511, 512, 518, 519, 520, 521, 504}) {
     SCOPED_TRACE(code);
     MessageCapture capture;
-    DCM_STRUCT out(*in, false);
-    IPG_FILTER_PROCESSING op(in.get());
-    op.SetImaOut(&out);
-    op.SetTools(code);
-    op.SetNbIter(2147483647);
-    EXPECT_EQ(op.Apply(), 0);
+    Filtering run(std::make_unique<DCM_STRUCT>(*in, true));
+    run.Op.SetNbIter(2147483647);
+    EXPECT_EQ((run.Op.SetTools(code), run.Op.Apply()), 0);
     EXPECT_EQ(capture.Texts, std::vector<std::string>{"Paramètre NbIter hors limites : IPG_FILTER_PROCESSING::Apply()"});
   }
   const double inf = std::numeric_limits<double>::infinity();
   for (double tolerance : {inf, std::nan(""), 2.0}) {
     MessageCapture capture;
-    DCM_STRUCT out(*in, false);
-    IPG_FILTER_PROCESSING op(in.get());
-    op.SetImaOut(&out);
-    op.SetTools(510);
-    op.SetAdaptatifFiltreParameters(tolerance == 2.0 ? 257 : 49, 2147483647, tolerance); // 257 > 16 x 16
-    EXPECT_EQ(op.Apply(), 0) << tolerance;
+    Filtering run(std::make_unique<DCM_STRUCT>(*in, true));
+    run.Op.SetAdaptatifFiltreParameters(tolerance == 2.0 ? 257 : 49, 2147483647, tolerance); // 257 > 16 x 16
+    EXPECT_EQ((run.Op.SetTools(510), run.Op.Apply()), 0) << tolerance;
     EXPECT_EQ(capture.Texts, std::vector<std::string>{"Paramètre de filtrage incorrect : IPG_FILTER_PROCESSING::N_B_Filter()"});
   }
 }
@@ -532,13 +507,10 @@ TEST(IpgFilterProcessing, LongFiltersStopWhenTheHostCancels)
     MessageCapture capture;
     ProgressCapture progress;
     progress.CancelAfter = 3;
-    DCM_STRUCT out(*in, false);
-    IPG_FILTER_PROCESSING op(in.get());
-    op.SetImaOut(&out);
-    SetUser(op, std::vector<int>(9, 1), 3, 3);
-    op.SetTools(code);
-    op.SetNbIter(kIpgMaxPasses);
-    EXPECT_EQ(op.Apply(), 0);
+    Filtering run(std::make_unique<DCM_STRUCT>(*in, true));
+    SetUser(run.Op, std::vector<int>(9, 1), 3, 3);
+    run.Op.SetNbIter(kIpgMaxPasses);
+    EXPECT_EQ((run.Op.SetTools(code), run.Op.Apply()), 0);
     EXPECT_EQ(progress.Steps, 3);
     EXPECT_EQ(progress.Events.back(), "close");
     EXPECT_EQ(capture.Texts, std::vector<std::string>{"Opération annulée par l'utilisateur"});
