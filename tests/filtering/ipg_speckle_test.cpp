@@ -12,6 +12,7 @@
 #include <random>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 // The despeckling family on a small speckled phantom: tissue of echogenicity
@@ -227,22 +228,17 @@ TEST(FiltreImpuls, RemovesImpulsesAndLeavesEveryOtherPixel)
   in.Data->SetValue(41, 20, 0); // a two-pixel dark impulse
   IPG_FILTER_PROCESSING op(&in);
   op.SetImaOut(&out);
-  op.SetTools(521);
   ProgressCapture progress;
-  ASSERT_EQ(op.Apply(), 1);
+  ASSERT_EQ((op.SetTools(521), op.Apply()), 1);
   EXPECT_EQ(progress.Events.front(), "open filtrage SBF 1");
 
-  for (const auto& [c, r] : {std::pair{10, 10}, std::pair{40, 20}, std::pair{41, 20}})
-    EXPECT_NEAR(out.Data->GetValue(c, r), clean.Data->GetValue(c, r), 2) << c << "," << r;
-  int changed = 0;
-  for (int r = 0; r < kSide; ++r)
-    for (int c = 0; c < kSide; ++c) {
-      const bool impulse = (c == 10 && r == 10) || (r == 20 && (c == 40 || c == 41));
-      const bool rampEnd = (c == 0 && r == 0) || (c == kSide - 1 && r == kSide - 1); // true extrema
-      if (!impulse && !rampEnd)
-        changed += out.Data->GetValue(c, r) != clean.Data->GetValue(c, r);
-    }
-  EXPECT_EQ(changed, 0);
+  std::vector<int> got = PixelsOf(out);
+  const std::vector<int> expected = PixelsOf(clean);
+  for (int k : {10 * kSide + 10, 20 * kSide + 40, 20 * kSide + 41})
+    EXPECT_NEAR(std::exchange(got[k], expected[k]), expected[k], 2) << k;
+  got.front() = expected.front(); // the ramp's true extrema may move
+  got.back() = expected.back();
+  EXPECT_EQ(got, expected);
 }
 
 TEST(SpeckleFrame, RoiMarksAndExtremes)
@@ -257,12 +253,12 @@ TEST(SpeckleFrame, RoiMarksAndExtremes)
   ASSERT_TRUE(op.SBF());
 
   int filtered = 0;
-  for (int r = 0; r < kSide; ++r) {
-    for (int c = kSide / 2; c < kSide; ++c)
-      ASSERT_EQ(out.Data->GetValue(c, r), in.Data->GetValue(c, r));
-    for (int c = 0; c < kSide / 2; ++c)
-      filtered += out.Data->GetValue(c, r) != in.Data->GetValue(c, r);
-  }
+  for (int r = 0; r < kSide; ++r)
+    for (int c = 0; c < kSide; ++c) {
+      const bool changed = out.Data->GetValue(c, r) != in.Data->GetValue(c, r);
+      ASSERT_FALSE(changed && c >= kSide / 2) << c << "," << r; // outside the ROI: copied
+      filtered += changed;
+    }
   EXPECT_GT(filtered, 100);
   // The mark comes back and does not leak into its neighbours.
   EXPECT_EQ(out.Data->GetValue(5, 5), 17000000);
