@@ -239,21 +239,16 @@ bool Close(double direct, double fast, double relative)
 {
   if (std::isnan(direct) || std::isnan(fast))
     return std::isnan(direct) && std::isnan(fast);
-  if (direct == fast)
-    return true;
-  return std::fabs(direct - fast) <= relative * std::max(1.0, std::fabs(direct));
+  return direct == fast || std::fabs(direct - fast) <= relative * std::max(1.0, std::fabs(direct));
 }
 
 TEST(HolderFastPath, LayersMatchTheDirectMeasures)
 {
-  const Measure direct[] = {IPG_HOLDER::AlphaMaxGrain,          IPG_HOLDER::AlphaMoyGrain,
-                            IPG_HOLDER::AlphaMinGrain,          IPG_HOLDER::AlphaVarGrain,
-                            nullptr,                            IPG_HOLDER::AlphaAsymGrain,
-                            IPG_HOLDER::AlphaContGrain,         IPG_HOLDER::AlphaRhoGrain,
-                            nullptr,                            IPG_HOLDER::AlphaFrontMaxGrain,
-                            IPG_HOLDER::AlphaFrontMinGrain,     IPG_HOLDER::AlphaNormDiffHoriGrain,
-                            IPG_HOLDER::AlphaNormDiffVertGrain, IPG_HOLDER::AlphaNormDiffMinGrain,
-                            IPG_HOLDER::AlphaNormDiffMaxGrain};
+  using H = IPG_HOLDER;
+  const Measure direct[] = {H::AlphaMaxGrain, H::AlphaMoyGrain, H::AlphaMinGrain, H::AlphaVarGrain, nullptr,
+                            H::AlphaAsymGrain, H::AlphaContGrain, H::AlphaRhoGrain, nullptr, H::AlphaFrontMaxGrain,
+                            H::AlphaFrontMinGrain, H::AlphaNormDiffHoriGrain, H::AlphaNormDiffVertGrain,
+                            H::AlphaNormDiffMinGrain, H::AlphaNormDiffMaxGrain};
   const int cols = 19, rows = 14;
   for (const auto& [low, high] : {std::pair{0, 4095}, std::pair{-300, 300}}) {
     const std::vector<double> data = Noise(cols * rows, low, high, 7u + high);
