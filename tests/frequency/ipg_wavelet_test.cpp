@@ -79,9 +79,8 @@ TEST(Wavelet, PeriodicIndexAndFiniteDifferences)
   EXPECT_EQ(At(central.get(), 4, 1, 2), -1.0f);
 
   // Type 1 along a row: 2 in(r, c+1) - 2 in(r, c-1) + in(r-1, c+1) - in(r-1, c-1) + in(r+1, c+1) - in(r+1, c-1).
-  auto sobel = diff(1, 0);
+  auto sobel = diff(1, 0), sobelCol = diff(1, 1);
   const float expectRow[4][4] = {{1, 0, -1, 0}, {2, 0, -2, 0}, {1, 0, -1, 0}, {0, 0, 0, 0}};
-  auto sobelCol = diff(1, 1);
   for (int r = 0; r < 4; ++r)
     for (int c = 0; c < 4; ++c) {
       EXPECT_EQ(At(sobel.get(), 4, c, r), expectRow[r][c]) << c << "," << r;
@@ -106,10 +105,7 @@ TEST(Wavelet, BinomialSmoothingWrapsAroundTheBorders)
   float* raw = nullptr;
   op.ConvoRapideMasqBin(&raw, corner.data(), 4, 4);
   std::unique_ptr<float[]> out(raw);
-  const float expected[4][4] = {{4, 2, 0, 2}, {2, 1, 0, 1}, {0, 0, 0, 0}, {2, 1, 0, 1}};
-  for (int r = 0; r < 4; ++r)
-    for (int c = 0; c < 4; ++c)
-      EXPECT_EQ(At(out.get(), 4, c, r), expected[r][c]) << c << "," << r;
+  EXPECT_EQ(std::vector<float>(raw, raw + 16), (std::vector<float>{4, 2, 0, 2, 2, 1, 0, 1, 0, 0, 0, 0, 2, 1, 0, 1}));
   op.MatXConst(&raw, 4, 4, 0.5f);
   EXPECT_EQ(out[0], 2.0f);
 }
@@ -155,10 +151,8 @@ TEST(Wavelet, TransformGivesModulusAndAngleWithPeriodicBorders)
   EXPECT_FLOAT_EQ(op.GetThreshold(), static_cast<float>(5 * std::sqrt(std::log(64.0)) * 2 / 3));
   ASSERT_EQ(op.GetNbOfSlots(), 4);
   float** slots = op.GetWaveletTransform();
-  EXPECT_EQ(slots[2], nullptr);
-  EXPECT_EQ(slots[3], nullptr);
-  const float* modulus = slots[0];
-  const float* angle = slots[1];
+  EXPECT_TRUE(slots[2] == nullptr && slots[3] == nullptr);
+  const float *modulus = slots[0], *angle = slots[1];
   EXPECT_FLOAT_EQ(At(modulus, 8, 2, 2), 100 * std::sqrt(2.0f)); // Dx = Dy = 100
   EXPECT_FLOAT_EQ(At(angle, 8, 2, 2), kPi / 4);
   EXPECT_FLOAT_EQ(At(modulus, 8, 1, 2), 100.0f); // Dx only: angle 0
@@ -215,19 +209,13 @@ TEST(Wavelet, StepEdgeChainsCarryTheRegressionSlopeOfTheBinomialModulus)
     sx += x, sy += y, sxx += x * x, sxy += x * y;
   }
   const double slope = (L * sxy - sx * sy) / (L * sxx - sx * sx);
-  const float* alpha = op.GetAlphaPixel();
-  const float* chain = op.GetChainPixel();
+  const float *alpha = op.GetAlphaPixel(), *chain = op.GetChainPixel();
   ASSERT_NE(alpha, nullptr);
   for (int r = 0; r < 32; ++r)
     for (int c = 0; c < 32; ++c) {
       const bool edge = r == 7 || r == 23;
-      if (edge) {
-        EXPECT_NEAR(At(alpha, 32, c, r), slope, 1e-4) << c << "," << r;
-        EXPECT_FLOAT_EQ(At(chain, 32, c, r), float(h)) << c << "," << r;
-      } else {
-        EXPECT_EQ(At(alpha, 32, c, r), 30.0f) << c << "," << r;
-        EXPECT_EQ(At(chain, 32, c, r), 0.0f) << c << "," << r;
-      }
+      EXPECT_NEAR(At(alpha, 32, c, r), edge ? slope : 30.0, edge ? 1e-4 : 0.0) << c << "," << r;
+      EXPECT_EQ(At(chain, 32, c, r), edge ? float(h) : 0.0f) << c << "," << r;
     }
   EXPECT_EQ(op.GetResult(), 64.0);
 }
