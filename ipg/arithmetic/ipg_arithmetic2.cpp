@@ -2,8 +2,11 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -15,9 +18,6 @@
 #include <vector>
 
 namespace {
-
-constexpr int kFirstCode = 300;
-constexpr int kLastCode = 305;
 
 // The integer arithmetic of this class wraps around in 32-bit two's complement.
 int WrappedMagnitude(int v) { return Ipg_WrapToInt(v < 0 ? -static_cast<long long>(v) : v); }
@@ -64,6 +64,63 @@ struct IPG_ARITHMETIC2::Frame {
       Out[k] = v;
   }
 };
+
+namespace {
+
+// What a combination walk tracks: the lowest value computed inside the ROI, the
+// highest value of any pixel (both before thresholding), and what was written.
+struct CombineExtremes {
+  int InsideMin = kIpgMaxGrey;
+  int Max = -kIpgMaxGrey;
+  IPG_BAND_EXTREMES Written;
+};
+
+// Runs combine(a, b, inside, extremes) -> written value over the pixel pairs in
+// row bands; inside: neither is a mark and the pixel is inside the ROI.
+template <typename Combine>
+CombineExtremes CombineInBands(const int* a, const int* b, int* out, std::size_t outCount, unsigned cols,
+                               unsigned rows, const DCM_STRUCT* roi, Combine combine)
+{
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  std::vector<CombineExtremes> perBand(bands.Count);
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    CombineExtremes seen;
+    for (unsigned row = begin; row < end; ++row) {
+      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
+      const std::size_t first = std::size_t{row} * cols;
+      for (unsigned col = 0; col < cols; ++col) {
+        const std::size_t k = first + col;
+        const bool inside = !Ipg_IsMark(a[k]) && !Ipg_IsMark(b[k]) && roiRow.Inside(col);
+        const int v = combine(a[k], b[k], inside, seen);
+        if (k < outCount) {
+          out[k] = v;
+          seen.Written.Add(v);
+        }
+      }
+    }
+    perBand[band] = seen;
+  });
+  CombineExtremes all;
+  for (const CombineExtremes& e : perBand) {
+    all.InsideMin = std::min(all.InsideMin, e.InsideMin);
+    all.Max = std::max(all.Max, e.Max);
+    all.Written.Add(e.Written.Min);
+    all.Written.Add(e.Written.Max);
+  }
+  return all;
+}
+
+// The extremes the walk tracked become the output's, then the output mode; when
+// every output pixel was written, a mode that only re-measures takes what the
+// walk saw.
+bool FinishCombination(DCM_STRUCT* out, short mode, bool wholeOutput, const CombineExtremes& e)
+{
+  out->Data->SetMin(e.InsideMin);
+  out->Data->SetMax(e.Max);
+  return wholeOutput ? Ipg_ApplyModeToImage(out, mode, e.Written) : Ipg_ApplyModeToImage(out, mode);
+}
+
+} // namespace
 
 IPG_ARITHMETIC2::IPG_ARITHMETIC2() { SetDefaultParameters(); }
 
@@ -168,22 +225,14 @@ bool IPG_ARITHMETIC2::CombineWithMaxForOthers(F formula)
   Frame f;
   if (!OpenFrame(f))
     return false;
-  int mn = kIpgMaxGrey, mx = -kIpgMaxGrey;
-  for (std::size_t k = 0; k < f.Count; ++k) {
-    const int a = f.A[k], b = f.B[k];
-    int v;
-    if (Inside(f, k, a, b)) {
-      v = formula(a, b);
-      mn = std::min(mn, v);
-    } else {
-      v = std::max(a, b);
-    }
-    mx = std::max(mx, v);
-    f.Write(k, v);
-  }
-  ImaOut->Data->SetMin(mn);
-  ImaOut->Data->SetMax(mx);
-  return ApplyModeToOutImage();
+  const CombineExtremes e =
+      CombineInBands(f.A, f.B, f.Out, f.OutCount, f.Cols, f.Rows, Roi, [&](int a, int b, bool inside, CombineExtremes& seen) {
+        const int v = inside ? formula(a, b) : std::max(a, b);
+        seen.InsideMin = inside ? std::min(seen.InsideMin, v) : seen.InsideMin;
+        seen.Max = std::max(seen.Max, v);
+        return v;
+      });
+  return FinishCombination(ImaOut, Mode, f.OutCount == f.Count && f.Count > 0, e);
 }
 
 bool IPG_ARITHMETIC2::MakeSumImage()
@@ -210,25 +259,15 @@ bool IPG_ARITHMETIC2::MakeDifferenceImage()
   if (!OpenFrame(f))
     return false;
   const bool thresholds = ThresholdsActive();
-  int mn = kIpgMaxGrey, mx = -kIpgMaxGrey;
-  for (std::size_t k = 0; k < f.Count; ++k) {
-    const int a = f.A[k], b = f.B[k];
-    int v;
-    if (Inside(f, k, a, b)) {
-      v = Ipg_WrapToInt(static_cast<long long>(a) - b);
-      mn = std::min(mn, v);
-    } else {
-      v = std::max(a, b);
-    }
-    mx = std::max(mx, v);
-    // Tracked before thresholding: zeroed pixels do not enter the extremes.
-    if (thresholds && OutsideWindow(a, b))
-      v = 0;
-    f.Write(k, v);
-  }
-  ImaOut->Data->SetMin(mn);
-  ImaOut->Data->SetMax(mx);
-  return ApplyModeToOutImage();
+  const CombineExtremes e =
+      CombineInBands(f.A, f.B, f.Out, f.OutCount, f.Cols, f.Rows, Roi, [&](int a, int b, bool inside, CombineExtremes& seen) {
+        const int v = inside ? Ipg_WrapToInt(static_cast<long long>(a) - b) : std::max(a, b);
+        seen.InsideMin = inside ? std::min(seen.InsideMin, v) : seen.InsideMin;
+        seen.Max = std::max(seen.Max, v);
+        // Tracked before thresholding: zeroed pixels do not enter the extremes.
+        return thresholds && OutsideWindow(a, b) ? 0 : v;
+      });
+  return FinishCombination(ImaOut, Mode, f.OutCount == f.Count && f.Count > 0, e);
 }
 
 bool IPG_ARITHMETIC2::MakeAbsoluteSubstraction()

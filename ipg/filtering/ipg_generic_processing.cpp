@@ -121,7 +121,7 @@ IPG_BAND_EXTREMES WriteOtsuMask(const int* pixels, int* out, unsigned cols, unsi
         continue;
       }
       for (unsigned col = 0; col < n; ++col) {
-        out0[col] = (level0[col] > level) & roiRow.Inside(col) ? kIpgMaxGrey : 0;
+        out0[col] = ((level0[col] > level) & roiRow.Inside(col)) ? kIpgMaxGrey : 0;
         seen.Add(out0[col]);
       }
     }

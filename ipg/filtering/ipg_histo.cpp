@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr int kHistoTools = 1400;
-
 // One bin per level: 2^25 bins hold every grey level, the mark 16777217 and as
 // many negative levels. A wider range of values is refused as a failed
 // allocation rather than zero-filling gigabytes of counts.
