@@ -5,8 +5,10 @@
 
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -124,11 +126,8 @@ TEST(IpgFilter, UnknownNumbersGiveTheBoxAndFactorsSumTheCoefficients)
     EXPECT_EQ(Coefficients(f), Ones(3));
     EXPECT_FLOAT_EQ(f.GetFactor(), 9.0f);
   }
-  EXPECT_FLOAT_EQ(IPG_FILTER(6).GetFactor(), 0.0f);
-  EXPECT_FLOAT_EQ(IPG_FILTER(4).GetFactor(), 0.0f);
-  EXPECT_FLOAT_EQ(IPG_FILTER(102).GetFactor(), 999.0f);
-  EXPECT_FLOAT_EQ(IPG_FILTER(22).GetFactor(), 0.0f);
-  EXPECT_FLOAT_EQ(IPG_FILTER(209).GetFactor(), 97.0f);
+  for (auto [number, factor] : {std::pair{6, 0.0f}, {4, 0.0f}, {102, 999.0f}, {22, 0.0f}, {209, 97.0f}})
+    EXPECT_FLOAT_EQ(IPG_FILTER(number).GetFactor(), factor) << number;
 }
 
 TEST(IpgFilter, ConstructorsCopyAndRealDataTakesPrecedence)
@@ -136,8 +135,7 @@ TEST(IpgFilter, ConstructorsCopyAndRealDataTakesPrecedence)
   int ints[6] = {1, 2, 3, 4, 5, 6};
   IPG_FILTER wide(ints, 3, 2);
   ints[0] = 100; // the kernel holds its own copy
-  EXPECT_EQ(wide.GetIndex(0), 1.0);
-  EXPECT_EQ(wide.GetIndex(5), 6.0);
+  EXPECT_EQ(Coefficients(wide), Parse("1 2 3 / 4 5 6"));
   EXPECT_EQ(wide.GetIndex(6), 0.0);
   EXPECT_EQ(wide.GetIndex(-1), 0.0);
   // Height as row stride: (2, 0) and (0, 1) both read linear index 2.
@@ -156,8 +154,7 @@ TEST(IpgFilter, ConstructorsCopyAndRealDataTakesPrecedence)
   int tallData[6] = {1, 2, 3, 4, 5, 6};
   IPG_FILTER tall(tallData, 2, 3);
   IPG_FILTER copy(&tall);
-  EXPECT_EQ(copy.GetSizeX(), 2);
-  EXPECT_EQ(copy.GetSizeY(), 3);
+  EXPECT_TRUE(copy.GetSizeX() == 2 && copy.GetSizeY() == 3);
   EXPECT_EQ(Coefficients(copy), Parse("1 2 / 3 4 / 5 6"));
   EXPECT_EQ(copy.GetDatadFilter(), nullptr);
   EXPECT_FLOAT_EQ(tall.GetFactor(), 10.0f); // the first width x width coefficients
@@ -180,10 +177,8 @@ TEST(IpgFilter, SetDataAndResizeFillWithByteOnes)
   EXPECT_EQ(f.GetDatadFilter(), nullptr);
 
   f.SetSizeX(5);
-  EXPECT_EQ(f.GetSizeX(), 5);
-  EXPECT_EQ(f.GetSizeY(), 3);
-  ASSERT_NE(f.GetDataFilter(), nullptr);
-  ASSERT_NE(f.GetDatadFilter(), nullptr);
+  EXPECT_TRUE(f.GetSizeX() == 5 && f.GetSizeY() == 3);
+  ASSERT_TRUE(f.GetDataFilter() && f.GetDatadFilter());
   EXPECT_EQ(f.GetDataFilter()[14], 16843009);
   EXPECT_NE(f.GetDatadFilter()[14], 0.0);
 
@@ -235,16 +230,12 @@ TEST(IpgFilter, RotationRefusesKernelsWithNoSideOfThree)
   MessageCapture capture;
   IPG_FILTER big(50);
   EXPECT_FALSE(big.RotateFilter(true));
-  ASSERT_EQ(capture.Texts.size(), 1u);
-  EXPECT_EQ(capture.Texts[0], kRotationMessage);
-  EXPECT_EQ(capture.Captions[0], "Information");
-
   std::vector<int> data(15);
-  for (int i = 0; i < 15; ++i)
-    data[i] = i;
+  std::iota(data.begin(), data.end(), 0);
   IPG_FILTER narrow(data.data(), 3, 5); // one side of 3: the first nine turn
   EXPECT_TRUE(narrow.RotateFilter(true));
-  EXPECT_EQ(capture.Texts.size(), 1u);
+  EXPECT_EQ(capture.Texts, std::vector<std::string>{kRotationMessage});
+  EXPECT_EQ(capture.Captions[0], "Information");
   EXPECT_EQ(narrow.GetIndex(0), 1.0);
   EXPECT_EQ(narrow.GetIndex(9), 9.0);
 
@@ -256,8 +247,7 @@ TEST(IpgFilterVirtual, OwnsDefinedAndUserKernels)
 {
   IPG_FILTER_VIRTUAL v;
   EXPECT_EQ(v.GetDefinedFilterNumber(), -1);
-  EXPECT_EQ(v.GetDefineFilter(), nullptr);
-  EXPECT_EQ(v.GetUserFilter(), nullptr);
+  EXPECT_TRUE(v.GetDefineFilter() == nullptr && v.GetUserFilter() == nullptr);
   EXPECT_EQ(v.GetImageBorderType(), 0);
   EXPECT_FALSE(v.RotateDefinedFilter(true));
   EXPECT_FALSE(v.RotateUserFilter(true));
@@ -271,8 +261,7 @@ TEST(IpgFilterVirtual, OwnsDefinedAndUserKernels)
   v.SetUserFilter(user, 3, 1);
   EXPECT_EQ(v.GetDefinedFilterNumber(), -1);
   EXPECT_NE(v.GetDefineFilter(), nullptr);
-  EXPECT_EQ(v.GetUserFilter()->GetSizeX(), 3);
-  EXPECT_EQ(v.GetUserFilter()->GetSizeY(), 1);
+  EXPECT_TRUE(v.GetUserFilter()->GetSizeX() == 3 && v.GetUserFilter()->GetSizeY() == 1);
 
   v.SetDefinedFilter(2);
   v.SetImageBorderType(3);
