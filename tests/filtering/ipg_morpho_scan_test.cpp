@@ -1,5 +1,5 @@
-#include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_morpho_scan.h"
+#include "support/images.h"
 
 #include <gtest/gtest.h>
 
@@ -10,23 +10,20 @@ namespace {
 
 // Grey levels with marks sprinkled in: set pixels (16777217, which take part)
 // and other marks (16777218, 17000000, which do not).
-void FillRandom(DCM_STRUCT& image, std::mt19937& random)
+std::unique_ptr<DCM_STRUCT> RandomImage(std::mt19937& random)
 {
   std::uniform_int_distribution<int> grey(-50, 5000), pick(0, 19);
-  for (unsigned row = 0; row < image.GetNbOfRows(); ++row)
-    for (unsigned col = 0; col < image.GetNbOfCols(); ++col) {
-      const int kind = pick(random);
-      const int v = kind == 0 ? 16777217 : kind == 1 ? 16777218 : kind == 2 ? 17000000 : grey(random);
-      image.Data->SetValue(col, row, v);
-    }
+  return ImageOf(23, 19, [&](unsigned, unsigned) {
+    const int kind = pick(random);
+    return kind == 0 ? 16777217 : kind == 1 ? 16777218 : kind == 2 ? 17000000 : grey(random);
+  });
 }
 
-void FillRoi(DCM_STRUCT& roi, std::mt19937& random)
+// About a quarter of the pixels outside.
+std::unique_ptr<DCM_STRUCT> RandomRoi(std::mt19937& random)
 {
   std::uniform_int_distribution<int> pick(0, 3);
-  for (unsigned row = 0; row < roi.GetNbOfRows(); ++row)
-    for (unsigned col = 0; col < roi.GetNbOfCols(); ++col)
-      roi.Data->SetValue(col, row, pick(random) == 0 ? 0 : 16777217);
+  return ImageOf(23, 19, [&](unsigned, unsigned) { return pick(random) == 0 ? 0 : 16777217; });
 }
 
 std::vector<int> Scan(const Ipg_MorphoField& field, int sx, int sy, Ipg_MorphoKind kind, int init, bool fast)
@@ -47,12 +44,9 @@ TEST(MorphoScan, RectangleFastPathGivesThePlainPixels)
   std::mt19937 random(8);
   const int sizes[][2] = {{1, 1}, {3, 3}, {5, 3}, {1, 7}, {9, 1}, {7, 11}, {15, 15}, {23, 5}, {25, 25}};
   for (const bool withRoi : {false, true}) {
-    DCM_STRUCT image(23, 19);
-    FillRandom(image, random);
-    DCM_STRUCT roi(23, 19);
-    FillRoi(roi, random);
+    auto image = RandomImage(random), roi = RandomRoi(random);
     for (const auto kind : {Ipg_MorphoKind::Erosion, Ipg_MorphoKind::Dilation}) {
-      const Ipg_MorphoField field = Ipg_MorphoPrepare(image, withRoi ? &roi : nullptr, kind);
+      const Ipg_MorphoField field = Ipg_MorphoPrepare(*image, withRoi ? roi.get() : nullptr, kind);
       const int init = withRoi ? 16777216 : (kind == Ipg_MorphoKind::Erosion ? 17000000 : 0);
       for (const auto& size : sizes) {
         SCOPED_TRACE(testing::Message() << size[0] << "x" << size[1] << " roi " << withRoi);
