@@ -75,6 +75,59 @@ struct CombineExtremes {
   IPG_BAND_EXTREMES Written;
 };
 
+// How a row reads its ROI: none, a row covering every column, or bounds-checked.
+enum class RoiKind { None, Full, Checked };
+
+// Columns [first, end) of one row; Write: the output has these positions.
+// Inlined into a plain and an AVX2 copy.
+template <bool Write, RoiKind Kind, typename Combine>
+[[gnu::always_inline]] inline void CombineColumns(const int* a, const int* b, int* out, unsigned first, unsigned end,
+                                                  IPG_ROI_ROW roi, Combine& combine, CombineExtremes& seen)
+{
+  CombineExtremes local = seen;
+  for (unsigned col = first; col < end; ++col) {
+    const bool inRoi = Kind == RoiKind::None   ? true
+                       : Kind == RoiKind::Full ? Ipg_InsideRoi(roi.Values[col])
+                                               : roi.Inside(col);
+    const bool inside = !Ipg_IsMark(a[col]) && !Ipg_IsMark(b[col]) && inRoi;
+    const int v = combine(a[col], b[col], inside, local);
+    if (Write) {
+      out[col] = v;
+      local.Written.Add(v);
+    }
+  }
+  seen = local;
+}
+
+template <typename Combine>
+[[gnu::always_inline]] inline void CombineRow(const int* a, const int* b, int* out, unsigned cols, unsigned written,
+                                              IPG_ROI_ROW roi, Combine& combine, CombineExtremes& seen)
+{
+  if (roi.Values == nullptr)
+    CombineColumns<true, RoiKind::None>(a, b, out, 0, written, roi, combine, seen);
+  else if (roi.Cols >= cols)
+    CombineColumns<true, RoiKind::Full>(a, b, out, 0, written, roi, combine, seen);
+  else
+    CombineColumns<true, RoiKind::Checked>(a, b, out, 0, written, roi, combine, seen);
+  CombineColumns<false, RoiKind::Checked>(a, b, out, written, cols, roi, combine, seen);
+}
+
+template <typename Combine>
+void CombineRowPlain(const int* a, const int* b, int* out, unsigned cols, unsigned written, IPG_ROI_ROW roi,
+                     Combine& combine, CombineExtremes& seen)
+{
+  CombineRow(a, b, out, cols, written, roi, combine, seen);
+}
+
+#if defined(__x86_64__)
+template <typename Combine>
+[[gnu::target("avx2")]] void CombineRowAvx2(const int* a, const int* b, int* out, unsigned cols, unsigned written,
+                                            IPG_ROI_ROW roi, Combine& combine, CombineExtremes& seen)
+{
+  CombineRow(a, b, out, cols, written, roi, combine, seen);
+}
+#endif
+
 // Runs combine(a, b, inside, extremes) -> written value over the pixel pairs in
 // row bands; inside: neither is a mark and the pixel is inside the ROI.
 template <typename Combine>
@@ -83,20 +136,20 @@ CombineExtremes CombineInBands(const int* a, const int* b, int* out, std::size_t
 {
   const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
   std::vector<CombineExtremes> perBand(bands.Count);
+  const bool avx2 = Ipg_UseAvx2();
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     CombineExtremes seen;
     for (unsigned row = begin; row < end; ++row) {
-      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
       const std::size_t first = std::size_t{row} * cols;
-      for (unsigned col = 0; col < cols; ++col) {
-        const std::size_t k = first + col;
-        const bool inside = !Ipg_IsMark(a[k]) && !Ipg_IsMark(b[k]) && roiRow.Inside(col);
-        const int v = combine(a[k], b[k], inside, seen);
-        if (k < outCount) {
-          out[k] = v;
-          seen.Written.Add(v);
-        }
+      const unsigned written = first >= outCount ? 0 : static_cast<unsigned>(std::min<std::size_t>(cols, outCount - first));
+      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
+#if defined(__x86_64__)
+      if (avx2) {
+        CombineRowAvx2(a + first, b + first, out + first, cols, written, roiRow, combine, seen);
+        continue;
       }
+#endif
+      CombineRowPlain(a + first, b + first, out + first, cols, written, roiRow, combine, seen);
     }
     perBand[band] = seen;
   });

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <vector>
 
@@ -28,47 +29,113 @@ struct ExactTotal {
 
 } // namespace
 
+namespace {
+
+struct SelectedBand {
+  IPG_BAND_EXTREMES Extremes;
+  std::int64_t Count = 0, Sum = 0;
+};
+
+// Pixels [first, last) of the walk, without a branch per pixel.
+template <bool HasRoi>
+[[gnu::always_inline]] inline int SelectedMask(const int* pixels, const int* roi, std::size_t i)
+{
+  const int selected = static_cast<int>(!Ipg_IsMark(pixels[i])) & static_cast<int>(HasRoi ? Ipg_InsideRoi(roi[i]) : true);
+  return -selected;
+}
+
+// Pixels [first, last) of the walk, without a branch per pixel: the selection
+// is a bit mask (the form the vectoriser takes for conditional extremes), and
+// the 64-bit sum has a loop of its own.
+template <bool HasRoi>
+[[gnu::always_inline]] inline void AddSelectedIn(const int* pixels, std::size_t first, std::size_t last,
+                                                 const int* roi, std::size_t roiSize, SelectedBand& b)
+{
+  const std::size_t roiLast = roi == nullptr ? last : std::min(last, std::max(first, roiSize));
+  int mn = b.Extremes.Min, mx = b.Extremes.Max;
+  std::int64_t count = 0;
+  constexpr std::size_t kChunk = std::size_t{1} << 30; // a 32-bit count cannot overflow within it
+  for (std::size_t chunk = first; chunk < roiLast; chunk += kChunk) {
+    const std::size_t chunkEnd = std::min(roiLast, chunk + std::min(kChunk, roiLast - chunk));
+    int chunkCount = 0;
+    for (std::size_t i = chunk; i < chunkEnd; ++i) {
+      const int v = pixels[i];
+      const int keep = SelectedMask<HasRoi>(pixels, roi, i);
+      mn = std::min(mn, (v & keep) | (INT_MAX & ~keep));
+      mx = std::max(mx, (v & keep) | (INT_MIN & ~keep));
+      chunkCount -= keep;
+    }
+    count += chunkCount;
+  }
+  std::int64_t sum = 0;
+  for (std::size_t i = first; i < roiLast; ++i)
+    sum += static_cast<std::int64_t>(pixels[i] & SelectedMask<HasRoi>(pixels, roi, i));
+  b.Extremes.Min = mn;
+  b.Extremes.Max = mx;
+  b.Count += count;
+  b.Sum += sum;
+}
+
+// Inlined into a plain and an AVX2 copy.
+[[gnu::always_inline]] inline void AddSelected(const int* pixels, std::size_t first, std::size_t last, const int* roi,
+                                               std::size_t roiSize, SelectedBand& b)
+{
+  if (roi == nullptr)
+    AddSelectedIn<false>(pixels, first, last, roi, roiSize, b);
+  else
+    AddSelectedIn<true>(pixels, first, last, roi, roiSize, b);
+}
+
+void AddSelectedPlain(const int* pixels, std::size_t first, std::size_t last, const int* roi, std::size_t roiSize,
+                      SelectedBand& b)
+{
+  AddSelected(pixels, first, last, roi, roiSize, b);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void AddSelectedAvx2(const int* pixels, std::size_t first, std::size_t last, const int* roi,
+                                             std::size_t roiSize, SelectedBand& b)
+{
+  AddSelected(pixels, first, last, roi, roiSize, b);
+}
+#endif
+
+} // namespace
+
 IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsigned cols, const int* roi,
                                      std::size_t roiSize)
 {
-  struct Band {
-    IPG_BAND_EXTREMES Extremes;
-    std::int64_t Count = 0, Sum = 0;
-    ExactTotal Magnitude;
-  };
   const unsigned rows = cols == 0 ? 0 : static_cast<unsigned>(size / cols);
   const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
-  std::vector<Band> perBand(bands.Count);
+  std::vector<SelectedBand> perBand(bands.Count);
+  const bool avx2 = Ipg_UseAvx2();
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    Band b;
-    const std::size_t last = std::min(size, std::size_t{end} * cols);
-    for (std::size_t i = std::size_t{begin} * cols; i < last; ++i) {
-      const int v = pixels[i];
-      const bool selected = !Ipg_IsMark(v) && (roi == nullptr || (i < roiSize && Ipg_InsideRoi(roi[i])));
-      if (!selected)
-        continue;
-      b.Extremes.Add(v);
-      ++b.Count;
-      b.Sum += v;
-      b.Magnitude.Add(static_cast<std::uint64_t>(std::llabs(v)));
+    const std::size_t first = std::size_t{begin} * cols, last = std::min(size, std::size_t{end} * cols);
+#if defined(__x86_64__)
+    if (avx2) {
+      AddSelectedAvx2(pixels, first, last, roi, roiSize, perBand[band]);
+      return;
     }
-    perBand[band] = b;
+#endif
+    AddSelectedPlain(pixels, first, last, roi, roiSize, perBand[band]);
   });
   IPG_SELECTED_STATS stats;
   IPG_BAND_EXTREMES extremes;
   std::int64_t sum = 0;
-  ExactTotal magnitude;
-  for (const Band& b : perBand) {
+  for (const SelectedBand& b : perBand) {
     extremes.Add(b.Extremes.Min);
     extremes.Add(b.Extremes.Max);
     stats.Count += b.Count;
     sum += b.Sum;
-    magnitude.Add(b.Magnitude.Value);
-    magnitude.Exact = magnitude.Exact && b.Magnitude.Exact;
   }
-  // A row count that leaves pixels over (size not a multiple of cols) is not
-  // covered by the bands: the serial loop then does the whole work.
-  stats.SumExact = magnitude.Exact && std::size_t{rows} * cols == size;
+  // count x the largest magnitude bounds the sum of magnitudes, hence every
+  // running total of the serial loop. A row count that leaves pixels over (size
+  // not a multiple of cols) is not covered by the bands: the serial loop then
+  // does the whole work.
+  const long double largest = std::max(std::fabs(static_cast<long double>(extremes.Min)),
+                                       std::fabs(static_cast<long double>(extremes.Max)));
+  const bool bounded = stats.Count == 0 || largest * static_cast<long double>(stats.Count) < 9007199254740992.0L;
+  stats.SumExact = bounded && std::size_t{rows} * cols == size;
   stats.Min = extremes.Min;
   stats.Max = extremes.Max;
   stats.Sum = static_cast<double>(sum);
