@@ -47,17 +47,31 @@ void ForSquareIndex(unsigned cols, unsigned rows, std::size_t size, F visit)
 // that is the plain row-major order, every pixel once, so rows can go to bands;
 // on any other shape positions repeat or are missed and the walk stays serial.
 
-// Every level divided by divisor (> 0), toward zero. The quotient of two doubles
-// truncates to the integer quotient for every 32-bit level, and vectorises.
-void DivideLevels(int* pixels, unsigned cols, unsigned rows, std::size_t size, int divisor)
+// Every level (all within [mn, mx]) divided by divisor (> 0), toward zero. A
+// narrow range goes through a table of quotients; otherwise the quotient of two
+// doubles, which truncates to the integer quotient for every 32-bit level.
+void DivideLevels(int* pixels, unsigned cols, unsigned rows, std::size_t size, int mn, int mx, int divisor)
 {
   if (cols != rows) {
     ForSquareIndex(cols, rows, size, [&](std::size_t k, unsigned, unsigned) { pixels[k] /= divisor; });
     return;
   }
+  constexpr long long kLargestTable = 1 << 16;
+  std::vector<int> quotients;
+  if (static_cast<long long>(mx) - mn < kLargestTable) {
+    quotients.resize(static_cast<std::size_t>(static_cast<long long>(mx) - mn + 1));
+    for (std::size_t i = 0; i < quotients.size(); ++i)
+      quotients[i] = static_cast<int>((mn + static_cast<long long>(i)) / divisor);
+  }
   const double d = divisor;
   Ipg_RunBands(Ipg_SplitRows(rows, cols), [&](unsigned, unsigned begin, unsigned end) {
-    for (std::size_t k = std::size_t{begin} * cols; k < std::size_t{end} * cols; ++k)
+    const std::size_t first = std::size_t{begin} * cols, last = std::size_t{end} * cols;
+    if (!quotients.empty()) {
+      for (std::size_t k = first; k < last; ++k)
+        pixels[k] = quotients[static_cast<std::size_t>(static_cast<long long>(pixels[k]) - mn)];
+      return;
+    }
+    for (std::size_t k = first; k < last; ++k)
       pixels[k] = static_cast<int>(pixels[k] / d);
   });
 }
@@ -220,12 +234,22 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int threshold, short type)
   DCM_DATA& out = *ImaOut->Data;
   const int scaledThreshold = Wrap(static_cast<long long>(type) * threshold); // an integer product
   const short outPrecision = out.GetPrecision();
-  const IPG_WRITTEN written = Ipg_MapPixels(in, Roi, out, in.GetNbOfCols(), in.GetNbOfRows(), [=](int v, bool inside) {
-    // Copied levels go through the output's precision, as a real value would.
-    const int copied = DCM_DATA::ToRaw(static_cast<double>(v), outPrecision);
-    const int binary = scaledThreshold <= static_cast<double>(type) * v ? kIpgMaskValue : 0;
-    return Ipg_IsMark(v) || !inside ? copied : binary;
-  });
+  // type * v compared as a 64-bit integer: the same comparison as in doubles,
+  // where the product is exact too.
+  auto binary = [scaledThreshold, type](int v) {
+    return scaledThreshold <= static_cast<long long>(type) * v ? kIpgMaskValue : 0;
+  };
+  auto binarise = [&](auto copy) {
+    return Ipg_MapPixels(in, Roi, out, in.GetNbOfCols(), in.GetNbOfRows(), [=](int v, bool inside) {
+      const int copied = copy(v), set = binary(v); // both computed: the loop stays branch-free
+      return (Ipg_IsMark(v) | !inside) ? copied : set;
+    });
+  };
+  // Copied levels go through the output's precision, as a real value would; at
+  // a precision of 1 or less that leaves them as they are.
+  const IPG_WRITTEN written =
+      outPrecision <= 1 ? binarise([](int v) { return v; })
+                        : binarise([outPrecision](int v) { return DCM_DATA::ToRaw(static_cast<double>(v), outPrecision); });
   if (!written.WholeOutput)
     return FinishOutput();
   out.SetMin(written.Extremes.Min);
@@ -358,7 +382,7 @@ int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
   Ipg_MeasureExtremes(in);
   if (in.GetMax() > 256) {
     // Brings the grey levels into about 0..255; callers read the divided input back.
-    DivideLevels(pixels, cols, rows, in.GetSize(), in.GetMax() / 256 + 1);
+    DivideLevels(pixels, cols, rows, in.GetSize(), in.GetMin(), in.GetMax(), in.GetMax() / 256 + 1);
   }
   Ipg_MeasureExtremes(in);
   const int mn = in.GetMin();

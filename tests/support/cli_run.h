@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
+#include <unistd.h>
 
 struct Outcome {
   int status = -1;
@@ -26,11 +27,12 @@ inline std::string Slurp(const std::string& path)
   return s.str();
 }
 
-// Files of the running test only: CTest runs the tests of a program in parallel.
+// Files of the running test only: CTest runs the tests of a program in parallel,
+// and several build trees may run the same test at once.
 inline std::string Temp(const std::string& name)
 {
-  return testing::TempDir() + "/ipg_cli_" + testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
-         name;
+  return testing::TempDir() + "/ipg_cli_" + std::to_string(getpid()) + "_" +
+         testing::UnitTest::GetInstance()->current_test_info()->name() + "_" + name;
 }
 
 inline std::string Q(const std::string& path) { return "'" + path + "'"; }
