@@ -136,8 +136,7 @@ bool IPG_ARITHMETIC1::Abs()
       const int magnitude = v == INT_MIN ? INT_MAX : std::abs(v);
       out[static_cast<std::size_t>(row) * outCols + col] = inside ? magnitude : v;
     }
-  ImaOut->Data->SetMin();
-  ImaOut->Data->SetMax();
+  Ipg_MeasureExtremes(*ImaOut->Data);
   ImaOut->Data->SetDynMax(static_cast<unsigned>(ImaOut->Data->GetMax()) -
                           static_cast<unsigned>(ImaOut->Data->GetMin()) + 1u);
   return ApplyModeToOutImage();

@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
@@ -83,8 +84,7 @@ bool IPG_CHANGE_DYNAMIC::Apply()
   const int* output = out.GetIDataAddress();
   for (std::size_t k = 0; k < in.GetSize(); ++k)
     input[k] = k < out.GetSize() ? output[k] : 0;
-  out.SetMin();
-  out.SetMax();
+  Ipg_MeasureExtremes(out);
   return true;
 }
 
@@ -118,8 +118,7 @@ bool IPG_CHANGE_DYNAMIC::GetCutImage()
       else
         out.SetValue(col, row, 0);
     }
-  out.SetMin();
-  out.SetMax();
+  Ipg_MeasureExtremes(out);
   return true;
 }
 
@@ -137,8 +136,7 @@ bool IPG_CHANGE_DYNAMIC::GetAbsoluteImage()
       // |INT_MIN| does not fit: it saturates.
       out.SetValue(col, row, Ipg_IsMark(v) ? v : v == INT_MIN ? INT_MAX : std::abs(v));
     }
-  out.SetMin();
-  out.SetMax();
+  Ipg_MeasureExtremes(out);
   return true;
 }
 
@@ -173,7 +171,6 @@ bool IPG_CHANGE_DYNAMIC::GetRedynImage()
       const bool tabulated = at >= 0 && at < static_cast<std::int64_t>(table.size());
       out.SetValue(col, row, tabulated ? table[static_cast<std::size_t>(at)] : Redyn(v, mn, range, lo, hi));
     }
-  out.SetMin();
-  out.SetMax();
+  Ipg_MeasureExtremes(out);
   return true;
 }

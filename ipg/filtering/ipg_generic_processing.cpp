@@ -217,8 +217,7 @@ bool IPG_GENERIC_PROCESSING::InsideRoi(unsigned col, unsigned row) const
 
 int IPG_GENERIC_PROCESSING::FinishOutput()
 {
-  ImaOut->Data->SetMin();
-  ImaOut->Data->SetMax();
+  Ipg_MeasureExtremes(*ImaOut->Data);
   return ApplyModeToOutImage() ? 1 : 0;
 }
 
@@ -265,14 +264,25 @@ void IPG_GENERIC_PROCESSING::MapSelectedPixels(Map map) const
   const DCM_DATA& in = *ImaIn->Data;
   const int* src = in.GetIDataAddress();
   int* dst = ImaOut->Data->GetIDataAddress();
-  const std::size_t outSize = ImaOut->Data->GetSize();
+  const std::size_t count = std::min(in.GetSize(), ImaOut->Data->GetSize());
   const unsigned cols = in.GetNbOfCols();
-  for (std::size_t k = 0; k < in.GetSize() && k < outSize; ++k) {
-    const int v = src[k];
-    const bool selected =
-        Ipg_IsGreyLevel(v) && InsideRoi(static_cast<unsigned>(k % cols), static_cast<unsigned>(k / cols));
-    dst[k] = selected ? map(v) : v;
-  }
+  if (cols == 0)
+    return;
+  // Row-major positions of the input, written at the same position of the
+  // output's pixel array (up to its size), in row bands.
+  const unsigned rows = static_cast<unsigned>((count + cols - 1) / cols);
+  Ipg_RunBands(Ipg_SplitRows(rows, cols), [&](unsigned, unsigned begin, unsigned end) {
+    for (unsigned row = begin; row < end; ++row) {
+      const IPG_ROI_ROW roiRow = Ipg_RoiRow(Roi, row);
+      const std::size_t first = std::size_t{row} * cols;
+      const unsigned n = static_cast<unsigned>(std::min<std::size_t>(cols, count - first));
+      for (unsigned col = 0; col < n; ++col) {
+        const int v = src[first + col];
+        const bool selected = Ipg_IsGreyLevel(v) && roiRow.Inside(col);
+        dst[first + col] = selected ? map(v) : v;
+      }
+    }
+  });
 }
 
 int IPG_GENERIC_PROCESSING::MakeBinary(int low, int high, short type)
@@ -307,8 +317,7 @@ int IPG_GENERIC_PROCESSING::DoubleThreshold(int low, int high, short type)
     return outside ? kIpgMaskValue : v;
   });
   DCM_DATA& out = *ImaOut->Data;
-  out.SetMin();
-  out.SetMax();
+  Ipg_MeasureExtremes(out);
   out.SetDynMax(static_cast<unsigned>(static_cast<long long>(out.GetMax()) - out.GetMin() + 1));
   return ApplyModeToOutImage() ? 1 : 0;
 }

@@ -115,12 +115,12 @@ TEST(PointKernel, MatchesAPlainPerPixelWalkAcrossPrecisions)
   EXPECT_EQ(got.Max, expected.Data->GetMax());
 }
 
-// Otsu (on a square and a non-square image, whose walk stays serial) and the
-// single threshold: the same output, extremes and divided input at any thread
-// count, with and without SIMD.
+// Otsu (on a square and a non-square image, whose walk stays serial), the
+// thresholds and the band clipping: the same output, extremes and divided
+// input at any thread count, with and without SIMD.
 TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
 {
-  for (int code : {400, 404})
+  for (int code : {400, 401, 403, 404})
     for (unsigned rows : {kRows, kCols})
       for (bool withRoi : {false, true}) {
         SCOPED_TRACE("code " + std::to_string(code) + ", rows " + std::to_string(rows) + (withRoi ? ", ROI" : ""));
