@@ -75,6 +75,14 @@ struct CombineExtremes {
   IPG_BAND_EXTREMES Written;
 };
 
+// min(current, v) where cond holds, else current; written as a bit mask, the
+// form the vectoriser takes for a conditional minimum.
+inline int MinWhere(int current, int v, bool cond)
+{
+  const int keep = -static_cast<int>(cond);
+  return std::min(current, (v & keep) | (INT_MAX & ~keep));
+}
+
 // How a row reads its ROI: none, a row covering every column, or bounds-checked.
 enum class RoiKind { None, Full, Checked };
 
@@ -89,7 +97,7 @@ template <bool Write, RoiKind Kind, typename Combine>
     const bool inRoi = Kind == RoiKind::None   ? true
                        : Kind == RoiKind::Full ? Ipg_InsideRoi(roi.Values[col])
                                                : roi.Inside(col);
-    const bool inside = !Ipg_IsMark(a[col]) && !Ipg_IsMark(b[col]) && inRoi;
+    const bool inside = !Ipg_IsMark(a[col]) & !Ipg_IsMark(b[col]) & inRoi;
     const int v = combine(a[col], b[col], inside, local);
     if (Write) {
       out[col] = v;
@@ -281,7 +289,7 @@ bool IPG_ARITHMETIC2::CombineWithMaxForOthers(F formula)
   const CombineExtremes e =
       CombineInBands(f.A, f.B, f.Out, f.OutCount, f.Cols, f.Rows, Roi, [&](int a, int b, bool inside, CombineExtremes& seen) {
         const int v = inside ? formula(a, b) : std::max(a, b);
-        seen.InsideMin = inside ? std::min(seen.InsideMin, v) : seen.InsideMin;
+        seen.InsideMin = MinWhere(seen.InsideMin, v, inside);
         seen.Max = std::max(seen.Max, v);
         return v;
       });
@@ -315,7 +323,7 @@ bool IPG_ARITHMETIC2::MakeDifferenceImage()
   const CombineExtremes e =
       CombineInBands(f.A, f.B, f.Out, f.OutCount, f.Cols, f.Rows, Roi, [&](int a, int b, bool inside, CombineExtremes& seen) {
         const int v = inside ? Ipg_WrapToInt(static_cast<long long>(a) - b) : std::max(a, b);
-        seen.InsideMin = inside ? std::min(seen.InsideMin, v) : seen.InsideMin;
+        seen.InsideMin = MinWhere(seen.InsideMin, v, inside);
         seen.Max = std::max(seen.Max, v);
         // Tracked before thresholding: zeroed pixels do not enter the extremes.
         return thresholds && OutsideWindow(a, b) ? 0 : v;
