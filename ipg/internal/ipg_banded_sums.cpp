@@ -191,3 +191,34 @@ bool Ipg_ExactNoiseSums(const DCM_DATA& in, const DCM_DATA& smoothed, const DCM_
   noise = static_cast<double>(totalNoise.Value);
   return true;
 }
+
+bool Ipg_ExactSquaredDistance(const int* a, const int* b, unsigned cols, unsigned rows, const DCM_STRUCT* roi,
+                              double& sum)
+{
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  std::vector<ExactTotal> perBand(bands.Count);
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    ExactTotal total;
+    for (unsigned row = begin; row < end; ++row) {
+      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
+      const std::size_t first = std::size_t{row} * cols;
+      for (unsigned col = 0; col < cols; ++col) {
+        const int va = a[first + col], vb = b[first + col];
+        if (Ipg_IsMark(va) || Ipg_IsMark(vb) || !roiRow.Inside(col))
+          continue;
+        const std::int64_t gap = static_cast<std::int64_t>(va) - vb;
+        total.Add(std::llabs(gap) <= kLargestExactRoot ? static_cast<std::uint64_t>(gap * gap) : kExactLimit);
+      }
+    }
+    perBand[band] = total;
+  });
+  ExactTotal all;
+  for (const ExactTotal& t : perBand) {
+    all.Add(t.Value);
+    all.Exact = all.Exact && t.Exact;
+  }
+  if (!all.Exact)
+    return false;
+  sum = static_cast<double>(all.Value);
+  return true;
+}

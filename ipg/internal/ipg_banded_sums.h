@@ -30,3 +30,9 @@ IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsign
 // the sums are not exact as integers (see above).
 bool Ipg_ExactNoiseSums(const DCM_DATA& in, const DCM_DATA& smoothed, const DCM_STRUCT* roi, double& signal,
                         double& noise);
+
+// Sum of (a - b)^2 over the pixels where neither a nor b is a mark and the ROI
+// (if any) holds its mark, of two cols x rows row-major images. False when the
+// sum is not exact as an integer (see above).
+bool Ipg_ExactSquaredDistance(const int* a, const int* b, unsigned cols, unsigned rows, const DCM_STRUCT* roi,
+                              double& sum);

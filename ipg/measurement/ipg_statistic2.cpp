@@ -2,6 +2,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_banded_sums.h"
 #include "ipg/internal/ipg_guard.h"
 
 #include <algorithm>
@@ -192,6 +193,10 @@ bool IPG_STATISTIC2::ComputeLeastSquared()
   const int* a = ImaIn->Data->GetIDataAddress();
   const int* b = InSecond->Data->GetIDataAddress();
   double sum = 0.0;
+  if (Ipg_ExactSquaredDistance(a, b, cols, rows, Roi, sum)) {
+    Result = std::sqrt(sum);
+    return true;
+  }
   for (unsigned row = 0; row < rows; ++row)
     for (unsigned col = 0; col < cols; ++col) {
       const std::size_t k = static_cast<std::size_t>(row) * cols + col;

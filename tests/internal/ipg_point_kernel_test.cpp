@@ -5,12 +5,14 @@
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/framework/ipg_threads.h"
 #include "ipg/measurement/ipg_statistic1.h"
+#include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_simd.h"
 #include "support/images.h"
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <random>
 #include <tuple>
 
@@ -148,26 +150,61 @@ TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
 }
 
 // The banded integer sums of the statistics equal the pixel-by-pixel double sums.
+// Small levels take the banded sums, large ones (squares beyond 2^53) the
+// serial loops.
 TEST(PointKernel, StatisticsAreTheSameAtAnyThreadCount)
 {
+  auto small = RandomImage(20, -3000, 3000);
+  small->Data->GetIDataAddress()[99] = 0;
   auto in = RandomImage(21, -3000000, 3000000);
   auto roi = RandomRoi(22);
-  for (int code : {0, 2, 4, 6, 16})
-    for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()}) {
-      SCOPED_TRACE("code " + std::to_string(code) + (mask != nullptr ? " with ROI" : ""));
-      auto run = [&](int threads) {
-        Ipg_SetNumThreads(threads);
-        IPG_STATISTIC1 op(in.get(), mask);
-        op.SetTools(code);
-        op.Apply();
-        Ipg_SetNumThreads(0);
-        return std::vector<double>{op.GetResult(), op.GetMin(), op.GetMax(), op.GetMean(), op.GetVariance(),
-                                   op.GetSNR(), double(op.GetNbPixels())};
-      };
-      const std::vector<double> one = run(1);
-      EXPECT_EQ(run(2), one);
-      EXPECT_EQ(run(7), one);
+  for (DCM_STRUCT* image : {small.get(), in.get()})
+    for (int code : {0, 2, 4, 6, 16})
+      for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()}) {
+        SCOPED_TRACE("code " + std::to_string(code) + (mask != nullptr ? " with ROI" : ""));
+        auto run = [&](int threads) {
+          Ipg_SetNumThreads(threads);
+          IPG_STATISTIC1 op(image, mask);
+          op.SetTools(code);
+          op.Apply();
+          Ipg_SetNumThreads(0);
+          return std::vector<double>{op.GetResult(), op.GetMin(), op.GetMax(), op.GetMean(), op.GetVariance(),
+                                     op.GetSNR(), double(op.GetNbPixels())};
+        };
+        const std::vector<double> one = run(1);
+        EXPECT_EQ(run(2), one);
+        EXPECT_EQ(run(7), one);
+      }
+  // The mean against the pixel-by-pixel double sum it is defined by.
+  double sum = 0.0;
+  int count = 0;
+  for (std::size_t k = 0; k < small->Data->GetSize(); ++k)
+    if (small->Data->GetIDataAddress()[k] <= 16777216) {
+      sum += small->Data->GetIDataAddress()[k];
+      ++count;
     }
+  IPG_STATISTIC1 mean(small.get());
+  mean.SetTools(0);
+  mean.Apply();
+  EXPECT_EQ(mean.GetResult(), sum / count);
+  // The distance between two images, against its definition.
+  in = std::move(small);
+  auto other = RandomImage(23, -3000, 3000);
+  other->Data->GetIDataAddress()[99] = 0;
+  double squares = 0.0;
+  for (std::size_t k = 0; k < in->Data->GetSize(); ++k) {
+    const int a = in->Data->GetIDataAddress()[k], b = other->Data->GetIDataAddress()[k];
+    if (a <= 16777216 && b <= 16777216 && roi->Data->GetIDataAddress()[k] == kRoiInside)
+      squares += (double(a) - b) * (double(a) - b);
+  }
+  for (int threads : {1, 2, 7}) {
+    Ipg_SetNumThreads(threads);
+    IPG_STATISTIC2 distance(in.get(), other.get(), roi.get());
+    distance.SetTools(102);
+    distance.Apply();
+    Ipg_SetNumThreads(0);
+    EXPECT_EQ(distance.GetResult(), std::sqrt(squares)) << threads << " threads";
+  }
 }
 
 // Two-image sums and differences (with the difference window) in bands.
