@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
@@ -168,8 +169,7 @@ bool IPG_ROI::MakeRoi()
       }
   }
   CopyHeader(x0, y0, x1, y1);
-  out->SetMin();
-  out->SetMax();
+  Ipg_MeasureExtremes(*out);
   out->SetDynMax(static_cast<unsigned>(static_cast<long long>(out->GetMax()) - out->GetMin() + 1));
   out->SetRoi(static_cast<unsigned>(std::max(x0, 0)), static_cast<unsigned>(std::max(y0, 0)));
   return true;
