@@ -9,6 +9,12 @@
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
   Dcm_SetIsolatedDecoding(true);
+  // Well inside libFuzzer's own timeout: a codec grinding on a broken stream
+  // (JPEG-LS can spend seconds on a few kilobytes) must be stopped by the wall,
+  // which is what this target checks.
+  DCM_READ_LIMITS limits = Dcm_GetReadLimits();
+  limits.MaxSeconds = 2.0;
+  Dcm_SetReadLimits(limits);
   return 0;
 }
 

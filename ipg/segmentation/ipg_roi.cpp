@@ -149,7 +149,10 @@ bool IPG_ROI::MakeRoi()
         if (ROIType == kCircle) {
           const long long dx = col - static_cast<long long>(Centre->GetX());
           const long long dy = row - static_cast<long long>(Centre->GetY());
-          inside = static_cast<double>(dx * dx + dy * dy) <= static_cast<double>(radius2);
+          // Each square is below 2^63; their sum is taken unsigned, where it fits.
+          const unsigned long long distance2 =
+              static_cast<unsigned long long>(dx * dx) + static_cast<unsigned long long>(dy * dy);
+          inside = static_cast<double>(distance2) <= static_cast<double>(radius2);
         } else if (ROIType == kMask) {
           inside = Roi != nullptr && Ipg_InsideAnyNonZeroMask(Roi, c, r); // no mask: nothing inside
         }
