@@ -75,6 +75,9 @@ public:
   virtual const std::vector<CliCode>& Codes() const = 0;
   virtual const std::vector<CliParameter>& Parameters() const = 0;
   virtual const std::vector<std::string>& ResultNames() const = 0;
+  // The operation codes that fill a result ("Result" included); null when every
+  // code does. Results that the run's code does not fill are left out of it.
+  virtual const std::vector<int>* FillingCodes(const std::string& /*result*/) const { return nullptr; }
   // The class's own `ipg run` options; none unless the table declares some.
   virtual const std::vector<CliOption>& Options() const
   {

@@ -7,6 +7,42 @@
 
 namespace {
 
+// "0-2, 6, 9-13": the codes that fill a result, runs of consecutive codes joined.
+std::string CodeRanges(const std::vector<int>& codes)
+{
+  std::string text;
+  for (std::size_t i = 0; i < codes.size();) {
+    std::size_t last = i;
+    while (last + 1 < codes.size() && codes[last + 1] == codes[last] + 1)
+      ++last;
+    text += (text.empty() ? "" : ", ") + std::to_string(codes[i]);
+    if (last > i)
+      text += (last == i + 1 ? ", " : "-") + std::to_string(codes[last]);
+    i = last + 1;
+  }
+  return text;
+}
+
+// A result's name, with the codes that fill it when not every code does.
+std::string ResultLabel(const CliOperator& op, const std::string& name)
+{
+  const std::vector<int>* codes = op.FillingCodes(name);
+  return codes == nullptr ? name : name + " (" + CodeRanges(*codes) + ")";
+}
+
+Json FillingCodes(const CliOperator& op)
+{
+  Json filled(Json::Object{});
+  for (const std::string& name : op.ResultNames())
+    if (const std::vector<int>* codes = op.FillingCodes(name)) {
+      Json::Array list(codes->begin(), codes->end());
+      filled.Set(name, Json(std::move(list)));
+    }
+  if (const std::vector<int>* codes = op.FillingCodes("Result"))
+    filled.Set("Result", Json(Json::Array(codes->begin(), codes->end())));
+  return filled;
+}
+
 Json Describe(const CliOperator& op)
 {
   Json::Array codes, parameters, results, options;
@@ -26,6 +62,7 @@ Json Describe(const CliOperator& op)
                            {"codes", codes},
                            {"parameters", parameters},
                            {"results", results},
+                           {"filled_by", FillingCodes(op)},
                            {"options", options},
                            {"second_input", op.NeedsSecondInput()},
                            {"output_image", op.WritesImage()}});
@@ -43,9 +80,9 @@ void PrintText(const CliOperator& op)
     std::cout << "    --set " << p.name << "=<" << p.type << ">  " << p.description << "\n";
   for (const CliOption& o : op.Options())
     std::cout << "    --" << o.name << (o.valueName.empty() ? "" : " " + o.valueName) << "  " << o.description << "\n";
-  std::string results = "Result";
+  std::string results = ResultLabel(op, "Result");
   for (const std::string& r : op.ResultNames())
-    results += ", " + r;
+    results += ", " + ResultLabel(op, r);
   std::cout << "  results: " << results << "\n";
   std::cout << "  images: input" << (op.NeedsSecondInput() ? ", second input (--second)" : "")
             << (op.WritesImage() ? ", output (-o)" : ", no output image") << "\n";
@@ -85,7 +122,8 @@ const bool registered = Cli_RegisterCommand({
     "Lists every operator class that `ipg run` reaches (or only the classes named):\n"
     "its operation codes (--tools) with their method names, its settable parameters\n"
     "(--set Name=Value) with their types, its numerical results, its own options\n"
-    "and the images it takes and writes.\n"
+    "and the images it takes and writes. A result followed by codes is filled by\n"
+    "those codes only; `ipg run` leaves it out for the others.\n"
     "\n"
     "  --json   the same as a JSON array of objects\n",
     List,

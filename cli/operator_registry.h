@@ -95,6 +95,22 @@ public:
     return *this;
   }
 
+  // Only the operation codes listed fill the result `name` (a getter or
+  // "Result"): a run with another code leaves it out, so that fields still at
+  // their starting values are not shown as measures.
+  CliOperatorTable& FilledBy(const std::string& name, std::vector<int> codes)
+  {
+    Filling.emplace_back(name, std::move(codes));
+    return *this;
+  }
+  const std::vector<int>* FillingCodes(const std::string& result) const override
+  {
+    for (const auto& [name, codes] : Filling)
+      if (name == result)
+        return &codes;
+    return nullptr;
+  }
+
   // An output image of the input's geometry, allocated before the run and handed
   // to the operator with attach; written as the label's file ("out" is -o).
   CliOperatorTable& Output(const std::string& label, Attach attach)
@@ -181,6 +197,7 @@ public:
       outcome.results.Set("Result", Json(op->GetResult()));
     for (const auto& [name, get] : Getters)
       outcome.results.Set(name, get(*op));
+    DropUnfilled(outcome.results);
     for (const Hook& hook : Hooks)
       hook(*op, images, outcome);
     RunOptions(*op, settings, CliWhen::AfterApply, outcome);
@@ -235,6 +252,18 @@ private:
     return op;
   }
 
+  void DropUnfilled(Json& results) const
+  {
+    const Json* tools = results.Find("tools");
+    if (tools == nullptr || !tools->IsNumber())
+      return;
+    const int code = static_cast<int>(tools->AsNumber());
+    std::erase_if(results.AsObject(), [&](const auto& member) {
+      const std::vector<int>* codes = FillingCodes(member.first);
+      return codes != nullptr && std::find(codes->begin(), codes->end(), code) == codes->end();
+    });
+  }
+
   void RunOptions(Op& op, const CliSettings& settings, CliWhen when, CliRunOutcome& outcome) const
   {
     for (const auto& option : settings.options) {
@@ -274,6 +303,7 @@ private:
   std::vector<std::pair<std::string, Setter>> Setters;
   std::vector<std::string> ResultList;
   std::vector<std::pair<std::string, Getter>> Getters;
+  std::vector<std::pair<std::string, std::vector<int>>> Filling;
   std::vector<std::pair<std::string, Attach>> Outputs;
   Attach AttachSecond;
   bool SecondRequired = true;

@@ -28,6 +28,7 @@ const bool registeredStatistic2 = [] {
       [](const CliImages& im) { return std::make_unique<IPG_STATISTIC2>(im.in, im.second, im.roi); });
   table->SecondInput([](IPG_STATISTIC2& op, DCM_STRUCT* second) { op.SetInSecond(second); });
   table->ResultFn("MutualInformationRecord", MutualInformationRecord);
+  table->FilledBy("MutualInformationRecord", {100});
   return Cli_Register(std::move(table));
 }();
 

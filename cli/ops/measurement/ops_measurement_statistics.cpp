@@ -29,6 +29,18 @@ const bool registered = [] {
   table->ResultFn("FAlpha", [array](IPG_STATISTIC1& op) { return array(op.GetFAlpha()); });
   table->ResultFn("HolderAlpha", [array](IPG_STATISTIC1& op) { return array(op.GetHolderAlpha()); });
   table->ResultFn("HolderFAlpha", [array](IPG_STATISTIC1& op) { return array(op.GetHolderFAlpha()); });
+  // What each code delivers: Result for all but MinMaxGL (4), the dedicated
+  // fields for BasicStats (6) only; the single-value queries 9 to 13 answer in
+  // Result. The others keep their starting values (Min 16777217, Variance -1).
+  table->FilledBy("Result", {0, 1, 2, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16});
+  table->FilledBy("Min", {4, 6}).FilledBy("Max", {4, 6});
+  for (const char* basic : {"Mean", "Variance", "StdDev", "NbPixels", "SNR"})
+    table->FilledBy(basic, {6});
+  for (const char* box : {"BoxSizes", "BoxCounts", "FitR2"})
+    table->FilledBy(box, {7, 8});
+  for (const char* spectrum : {"QValues", "Dq", "Alpha", "FAlpha"})
+    table->FilledBy(spectrum, {15});
+  table->FilledBy("HolderAlpha", {14}).FilledBy("HolderFAlpha", {14});
   return Cli_Register(std::move(table));
 }();
 

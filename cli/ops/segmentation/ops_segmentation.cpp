@@ -71,6 +71,7 @@ const bool connexityRegistered = [] {
     }
     return out;
   });
+  table->FilledBy("MomentGeo", {804}).FilledBy("MomentCent", {805}).FilledBy("ShapeFeat", {806});
   table->Output("out", [](Op& op, DCM_STRUCT* out) { op.SetImaOut(out); });
   return Cli_Register(std::move(table));
 }();
