@@ -5,6 +5,7 @@
 #include "cli/cli_interrupt.h"
 #include "cli/cli_io.h"
 #include "cli/cli_pipeline.h"
+#include "cli/cli_preview.h"
 #include "cli/operator_registry.h"
 
 #include <iostream>
@@ -17,7 +18,7 @@ CliArgs RunGrammar(const CliOperator& op)
   CliArgs grammar;
   grammar.Option("tools", true).Option("set", true).Option("roi", true).Option("second", true);
   grammar.Option("mode", true).Option("output", true, {"-o"}).Option("png", true).Option("json", false);
-  grammar.Option("frame", true).Option("precision", true);
+  grammar.Option("frame", true).Option("precision", true).Option("colormap", true).Option("log", false);
   grammar.Option("save-pipeline", true).Option("append-pipeline", true);
   for (const CliOption& o : op.Options())
     grammar.Option(o.name, !o.valueName.empty());
@@ -66,13 +67,25 @@ CliInputImages ReadInputs(const CliOperator& op, const CliArgs& args)
     throw CliUsageError(op.Name() + " needs a second input image (--second FILE)");
   if ((args.Has("output") || args.Has("png")) && !op.WritesImage())
     throw CliUsageError(op.Name() + " has no output image: -o and --png do not apply");
+  if ((args.Has("colormap") || args.Has("log")) && !args.Has("png"))
+    throw CliUsageError("--colormap and --log shape the --png preview; give --png too");
   return Cli_ReadInputs(args.Positional()[0], args);
+}
+
+CliPreviewOptions PreviewOptions(const CliArgs& args)
+{
+  CliPreviewOptions options;
+  if (args.Has("colormap"))
+    options.map = Cli_ParseColormap(*args.Value("colormap"));
+  options.log = args.Has("log");
+  return options;
 }
 
 // Writes every output image: the first ("out") to -o / --png, the others beside
 // them with their label appended.
 Json WriteOutputs(const CliRunOutcome& outcome, const CliArgs& args)
 {
+  const CliPreviewOptions preview = PreviewOptions(args);
   Json written(Json::Object{});
   for (std::size_t i = 0; i < outcome.images.size(); ++i) {
     const auto& [label, image] = outcome.images[i];
@@ -83,7 +96,7 @@ Json WriteOutputs(const CliRunOutcome& outcome, const CliArgs& args)
     }
     if (args.Has("png")) {
       const std::string path = i == 0 ? *args.Value("png") : Cli_DerivedPath(*args.Value("png"), label);
-      Cli_WritePng(*image, path);
+      Cli_WritePreview(*image, path, preview);
       written.Set(label + ".png", path);
     }
   }
@@ -107,6 +120,7 @@ int Run(const std::vector<std::string>& args)
   parsed.Parse(std::vector<std::string>(args.begin() + 1, args.end()));
   const CliSettings settings = Settings(*op, parsed);
   const CliInputImages inputs = ReadInputs(*op, parsed);
+  PreviewOptions(parsed); // a bad --colormap stops the run before it starts
 
   CliRunOutcome outcome = op->Run({inputs.in.get(), inputs.second.get(), inputs.roi.get()}, settings);
   Cli_StopIfInterrupted(); // before anything is written
@@ -130,7 +144,7 @@ const bool registered = Cli_RegisterCommand({
     "run one operator on a DICOM file, write its output and results",
     "usage: ipg run CLASS [--tools N] [--set Name=Value]... [--roi FILE] [--second FILE]\n"
     "               [--mode M] [--precision P] [--frame F] [CLASS OPTIONS] IN\n"
-    "               [-o OUT.dcm] [--png OUT.png] [--json]\n"
+    "               [-o OUT.dcm] [--png OUT.png [--colormap MAP] [--log]] [--json]\n"
     "               [--save-pipeline FILE.json | --append-pipeline FILE.json]\n"
     "\n"
     "Builds the operator CLASS as a host would: its constructor with the input\n"
@@ -139,8 +153,8 @@ const bool registered = Cli_RegisterCommand({
     "(--set LimitSup=100 calls SetLimitSup(100)), the operation code and the\n"
     "output mode, runs Apply(), writes the output image when the class has one\n"
     "and prints the numerical results: Apply()'s success, GetResult() and the\n"
-    "class's own getters. `ipg list CLASS` shows the codes, parameters, results\n"
-    "and class options.\n"
+    "class's own getters, those that the operation code fills (`ipg list CLASS`\n"
+    "shows which codes fill which results, the parameters and class options).\n"
     "\n"
     "  --tools N        operation code (default: the class's SetDefaultParameters())\n"
     "  --set Name=Val   calls SetName(Val); repeatable, applied in order\n"
@@ -156,6 +170,11 @@ const bool registered = Cli_RegisterCommand({
     "                   it as F-LABEL.dcm\n"
     "  --png F          write a PNG preview of the output image (black to white:\n"
     "                   its lowest to its highest pixel)\n"
+    "  --colormap MAP   colours of the preview: gray (default), viridis (dark blue\n"
+    "                   to yellow), diverging (blue below 0, grey at 0, red above,\n"
+    "                   symmetric about 0: signed maps, wavelet coefficients)\n"
+    "  --log            preview sign(v) log10(1 + |v|) of the real values v\n"
+    "                   (spectra); the written DICOM keeps the values\n"
     "  --json           print the results as a JSON object (default: Name: value lines)\n"
     "  --save-pipeline F  record this run (class, class-type code, code, mode,\n"
     "                   parameters) as a pipeline for `ipg replay`\n"

@@ -1,7 +1,10 @@
+#include "cli/cli_preview.h"
 #include "cli/operator_registry.h"
 #include "ipg/filtering/ipg_histo.h"
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -42,6 +45,15 @@ const bool registered = [] {
     if (!op.SavePath.empty())
       op.Save(op.SavePath.c_str());
   });
+  table->Option("plot", "FILE.png", "draw the histogram as bars on a 512 x 256 PNG", CliWhen::AfterApply,
+                [](CliHisto& op, const std::string& path, CliRunOutcome& outcome) {
+                  if (!outcome.applied || op.GetHistoAddress() == nullptr)
+                    return;
+                  Cli_WriteHistogramPlot(std::vector<int>(op.GetHistoAddress(),
+                                                          op.GetHistoAddress() + std::max(op.GetNbOfValues(), 0)),
+                                         path);
+                  outcome.results.Set("plot", path);
+                });
   return Cli_Register(std::move(table));
 }();
 
