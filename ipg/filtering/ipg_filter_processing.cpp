@@ -15,6 +15,7 @@
 #include "ipg/internal/ipg_local_kernels.h"
 #include "ipg/internal/ipg_median_kernel.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
 
@@ -31,6 +32,7 @@ namespace {
 constexpr const char* kLabelMedian = "filtrage Médian";
 constexpr const char* kLabelMean = "AVREAGING FILTER";
 constexpr const char* kLabelEdge = "EDGE FILTER DETECTION";
+constexpr int kMedianChunkRows = 64; // rows between two progress reports of the median
 
 // Largest kernel side the kernel class can hold.
 constexpr int kMaxKernelSide = 32767;
@@ -360,14 +362,26 @@ bool IPG_FILTER_PROCESSING::MedianInto(const DCM_STRUCT* in, DCM_STRUCT* out)
   std::optional<Ipg_Progress> progress;
   if (WaitbarVisible)
     progress.emplace(kLabelMedian, std::max(0, images.Rows - 2 * hy));
-  Ipg_MedianKernel kernel(sx, sy);
-  for (int row = hy; row < images.Rows - hy; ++row) {
-    kernel.Rows(images, {row, row + 1});
-    if (progress)
-      progress->Step("");
-    if (Ipg_StopRequested())
-      return false;
+  // Rows go in chunks, each cut into parallel bands; the progress and the stop
+  // request are seen between chunks. Filtering in place reads rows already
+  // written, so it keeps the serial order.
+  const bool inPlace = images.In == images.Out;
+  const int chunk = inPlace ? 1 : kMedianChunkRows;
+  for (int first = hy; first < images.Rows - hy; first += chunk) {
+    const int end = std::min(first + chunk, images.Rows - hy);
+    Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(end - first), static_cast<std::size_t>(images.Cols)),
+                 [&](unsigned, unsigned begin, unsigned stop) {
+                   Ipg_MedianKernel band(sx, sy);
+                   band.Rows(images, {first + static_cast<int>(begin), first + static_cast<int>(stop)});
+                 });
+    for (int row = first; row < end; ++row) {
+      if (progress)
+        progress->Step("");
+      if (Ipg_StopRequested())
+        return false;
+    }
   }
+  Ipg_MedianKernel kernel(sx, sy);
   // The user kernel's array holds the last window, sorted: callers read it back.
   if (images.Rows - hy > hy && images.Cols - hx > hx && UserFilter->GetDataFilter() != nullptr) {
     const std::vector<int>& window = kernel.SortedWindow(images, images.Cols - hx - 1, images.Rows - hy - 1);

@@ -2,7 +2,10 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_morpho_runs.h"
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
 
 #include <algorithm>
 #include <climits>
@@ -16,8 +19,6 @@ struct Lower {
 struct Higher {
   int operator()(int a, int b) const { return std::max(a, b); }
 };
-
-bool TakesPart(int v) { return Ipg_IsGreyLevel(v) || v == kIpgMaskValue; }
 
 std::size_t At(int col, int row, int cols)
 {
@@ -110,14 +111,18 @@ Ipg_MorphoField Ipg_MorphoPrepare(const DCM_STRUCT& in, const DCM_STRUCT* roi, I
   field.Rows = static_cast<int>(in.Data->GetNbOfRows());
   const int neutral = kind == Ipg_MorphoKind::Erosion ? INT_MAX : INT_MIN;
   const int* pixels = in.Data->GetIDataAddress();
-  field.Values.assign(pixels, pixels + in.Data->GetSize());
-  for (int row = 0; row < field.Rows; ++row)
-    for (int col = 0; col < field.Cols; ++col) {
-      int& v = field.Values[At(col, row, field.Cols)];
-      const bool inRoi = Ipg_InsideRoi(roi, col, row);
-      if (!inRoi || !TakesPart(v))
-        v = neutral;
-    }
+  field.Values.resize(in.Data->GetSize());
+  const int cols = field.Cols;
+  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(field.Rows), static_cast<std::size_t>(cols)),
+               [&](unsigned, unsigned begin, unsigned end) {
+                 for (unsigned row = begin; row < end; ++row) {
+                   const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
+                   const int* from = pixels + At(0, static_cast<int>(row), cols);
+                   int* to = field.Values.data() + At(0, static_cast<int>(row), cols);
+                   for (int col = 0; col < cols; ++col)
+                     to[col] = roiRow.Inside(static_cast<unsigned>(col)) && Ipg_MorphoTakesPart(from[col]) ? from[col] : neutral;
+                 }
+               });
   return field;
 }
 

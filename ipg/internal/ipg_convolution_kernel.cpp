@@ -1,6 +1,8 @@
 #include "ipg/internal/ipg_convolution_kernel.h"
 
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -61,7 +63,8 @@ bool SumsStayExact(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
   return static_cast<double>(largest) * weight < kExactFloat;
 }
 
-void AccumulateRow(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, int row, int width, float* acc)
+[[gnu::always_inline]] inline void AccumulateRow(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, int row, int width,
+                                                 float* acc)
 {
   std::fill(acc, acc + width, 0.0f);
   std::size_t k = 0;
@@ -78,7 +81,8 @@ void AccumulateRow(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& ta
   }
 }
 
-void AccumulateRowExact(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, int row, int width, int* acc)
+[[gnu::always_inline]] inline void AccumulateRowExact(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, int row,
+                                                      int width, int* acc)
 {
   std::fill(acc, acc + width, 0);
   std::size_t k = 0;
@@ -98,6 +102,175 @@ void AccumulateRowExact(const Ipg_KernelImages& images, const Ipg_ConvolutionTap
   }
 }
 
+// An integer kernel that is the outer product of a column and a row of
+// integers, scaled by 1 / Pivot: the window sum is then a vertical pass and a
+// horizontal one, divided exactly by Pivot.
+struct SeparableTaps {
+  std::vector<int> Column, Row;
+  int Pivot = 0; // 0: not separable
+};
+
+SeparableTaps SeparableOf(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
+{
+  const int sizeX = 2 * taps.HalfX + 1, sizeY = 2 * taps.HalfY + 1;
+  auto c = [&](int x, int y) { return static_cast<std::int64_t>(taps.Coef[static_cast<std::size_t>(y) * sizeX + x]); };
+  int px = -1, py = -1;
+  for (int y = 0; y < sizeY && px < 0; ++y)
+    for (int x = 0; x < sizeX && px < 0; ++x)
+      if (c(x, y) != 0)
+        px = x, py = y;
+  SeparableTaps result;
+  if (px < 0)
+    return result;
+  std::int64_t columnWeight = 0, rowWeight = 0;
+  for (int y = 0; y < sizeY; ++y)
+    columnWeight += std::llabs(c(px, y));
+  for (int x = 0; x < sizeX; ++x)
+    rowWeight += std::llabs(c(x, py));
+  // The vertical sums and their horizontal sum must stay within int.
+  if (largest * columnWeight * rowWeight >= (std::int64_t{1} << 31))
+    return result;
+  for (int y = 0; y < sizeY; ++y)
+    for (int x = 0; x < sizeX; ++x)
+      if (c(x, y) * c(px, py) != c(px, y) * c(x, py))
+        return result;
+  for (int y = 0; y < sizeY; ++y)
+    result.Column.push_back(static_cast<int>(c(px, y)));
+  for (int x = 0; x < sizeX; ++x)
+    result.Row.push_back(static_cast<int>(c(x, py)));
+  result.Pivot = static_cast<int>(c(px, py));
+  return result;
+}
+
+// What every row of a fast convolution shares.
+struct FastPlan {
+  const Ipg_KernelImages& Images;
+  const Ipg_ConvolutionTaps& Taps;
+  std::vector<int> MarkedRowsBefore; // rows holding a mark among the rows above
+  bool Exact = false;
+  SeparableTaps Separable;
+  float Norm = 1.0f;
+};
+
+struct RowScratch {
+  std::vector<float> Acc;
+  std::vector<int> IntAcc, Vertical;
+};
+
+[[gnu::always_inline]] inline void AccumulateRowSeparable(const FastPlan& plan, int row, int width, RowScratch& scratch)
+{
+  const Ipg_KernelImages& images = plan.Images;
+  const int cols = images.Cols, hy = plan.Taps.HalfY;
+  int* vertical = scratch.Vertical.data();
+  std::fill(vertical, vertical + cols, 0);
+  for (int dy = -hy; dy <= hy; ++dy) {
+    const int w = plan.Separable.Column[static_cast<std::size_t>(dy + hy)];
+    const int* line = images.In + static_cast<std::ptrdiff_t>(row + dy) * cols;
+    if (w == 1) {
+      for (int c = 0; c < cols; ++c)
+        vertical[c] += line[c];
+    } else if (w != 0) {
+      for (int c = 0; c < cols; ++c)
+        vertical[c] += line[c] * w;
+    }
+  }
+  int* acc = scratch.IntAcc.data();
+  std::fill(acc, acc + width, 0);
+  for (std::size_t x = 0; x < plan.Separable.Row.size(); ++x) {
+    const int w = plan.Separable.Row[x];
+    const int* v = vertical + x;
+    if (w == 1) {
+      for (int j = 0; j < width; ++j)
+        acc[j] += v[j];
+    } else if (w != 0) {
+      for (int j = 0; j < width; ++j)
+        acc[j] += v[j] * w;
+    }
+  }
+  const int pivot = plan.Separable.Pivot;
+  if (pivot != 1)
+    for (int j = 0; j < width; ++j)
+      acc[j] /= pivot; // exact: the kernel's sum times the pivot
+}
+
+// One row without marks in its window: the very operations of WeightedPixel()
+// in the same order for each pixel (exact integer sums where they are exact).
+[[gnu::always_inline]] inline void FastRow(const FastPlan& plan, int row, RowScratch& scratch)
+{
+  const Ipg_KernelImages& images = plan.Images;
+  const int hx = plan.Taps.HalfX, width = images.Cols - 2 * hx;
+  float* acc = scratch.Acc.data();
+  if (plan.Exact) {
+    if (plan.Separable.Pivot != 0)
+      AccumulateRowSeparable(plan, row, width, scratch);
+    else
+      AccumulateRowExact(images, plan.Taps, row, width, scratch.IntAcc.data());
+    for (int j = 0; j < width; ++j)
+      acc[j] = static_cast<float>(scratch.IntAcc[static_cast<std::size_t>(j)]);
+  } else {
+    AccumulateRow(images, plan.Taps, row, width, acc);
+  }
+  const std::size_t start = images.At(hx, row);
+  int* out = images.Out + start;
+  const int* centre = images.In + start;
+  const float norm = plan.Norm;
+  if (images.Roi.Pixels == nullptr) {
+    for (int j = 0; j < width; ++j)
+      out[j] = Ipg_TruncateTowardZero<double>(acc[j] / norm);
+  } else {
+    for (int j = 0; j < width; ++j)
+      out[j] = images.InsideRoi(hx + j, row) ? Ipg_TruncateTowardZero<double>(acc[j] / norm) : centre[j];
+  }
+}
+
+[[gnu::always_inline]] inline void FastRows(const FastPlan& plan, int begin, int end, RowScratch& scratch)
+{
+  const int hy = plan.Taps.HalfY;
+  for (int row = begin; row < end; ++row) {
+    if (plan.MarkedRowsBefore[static_cast<std::size_t>(row + hy + 1)] != plan.MarkedRowsBefore[static_cast<std::size_t>(row - hy)])
+      PlainRow(plan.Images, plan.Taps, row);
+    else
+      FastRow(plan, row, scratch);
+  }
+}
+
+void FastRowsPlain(const FastPlan& plan, int begin, int end, RowScratch& scratch) { FastRows(plan, begin, end, scratch); }
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void FastRowsAvx2(const FastPlan& plan, int begin, int end, RowScratch& scratch)
+{
+  FastRows(plan, begin, end, scratch);
+}
+#endif
+
+// Which rows hold a mark, and the largest unmarked magnitude, in parallel bands.
+void SurveyRows(const Ipg_KernelImages& images, std::vector<int>& markedRowsBefore, std::int64_t& largest)
+{
+  const int cols = images.Cols, rows = images.Rows;
+  std::vector<char> marked(static_cast<std::size_t>(rows), 0);
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols));
+  std::vector<std::int64_t> largestOf(bands.Count, 0);
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    std::int64_t top = 0;
+    for (unsigned r = begin; r < end; ++r) {
+      const int* line = images.In + static_cast<std::size_t>(r) * cols;
+      bool any = false;
+      for (int c = 0; c < cols; ++c) {
+        const bool mark = Ipg_IsMark(line[c]);
+        any = any || mark;
+        const std::int64_t magnitude = mark ? 0 : std::llabs(static_cast<long long>(line[c]));
+        top = magnitude > top ? magnitude : top;
+      }
+      marked[r] = any ? 1 : 0;
+    }
+    largestOf[band] = top;
+  });
+  largest = *std::max_element(largestOf.begin(), largestOf.end());
+  markedRowsBefore.assign(static_cast<std::size_t>(rows) + 1, 0);
+  for (int r = 0; r < rows; ++r)
+    markedRowsBefore[static_cast<std::size_t>(r) + 1] = markedRowsBefore[static_cast<std::size_t>(r)] + marked[static_cast<std::size_t>(r)];
+}
+
 } // namespace
 
 Ipg_RowSpan Ipg_ConvolutionRows(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps)
@@ -111,55 +284,42 @@ void Ipg_ConvolvePlain(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps
     PlainRow(images, taps, row);
 }
 
-// Rows near a mark take the plain path; the others do the very operations of
-// WeightedPixel() in the same order for each pixel, so the pixels are identical.
+
+// Rows near a mark take the plain path; the others go whole rows at a time,
+// in parallel bands. Filtering in place reads rows already written, so it
+// keeps the serial order.
 void Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, Ipg_RowSpan span)
 {
   const int cols = images.Cols, rows = images.Rows, hx = taps.HalfX, hy = taps.HalfY;
   const int width = cols - 2 * hx;
   if (width <= 0 || rows - 2 * hy <= 0)
     return;
-  std::vector<int> markedRowsBefore(static_cast<std::size_t>(rows) + 1, 0);
+  FastPlan plan{images, taps, {}, false, {}, 1.0f};
   std::int64_t largest = 0; // of the unmarked magnitudes
-  for (int r = 0; r < rows; ++r) {
-    const int* line = images.In + static_cast<std::size_t>(r) * cols;
-    bool marked = false;
-    for (int c = 0; c < cols; ++c) {
-      marked = marked || Ipg_IsMark(line[c]);
-      if (!Ipg_IsMark(line[c]))
-        largest = std::max<std::int64_t>(largest, std::llabs(static_cast<long long>(line[c])));
-    }
-    markedRowsBefore[r + 1] = markedRowsBefore[r] + (marked ? 1 : 0);
-  }
-  const bool exact = SumsStayExact(taps, largest);
-  float cleanNorm = taps.Factor;
-  cleanNorm = std::fabs(cleanNorm);
-  if (cleanNorm < 0.001)
-    cleanNorm = 1.0f;
+  SurveyRows(images, plan.MarkedRowsBefore, largest);
+  plan.Exact = SumsStayExact(taps, largest);
+  if (plan.Exact)
+    plan.Separable = SeparableOf(taps, largest);
+  plan.Norm = std::fabs(taps.Factor);
+  if (plan.Norm < 0.001)
+    plan.Norm = 1.0f;
 
-  std::vector<float> acc(static_cast<std::size_t>(width));
-  std::vector<int> intAcc(static_cast<std::size_t>(width));
-  for (int row = std::max(span.Begin, hy); row < std::min(span.End, rows - hy); ++row) {
-    if (markedRowsBefore[row + hy + 1] != markedRowsBefore[row - hy]) {
-      PlainRow(images, taps, row);
-      continue;
+  const int first = std::max(span.Begin, hy), end = std::min(span.End, rows - hy);
+  if (end <= first)
+    return;
+  const bool avx2 = Ipg_UseAvx2();
+  const IPG_ROW_BANDS bands =
+      images.In == images.Out ? IPG_ROW_BANDS{1, static_cast<unsigned>(end - first)}
+                              : Ipg_SplitRows(static_cast<unsigned>(end - first), static_cast<std::size_t>(cols));
+  Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned stop) {
+    RowScratch scratch{std::vector<float>(static_cast<std::size_t>(width)), std::vector<int>(static_cast<std::size_t>(width)),
+                       std::vector<int>(static_cast<std::size_t>(cols))};
+#if defined(__x86_64__)
+    if (avx2) {
+      FastRowsAvx2(plan, first + static_cast<int>(begin), first + static_cast<int>(stop), scratch);
+      return;
     }
-    if (exact) {
-      AccumulateRowExact(images, taps, row, width, intAcc.data());
-      for (int j = 0; j < width; ++j)
-        acc[j] = static_cast<float>(intAcc[j]);
-    } else {
-      AccumulateRow(images, taps, row, width, acc.data());
-    }
-    const std::size_t start = images.At(hx, row);
-    int* out = images.Out + start;
-    const int* centre = images.In + start;
-    if (images.Roi.Pixels == nullptr) {
-      for (int j = 0; j < width; ++j)
-        out[j] = Ipg_TruncateTowardZero<double>(acc[j] / cleanNorm);
-    } else {
-      for (int j = 0; j < width; ++j)
-        out[j] = images.InsideRoi(hx + j, row) ? Ipg_TruncateTowardZero<double>(acc[j] / cleanNorm) : centre[j];
-    }
-  }
+#endif
+    FastRowsPlain(plan, first + static_cast<int>(begin), first + static_cast<int>(stop), scratch);
+  });
 }

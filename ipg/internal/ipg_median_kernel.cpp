@@ -1,8 +1,12 @@
 #include "ipg/internal/ipg_median_kernel.h"
 
+#include "ipg/internal/ipg_simd.h"
+
 #include <algorithm>
 #include <climits>
 #include <cstddef>
+#include <cstring>
+#include <utility>
 
 namespace {
 
@@ -39,6 +43,111 @@ std::vector<std::array<int, 2>> MedianExchanges(int n, int& lanes)
   return kept;
 }
 
+// Batcher's network for n values as a constant table, for the windows whose
+// network is unrolled at compile time; exchanges with the INT_MAX padding lanes
+// change nothing and are left out.
+template <int N>
+struct FixedNetwork {
+  static constexpr int kCapacity = 512;
+  struct Table {
+    std::array<std::array<int, 2>, kCapacity> Pairs{};
+    int Count = 0;
+  };
+  static constexpr Table Build()
+  {
+    int size = 1;
+    while (size < N)
+      size <<= 1;
+    std::array<std::array<int, 2>, 2048> all{};
+    int count = 0;
+    for (int p = 1; p < size; p <<= 1)
+      for (int k = p; k >= 1; k >>= 1)
+        for (int j = k % p; j + k < size; j += 2 * k)
+          for (int i = 0; i < std::min(k, size - j - k); ++i)
+            if ((i + j) / (2 * p) == (i + j + k) / (2 * p))
+              all[count++] = {i + j, i + j + k};
+    std::array<bool, 64> needed{};
+    needed[N / 2] = true;
+    Table kept;
+    for (int e = count - 1; e >= 0; --e)
+      if (all[e][1] < N && (needed[all[e][0]] || needed[all[e][1]])) {
+        kept.Pairs[kept.Count++] = all[e];
+        needed[all[e][0]] = needed[all[e][1]] = true;
+      }
+    for (int a = 0, b = kept.Count - 1; a < b; ++a, --b)
+      std::swap(kept.Pairs[a], kept.Pairs[b]);
+    return kept;
+  }
+  static constexpr Table kTable = Build();
+};
+
+// Eight pixels at a time in one 256-bit vector (two SSE registers in the plain copy).
+using Lanes8 = int __attribute__((vector_size(32)));
+
+template <typename T>
+[[gnu::always_inline]] inline void Exchange(T& a, T& b)
+{
+  const T lo = a < b ? a : b;
+  const T hi = a < b ? b : a;
+  a = lo;
+  b = hi;
+}
+
+template <int N, typename T, std::size_t... I>
+[[gnu::always_inline]] inline void RunNetwork(T* v, std::index_sequence<I...>)
+{
+  (Exchange(v[FixedNetwork<N>::kTable.Pairs[I][0]], v[FixedNetwork<N>::kTable.Pairs[I][1]]), ...);
+}
+
+// The median of the window at each column of [from, from + count) of one row:
+// lane k reads window element k (row-major) through lines[k / SX] + k % SX.
+template <int SX, int SY, typename T>
+[[gnu::always_inline]] inline void WindowMedian(const int* const* lines, int j, int* median)
+{
+  constexpr int n = SX * SY;
+  T v[n];
+  for (int k = 0; k < n; ++k)
+    std::memcpy(&v[k], lines[k / SX] + j + k % SX, sizeof(T));
+  RunNetwork<n>(v, std::make_index_sequence<FixedNetwork<n>::kTable.Count>{});
+  std::memcpy(median, &v[n / 2], sizeof(T));
+}
+
+template <int SX, int SY>
+[[gnu::always_inline]] inline void FixedRow(const int* const* lines, int width, int* medians)
+{
+  int j = 0;
+  for (; j + 8 <= width; j += 8)
+    WindowMedian<SX, SY, Lanes8>(lines, j, medians + j);
+  for (; j < width; ++j)
+    WindowMedian<SX, SY, int>(lines, j, medians + j);
+}
+
+template <int SX, int SY>
+void FixedRowPlain(const int* const* lines, int width, int* medians)
+{
+  FixedRow<SX, SY>(lines, width, medians);
+}
+
+#if defined(__x86_64__)
+template <int SX, int SY>
+[[gnu::target("avx2")]] void FixedRowAvx2(const int* const* lines, int width, int* medians)
+{
+  FixedRow<SX, SY>(lines, width, medians);
+}
+#endif
+
+template <int SX, int SY>
+void FixedRowDispatch(const int* const* lines, int width, int* medians)
+{
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2()) {
+    FixedRowAvx2<SX, SY>(lines, width, medians);
+    return;
+  }
+#endif
+  FixedRowPlain<SX, SY>(lines, width, medians);
+}
+
 } // namespace
 
 // For 3x3 windows Paeth's 19 exchanges (A. W. Paeth, "Median finding on a 3x3
@@ -66,7 +175,11 @@ void Ipg_MedianKernel::Rows(const Ipg_KernelImages& images, Ipg_RowSpan span)
 {
   const int hy = SizeY / 2;
   for (int row = std::max(span.Begin, hy); row < std::min(span.End, images.Rows - hy); ++row) {
-    if (ByNetwork)
+    if (SizeX == 3 && SizeY == 3)
+      RowByFixedNetwork(images, row, FixedRowDispatch<3, 3>);
+    else if (SizeX == 5 && SizeY == 5)
+      RowByFixedNetwork(images, row, FixedRowDispatch<5, 5>);
+    else if (ByNetwork)
       RowByNetwork(images, row);
     else
       RowBySelection(images, row);
@@ -134,4 +247,21 @@ void Ipg_MedianKernel::RowByNetwork(const Ipg_KernelImages& images, int row)
     for (int j = 0; j < w; ++j)
       images.Write(images.At(hx + j0 + j, row), medians[j]);
   }
+}
+
+void Ipg_MedianKernel::RowByFixedNetwork(const Ipg_KernelImages& images, int row,
+                                         void (*medianRow)(const int* const*, int, int*))
+{
+  const int hx = SizeX / 2, hy = SizeY / 2;
+  const int width = images.Cols - 2 * hx;
+  if (width <= 0)
+    return;
+  const int* lines[kLargestFixedSide];
+  for (int dy = -hy; dy <= hy; ++dy)
+    lines[dy + hy] = images.In + images.At(0, row + dy);
+  LaneValues.resize(static_cast<std::size_t>(width));
+  medianRow(lines, width, LaneValues.data());
+  const std::size_t start = images.At(hx, row);
+  const std::size_t fits = start < images.OutSize ? std::min<std::size_t>(width, images.OutSize - start) : 0;
+  std::copy(LaneValues.begin(), LaneValues.begin() + static_cast<std::ptrdiff_t>(fits), images.Out + start);
 }

@@ -1,4 +1,6 @@
 #include "ipg/filtering/ipg_filter_processing.h"
+#include "ipg/framework/ipg_threads.h"
+#include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_guard.h"
 #include "support/images.h"
 #include "support/message_capture.h"
@@ -207,6 +209,36 @@ TEST(IpgFilterProcessing, FastConvolutionGivesThePlainPixels)
       }
     }
   }
+}
+
+// Separable kernels (pivot 1, -1 and 2) and others, on an image cut into bands.
+TEST(IpgFilterProcessing, FastConvolutionGivesThePlainPixelsOnAnyThreadCount)
+{
+  int scaled[9] = {2, 4, 2, 4, 8, 4, 2, 4, 2};
+  std::vector<std::unique_ptr<IPG_FILTER>> kernels;
+  for (int number : {0, 2, 6, 22, 100})
+    kernels.push_back(std::make_unique<IPG_FILTER>(number));
+  kernels.push_back(std::make_unique<IPG_FILTER>(scaled, 3, 3));
+  for (double markShare : {0.0, 0.0005}) {
+    auto in = Random(1100, 130, 77, markShare);
+    auto plain = std::make_unique<DCM_STRUCT>(*in, false);
+    IPG_FILTER_PROCESSING op(in.get());
+    op.SetMode(302);
+    for (const auto& kernel : kernels) {
+      op.SetImaOut(plain.get());
+      ASSERT_TRUE(op.ApplyFilterPlain(kernel.get()));
+      for (const auto& [threads, simd] : {std::pair{1, false}, std::pair{2, true}, std::pair{7, true}}) {
+        Ipg_SetNumThreads(threads);
+        Ipg_SetSimdEnabled(simd);
+        auto fast = std::make_unique<DCM_STRUCT>(*in, false);
+        op.SetImaOut(fast.get());
+        ASSERT_TRUE(op.ApplyFilter(kernel.get()));
+        EXPECT_EQ(PixelsOf(*fast), PixelsOf(*plain)) << "kernel " << kernel->GetSizeX() << " threads " << threads;
+      }
+    }
+  }
+  Ipg_SetNumThreads(0);
+  Ipg_SetSimdEnabled(true);
 }
 
 TEST(IpgFilterProcessing, FailureRowsShowTheirMessages)

@@ -318,3 +318,24 @@ TEST(MorphoProcessing, EnhancementKeepsFlatImagesAndRaisesFaintEdges)
   same.Op.Apply();
   EXPECT_EQ(Pixels(*same.Out), edge);
 }
+
+// A host may pass the input as the output: with the margin left as found,
+// every pixel still sees the input.
+TEST(MorphoProcessing, InPlaceErosionSeesTheInput)
+{
+  Grid grid(40, std::vector<int>(40));
+  for (int r = 0; r < 40; ++r)
+    for (int c = 0; c < 40; ++c)
+      grid[r][c] = (r * 37 + c * 11) % 101;
+  MorphoRun apart(grid);
+  apart.Op.SetImageBorderType(2);
+  ASSERT_EQ(apart.Op.Erode(std::make_unique<IPG_FILTER>(200).get()), 1);
+  MorphoRun inPlace(grid);
+  inPlace.Op.SetImaOut(inPlace.In.get());
+  inPlace.Op.SetImageBorderType(2);
+  ASSERT_EQ(inPlace.Op.Erode(std::make_unique<IPG_FILTER>(200).get()), 1);
+  const Grid a = Pixels(*apart.Out), b = Pixels(*inPlace.In);
+  for (int r = 1; r < 39; ++r)
+    for (int c = 1; c < 39; ++c)
+      ASSERT_EQ(b[r][c], a[r][c]) << c << "," << r;
+}

@@ -1,4 +1,7 @@
 #include "ipg/filtering/ipg_morpho_scan.h"
+#include "ipg/framework/ipg_threads.h"
+#include "ipg/internal/ipg_morpho_runs.h"
+#include "ipg/internal/ipg_simd.h"
 #include "support/images.h"
 
 #include <gtest/gtest.h>
@@ -10,20 +13,20 @@ namespace {
 
 // Grey levels with marks sprinkled in: set pixels (16777217, which take part)
 // and other marks (16777218, 17000000, which do not).
-std::unique_ptr<DCM_STRUCT> RandomImage(std::mt19937& random)
+std::unique_ptr<DCM_STRUCT> RandomImage(std::mt19937& random, unsigned cols = 23, unsigned rows = 19)
 {
   std::uniform_int_distribution<int> grey(-50, 5000), pick(0, 19);
-  return ImageOf(23, 19, [&](unsigned, unsigned) {
+  return ImageOf(cols, rows, [&](unsigned, unsigned) {
     const int kind = pick(random);
     return kind == 0 ? 16777217 : kind == 1 ? 16777218 : kind == 2 ? 17000000 : grey(random);
   });
 }
 
 // About a quarter of the pixels outside.
-std::unique_ptr<DCM_STRUCT> RandomRoi(std::mt19937& random)
+std::unique_ptr<DCM_STRUCT> RandomRoi(std::mt19937& random, unsigned cols = 23, unsigned rows = 19)
 {
   std::uniform_int_distribution<int> pick(0, 3);
-  return ImageOf(23, 19, [&](unsigned, unsigned) { return pick(random) == 0 ? 0 : 16777217; });
+  return ImageOf(cols, rows, [&](unsigned, unsigned) { return pick(random) == 0 ? 0 : 16777217; });
 }
 
 std::vector<int> Scan(const Ipg_MorphoField& field, int sx, int sy, Ipg_MorphoKind kind, int init, bool fast)
@@ -54,4 +57,36 @@ TEST(MorphoScan, RectangleFastPathGivesThePlainPixels)
       }
     }
   }
+}
+
+// Any element, holes and empty rows included, on an image large enough to be
+// cut into bands: every thread count and both instruction sets give the
+// pixels of the plain scan.
+TEST(MorphoScan, RunsGiveThePlainPixelsForAnyElement)
+{
+  std::mt19937 random(9);
+  auto image = RandomImage(random, 520, 300), roi = RandomRoi(random, 500, 290); // a smaller ROI: the rest is outside
+  const int sizes[][2] = {{1, 1}, {3, 3}, {5, 3}, {1, 7}, {9, 1}, {11, 11}, {7, 13}};
+  std::bernoulli_distribution flag(0.6);
+  for (const auto& size : sizes) {
+    std::vector<unsigned char> element(static_cast<std::size_t>(size[0]) * size[1]);
+    for (auto& f : element)
+      f = flag(random);
+    for (const auto kind : {Ipg_MorphoKind::Erosion, Ipg_MorphoKind::Dilation}) {
+      const bool withRoi = size[0] == 11 || size[0] == 5;
+      const Ipg_MorphoField field = Ipg_MorphoPrepare(*image, withRoi ? roi.get() : nullptr, kind);
+      const int init = withRoi ? 16777216 : (kind == Ipg_MorphoKind::Erosion ? 17000000 : 0);
+      std::vector<int> plain(field.Values.size(), -7);
+      Ipg_MorphoScanPlain(field, element, size[0], size[1], kind, init, plain.data());
+      for (const auto& [threads, simd] : {std::pair{1, true}, std::pair{2, false}, std::pair{7, true}}) {
+        Ipg_SetNumThreads(threads);
+        Ipg_SetSimdEnabled(simd);
+        std::vector<int> runs(field.Values.size(), -7);
+        Ipg_MorphoScanRuns(*image, withRoi ? roi.get() : nullptr, element, size[0], size[1], kind, init, runs.data());
+        EXPECT_EQ(runs, plain) << size[0] << "x" << size[1] << " threads " << threads;
+      }
+    }
+  }
+  Ipg_SetNumThreads(0);
+  Ipg_SetSimdEnabled(true);
 }

@@ -1,0 +1,171 @@
+#include "ipg/internal/ipg_morpho_runs.h"
+
+#include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_point_kernel.h"
+#include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+
+namespace {
+
+// A run of set flags: its element row and first column relative to the centre,
+// its length, and the power of two whose table covers it in two reads.
+struct Run {
+  int Dy = 0;
+  int Dx = 0;
+  int Length = 0;
+  int Level = 0; // index into the table: the run length 2^Level
+};
+
+int FloorLog2(int n)
+{
+  int level = 0;
+  while ((2 << level) <= n)
+    ++level;
+  return level;
+}
+
+std::vector<Run> RunsOf(const std::vector<unsigned char>& element, int sizeX, int sizeY)
+{
+  std::vector<Run> runs;
+  for (int y = 0; y < sizeY; ++y)
+    for (int x = 0; x < sizeX;) {
+      if (element[static_cast<std::size_t>(y) * sizeX + x] == 0) {
+        ++x;
+        continue;
+      }
+      int end = x;
+      while (end < sizeX && element[static_cast<std::size_t>(y) * sizeX + end] != 0)
+        ++end;
+      const int length = end - x;
+      runs.push_back({y - sizeY / 2, x - sizeX / 2, length, FloorLog2(length)});
+      x = end;
+    }
+  return runs;
+}
+
+struct Lower {
+  int operator()(int a, int b) const { return a < b ? a : b; }
+};
+struct Higher {
+  int operator()(int a, int b) const { return a > b ? a : b; }
+};
+
+// Output rows are computed a chunk at a time so that the table stays in cache.
+constexpr int kChunkRows = 32;
+
+// What every chunk shares: the input as raw rows, the runs, the output.
+struct ChunkScan {
+  const int* In = nullptr;
+  const DCM_STRUCT* Roi = nullptr;
+  int Cols = 0;
+  int Rows = 0;
+  int Neutral = 0; // what a pixel that takes no part becomes
+  const std::vector<Run>& Runs;
+  int Levels = 1; // table levels: lengths 1 .. 2^(Levels - 1)
+  int HalfX = 0;
+  int HalfY = 0;
+  int Init = 0;
+  int* Out = nullptr;
+};
+
+// table[level][r][c] = extreme of the prepared input row r over columns
+// c .. c + 2^level - 1, for the rows output rows [begin, end) read.
+template <class Pick>
+[[gnu::always_inline]] inline void ScanRows(const ChunkScan& scan, int begin, int end, std::vector<int>& table,
+                                            Pick pick)
+{
+  const int cols = scan.Cols;
+  const int first = begin - scan.HalfY, count = end - begin + 2 * scan.HalfY;
+  const std::size_t plane = static_cast<std::size_t>(count) * cols;
+  auto level = [&](int l, int inputRow) { return table.data() + l * plane + static_cast<std::size_t>(inputRow - first) * cols; };
+  for (int r = first; r < first + count; ++r) {
+    const IPG_ROI_ROW roiRow = Ipg_RoiRow(scan.Roi, static_cast<unsigned>(r));
+    const int* from = scan.In + static_cast<std::size_t>(r) * cols;
+    int* to = level(0, r);
+    for (int c = 0; c < cols; ++c)
+      to[c] = roiRow.Inside(static_cast<unsigned>(c)) && Ipg_MorphoTakesPart(from[c]) ? from[c] : scan.Neutral;
+  }
+  for (int l = 1; l < scan.Levels; ++l) {
+    const int half = 1 << (l - 1);
+    for (int r = first; r < first + count; ++r) {
+      const int* below = level(l - 1, r);
+      int* to = level(l, r);
+      for (int c = 0; c + half < cols; ++c)
+        to[c] = pick(below[c], below[c + half]);
+    }
+  }
+  const int from = scan.HalfX, width = cols - 2 * scan.HalfX;
+  for (int row = begin; row < end; ++row) {
+    int* a = scan.Out + static_cast<std::size_t>(row) * cols + from;
+    std::fill(a, a + width, scan.Init);
+    for (const Run& run : scan.Runs) {
+      const int* s = level(run.Level, row + run.Dy) + from + run.Dx;
+      const int* t = s + (run.Length - (1 << run.Level));
+      for (int j = 0; j < width; ++j)
+        a[j] = pick(a[j], pick(s[j], t[j]));
+    }
+  }
+}
+
+template <class Pick>
+void ScanRowsPlain(const ChunkScan& scan, int begin, int end, std::vector<int>& table)
+{
+  ScanRows(scan, begin, end, table, Pick{});
+}
+
+#if defined(__x86_64__)
+template <class Pick>
+[[gnu::target("avx2")]] void ScanRowsAvx2(const ChunkScan& scan, int begin, int end, std::vector<int>& table)
+{
+  ScanRows(scan, begin, end, table, Pick{});
+}
+#endif
+
+template <class Pick>
+void ScanInBands(const ChunkScan& scan)
+{
+  const int rows = scan.Rows - 2 * scan.HalfY;
+  const bool avx2 = Ipg_UseAvx2();
+  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(scan.Cols)),
+               [&](unsigned, unsigned begin, unsigned end) {
+                 std::vector<int> table(static_cast<std::size_t>(scan.Levels) * (kChunkRows + 2 * scan.HalfY) *
+                                        scan.Cols);
+                 for (int r = static_cast<int>(begin); r < static_cast<int>(end); r += kChunkRows) {
+                   const int first = r + scan.HalfY, last = std::min<int>(r + kChunkRows, static_cast<int>(end)) + scan.HalfY;
+#if defined(__x86_64__)
+                   if (avx2) {
+                     ScanRowsAvx2<Pick>(scan, first, last, table);
+                     continue;
+                   }
+#endif
+                   ScanRowsPlain<Pick>(scan, first, last, table);
+                 }
+               });
+}
+
+} // namespace
+
+void Ipg_MorphoScanRuns(const DCM_STRUCT& in, const DCM_STRUCT* roi, const std::vector<unsigned char>& element,
+                        int sizeX, int sizeY, Ipg_MorphoKind kind, int init, int* out)
+{
+  if (sizeX < 1 || sizeY < 1 || element.size() < static_cast<std::size_t>(sizeX) * sizeY)
+    return;
+  const int cols = static_cast<int>(in.Data->GetNbOfCols()), rows = static_cast<int>(in.Data->GetNbOfRows());
+  if (cols < sizeX || rows < sizeY)
+    return; // no pixel lies half an element from every edge
+  const std::vector<Run> runs = RunsOf(element, sizeX, sizeY);
+  int levels = 1;
+  for (const Run& run : runs)
+    levels = std::max(levels, run.Level + 1);
+  const bool erosion = kind == Ipg_MorphoKind::Erosion;
+  const ChunkScan scan{in.Data->GetIDataAddress(), roi, cols, rows, erosion ? INT_MAX : INT_MIN, runs, levels,
+                       sizeX / 2, sizeY / 2, init, out};
+  if (erosion)
+    ScanInBands<Lower>(scan);
+  else
+    ScanInBands<Higher>(scan);
+}
