@@ -1,5 +1,6 @@
 #include "cli/json.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <stdexcept>
@@ -61,7 +62,7 @@ void DumpNumber(std::string& out, double v)
   if (v == std::floor(v) && std::fabs(v) < 1e15)
     std::snprintf(buf, sizeof buf, "%.0f", v);
   else
-    std::snprintf(buf, sizeof buf, "%.17g", v);
+    *std::to_chars(buf, buf + sizeof buf - 1, v).ptr = '\0'; // the shortest text that reads back as v
   out += buf;
 }
 

@@ -1,0 +1,53 @@
+#pragma once
+
+// The reports of `ipg batch`.
+//
+// The JSON-lines report holds one record per finished input (Cli_RecordToJson),
+// appended by the worker as soon as its outputs are in place, each line in one
+// write to a file open for appending, so that lines of parallel workers never
+// mix. It is also what makes an input complete for --resume: its line says it
+// succeeded and every output it lists is there. Outputs reach their names only
+// by a rename once written, so a listed file is a whole file; an input stopped
+// before its line was written is run again, and a line cut short by a kill is
+// not a record.
+//
+// The CSV is derived from the records: one row per input, one column per
+// result field (a pipeline of several steps names them "N.Field", N the step).
+
+#include "cli/cli_batch_file.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+// The last record of each input in a report; a missing file gives none, and
+// lines that are not records are skipped.
+std::map<std::string, CliFileRecord> Cli_ReadReport(const std::string& path);
+
+// Whether record's input needs no new run: it succeeded and its outputs exist.
+bool Cli_RecordComplete(const CliFileRecord& record);
+
+// A report open for appending.
+class CliReportWriter {
+public:
+  // Starts the file with these records (the complete ones a resumed run keeps),
+  // replacing it whole. Throws CliFileError.
+  CliReportWriter(const std::string& path, const std::vector<CliFileRecord>& kept);
+  ~CliReportWriter();
+  CliReportWriter(const CliReportWriter&) = delete;
+  CliReportWriter& operator=(const CliReportWriter&) = delete;
+
+  // Appends one line in one write; safe from forked children that share the
+  // writer. Throws CliFileError.
+  void Append(const CliFileRecord& record);
+
+private:
+  std::string Path;
+  int Fd = -1;
+};
+
+// Writes the CSV of records, in their order: columns input, error, seconds,
+// then every result field in order of first appearance (numbers as JSON
+// writes them, lists and objects as compact JSON). Replaces path whole.
+// Throws CliFileError.
+void Cli_WriteResultsCsv(const std::string& path, const std::vector<CliFileRecord>& records);
