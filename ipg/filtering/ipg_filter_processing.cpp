@@ -15,6 +15,7 @@
 #include "ipg/internal/ipg_local_kernels.h"
 #include "ipg/internal/ipg_median_kernel.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
@@ -69,10 +70,16 @@ Ipg_ConvolutionTaps TapsOf(const IPG_FILTER& kernel)
   return taps;
 }
 
-void RecomputeExtremes(DCM_STRUCT* image)
+void RecomputeExtremes(DCM_STRUCT* image) { Ipg_MeasureExtremes(*image->Data); }
+
+// The output mode after RecomputeExtremes: a mode that only re-measures takes
+// the extremes just measured.
+bool ApplyModeToMeasured(DCM_STRUCT* out, short mode)
 {
-  image->Data->SetMin();
-  image->Data->SetMax();
+  IPG_BAND_EXTREMES measured;
+  measured.Min = out->Data->GetMin();
+  measured.Max = out->Data->GetMax();
+  return Ipg_ApplyModeToImage(out, mode, measured);
 }
 
 std::optional<std::unique_ptr<IPG_FILTER>> RealKernel(const std::vector<double>& coef, int size)
@@ -247,7 +254,7 @@ bool IPG_FILTER_PROCESSING::ConvolveInto(const DCM_STRUCT* in, DCM_STRUCT* out, 
   else
     Ipg_ConvolvePlain(images, taps, Ipg_ConvolutionRows(images, taps));
   RecomputeExtremes(out);
-  return Ipg_ApplyModeToImage(out, Mode);
+  return ApplyModeToMeasured(out, Mode);
 }
 
 bool IPG_FILTER_PROCESSING::DericheSmooth()

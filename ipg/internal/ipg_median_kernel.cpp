@@ -122,30 +122,86 @@ template <int SX, int SY>
     WindowMedian<SX, SY, int>(lines, j, medians + j);
 }
 
-template <int SX, int SY>
-void FixedRowPlain(const int* const* lines, int width, int* medians)
+[[gnu::always_inline]] inline int Median3(int a, int b, int c)
 {
-  FixedRow<SX, SY>(lines, width, medians);
+  return std::max(std::min(a, b), std::min(std::max(a, b), c));
+}
+
+// The three values of a column (T: one column or eight) in increasing order.
+template <typename T>
+[[gnu::always_inline]] inline void SortColumns(const int* above, const int* centre, const int* below, int* lo,
+                                               int* mid, int* hi)
+{
+  T a, b, d;
+  std::memcpy(&a, above, sizeof(T));
+  std::memcpy(&b, centre, sizeof(T));
+  std::memcpy(&d, below, sizeof(T));
+  Exchange(a, b);
+  Exchange(a, d);
+  Exchange(b, d);
+  std::memcpy(lo, &a, sizeof(T));
+  std::memcpy(mid, &b, sizeof(T));
+  std::memcpy(hi, &d, sizeof(T));
+}
+
+// 3x3 from sorted columns: each column of three is sorted once and serves three
+// windows; the median of the window is then the median of the largest column
+// minimum, the median of the column medians and the smallest column maximum.
+[[gnu::always_inline]] inline void SortedColumnsRow(const int* const* lines, int width, int* medians, int* scratch)
+{
+  const int cols = width + 2;
+  int* __restrict lo = scratch;
+  int* __restrict mid = scratch + cols;
+  int* __restrict hi = scratch + 2 * cols;
+  const int* __restrict above = lines[0];
+  const int* __restrict centre = lines[1];
+  const int* __restrict below = lines[2];
+  int c = 0;
+  for (; c + 8 <= cols; c += 8)
+    SortColumns<Lanes8>(above + c, centre + c, below + c, lo + c, mid + c, hi + c);
+  for (; c < cols; ++c)
+    SortColumns<int>(above + c, centre + c, below + c, lo + c, mid + c, hi + c);
+  int* __restrict out = medians;
+  for (int j = 0; j < width; ++j) {
+    const int largestLow = std::max(std::max(lo[j], lo[j + 1]), lo[j + 2]);
+    const int smallestHigh = std::min(std::min(hi[j], hi[j + 1]), hi[j + 2]);
+    out[j] = Median3(largestLow, Median3(mid[j], mid[j + 1], mid[j + 2]), smallestHigh);
+  }
+}
+
+template <int SX, int SY>
+[[gnu::always_inline]] inline void AnyFixedRow(const int* const* lines, int width, int* medians, int* scratch)
+{
+  if constexpr (SX == 3 && SY == 3)
+    SortedColumnsRow(lines, width, medians, scratch);
+  else
+    FixedRow<SX, SY>(lines, width, medians);
+}
+
+template <int SX, int SY>
+void FixedRowPlain(const int* const* lines, int width, int* medians, int* scratch)
+{
+  AnyFixedRow<SX, SY>(lines, width, medians, scratch);
 }
 
 #if defined(__x86_64__)
 template <int SX, int SY>
-[[gnu::target("avx2")]] void FixedRowAvx2(const int* const* lines, int width, int* medians)
+[[gnu::target("avx2")]] void FixedRowAvx2(const int* const* lines, int width, int* medians, int* scratch)
 {
-  FixedRow<SX, SY>(lines, width, medians);
+  AnyFixedRow<SX, SY>(lines, width, medians, scratch);
 }
 #endif
 
 template <int SX, int SY>
-void FixedRowDispatch(const int* const* lines, int width, int* medians)
+void FixedRowDispatch(const int* const* lines, int width, int* medians, int* scratch)
 {
 #if defined(__x86_64__)
   if (Ipg_UseAvx2()) {
-    FixedRowAvx2<SX, SY>(lines, width, medians);
+    FixedRowAvx2<SX, SY>(lines, width, medians, scratch);
     return;
   }
 #endif
-  FixedRowPlain<SX, SY>(lines, width, medians);
+  FixedRowPlain<SX, SY>(lines, width, medians, scratch);
 }
 
 } // namespace
@@ -250,7 +306,7 @@ void Ipg_MedianKernel::RowByNetwork(const Ipg_KernelImages& images, int row)
 }
 
 void Ipg_MedianKernel::RowByFixedNetwork(const Ipg_KernelImages& images, int row,
-                                         void (*medianRow)(const int* const*, int, int*))
+                                         void (*medianRow)(const int* const*, int, int*, int*))
 {
   const int hx = SizeX / 2, hy = SizeY / 2;
   const int width = images.Cols - 2 * hx;
@@ -259,8 +315,9 @@ void Ipg_MedianKernel::RowByFixedNetwork(const Ipg_KernelImages& images, int row
   const int* lines[kLargestFixedSide];
   for (int dy = -hy; dy <= hy; ++dy)
     lines[dy + hy] = images.In + images.At(0, row + dy);
-  LaneValues.resize(static_cast<std::size_t>(width));
-  medianRow(lines, width, LaneValues.data());
+  // The medians, then three rows of scratch (sorted columns of the 3x3 path).
+  LaneValues.resize(static_cast<std::size_t>(width) + 3 * static_cast<std::size_t>(images.Cols));
+  medianRow(lines, width, LaneValues.data(), LaneValues.data() + width);
   const std::size_t start = images.At(hx, row);
   const std::size_t fits = start < images.OutSize ? std::min<std::size_t>(width, images.OutSize - start) : 0;
   std::copy(LaneValues.begin(), LaneValues.begin() + static_cast<std::ptrdiff_t>(fits), images.Out + start);

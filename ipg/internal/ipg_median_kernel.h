@@ -22,8 +22,10 @@ private:
   void Gather(const Ipg_KernelImages& images, int col, int row);
   void RowByNetwork(const Ipg_KernelImages& images, int row);
   void RowBySelection(const Ipg_KernelImages& images, int row);
-  // 3x3 and 5x5: the network unrolled at compile time, eight pixels per step.
-  void RowByFixedNetwork(const Ipg_KernelImages& images, int row, void (*medianRow)(const int* const*, int, int*));
+  // 3x3 by sorted columns, 5x5 by a network unrolled at compile time, eight
+  // pixels per step.
+  void RowByFixedNetwork(const Ipg_KernelImages& images, int row,
+                         void (*medianRow)(const int* const*, int, int*, int*));
   static constexpr int kLargestFixedSide = 5;
 
   int SizeX;

@@ -3,6 +3,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdint>
+#include <type_traits>
 
 // Real-to-pixel conversions. Each behaviour is its own function because the
 // operators' outputs depend on the differences (NaN, out-of-range values and
@@ -13,6 +14,12 @@
 template <typename Real>
 inline int Ipg_TruncateTowardZero(Real v)
 {
+  if constexpr (std::is_same_v<Real, double>) {
+    // The same values as selects, so that loops over it vectorise.
+    double r = v >= 2147483647.0 ? 2147483647.0 : v;
+    r = r <= -2147483648.0 ? -2147483648.0 : r;
+    return static_cast<int>(v == v ? r : 0.0);
+  }
   if (std::isnan(v))
     return 0;
   if (v >= static_cast<Real>(INT_MAX))

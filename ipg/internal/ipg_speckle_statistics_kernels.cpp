@@ -98,16 +98,31 @@ bool NeighbourMean(const double* in, int cols, int rows, int col, int row, doubl
 
 } // namespace
 
+// Each value depends on its left neighbour and on the row above as already
+// updated, so a row is a chain of dependent pixels. Rows are taken a few at a
+// time along a diagonal wavefront, each two columns behind the row above: a
+// pixel then finds its left neighbour and the three cells above it updated and
+// the row below untouched, exactly as in a row-by-row pass, and the pixels of
+// one step are independent chains the processor overlaps.
 void Ipg_LeePass(double* work, int cols, int rows, double noiseVariance)
 {
-  for (int row = 1; row < rows - 1; ++row)
-    for (int col = 1; col < cols - 1; ++col) {
-      const std::size_t idx = At(col, row, cols);
-      double mean = 0.0, variance = 0.0;
-      LocalMoments3x3(work, idx, cols, mean, variance);
-      const double w = LeeWeight(variance, noiseVariance);
-      work[idx] = (1.0 - w) * mean + w * work[idx];
-    }
+  constexpr int kRowsInFlight = 8;
+  auto update = [&](int col, int row) {
+    const std::size_t idx = At(col, row, cols);
+    double mean = 0.0, variance = 0.0;
+    LocalMoments3x3(work, idx, cols, mean, variance);
+    const double w = LeeWeight(variance, noiseVariance);
+    work[idx] = (1.0 - w) * mean + w * work[idx];
+  };
+  for (int first = 1; first < rows - 1; first += kRowsInFlight) {
+    const int count = std::min(kRowsInFlight, rows - 1 - first);
+    for (int step = 0; step < cols - 2 + 2 * (count - 1); ++step)
+      for (int i = 0; i < count; ++i) {
+        const int col = 1 + step - 2 * i;
+        if (col >= 1 && col < cols - 1)
+          update(col, first + i);
+      }
+  }
 }
 
 void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)

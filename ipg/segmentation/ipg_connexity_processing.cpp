@@ -44,6 +44,20 @@ struct LabelScratch {
   }
 };
 
+// The distinct labels of labels[0, count) in order of first appearance, "no
+// label" left out; inlined into the first pass, which calls it per pixel.
+inline short DistinctLabels(const unsigned short* labels, short count, unsigned short* distinct)
+{
+  short found = 0;
+  for (short i = 0; i < count; ++i) {
+    if (labels[i] == kNoLabel)
+      continue;
+    if (std::find(distinct, distinct + found, labels[i]) == distinct + found)
+      distinct[found++] = labels[i];
+  }
+  return found;
+}
+
 // First raster pass: provisional labels from the neighbours above, above-left,
 // above-right and left, in that order. mark(a, b), a < b, records that two
 // labels meet. The label limit is tested at every pixel before its value is
@@ -74,8 +88,7 @@ bool FirstPass(const int* pixels, int cols, int rows, int value, int nbCompMax, 
         if (col < cols - 1 && pixels[up + 1] == value) neighbours[found++] = labels[up + 1];
       }
       if (col >= 1 && pixels[at - 1] == value) neighbours[found++] = labels[at - 1];
-      short nbDistinct = 0;
-      Ipg_LabelsNumberCalculation(neighbours, found, distinct, &nbDistinct);
+      const short nbDistinct = DistinctLabels(neighbours, found, distinct);
       if (nbDistinct == 0) {
         labels[at] = static_cast<unsigned short>(n);
         ++counts[n];
@@ -168,13 +181,7 @@ private:
 void Ipg_LabelsNumberCalculation(unsigned short* labels, short count, unsigned short* distinct,
                                  short* nbDistinct)
 {
-  short found = 0;
-  for (short i = 0; labels != nullptr && distinct != nullptr && i < count; ++i) {
-    if (labels[i] == kNoLabel)
-      continue;
-    if (std::find(distinct, distinct + found, labels[i]) == distinct + found)
-      distinct[found++] = labels[i];
-  }
+  const short found = labels != nullptr && distinct != nullptr ? DistinctLabels(labels, count, distinct) : 0;
   if (nbDistinct != nullptr)
     *nbDistinct = found;
 }

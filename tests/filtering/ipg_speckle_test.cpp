@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <random>
 #include <string>
@@ -353,6 +354,37 @@ TEST(IpgSpeckleFilters, LeeWeighsByLocalAgainstGlobalVarianceInPlace)
   auto patch = ImageOf(5, 4, {7, 7, 7, 50, 0, 7, 7, 7, 90, 3, 7, 7, 7, 20, 40, 1, 2, 3, 4, 5});
   EXPECT_EQ(Filtered(*patch, 513)[6], 7); // its 3x3 patch is flat: variance 0, the mean is the centre
   EXPECT_EQ(Filtered(*patch, 513, 0), PixelsOf(*patch));
+}
+
+// The pass is a row-by-row recurrence: each pixel sees its left neighbour and
+// the row above already updated, the rest as it was.
+TEST(IpgSpeckleFilters, LeePassIsTheRowByRowRecurrence)
+{
+  std::mt19937 random(5);
+  std::uniform_int_distribution<int> level(0, 4000);
+  std::vector<double> work(53 * 31), expected;
+  for (double& v : work)
+    v = level(random);
+  expected = work;
+  const double noise = 90000.0;
+  for (int pass = 0; pass < 2; ++pass) {
+    for (int row = 1; row < 30; ++row)
+      for (int col = 1; col < 52; ++col) {
+        double sum = 0.0, squares = 0.0;
+        for (int y = row - 1; y <= row + 1; ++y)
+          for (int x = col - 1; x <= col + 1; ++x)
+            sum += expected[y * 53 + x];
+        const double mean = sum * (1.0 / 9.0);
+        for (int y = row - 1; y <= row + 1; ++y)
+          for (int x = col - 1; x <= col + 1; ++x)
+            squares += (expected[y * 53 + x] - mean) * (expected[y * 53 + x] - mean);
+        const double variance = (1.0 / 9.0) * squares;
+        const double w = variance <= 0.0 ? 0.0 : std::clamp((variance - noise) / variance, 0.0, 1.0);
+        expected[row * 53 + col] = (1.0 - w) * mean + w * expected[row * 53 + col];
+      }
+    Ipg_LeePass(work.data(), 53, 31, noise);
+  }
+  EXPECT_EQ(work, expected);
 }
 
 TEST(IpgSpeckleFilters, KuanReadsTheUnchangedInputAndDoesNotClip)
