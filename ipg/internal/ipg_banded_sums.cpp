@@ -4,6 +4,7 @@
 #include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
 #include <climits>
@@ -100,6 +101,58 @@ void AddSelectedPlain(const int* pixels, std::size_t first, std::size_t last, co
 }
 #endif
 
+// The noise sums' terms over columns [from, to) of a row with a ROI, one by one.
+void NoiseTermsChecked(const int* v, const int* s, const IPG_ROI_ROW& roiRow, unsigned from, unsigned to,
+                       ExactTotal& signal, ExactTotal& noise)
+{
+  for (unsigned col = from; col < to; ++col) {
+    if (Ipg_IsMark(v[col]) || !roiRow.Inside(col))
+      continue;
+    const std::int64_t level = s[col];
+    const std::int64_t gap = static_cast<std::int64_t>(v[col]) - s[col];
+    const bool small = std::llabs(level) <= kLargestExactRoot && std::llabs(gap) <= kLargestExactRoot;
+    signal.Add(small ? static_cast<std::uint64_t>(level * level) : kExactLimit);
+    noise.Add(small ? static_cast<std::uint64_t>(gap * gap) : kExactLimit);
+  }
+}
+
+// 2^10 terms below 2^53 each stay below 2^63.
+constexpr unsigned kNoiseRun = 1024;
+
+struct NoiseRunSums {
+  std::uint64_t Signal = 0, Noise = 0;
+  bool Small = true; // every counted term below kExactLimit
+};
+
+// The same terms over a row without a ROI, without a branch per pixel: a mark
+// or a term out of the exact range adds nothing and clears Small.
+[[gnu::always_inline]] inline NoiseRunSums NoiseRun(const int* v, const int* s, unsigned from, unsigned to)
+{
+  std::uint64_t signal = 0, noise = 0;
+  int large = 0;
+  for (unsigned col = from; col < to; ++col) {
+    const std::int64_t level = s[col];
+    const std::int64_t gap = static_cast<std::int64_t>(v[col]) - s[col];
+    const bool counted = !Ipg_IsMark(v[col]);
+    const bool small = (level <= kLargestExactRoot) & (level >= -kLargestExactRoot) & (gap <= kLargestExactRoot) &
+                       (gap >= -kLargestExactRoot);
+    const bool add = counted & small;
+    signal += add ? static_cast<std::uint64_t>(level * level) : 0;
+    noise += add ? static_cast<std::uint64_t>(gap * gap) : 0;
+    large |= static_cast<int>(counted & !small);
+  }
+  return {signal, noise, large == 0};
+}
+
+NoiseRunSums NoiseRunPlain(const int* v, const int* s, unsigned from, unsigned to) { return NoiseRun(v, s, from, to); }
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] NoiseRunSums NoiseRunAvx2(const int* v, const int* s, unsigned from, unsigned to)
+{
+  return NoiseRun(v, s, from, to);
+}
+#endif
+
 } // namespace
 
 IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsigned cols, const int* roi,
@@ -160,20 +213,31 @@ bool Ipg_ExactNoiseSums(const DCM_DATA& in, const DCM_DATA& smoothed, const DCM_
   std::vector<Band> perBand(bands.Count);
   const int* v0 = in.GetIDataAddress();
   const int* s0 = smoothed.GetIDataAddress();
+  const bool avx2 = Ipg_UseAvx2();
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     Band b;
     for (unsigned row = first + begin; row < first + end; ++row) {
       const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
       const int* v = v0 + std::size_t{row} * cols;
       const int* s = s0 + std::size_t{row} * cols;
-      for (unsigned col = first; col < endCols; ++col) {
-        if (Ipg_IsMark(v[col]) || !roiRow.Inside(col))
-          continue;
-        const std::int64_t level = s[col];
-        const std::int64_t gap = static_cast<std::int64_t>(v[col]) - s[col];
-        const bool small = std::llabs(level) <= kLargestExactRoot && std::llabs(gap) <= kLargestExactRoot;
-        b.Signal.Add(small ? static_cast<std::uint64_t>(level * level) : kExactLimit);
-        b.Noise.Add(small ? static_cast<std::uint64_t>(gap * gap) : kExactLimit);
+      if (roiRow.Values != nullptr) {
+        NoiseTermsChecked(v, s, roiRow, first, endCols, b.Signal, b.Noise);
+        continue;
+      }
+      // Runs short enough that 64 bits cannot wrap before the total is checked.
+      for (unsigned from = first; from < endCols; from += kNoiseRun) {
+        const unsigned to = std::min(endCols, from + kNoiseRun);
+        NoiseRunSums sums;
+#if defined(__x86_64__)
+        if (avx2)
+          sums = NoiseRunAvx2(v, s, from, to);
+        else
+#endif
+          sums = NoiseRunPlain(v, s, from, to);
+        b.Signal.Add(sums.Signal);
+        b.Noise.Add(sums.Noise);
+        b.Signal.Exact = b.Signal.Exact && sums.Small;
+        b.Noise.Exact = b.Noise.Exact && sums.Small;
       }
     }
     perBand[band] = b;

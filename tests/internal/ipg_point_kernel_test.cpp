@@ -2,6 +2,7 @@
 // per-pixel walk through GetValueReal/SetValue, for every thread count.
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 #include "ipg/arithmetic/ipg_arithmetic2.h"
+#include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/framework/ipg_threads.h"
 #include "ipg/measurement/ipg_statistic1.h"
@@ -187,6 +188,39 @@ TEST(PointKernel, StatisticsAreTheSameAtAnyThreadCount)
   mean.SetTools(0);
   mean.Apply();
   EXPECT_EQ(mean.GetResult(), sum / count);
+  // The signal-to-noise ratio against the defining sums over the 3x3 box
+  // smoothing, on the interior without a ROI and on the ROI with one.
+  DCM_STRUCT smoothed(*small, false);
+  IPG_FILTER_PROCESSING box(small.get());
+  box.SetImaOut(&smoothed);
+  box.SetDefinedFilter(0);
+  box.SetMode(302);
+  box.SetTools(500);
+  box.Apply();
+  for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()}) {
+    if (mask != nullptr) {
+      IPG_FILTER_PROCESSING boxInRoi(small.get(), mask);
+      boxInRoi.SetImaOut(&smoothed);
+      boxInRoi.SetDefinedFilter(0);
+      boxInRoi.SetMode(302);
+      boxInRoi.SetTools(500);
+      boxInRoi.Apply();
+    }
+    double signal = 0.0, noise = 0.0;
+    const unsigned edge = mask == nullptr ? 1 : 0;
+    for (unsigned r = edge; r < kRows - edge; ++r)
+      for (unsigned c = edge; c < kCols - edge; ++c) {
+        const double v = small->Data->GetValue(c, r), m = smoothed.Data->GetValue(c, r);
+        if (v <= 16777216 && (mask == nullptr || mask->Data->GetValue(c, r) == kRoiInside)) {
+          signal += m * m;
+          noise += (v - m) * (v - m);
+        }
+      }
+    IPG_STATISTIC1 snr(small.get(), mask);
+    snr.SetTools(2);
+    snr.Apply();
+    EXPECT_EQ(snr.GetResult(), std::sqrt(signal / noise));
+  }
   // The distance between two images, against its definition.
   in = std::move(small);
   auto other = RandomImage(23, -3000, 3000);
