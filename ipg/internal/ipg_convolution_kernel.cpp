@@ -243,6 +243,34 @@ void FastRowsPlain(const FastPlan& plan, int begin, int end, RowScratch& scratch
 }
 #endif
 
+// Whether a row holds a mark, and the largest magnitude of its other pixels
+// (as unsigned, so that INT_MIN has one), without a branch per pixel.
+struct RowSurvey {
+  bool Marked = false;
+  unsigned Largest = 0;
+};
+
+[[gnu::always_inline]] inline RowSurvey SurveyRow(const int* line, int cols)
+{
+  int marks = 0;
+  unsigned largest = 0;
+  for (int c = 0; c < cols; ++c) {
+    const int v = line[c];
+    const int mark = static_cast<int>(Ipg_IsMark(v));
+    const unsigned magnitude = v < 0 ? 0u - static_cast<unsigned>(v) : static_cast<unsigned>(v);
+    marks |= mark;
+    const unsigned counted = mark != 0 ? 0u : magnitude;
+    largest = counted > largest ? counted : largest;
+  }
+  return {marks != 0, largest};
+}
+
+RowSurvey SurveyRowPlain(const int* line, int cols) { return SurveyRow(line, cols); }
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] RowSurvey SurveyRowAvx2(const int* line, int cols) { return SurveyRow(line, cols); }
+#endif
+
 // Which rows hold a mark, and the largest unmarked magnitude, in parallel bands.
 void SurveyRows(const Ipg_KernelImages& images, std::vector<int>& markedRowsBefore, std::int64_t& largest)
 {
@@ -250,18 +278,18 @@ void SurveyRows(const Ipg_KernelImages& images, std::vector<int>& markedRowsBefo
   std::vector<char> marked(static_cast<std::size_t>(rows), 0);
   const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols));
   std::vector<std::int64_t> largestOf(bands.Count, 0);
+  const bool avx2 = Ipg_UseAvx2();
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     std::int64_t top = 0;
     for (unsigned r = begin; r < end; ++r) {
       const int* line = images.In + static_cast<std::size_t>(r) * cols;
-      bool any = false;
-      for (int c = 0; c < cols; ++c) {
-        const bool mark = Ipg_IsMark(line[c]);
-        any = any || mark;
-        const std::int64_t magnitude = mark ? 0 : std::llabs(static_cast<long long>(line[c]));
-        top = magnitude > top ? magnitude : top;
-      }
-      marked[r] = any ? 1 : 0;
+#if defined(__x86_64__)
+      const RowSurvey survey = avx2 ? SurveyRowAvx2(line, cols) : SurveyRowPlain(line, cols);
+#else
+      const RowSurvey survey = SurveyRowPlain(line, cols);
+#endif
+      top = std::max<std::int64_t>(top, survey.Largest);
+      marked[r] = survey.Marked ? 1 : 0;
     }
     largestOf[band] = top;
   });
