@@ -45,8 +45,12 @@ double LeeWeight(double localVariance, double noiseVariance)
   return std::clamp((localVariance - noiseVariance) / localVariance, 0.0, 1.0);
 }
 
+// The distances of the cells of a 5x5 window to its centre: sqrt of 0, 1, 2, 4, 5, 8.
+constexpr int kFrostDistances = 6;
+const double kFrostDistance[kFrostDistances] = {0.0, 1.0, std::sqrt(2.0), 2.0, std::sqrt(5.0), std::sqrt(8.0)};
+
 // Frost's value for the sheared window written at w.
-int FrostPixel(const int* work, std::ptrdiff_t w, int cols, double damping, const double* distance)
+int FrostPixel(const int* work, std::ptrdiff_t w, int cols, double damping, const int* distanceClass)
 {
   double values[25];
   double sum = 0.0;
@@ -64,9 +68,14 @@ int FrostPixel(const int* work, std::ptrdiff_t w, int cols, double damping, cons
   const double variance = squares * 0.04;
   // Squared coefficient of variation; a window of mean 0 is averaged evenly.
   const double spread = mean != 0.0 ? variance / (mean * mean) : 0.0;
+  // The 25 cells lie at six distinct distances: one exponential each, the
+  // very values a call per cell gives.
+  double byDistance[kFrostDistances];
+  for (int d = 0; d < kFrostDistances; ++d)
+    byDistance[d] = std::exp(-damping * spread * kFrostDistance[d]);
   double weighted = 0.0, weights = 0.0;
   for (int k = 0; k < 25; ++k) {
-    const double weight = std::exp(-damping * spread * distance[k]);
+    const double weight = byDistance[distanceClass[k]];
     weighted += weight * values[k];
     weights += weight;
   }
@@ -140,16 +149,19 @@ void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
 
 void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan span)
 {
-  // Distance of each window cell (run j, position i) to the window's centre cell.
-  double distance[25];
+  // Distance class of each window cell (run j, position i) to the window's
+  // centre cell: its squared distance 0, 1, 2, 4, 5 or 8.
+  int distanceClass[25];
   for (int j = 0; j < 5; ++j)
-    for (int i = 0; i < 5; ++i)
-      distance[j * 5 + i] = std::sqrt(static_cast<double>((i - 2) * (i - 2) + (j - 2) * (j - 2)));
+    for (int i = 0; i < 5; ++i) {
+      const int squared = (i - 2) * (i - 2) + (j - 2) * (j - 2);
+      distanceClass[j * 5 + i] = squared == 8 ? 5 : squared == 5 ? 4 : squared == 4 ? 3 : squared;
+    }
   int* work = images.Out;
   for (int row = std::max(span.Begin, 2); row < std::min(span.End, images.Rows - 2); ++row)
     for (int col = 2; col < images.Cols - 2; ++col) {
       const std::ptrdiff_t w = static_cast<std::ptrdiff_t>(row) * images.Cols + col - 1;
-      work[w] = FrostPixel(work, w, images.Cols, damping, distance);
+      work[w] = FrostPixel(work, w, images.Cols, damping, distanceClass);
     }
 }
 
