@@ -69,8 +69,10 @@ Batch Setup(const std::vector<std::string>& args)
     throw CliUsageError("batch needs an output folder (-o DIR)");
   Batch batch;
   batch.pipeline = Cli_ReadPipeline(parsed.Positional()[0]);
+  // What would fail for every input stops the batch before it starts.
   for (const CliPipelineStep& step : batch.pipeline)
-    Cli_StepOperator(step); // an unknown class stops the batch before it starts
+    if (Cli_StepOperator(step).NeedsSecondInput() && !parsed.Has("second"))
+      throw CliUsageError(step.className + " needs a second input image (--second FILE)");
   batch.outdir = *parsed.Value("output");
   batch.reportPath = parsed.Value("report").value_or((fs::path(batch.outdir) / "report.jsonl").string());
   batch.csvPath = parsed.Value("csv").value_or((fs::path(batch.outdir) / "results.csv").string());
