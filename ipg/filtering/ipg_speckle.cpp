@@ -8,7 +8,9 @@
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_kernel_images.h"
+#include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_selected_moments.h"
 #include "ipg/internal/ipg_speckle_frame.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
 #include "ipg/measurement/ipg_statistic1.h"
@@ -36,6 +38,30 @@ constexpr const char* kLabelKuan = "KUAN FILTER";
 constexpr const char* kLabelFrost = "FROST FILTER";
 constexpr double kFrostDefaultDamping = 1.0;
 
+// The noise variance of Lee's filter: that of the whole input, as the basic
+// statistics (IPG_STATISTIC1 code 6) give it, message on a flat input included.
+// A monochrome input skips their signal-to-noise ratio, which Lee does not use
+// and which shows no message there; a colour one goes through them for theirs.
+double LeeNoiseVariance(DCM_STRUCT* in)
+{
+  const DCM_HEADER header = in->GetHeader();
+  if (header.PhotometricInterpretation != 0 && header.PhotometricInterpretation != 1) {
+    IPG_STATISTIC1 statistics(in);
+    statistics.SetTools(6);
+    statistics.Apply();
+    return statistics.GetVariance();
+  }
+  IPG_SELECTED_MOMENTS moments;
+  if (!Ipg_SelectedMoments(in->Data->GetIDataAddress(), in->Data->GetSize(), in->Data->GetNbOfCols(), nullptr, 0,
+                           moments))
+    return 0.0;
+  if (moments.Variance <= 0.0)
+    Ipg_Inform(kIpgMsgNegativeVariance);
+  const short precision = in->Data->GetPrecision();
+  // Divided by the precision, not its square, as the statistics store it.
+  return precision >= 1 ? moments.Variance / precision : moments.Variance;
+}
+
 } // namespace
 
 bool IPG_FILTER_PROCESSING::LeeFilter()
@@ -46,11 +72,7 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
   }
   if (ImaIn == nullptr)
     return false;
-  // The noise variance: that of the whole input, by the basic statistics.
-  IPG_STATISTIC1 statistics(ImaIn);
-  statistics.SetTools(6);
-  statistics.Apply();
-  const double noiseVariance = statistics.GetVariance();
+  const double noiseVariance = LeeNoiseVariance(ImaIn);
 
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());

@@ -3,6 +3,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/internal/ipg_banded_sums.h"
+#include "ipg/internal/ipg_selected_moments.h"
 #include "ipg/internal/ipg_fractal_measures.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
@@ -326,39 +327,17 @@ bool IPG_STATISTIC1::BasicStats()
   SignalToNoiseRatio();
   SNR = GetResult();
 
-  const int* pixels = ImaIn->Data->GetIDataAddress();
-  const std::size_t size = ImaIn->Data->GetSize();
   const int* roi = Roi != nullptr ? Roi->Data->GetIDataAddress() : nullptr;
   const std::size_t roiSize = Roi != nullptr ? Roi->Data->GetSize() : 0;
-  // The ROI array is walked in step with the input; past its end nothing is selected.
-  auto selected = [&](std::size_t i) {
-    if (Ipg_IsMark(pixels[i]))
-      return false;
-    return roi == nullptr || (i < roiSize && Ipg_InsideRoi(roi[i]));
-  };
-
-  const IPG_SELECTED_STATS stats = Ipg_SelectedStats(pixels, size, ImaIn->Data->GetNbOfCols(), roi, roiSize);
-  if (stats.Count == 0)
+  IPG_SELECTED_MOMENTS moments;
+  if (!Ipg_SelectedMoments(ImaIn->Data->GetIDataAddress(), ImaIn->Data->GetSize(), ImaIn->Data->GetNbOfCols(), roi,
+                           roiSize, moments))
     return false;
-  Min = std::min<double>(Min, stats.Min);
-  Max = std::max<double>(Max, stats.Max);
-  NbPixels = static_cast<int>(stats.Count);
-  double sum = stats.Sum;
-  if (!stats.SumExact) { // the pixel-by-pixel double sum, whose roundings the result keeps
-    sum = 0.0;
-    for (std::size_t i = 0; i < size; ++i)
-      if (selected(i))
-        sum += pixels[i];
-  }
-  Mean = sum / NbPixels;
-
-  // Summed in visiting order: a non-integer mean makes every term round, and the
-  // stored variance is the one this order gives.
-  double squares = 0.0;
-  for (std::size_t i = 0; i < size; ++i)
-    if (selected(i))
-      squares += (pixels[i] - Mean) * (pixels[i] - Mean);
-  VarianceValue = squares / NbPixels; // population variance
+  Min = std::min<double>(Min, moments.Min);
+  Max = std::max<double>(Max, moments.Max);
+  NbPixels = moments.Count;
+  Mean = moments.Mean;
+  VarianceValue = moments.Variance; // population variance
 
   // A constant image lands here too: hosts rely on the warning for flat selections.
   if (VarianceValue <= 0.0)

@@ -2,6 +2,7 @@
 #include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/internal/ipg_speckle_frame.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
+#include "ipg/measurement/ipg_statistic1.h"
 #include "support/images.h"
 #include "support/message_capture.h"
 #include "support/progress_capture.h"
@@ -385,6 +386,32 @@ TEST(IpgSpeckleFilters, LeePassIsTheRowByRowRecurrence)
     Ipg_LeePass(work.data(), 53, 31, noise);
   }
   EXPECT_EQ(work, expected);
+}
+
+// The noise variance is the basic statistics' (marks left out, divided by the
+// precision), and a flat input shows their message.
+TEST(IpgSpeckleFilters, LeeTakesTheNoiseVarianceOfTheBasicStatistics)
+{
+  std::mt19937 random(6);
+  std::uniform_int_distribution<int> level(0, 3000);
+  auto in = TestImage(40, 30).Each([&](unsigned, unsigned) { return level(random); }).Build();
+  in->Data->GetIDataAddress()[77] = 16777220; // a mark
+  for (const short precision : {short{1}, short{10}}) {
+    in->Data->SetPrecision(precision);
+    IPG_STATISTIC1 statistics(in.get());
+    statistics.SetTools(6);
+    statistics.Apply();
+    const int* p = in->Data->GetIDataAddress();
+    std::vector<double> work(p, p + in->Data->GetSize());
+    Ipg_LeePass(work.data(), 40, 30, statistics.GetVariance());
+    const std::vector<int> filtered = Filtered(*in, 513);
+    for (std::size_t i = 0; i < work.size(); ++i)
+      ASSERT_EQ(filtered[i], static_cast<int>(work[i])) << i << " precision " << precision;
+  }
+  MessageCapture capture;
+  auto flat = TestImage(5, 5).Fill(3).Build();
+  Filtered(*flat, 513);
+  EXPECT_EQ(capture.Texts, std::vector<std::string>{"problème : variance négative"});
 }
 
 TEST(IpgSpeckleFilters, KuanReadsTheUnchangedInputAndDoesNotClip)

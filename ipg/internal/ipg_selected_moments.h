@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// Count, extremes, mean and population variance of the selected pixels of a
+// row-major image (grey levels, inside the ROI array when there is one; past
+// its end nothing is selected), as the basic statistics define them: the mean
+// from the sum of the pixels (exact in bands, or added pixel after pixel), the
+// variance summed in visiting order, since a non-integer mean makes every term
+// round and the stored variance is the one that order gives. Raw values, no
+// precision scaling. False when nothing is selected.
+struct IPG_SELECTED_MOMENTS {
+  int Count = 0; // as an int: the divisor of the mean and the variance
+  int Min = 0;
+  int Max = 0;
+  double Mean = 0.0;
+  double Variance = 0.0;
+};
+bool Ipg_SelectedMoments(const int* pixels, std::size_t size, unsigned cols, const int* roi, std::size_t roiSize,
+                         IPG_SELECTED_MOMENTS& moments);
