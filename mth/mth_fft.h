@@ -2,9 +2,26 @@
 
 #include "mth/mth_complex.h"
 
+#include <string>
+
 // Two-dimensional discrete Fourier transform in place on buf[column][row], any size.
 // dir = 1: forward, unnormalised, kernel e^(-2*pi*i*(u*c/cols + v*r/rows)).
 // dir = -1: inverse, divided by cols*rows, so a forward then inverse round trip
 // returns the input. Any other direction, a null buffer or a size below 1 leaves
 // the buffer untouched and returns false.
+// Columns laid end to end in one block (as MTH_COMPLEX_BUFFER holds them) are
+// transformed where they are; other layouts go through one extra copy.
+// Safe to call from several threads at once.
 bool Mth_FFT2D(MTH_COMPLEX** buf, int cols, int rows, int dir);
+
+// The library that computes the transforms, chosen when the library is built:
+// "FFTW" (FFTW3, GPL) or "KissFFT" (BSD). Results agree to rounding.
+const char* Mth_FFTBackend();
+
+// FFTW's record of the plans it has made ("wisdom"), read from or written to a
+// file so that another process plans the same sizes at once. Plans are made in
+// FFTW's estimating mode; wisdom measured by another program may give other
+// plans, whose results differ from these in the last bits. False when the file
+// cannot be read or written, or with the KissFFT backend, which keeps no plans.
+bool Mth_FFTLoadWisdom(const std::string& path);
+bool Mth_FFTSaveWisdom(const std::string& path);

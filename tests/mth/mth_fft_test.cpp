@@ -1,9 +1,20 @@
 #include "mth/mth_fft.h"
 
+#include "mth/mth_complex_buffer.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <complex>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <new>
+#include <string>
+#include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 namespace {
 
@@ -19,7 +30,56 @@ struct Spectrum {
   std::vector<MTH_COMPLEX*> Columns;
 };
 
+// x[c][r] of a cols x rows test input, neither real nor symmetric.
+MTH_COMPLEX Sample(int c, int r) { return {std::sin(c * 1.3 + r), std::cos(r * 0.7 - c)}; }
+
+// X[u][v] by the definition, kernel e^(-2 pi i (u c / cols + v r / rows)).
+std::complex<double> Dft(int cols, int rows, int u, int v)
+{
+  std::complex<double> sum = 0.0;
+  for (int c = 0; c < cols; ++c)
+    for (int r = 0; r < rows; ++r)
+      sum += std::complex<double>(Sample(c, r).re, Sample(c, r).im) *
+             std::polar(1.0, -2 * M_PI * (double(u) * c / cols + double(v) * r / rows));
+  return sum;
+}
+
+// Transforms Sample through columns[] and compares with the definition.
+void ExpectTheDefinition(MTH_COMPLEX** columns, int cols, int rows)
+{
+  for (int c = 0; c < cols; ++c)
+    for (int r = 0; r < rows; ++r)
+      columns[c][r] = Sample(c, r);
+  ASSERT_TRUE(Mth_FFT2D(columns, cols, rows, 1));
+  for (int u = 0; u < cols; ++u)
+    for (int v = 0; v < rows; ++v) {
+      const std::complex<double> expected = Dft(cols, rows, u, v);
+      EXPECT_NEAR(columns[u][v].re, expected.real(), 1e-9) << cols << "x" << rows << " u=" << u << " v=" << v;
+      EXPECT_NEAR(columns[u][v].im, expected.imag(), 1e-9) << cols << "x" << rows << " u=" << u << " v=" << v;
+    }
+}
+
+// A round trip through columns[] returns Sample.
+bool RoundTripHolds(MTH_COMPLEX** columns, int cols, int rows)
+{
+  for (int c = 0; c < cols; ++c)
+    for (int r = 0; r < rows; ++r)
+      columns[c][r] = Sample(c, r);
+  if (!Mth_FFT2D(columns, cols, rows, 1) || !Mth_FFT2D(columns, cols, rows, -1))
+    return false;
+  for (int c = 0; c < cols; ++c)
+    for (int r = 0; r < rows; ++r)
+      if (std::abs(columns[c][r].re - Sample(c, r).re) > 1e-12 || std::abs(columns[c][r].im - Sample(c, r).im) > 1e-12)
+        return false;
+  return true;
+}
+
 } // namespace
+
+TEST(MthFft, RunsOnTheBackendTheProgramWasBuiltFor)
+{
+  EXPECT_STREQ(Mth_FFTBackend(), IPG_EXPECTED_FFT_BACKEND);
+}
 
 TEST(MthFft, ForwardOfAnImpulseIsFlatAndOfAConstantIsAnImpulse)
 {
@@ -88,4 +148,53 @@ TEST(MthFft, RefusesBadArguments)
   EXPECT_FALSE(Mth_FFT2D(s.Columns.data(), 0, 2, 1));
   EXPECT_FALSE(Mth_FFT2D(s.Columns.data(), 2, 2, 0));
   EXPECT_EQ(s.at(0, 0).re, 3.0);
+}
+
+TEST(MthFft, MatchesTheDefinitionInOneBlockOrColumnByColumnAtAnyAlignment)
+{
+  for (auto [cols, rows] : {std::pair{6, 4}, std::pair{7, 5}, std::pair{12, 9}}) {
+    MTH_COMPLEX_BUFFER block(cols, rows);
+    ExpectTheDefinition(block.Get(), cols, rows);
+    ExpectTheDefinition(block.Get(), cols, rows); // the same size again, with its plan made
+    Spectrum scattered(cols, rows);
+    ExpectTheDefinition(scattered.Columns.data(), cols, rows);
+    // One block starting 8 bytes off a 16-byte boundary: no plan of aligned data may run on it.
+    std::vector<unsigned char> storage((cols * rows + 2) * sizeof(MTH_COMPLEX));
+    unsigned char* start = storage.data() + 8 + (16 - reinterpret_cast<std::uintptr_t>(storage.data()) % 16) % 16;
+    for (int k = 0; k < cols * rows; ++k)
+      new (start + k * sizeof(MTH_COMPLEX)) MTH_COMPLEX;
+    std::vector<MTH_COMPLEX*> shifted;
+    for (int c = 0; c < cols; ++c)
+      shifted.push_back(std::launder(reinterpret_cast<MTH_COMPLEX*>(start + c * rows * sizeof(MTH_COMPLEX))));
+    ExpectTheDefinition(shifted.data(), cols, rows);
+  }
+}
+
+TEST(MthFft, ConcurrentCallsAndMoreSizesThanPlansKeptStayExact)
+{
+  std::vector<std::thread> threads;
+  std::vector<int> failures(4, 0);
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([t, &failures] {
+      for (int size = 1; size <= 24; ++size) {
+        MTH_COMPLEX_BUFFER buffer(size + t, size);
+        failures[t] += RoundTripHolds(buffer.Get(), size + t, size) ? 0 : 1;
+      }
+    });
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(failures, std::vector<int>(4, 0));
+}
+
+TEST(MthFft, WisdomGoesToAFileAndBackWithFftwOnly)
+{
+  const std::string path = (std::filesystem::temp_directory_path() / ("ipg-wisdom-" + std::to_string(::getpid()))).string();
+  MTH_COMPLEX_BUFFER buffer(16, 8);
+  ASSERT_TRUE(RoundTripHolds(buffer.Get(), 16, 8));
+  const bool fftw = std::string(Mth_FFTBackend()) == "FFTW";
+  EXPECT_EQ(Mth_FFTSaveWisdom(path), fftw);
+  EXPECT_EQ(Mth_FFTLoadWisdom(path), fftw);
+  EXPECT_FALSE(Mth_FFTLoadWisdom(path + "-missing"));
+  EXPECT_TRUE(RoundTripHolds(buffer.Get(), 16, 8));
+  std::remove(path.c_str());
 }
