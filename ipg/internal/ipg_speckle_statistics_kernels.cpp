@@ -2,6 +2,7 @@
 // the sigma filter (declared in ipg_speckle_kernels.h with the others).
 #include "ipg/internal/ipg_local_kernels.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
 
 #include <algorithm>
@@ -35,14 +36,6 @@ void LocalMoments3x3(const T* work, std::size_t idx, int cols, double& mean, dou
   for (double v : values)
     squares += (v - mean) * (v - mean);
   variance = kNinth * squares;
-}
-
-// Lee's weight of the centre, clipped to [0, 1]; a flat neighbourhood keeps its mean.
-double LeeWeight(double localVariance, double noiseVariance)
-{
-  if (localVariance <= 0.0)
-    return 0.0;
-  return std::clamp((localVariance - noiseVariance) / localVariance, 0.0, 1.0);
 }
 
 // The distances of the cells of a 5x5 window to its centre: sqrt of 0, 1, 2, 4, 5, 8.
@@ -107,31 +100,115 @@ bool NeighbourMean(const double* in, int cols, int rows, int col, int row, doubl
 
 } // namespace
 
+namespace {
+
+// Lee's update of work[idx], on one pixel or (T a vector) on a lane per pixel:
+// the operations of LocalMoments3x3, LeeWeight and the blend in the same order.
+template <typename T>
+[[gnu::always_inline]] inline void LeeValue(const T (&window)[9], const T& centre, double noiseVariance, T& updated)
+{
+  const T zero{}; // +0.0 in every lane
+  const T one = zero + 1.0;
+  T sum = zero;
+  for (int k = 0; k < 9; ++k)
+    sum = sum + window[k];
+  const T mean = sum * kNinth;
+  T squares = zero;
+  for (int k = 0; k < 9; ++k)
+    squares = squares + (window[k] - mean) * (window[k] - mean);
+  const T variance = kNinth * squares;
+  // The weight clipped to [0, 1]; a flat neighbourhood keeps its mean.
+  T w = (variance - noiseVariance) / variance;
+  w = w < zero ? zero : w;
+  w = one < w ? one : w;
+  w = variance <= zero ? zero : w;
+  updated = (1.0 - w) * mean + w * centre;
+}
+
+using Lanes4d = double __attribute__((vector_size(32)));
+constexpr int kLeeLanes = 4;
+
+// One step of the wavefront for kLeeLanes rows whose pixels all lie inside:
+// lane i updates (col - 2 i, first + i). Every lane reads only cells that no
+// other lane of the step writes, so computing them together changes nothing.
+[[gnu::always_inline]] inline void LeeLanes(double* work, int cols, int first, int col, double noiseVariance)
+{
+  Lanes4d window[9] = {};
+  Lanes4d centre = {};
+  for (int i = 0; i < kLeeLanes; ++i) {
+    const std::size_t idx = At(col - 2 * i, first + i, cols);
+    int k = 0;
+    for (int dy = -1; dy <= 1; ++dy)
+      for (int dx = -1; dx <= 1; ++dx)
+        window[k++][i] = work[idx + static_cast<std::ptrdiff_t>(dy) * cols + dx];
+    centre[i] = work[idx];
+  }
+  Lanes4d updated;
+  LeeValue(window, centre, noiseVariance, updated);
+  for (int i = 0; i < kLeeLanes; ++i)
+    work[At(col - 2 * i, first + i, cols)] = updated[i];
+}
+
+void LeeOne(double* work, int cols, int col, int row, double noiseVariance)
+{
+  const std::size_t idx = At(col, row, cols);
+  double window[9];
+  int k = 0;
+  for (int dy = -1; dy <= 1; ++dy)
+    for (int dx = -1; dx <= 1; ++dx)
+      window[k++] = work[idx + static_cast<std::ptrdiff_t>(dy) * cols + dx];
+  const double centre = work[idx];
+  LeeValue(window, centre, noiseVariance, work[idx]);
+}
+
 // Each value depends on its left neighbour and on the row above as already
-// updated, so a row is a chain of dependent pixels. Rows are taken a few at a
+// updated, so a row is a chain of dependent pixels. Rows are taken eight at a
 // time along a diagonal wavefront, each two columns behind the row above: a
 // pixel then finds its left neighbour and the three cells above it updated and
-// the row below untouched, exactly as in a row-by-row pass, and the pixels of
-// one step are independent chains the processor overlaps.
-void Ipg_LeePass(double* work, int cols, int rows, double noiseVariance)
+// the row below untouched, exactly as in a row-by-row pass. The pixels of one
+// step are independent: two vectors of four, whose chains the processor overlaps.
+constexpr int kLeeRowsInFlight = 2 * kLeeLanes;
+
+[[gnu::always_inline]] inline void LeePassBody(double* work, int cols, int rows, double noiseVariance)
 {
-  constexpr int kRowsInFlight = 8;
-  auto update = [&](int col, int row) {
-    const std::size_t idx = At(col, row, cols);
-    double mean = 0.0, variance = 0.0;
-    LocalMoments3x3(work, idx, cols, mean, variance);
-    const double w = LeeWeight(variance, noiseVariance);
-    work[idx] = (1.0 - w) * mean + w * work[idx];
-  };
-  for (int first = 1; first < rows - 1; first += kRowsInFlight) {
-    const int count = std::min(kRowsInFlight, rows - 1 - first);
-    for (int step = 0; step < cols - 2 + 2 * (count - 1); ++step)
+  for (int first = 1; first < rows - 1; first += kLeeRowsInFlight) {
+    const int count = std::min(kLeeRowsInFlight, rows - 1 - first);
+    for (int step = 0; step < cols - 2 + 2 * (count - 1); ++step) {
+      const int lastCol = 1 + step - 2 * (count - 1); // of the lowest row
+      if (count == kLeeRowsInFlight && lastCol >= 1 && 1 + step < cols - 1) {
+        LeeLanes(work, cols, first, 1 + step, noiseVariance);
+        LeeLanes(work, cols, first + kLeeLanes, 1 + step - 2 * kLeeLanes, noiseVariance);
+        continue;
+      }
       for (int i = 0; i < count; ++i) {
         const int col = 1 + step - 2 * i;
         if (col >= 1 && col < cols - 1)
-          update(col, first + i);
+          LeeOne(work, cols, col, first + i, noiseVariance);
       }
+    }
   }
+}
+
+void LeePassPlain(double* work, int cols, int rows, double noiseVariance) { LeePassBody(work, cols, rows, noiseVariance); }
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void LeePassAvx2(double* work, int cols, int rows, double noiseVariance)
+{
+  LeePassBody(work, cols, rows, noiseVariance);
+}
+#endif
+
+} // namespace
+
+void Ipg_LeePass(double* work, int cols, int rows, double noiseVariance)
+{
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2()) {
+    LeePassAvx2(work, cols, rows, noiseVariance);
+    return;
+  }
+#endif
+  LeePassPlain(work, cols, rows, noiseVariance);
 }
 
 void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
