@@ -6,6 +6,7 @@
 #include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <climits>
@@ -25,6 +26,37 @@ int Redyn(std::int64_t v, std::int64_t mn, std::int64_t range, int lo, int hi)
                             (static_cast<long double>(hi) - lo) +
                         lo;
   return Ipg_RoundHalfAwayThroughDouble(t);
+}
+
+// Runs write(v, col, target) for the pixels of in (raw value v) that the
+// mask selects (any non-zero value; all without a mask), target the output
+// pixel at the same place or null when out has no pixel there. Each output
+// pixel depends on its input pixel only, so rows run in parallel bands; the
+// callers measure the output's extremes afterwards.
+template <typename Write>
+void ForMaskedPixels(const DCM_DATA& in, const DCM_STRUCT* mask, DCM_DATA& out, Write write)
+{
+  const unsigned cols = in.GetNbOfCols(), outCols = out.GetNbOfCols();
+  const int* src = in.GetIDataAddress();
+  int* dst = out.GetIDataAddress();
+  const DCM_DATA* maskData = mask != nullptr ? mask->Data : nullptr;
+  Ipg_RunBands(Ipg_SplitRows(in.GetNbOfRows(), cols), [&](unsigned, unsigned begin, unsigned end) {
+    for (unsigned row = begin; row < end; ++row) {
+      const int* line = src + std::size_t{row} * cols;
+      int* target = row < out.GetNbOfRows() ? dst + std::size_t{row} * outCols : nullptr;
+      const int* maskLine = nullptr;
+      unsigned maskCols = 0;
+      if (maskData != nullptr && row < maskData->GetNbOfRows()) {
+        maskLine = maskData->GetIDataAddress() + std::size_t{row} * maskData->GetNbOfCols();
+        maskCols = maskData->GetNbOfCols();
+      }
+      for (unsigned col = 0; col < cols; ++col) {
+        if (maskData != nullptr && (col >= maskCols || !Ipg_InsideAnyNonZeroMask(maskLine[col])))
+          continue;
+        write(line[col], target != nullptr && col < outCols ? target + col : nullptr);
+      }
+    }
+  });
 }
 
 } // namespace
@@ -103,21 +135,20 @@ bool IPG_CHANGE_DYNAMIC::GetCutImage()
     return false;
   const DCM_DATA& in = *ImaIn->Data;
   DCM_DATA& out = *ImaOut->Data;
-  for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
-    for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
-      if (!Ipg_InsideAnyNonZeroMask(Roi, col, row))
-        continue;
-      const int v = in.GetValue(col, row);
-      if (Ipg_IsMark(v)) {
-        out.SetValue(col, row, v);
-        continue;
-      }
-      const auto f = static_cast<float>(in.GetValueReal(col, row));
-      if (LimitInf <= f && f <= LimitSup)
-        out.SetValue(col, row, f);
-      else
-        out.SetValue(col, row, 0);
+  const short inPrecision = in.GetPrecision(), outPrecision = out.GetPrecision();
+  const float lowest = LimitInf, highest = LimitSup;
+  ForMaskedPixels(in, Roi, out, [&](int v, int* target) {
+    if (target == nullptr)
+      return;
+    if (Ipg_IsMark(v)) {
+      *target = v;
+      return;
     }
+    // The level as GetValueReal reads it, then stored as SetValue(float) stores it.
+    const double real = inPrecision > 0 ? static_cast<double>(v) / inPrecision : static_cast<double>(v);
+    const auto f = static_cast<float>(real);
+    *target = lowest <= f && f <= highest ? DCM_DATA::ToRaw(static_cast<double>(f), outPrecision) : 0;
+  });
   Ipg_MeasureExtremes(out);
   return true;
 }
@@ -128,14 +159,11 @@ bool IPG_CHANGE_DYNAMIC::GetAbsoluteImage()
     return false;
   const DCM_DATA& in = *ImaIn->Data;
   DCM_DATA& out = *ImaOut->Data;
-  for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
-    for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
-      if (!Ipg_InsideAnyNonZeroMask(Roi, col, row))
-        continue;
-      const int v = in.GetValue(col, row);
-      // |INT_MIN| does not fit: it saturates.
-      out.SetValue(col, row, Ipg_IsMark(v) ? v : v == INT_MIN ? INT_MAX : std::abs(v));
-    }
+  ForMaskedPixels(in, Roi, out, [](int v, int* target) {
+    // |INT_MIN| does not fit: it saturates.
+    if (target != nullptr)
+      *target = Ipg_IsMark(v) ? v : v == INT_MIN ? INT_MAX : std::abs(v);
+  });
   Ipg_MeasureExtremes(out);
   return true;
 }
@@ -162,15 +190,13 @@ bool IPG_CHANGE_DYNAMIC::GetRedynImage()
     for (std::int64_t v = mn; v <= mx; ++v)
       table[static_cast<std::size_t>(v - mn)] = Redyn(v, mn, range, lo, hi);
   }
-  for (unsigned row = 0; row < in.GetNbOfRows(); ++row)
-    for (unsigned col = 0; col < in.GetNbOfCols(); ++col) {
-      const int v = in.GetValue(col, row);
-      if (Ipg_IsMark(v))
-        continue;
-      const std::int64_t at = v - mn;
-      const bool tabulated = at >= 0 && at < static_cast<std::int64_t>(table.size());
-      out.SetValue(col, row, tabulated ? table[static_cast<std::size_t>(at)] : Redyn(v, mn, range, lo, hi));
-    }
+  ForMaskedPixels(in, nullptr, out, [&](int v, int* target) {
+    if (target == nullptr || Ipg_IsMark(v))
+      return;
+    const std::int64_t at = v - mn;
+    const bool tabulated = at >= 0 && at < static_cast<std::int64_t>(table.size());
+    *target = tabulated ? table[static_cast<std::size_t>(at)] : Redyn(v, mn, range, lo, hi);
+  });
   Ipg_MeasureExtremes(out);
   return true;
 }
