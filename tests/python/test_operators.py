@@ -74,7 +74,7 @@ def test_a_kernel_given_as_an_array_is_the_predefined_box(phantom):
 def test_bad_settings_raise_when_set(phantom):
     op = ipg.IPG_REGION(Seed=(3, 4), SetTolerance=2.5)
     assert (op.Seed, op.get("Tolerance")) == ((3, 4), 2.5)
-    with pytest.raises(ValueError, match="no parameter 'Sead'"):
+    with pytest.raises(ValueError, match="unknown parameter 'Sead'"):
         op.set(Sead=(1, 2))
     with pytest.raises(ValueError, match="Seed"):
         op.Seed = (1, 2, 3)
