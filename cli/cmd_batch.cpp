@@ -145,8 +145,10 @@ public:
     for (std::size_t i = 0; i < Work.inputs.size(); ++i)
       if (!Records[i])
         todo.push_back(i);
+    const std::size_t toRun = todo.size();
     if (Work.progress)
-      Bar.Open("ipg batch", static_cast<int>(todo.size()));
+      Bar.Open("ipg batch", static_cast<int>(toRun));
+    RecordProblems(todo, report);
     CliPoolTasks tasks;
     tasks.count = todo.size();
     tasks.work = [&](std::size_t task) { return RunInChild(Work, Work.inputs[todo[task]], report); };
@@ -157,12 +159,11 @@ public:
         Finish(todo[task], DeathRecord(Work.inputs[todo[task]], end), &report);
     };
     tasks.stop = [] { return Cli_Interrupted(); };
-    RecordProblems(todo, report);
     Cli_RunInChildren(tasks, Work.jobs);
     if (Work.progress)
       Bar.Close();
     WriteCsv();
-    Summarise(kept.size(), todo.size(), std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    Summarise(kept.size(), toRun, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     if (Cli_Interrupted()) {
       std::cerr << "ipg: interrupted; the finished inputs are in the report (--resume goes on)\n";
       return kCliInterrupted;
