@@ -337,21 +337,21 @@ bool IPG_ARITHMETIC2::MakeAbsoluteSubstraction()
   if (!OpenFrame(f))
     return false;
   const bool thresholds = ThresholdsActive();
-  int mn = kIpgMaxGrey, mx = 0;
-  for (std::size_t k = 0; k < f.Count; ++k) {
-    const int a = f.A[k], b = f.B[k];
-    // No ROI here; over-range pixels take the smaller value, unlike the others.
-    int v = Ipg_IsGreyLevel(a) && Ipg_IsGreyLevel(b) ? WrappedMagnitude(Ipg_WrapToInt(static_cast<long long>(a) - b))
-                                                   : std::min(a, b);
-    if (thresholds && OutsideWindow(a, b))
-      v = 0;
-    mn = std::min(mn, v);
-    mx = std::max(mx, v);
-    f.Write(k, v);
-  }
-  ImaOut->Data->SetMin(mn);
-  ImaOut->Data->SetMax(mx);
-  return ApplyModeToOutImage();
+  // No ROI here; over-range pixels take the smaller value, unlike the others.
+  const CombineExtremes e =
+      CombineInBands(f.A, f.B, f.Out, f.OutCount, f.Cols, f.Rows, nullptr, [&](int a, int b, bool, CombineExtremes& seen) {
+        int v = Ipg_IsGreyLevel(a) && Ipg_IsGreyLevel(b) ? WrappedMagnitude(Ipg_WrapToInt(static_cast<long long>(a) - b))
+                                                       : std::min(a, b);
+        v = thresholds && OutsideWindow(a, b) ? 0 : v;
+        seen.InsideMin = std::min(seen.InsideMin, v); // every pixel: the lowest value
+        seen.Max = std::max(seen.Max, v);
+        return v;
+      });
+  // The stored extremes start from kIpgMaxGrey and 0, as they always have.
+  ImaOut->Data->SetMin(std::min(kIpgMaxGrey, e.InsideMin));
+  ImaOut->Data->SetMax(std::max(0, e.Max));
+  const bool wholeOutput = f.OutCount == f.Count && f.Count > 0;
+  return wholeOutput ? Ipg_ApplyModeToImage(ImaOut, Mode, e.Written) : ApplyModeToOutImage();
 }
 
 bool IPG_ARITHMETIC2::MakeLogDifferenceImage()
@@ -392,19 +392,15 @@ bool IPG_ARITHMETIC2::DivideImage()
   Frame f;
   if (!OpenFrame(f))
     return false;
-  for (std::size_t k = 0; k < f.Count; ++k) {
-    const int a = f.A[k], b = f.B[k];
-    int v;
-    if (Roi == nullptr) {
-      const long long q = b == 0 ? 0 : static_cast<long long>(a) / b;
-      v = q > kIpgMaxGrey ? 0 : static_cast<int>(q);
-    } else if (b != 0 && Inside(f, k, a, b)) {
-      v = Ipg_WrapToInt(static_cast<long long>(a) - b); // a subtraction under a ROI: kept for existing callers
-    } else {
-      v = std::max(a, b);
+  const bool withRoi = Roi != nullptr;
+  CombineInBands(f.A, f.B, f.Out, f.OutCount, f.Cols, f.Rows, Roi, [withRoi](int a, int b, bool inside, CombineExtremes&) {
+    if (!withRoi) {
+      const long long q = b == 0 ? 0 : static_cast<long long>(a) / (b == 0 ? 1 : b);
+      return q > kIpgMaxGrey ? 0 : static_cast<int>(q);
     }
-    f.Write(k, v);
-  }
+    // A subtraction under a ROI: kept for existing callers.
+    return b != 0 && inside ? Ipg_WrapToInt(static_cast<long long>(a) - b) : std::max(a, b);
+  });
   // No extremes stored: the post-processing uses the output's previous ones.
   return ApplyModeToOutImage();
 }

@@ -250,7 +250,7 @@ TEST(PointKernel, TwoImageCombinationsAreTheSameAtAnyThreadCount)
   auto a = RandomImage(31, -5000, 5000);
   auto b = RandomImage(32, -5000, 5000);
   auto roi = RandomRoi(33);
-  for (int code : {302, 303})
+  for (int code : {302, 303, 304, 305})
     for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()})
       for (short mode : {301, 302}) {
         SCOPED_TRACE("code " + std::to_string(code) + " mode " + std::to_string(mode) + (mask ? " ROI" : ""));
@@ -270,6 +270,25 @@ TEST(PointKernel, TwoImageCombinationsAreTheSameAtAnyThreadCount)
         const Outcome one = run(1);
         EXPECT_EQ(run(2), one);
         EXPECT_EQ(run(7), one);
+        if (code < 304 || mode != 302)
+          continue;
+        // The absolute difference and the division against their pixel-by-pixel reading.
+        for (std::size_t k = 0; k < one.Pixels.size(); ++k) {
+          const int x = a->Data->GetIDataAddress()[k], y = b->Data->GetIDataAddress()[k];
+          const bool grey = x <= 16777216 && y <= 16777216;
+          const bool inRoi = mask == nullptr || mask->Data->GetIDataAddress()[k] == kRoiInside;
+          int expected;
+          if (code == 304) {
+            const bool outside = 4500 <= x || 4500 <= y || -4000 >= x || -4000 >= y;
+            expected = outside ? 0 : grey ? static_cast<int>(std::llabs(static_cast<long long>(x) - y)) : std::min(x, y);
+          } else if (mask == nullptr) {
+            const long long q = y == 0 ? 0 : static_cast<long long>(x) / y;
+            expected = q > 16777216 ? 0 : static_cast<int>(q);
+          } else {
+            expected = y != 0 && grey && inRoi ? x - y : std::max(x, y);
+          }
+          ASSERT_EQ(one.Pixels[k], expected) << "pixel " << k;
+        }
       }
 }
 
