@@ -5,6 +5,7 @@
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -142,34 +143,52 @@ bool IPG_ROI::MakeRoi()
     // Clipped to the input: the box may reach past it.
     const int firstCol = std::max(x0, 0), lastCol = std::min(x1, static_cast<int>(InCols) - 1);
     const int firstRow = std::max(y0, 0), lastRow = std::min(y1, static_cast<int>(InRows) - 1);
-    for (int row = firstRow; row <= lastRow; ++row)
-      for (int col = firstCol; col <= lastCol; ++col) {
-        const unsigned c = static_cast<unsigned>(col), r = static_cast<unsigned>(row);
-        bool inside = true;
-        if (ROIType == kCircle) {
-          const long long dx = col - static_cast<long long>(Centre->GetX());
-          const long long dy = row - static_cast<long long>(Centre->GetY());
-          // Each square is below 2^63; their sum is taken unsigned, where it fits.
-          const unsigned long long distance2 =
-              static_cast<unsigned long long>(dx * dx) + static_cast<unsigned long long>(dy * dy);
-          inside = static_cast<double>(distance2) <= static_cast<double>(radius2);
-        } else if (ROIType == kMask) {
-          inside = Roi != nullptr && Ipg_InsideAnyNonZeroMask(Roi, c, r); // no mask: nothing inside
-        }
-        // The circle is always written from the output's top-left corner, with or
-        // without Resize: hosts place its output by the recorded origin.
-        const bool shifted = Resize || ROIType == kCircle;
+    // The circle is always written from the output's top-left corner, with or
+    // without Resize: hosts place its output by the recorded origin.
+    const bool shifted = Resize || ROIType == kCircle;
+    const long long centreX = Centre->GetX(), centreY = Centre->GetY();
+    const short inPrecision = in->GetPrecision(), outPrecision = out->GetPrecision();
+    const unsigned outCols = out->GetNbOfCols(), outRows = out->GetNbOfRows();
+    int* target = out->GetIDataAddress();
+    const int* source = in->GetIDataAddress();
+    const std::size_t inStride = in->GetNbOfCols();
+    const unsigned rowCount = lastRow >= firstRow ? static_cast<unsigned>(lastRow - firstRow + 1) : 0;
+    // Every input pixel has its own output position, so rows go to parallel bands.
+    Ipg_RunBands(Ipg_SplitRows(rowCount, static_cast<std::size_t>(std::max(0, lastCol - firstCol + 1))),
+                 [&](unsigned, unsigned begin, unsigned end) {
+      for (int row = firstRow + static_cast<int>(begin); row < firstRow + static_cast<int>(end); ++row) {
         // Wide arithmetic: a corner may be any int; a pixel landing off the
         // output is not written.
-        const unsigned oc = static_cast<unsigned>(shifted ? static_cast<long long>(col) - x0 : col);
         const unsigned orow = static_cast<unsigned>(shifted ? static_cast<long long>(row) - y0 : row);
-        if (!inside)
-          out->SetValue(oc, orow, OutValueColor);
-        else if (InValueColor >= 0)
-          out->SetValue(oc, orow, InValueColor);
-        else
-          out->SetValue(oc, orow, in->GetValueReal(c, r));
+        if (orow >= outRows)
+          continue;
+        const long long dy = row - centreY;
+        for (int col = firstCol; col <= lastCol; ++col) {
+          const unsigned oc = static_cast<unsigned>(shifted ? static_cast<long long>(col) - x0 : col);
+          if (oc >= outCols)
+            continue;
+          bool inside = true;
+          if (ROIType == kCircle) {
+            const long long dx = col - centreX;
+            // Each square is below 2^63; their sum is taken unsigned, where it fits.
+            const unsigned long long distance2 =
+                static_cast<unsigned long long>(dx * dx) + static_cast<unsigned long long>(dy * dy);
+            inside = static_cast<double>(distance2) <= static_cast<double>(radius2);
+          } else if (ROIType == kMask) {
+            // No mask: nothing inside.
+            inside = Roi != nullptr && Ipg_InsideAnyNonZeroMask(Roi, static_cast<unsigned>(col), static_cast<unsigned>(row));
+          }
+          int value = OutValueColor;
+          if (inside && InValueColor >= 0) {
+            value = InValueColor;
+          } else if (inside) { // the input's level, as GetValueReal reads it and SetValue(double) stores it
+            const double raw = source[static_cast<std::size_t>(row) * inStride + static_cast<unsigned>(col)];
+            value = DCM_DATA::ToRaw(inPrecision > 0 ? raw / inPrecision : raw, outPrecision);
+          }
+          target[static_cast<std::size_t>(orow) * outCols + oc] = value;
+        }
       }
+    });
   }
   CopyHeader(x0, y0, x1, y1);
   Ipg_MeasureExtremes(*out);
