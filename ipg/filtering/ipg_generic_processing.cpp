@@ -345,14 +345,24 @@ int IPG_GENERIC_PROCESSING::Resample()
   const unsigned newRows = in.GetNbOfRows() / static_cast<unsigned>(n);
   const long long blockArea = static_cast<long long>(n) * n;
   std::vector<int> means(static_cast<std::size_t>(newCols) * newRows);
-  for (unsigned j = 0; j < newRows; ++j)
-    for (unsigned i = 0; i < newCols; ++i) {
-      long long sum = 0;
-      for (unsigned r = j * n; r < (j + 1) * n; ++r)
-        for (unsigned c = i * n; c < (i + 1) * n; ++c)
-          sum += in.GetValue(c, r);
-      means[static_cast<std::size_t>(j) * newCols + i] = static_cast<int>(sum / blockArea);
+  // Each block mean is an exact integer sum of its own pixels: rows of blocks
+  // go to parallel bands.
+  const int* pixels = in.GetIDataAddress();
+  const std::size_t stride = in.GetNbOfCols();
+  Ipg_RunBands(Ipg_SplitRows(newRows, static_cast<std::size_t>(newCols) * n * n), [&](unsigned, unsigned begin, unsigned end) {
+    std::vector<long long> sums(newCols);
+    for (unsigned j = begin; j < end; ++j) {
+      std::fill(sums.begin(), sums.end(), 0);
+      for (unsigned r = j * n; r < (j + 1) * n; ++r) {
+        const int* line = pixels + r * stride;
+        for (unsigned i = 0; i < newCols; ++i)
+          for (unsigned c = i * n; c < (i + 1) * n; ++c)
+            sums[i] += line[c];
+      }
+      for (unsigned i = 0; i < newCols; ++i)
+        means[static_cast<std::size_t>(j) * newCols + i] = static_cast<int>(sums[i] / blockArea);
     }
+  });
 
   // The output takes the new size: a new pixel store, the input's header.
   auto* store = new DCM_DATA(newCols, newRows);

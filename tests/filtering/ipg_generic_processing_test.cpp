@@ -1,4 +1,5 @@
 #include "ipg/filtering/ipg_generic_processing.h"
+#include "ipg/framework/ipg_threads.h"
 
 #include "support/images.h"
 #include "support/message_capture.h"
@@ -6,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -107,6 +109,32 @@ TEST(IpgGenericProcessing, ResampleAveragesBlocks)
   EXPECT_NE(negative.Op->Resample(), 0);
   EXPECT_EQ(negative.Out->GetNbOfCols(), 1u);
   EXPECT_EQ(negative.Out->GetNbOfRows(), 0u);
+}
+
+// Block means of a large image in bands: each is its block's sum over n^2,
+// truncated, at any thread count.
+TEST(IpgGenericProcessing, ResampleInBandsGivesEachBlockItsMean)
+{
+  std::mt19937 random(3);
+  auto in = ImageOf(700, 400, [&](unsigned, unsigned) { return static_cast<int>(random() % 20000) - 5000; });
+  for (const int threads : {1, 2, 7}) {
+    Ipg_SetNumThreads(threads);
+    DCM_STRUCT out(700, 400);
+    IPG_GENERIC_PROCESSING op(in.get(), 3);
+    op.SetImaOut(&out);
+    op.SetMode(302);
+    ASSERT_NE(op.Resample(), 0);
+    ASSERT_EQ(out.GetNbOfCols(), 233u);
+    for (unsigned j = 0; j < 133; j += 7)
+      for (unsigned i = 0; i < 233; i += 5) {
+        long long sum = 0;
+        for (unsigned r = 3 * j; r < 3 * j + 3; ++r)
+          for (unsigned c = 3 * i; c < 3 * i + 3; ++c)
+            sum += in->Data->GetValue(c, r);
+        ASSERT_EQ(out.Data->GetValue(i, j), static_cast<int>(sum / 9)) << i << "," << j << " threads " << threads;
+      }
+  }
+  Ipg_SetNumThreads(0);
 }
 
 TEST(IpgGenericProcessing, Messages)
