@@ -401,9 +401,15 @@ int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
   Ipg_MeasureExtremes(in);
   if (in.GetMax() > 256) {
     // Brings the grey levels into about 0..255; callers read the divided input back.
-    DivideLevels(pixels, cols, rows, in.GetSize(), in.GetMin(), in.GetMax(), in.GetMax() / 256 + 1);
+    const int divisor = in.GetMax() / 256 + 1;
+    DivideLevels(pixels, cols, rows, in.GetSize(), in.GetMin(), in.GetMax(), divisor);
+    if (cols == rows) { // every pixel divided once; division toward zero keeps the order of levels
+      in.SetMin(in.GetMin() / divisor);
+      in.SetMax(in.GetMax() / divisor);
+    } else { // the walk divided some pixels twice and missed others
+      Ipg_MeasureExtremes(in);
+    }
   }
-  Ipg_MeasureExtremes(in);
   const int mn = in.GetMin();
   const int mx = in.GetMax();
   const long long binCount = static_cast<long long>(mx) - mn + 1;

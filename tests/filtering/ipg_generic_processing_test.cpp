@@ -178,6 +178,8 @@ TEST(IpgGenericProcessing, OtsuDividesALargeInputInPlace)
   op.SetMode(302);
   EXPECT_NE(op.BinarizeByOtsu(), 0);
   EXPECT_EQ(PixelsOf(*in), (V{255, 0, 255, 10})) << "divided by 4095 / 256 + 1 = 16";
+  EXPECT_EQ(in->Data->GetMin(), 0);
+  EXPECT_EQ(in->Data->GetMax(), 255);
   EXPECT_EQ(PixelsOf(out), (V{kOtsuSet, 0, kOtsuSet, 0}));
 }
 
@@ -203,6 +205,8 @@ TEST(IpgGenericProcessing, OtsuSquareIndexingOnOtherShapes)
   op.SetMode(302);
   EXPECT_NE(op.BinarizeByOtsu(), 0);
   EXPECT_EQ(PixelsOf(*wide), (V{250, 250, 62, 62, 250, 250, 1000, 1000}));
+  EXPECT_EQ(wide->Data->GetMin(), 62); // the extremes of what the walk left
+  EXPECT_EQ(wide->Data->GetMax(), 1000);
   // 2 x 4: positions row * 4 + col; those past the end are skipped.
   auto tall = ImageOf(2, 4, V(8, 1000));
   DCM_STRUCT tallOut(2, 4);
