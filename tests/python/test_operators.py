@@ -1,6 +1,7 @@
 """Every operator class from its table: settings, runs, messages, progress."""
 
 import json
+import threading
 
 import numpy as np
 import pytest
@@ -133,3 +134,22 @@ def test_thread_count_reaches_the_library_and_changes_no_pixel():
     ipg.set_num_threads(3)
     assert ipg.get_num_threads() == 3
     np.testing.assert_array_equal(np.asarray(op.apply(image)), one)
+
+
+def test_python_threads_run_operators_side_by_side_with_their_own_messages(phantom):
+    expected = ipg.lee(phantom[0], 2)
+    smoothed, messages = {}, {}
+
+    def work(k):
+        smoothed[k] = ipg.lee(phantom[0], 2)
+        try:  # a constant image: the even threads' statistics show a message
+            ipg.stats(np.ones((4, 4)) if k % 2 == 0 else phantom[0])
+        except ipg.OperatorError as error:
+            messages[k] = error.messages
+    threads = [threading.Thread(target=work, args=(k,)) for k in range(6)]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    assert all(np.array_equal(smoothed[k], expected) for k in range(6))
+    assert messages == {k: ["problème : variance négative"] for k in range(0, 6, 2)}
