@@ -5,6 +5,7 @@
 #include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 
@@ -250,19 +251,25 @@ struct RowSurvey {
   unsigned Largest = 0;
 };
 
+// The largest magnitude is that of the lowest or the highest unmarked value,
+// and a row holds a mark when its highest value is one: three min / max
+// reductions, the form the vectoriser takes.
 [[gnu::always_inline]] inline RowSurvey SurveyRow(const int* line, int cols)
 {
-  int marks = 0;
-  unsigned largest = 0;
+  int highest = INT_MIN, lowestUnmarked = INT_MAX, highestUnmarked = INT_MIN;
   for (int c = 0; c < cols; ++c) {
     const int v = line[c];
-    const int mark = static_cast<int>(Ipg_IsMark(v));
-    const unsigned magnitude = v < 0 ? 0u - static_cast<unsigned>(v) : static_cast<unsigned>(v);
-    marks |= mark;
-    const unsigned counted = mark != 0 ? 0u : magnitude;
-    largest = counted > largest ? counted : largest;
+    const int keep = -static_cast<int>(!Ipg_IsMark(v)); // all ones for an unmarked value
+    highest = std::max(highest, v);
+    lowestUnmarked = std::min(lowestUnmarked, (v & keep) | (INT_MAX & ~keep));
+    highestUnmarked = std::max(highestUnmarked, (v & keep) | (INT_MIN & ~keep));
   }
-  return {marks != 0, largest};
+  RowSurvey survey;
+  survey.Marked = cols > 0 && Ipg_IsMark(highest);
+  if (lowestUnmarked <= highestUnmarked) // some pixel is not a mark
+    survey.Largest = static_cast<unsigned>(std::max(std::llabs(static_cast<long long>(lowestUnmarked)),
+                                                    std::llabs(static_cast<long long>(highestUnmarked))));
+  return survey;
 }
 
 RowSurvey SurveyRowPlain(const int* line, int cols) { return SurveyRow(line, cols); }
