@@ -15,6 +15,7 @@
 #include "ipg/internal/ipg_local_kernels.h"
 #include "ipg/internal/ipg_median_kernel.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_pixel_values.h"
 #include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/ui/ipg_message.h"
@@ -71,6 +72,24 @@ Ipg_ConvolutionTaps TapsOf(const IPG_FILTER& kernel)
 }
 
 void RecomputeExtremes(DCM_STRUCT* image) { Ipg_MeasureExtremes(*image->Data); }
+
+// Sets the pixels less than hx columns or hy rows from the edge to value.
+void FillFrame(DCM_DATA& data, int hx, int hy, int value)
+{
+  const int cols = static_cast<int>(data.GetNbOfCols()), rows = static_cast<int>(data.GetNbOfRows());
+  int* p = data.GetIDataAddress();
+  for (int row = 0; row < rows; ++row) {
+    int* line = p + static_cast<std::size_t>(row) * cols;
+    if (row < hy || row >= rows - hy || cols <= 2 * hx) {
+      std::fill(line, line + cols, value);
+      continue;
+    }
+    std::fill(line, line + hx, value);
+    std::fill(line + cols - hx, line + cols, value);
+  }
+  data.SetMin(value);
+  data.SetMax(value);
+}
 
 // The output mode after RecomputeExtremes: a mode that only re-measures takes
 // the extremes just measured.
@@ -245,10 +264,16 @@ bool IPG_FILTER_PROCESSING::ConvolveInto(const DCM_STRUCT* in, DCM_STRUCT* out, 
   }
   if (in == nullptr)
     return false;
-  PrepareOutputBorder(out);
-  const Ipg_KernelImages images = Ipg_KernelImagesOf(in, out, Roi);
   const Ipg_ConvolutionTaps taps = TapsOf(*kernel);
   const bool sameGeometry = out->GetNbOfCols() == in->GetNbOfCols() && out->GetNbOfRows() == in->GetNbOfRows();
+  const bool inPlace = in->Data->GetIDataAddress() == out->Data->GetIDataAddress();
+  // The fast path writes every pixel of the interior: only the frame needs the
+  // border type's value (the extremes are measured at the end).
+  if (fast && sameGeometry && !inPlace && (ImageBorderType == 0 || ImageBorderType == 1 || ImageBorderType == 3))
+    FillFrame(*out->Data, taps.HalfX, taps.HalfY, ImageBorderType == 3 ? kIpgMarginValue : 0);
+  else
+    PrepareOutputBorder(out);
+  const Ipg_KernelImages images = Ipg_KernelImagesOf(in, out, Roi);
   if (fast && sameGeometry)
     Ipg_ConvolveFast(images, taps, Ipg_ConvolutionRows(images, taps));
   else
