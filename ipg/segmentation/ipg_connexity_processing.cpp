@@ -80,6 +80,15 @@ bool FirstPass(const int* pixels, int cols, int rows, int value, int nbCompMax, 
       const std::size_t at = static_cast<std::size_t>(row) * cols + col;
       if (pixels[at] != value)
         continue;
+      // With the pixel above set, its label comes first, and each other set
+      // neighbour touches it and was paired with it when the later of the two
+      // was labelled: nothing new to record.
+      if (row > 0 && pixels[at - cols] == value) {
+        const unsigned short above = labels[at - cols];
+        labels[at] = above;
+        ++counts[above];
+        continue;
+      }
       short found = 0;
       if (row > 0) {
         const std::size_t up = at - cols;
