@@ -355,7 +355,12 @@ bool IPG_CONNEXITY_PROCESSING::BuildComponents(const unsigned short* labels, con
     }
     AdoptComponent(std::move(component));
   }
+  // Each component's residents in raster order, written straight into its array
+  // (sizes[k] places, which its pixels fill exactly).
   std::vector<int> next(static_cast<std::size_t>(nbComponents), 0);
+  std::vector<MTH_2D_DOUBLE*> residents(static_cast<std::size_t>(nbComponents));
+  for (int k = 0; k < nbComponents; ++k)
+    residents[static_cast<std::size_t>(k)] = ComponentStore[static_cast<std::size_t>(k)]->GetResidents();
   const int cols = static_cast<int>(ImaIn->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   const int* pixels = ImaIn->Data->GetIDataAddress();
@@ -364,8 +369,9 @@ bool IPG_CONNEXITY_PROCESSING::BuildComponents(const unsigned short* labels, con
       const std::size_t at = static_cast<std::size_t>(row) * cols + col;
       if (pixels[at] != Value)
         continue;
-      const int k = componentOfLabel[labels[at]];
-      GetComponent(k)->SetResidents(col, row, next[static_cast<std::size_t>(k)]++);
+      const std::size_t k = static_cast<std::size_t>(componentOfLabel[labels[at]]);
+      if (next[k] < sizes[k])
+        residents[k][next[k]++] = MTH_2D_DOUBLE(col, row);
     }
   return true;
 }
