@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -154,10 +155,12 @@ bool TransformBlock(MTH_COMPLEX* block, int cols, int rows, int dir)
   return true;
 }
 
+// Compared as addresses: buf[0] + c * rows may lie outside any array.
 bool ColumnsInOneBlock(MTH_COMPLEX** buf, int cols, int rows)
 {
+  const auto first = reinterpret_cast<std::uintptr_t>(buf[0]);
   for (int c = 1; c < cols; ++c)
-    if (buf[c] != buf[0] + CountOf(c, rows))
+    if (reinterpret_cast<std::uintptr_t>(buf[c]) != first + CountOf(c, rows) * sizeof(MTH_COMPLEX))
       return false;
   return true;
 }

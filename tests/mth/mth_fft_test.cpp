@@ -8,7 +8,6 @@
 #include <complex>
 #include <cstdint>
 #include <cstdio>
-#include <filesystem>
 #include <new>
 #include <string>
 #include <thread>
@@ -126,17 +125,7 @@ TEST(MthFft, RoundTripReturnsTheInputForAnySize)
 {
   for (auto [cols, rows] : {std::pair{8, 8}, std::pair{7, 5}, std::pair{1, 9}, std::pair{13, 1}}) {
     Spectrum s(cols, rows);
-    for (int c = 0; c < cols; ++c)
-      for (int r = 0; r < rows; ++r)
-        s.at(c, r) = {std::sin(c * 1.3 + r), std::cos(r * 0.7 - c)};
-    const auto original = s.Storage;
-    ASSERT_TRUE(Mth_FFT2D(s.Columns.data(), cols, rows, 1));
-    ASSERT_TRUE(Mth_FFT2D(s.Columns.data(), cols, rows, -1));
-    for (int c = 0; c < cols; ++c)
-      for (int r = 0; r < rows; ++r) {
-        EXPECT_NEAR(s.at(c, r).re, original[c][r].re, 1e-12);
-        EXPECT_NEAR(s.at(c, r).im, original[c][r].im, 1e-12);
-      }
+    EXPECT_TRUE(RoundTripHolds(s.Columns.data(), cols, rows)) << cols << "x" << rows;
   }
 }
 
@@ -188,13 +177,12 @@ TEST(MthFft, ConcurrentCallsAndMoreSizesThanPlansKeptStayExact)
 
 TEST(MthFft, WisdomGoesToAFileAndBackWithFftwOnly)
 {
-  const std::string path = (std::filesystem::temp_directory_path() / ("ipg-wisdom-" + std::to_string(::getpid()))).string();
+  const std::string path = testing::TempDir() + "ipg-wisdom-" + std::to_string(getpid());
   MTH_COMPLEX_BUFFER buffer(16, 8);
   ASSERT_TRUE(RoundTripHolds(buffer.Get(), 16, 8));
   const bool fftw = std::string(Mth_FFTBackend()) == "FFTW";
   EXPECT_EQ(Mth_FFTSaveWisdom(path), fftw);
   EXPECT_EQ(Mth_FFTLoadWisdom(path), fftw);
   EXPECT_FALSE(Mth_FFTLoadWisdom(path + "-missing"));
-  EXPECT_TRUE(RoundTripHolds(buffer.Get(), 16, 8));
   std::remove(path.c_str());
 }
