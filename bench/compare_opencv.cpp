@@ -8,6 +8,7 @@
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/filtering/ipg_histo.h"
+#include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/framework/ipg_threads.h"
 #include "ipg/measurement/ipg_statistic1.h"
 
@@ -82,6 +83,42 @@ void Report(const Pair& pair, int side)
   std::printf("| %-34s | %5d | %8.2f | %8.2f | %5.2f | %8.2f | %8.2f | %5.2f | %s |\n", pair.Name.c_str(), side,
               ms[0][0], ms[0][1], ms[0][0] / ms[0][1], ms[1][0], ms[1][1], ms[1][0] / ms[1][1],
               pair.Check().c_str());
+}
+
+// The forward 2-D transform: IPG's real part of the centred spectrum (1210,
+// raw = trunc(10 re)) against cv::dft of the image converted to depth, whole
+// complex spectrum. Both sides include reading the integer pixels.
+Pair ForwardFft(DCM_STRUCT& in, DCM_STRUCT& out, const cv::Mat& src, int depth)
+{
+  auto spectrum = std::make_shared<cv::Mat>();
+  const std::string name = std::string("forward 2-D FFT (1210), CV ") + (depth == CV_64F ? "64F" : "32F");
+  return {name, [&in, &out] {
+            IPG_FFT_ONE_INPUT op(&in, &out);
+            op.SetTools(1210);
+            op.Apply();
+          },
+          [src, depth, spectrum] {
+            cv::Mat real;
+            src.convertTo(real, depth);
+            cv::dft(real, *spectrum, cv::DFT_COMPLEX_OUTPUT);
+          },
+          [&out, spectrum, depth] {
+            const int rows = spectrum->rows, cols = spectrum->cols;
+            // OpenCV's coefficient (row y, column x) is IPG's [x][y], written to
+            // pixel ((x + cols/2) mod cols, (y + rows/2) mod rows).
+            // Tenths beyond the 32-bit range (the zero frequency) are stored at the bound.
+            double worst = 0;
+            for (int y = 0; y < rows; ++y)
+              for (int x = 0; x < cols; ++x) {
+                const double re = depth == CV_64F ? spectrum->at<cv::Vec2d>(y, x)[0] : spectrum->at<cv::Vec2f>(y, x)[0];
+                const int raw = out.Data->GetValue((x + cols / 2) % cols, (y + rows / 2) % rows);
+                if (std::fabs(10 * re) < 2147483647.0)
+                  worst = std::max(worst, std::fabs(raw - 10 * re));
+              }
+            char text[64];
+            std::snprintf(text, sizeof text, "tenths within %.2g", worst);
+            return std::string(text);
+          }};
 }
 
 void RunAt(int side)
@@ -196,6 +233,8 @@ void RunAt(int side)
                          return std::string("DIFFER");
                      return std::string("same");
                    }});
+  for (int depth : {CV_64F, CV_32F})
+    pairs.push_back(ForwardFft(*in, out, src, depth));
   for (const Pair& pair : pairs)
     Report(pair, side);
 }
