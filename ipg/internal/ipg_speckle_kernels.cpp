@@ -1,9 +1,11 @@
 #include "ipg/internal/ipg_speckle_kernels.h"
 
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cmath>
 #include <cstddef>
@@ -15,6 +17,34 @@ std::size_t At(int col, int row, int cols)
 {
   return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
 }
+
+// Rows of a pass that reads one image and writes another, in parallel bands:
+// row(r, scratch) with a Scratch of its own per band. work weighs a pixel
+// against a plain copy, so that costly filters split smaller images too. Only
+// the calling thread's band asks the host whether to stop (a host's progress
+// sink is not called from other threads); the other bands see its answer and
+// stop at their next row.
+template <typename Scratch, typename Row>
+void RowsInBands(int cols, int rows, std::size_t work, Row row)
+{
+  if (cols <= 0 || rows <= 0)
+    return;
+  std::atomic<bool> stop{false};
+  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * work),
+               [&](unsigned band, unsigned begin, unsigned end) {
+                 Scratch scratch{};
+                 for (unsigned r = begin; r < end; ++r) {
+                   if (band == 0 && Ipg_CancelRequested())
+                     stop = true;
+                   if (stop.load(std::memory_order_relaxed))
+                     return;
+                   row(static_cast<int>(r), scratch);
+                 }
+               });
+}
+
+struct NoScratch {};
+constexpr std::size_t kWindowWork = 16; // a window statistic per pixel
 
 // Window sums of the values and their squares from summed-area tables: any
 // window costs four reads.
@@ -98,7 +128,7 @@ bool StrictExtremum(double centre, const Others& o)
 // out = in + dt / 4 (c_E dE + c dW + c_S dS + c dN).
 void DiffusionStep(const double* in, double* out, int cols, int rows, const std::vector<double>& c, double dt)
 {
-  for (int r = 0; r < rows; ++r)
+  RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
     for (int col = 0; col < cols; ++col) {
       const std::size_t i = At(col, r, cols);
       const double v = in[i];
@@ -113,6 +143,7 @@ void DiffusionStep(const double* in, double* out, int cols, int rows, const std:
         flux += c[i] * (in[i - static_cast<std::size_t>(cols)] - v);
       out[i] = v + 0.25 * dt * flux;
     }
+  });
 }
 
 } // namespace
@@ -126,9 +157,10 @@ void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vecto
   if (n == 0)
     return;
   const WindowSums area(in, cols, rows);
-  for (int r = 0; r < rows; ++r)
+  RowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
     for (int c = 0; c < cols; ++c)
       area.Moments(c, r, half, mean[At(c, r, cols)], variance[At(c, r, cols)]);
+  });
 }
 
 double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half)
@@ -145,17 +177,18 @@ double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half)
 
 void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
 {
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+  RowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       const Others o = OthersOf(in, cols, rows, c, r, half);
       out[At(c, r, cols)] = StrictExtremum(v, o) ? o.Sum / o.Count : v;
     }
+  });
 }
 
 void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
 {
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+  RowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       const Others o = OthersOf(in, cols, rows, c, r, half);
@@ -186,13 +219,14 @@ void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
         }
       out[At(c, r, cols)] = weights > 0.0 ? weighted / weights : m;
     }
+  });
 }
 
 void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2)
 {
   const WindowSums area(in, cols, rows);
   const double limit = factor * factor * cu2;
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+  RowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       if (!StrictExtremum(v, OthersOf(in, cols, rows, c, r, 1))) {
@@ -214,13 +248,14 @@ void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHa
       }
       out[At(c, r, cols)] = count > 1.0 ? (sum - v) / (count - 1.0) : v;
     }
+  });
 }
 
 void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq)
 {
   constexpr double kTiny = 1e-9;
   std::vector<double> c(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
-  for (int r = 0; r < rows; ++r)
+  RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
     for (int col = 0; col < cols; ++col) {
       const std::size_t i = At(col, r, cols);
       const double v = in[i];
@@ -251,6 +286,7 @@ void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, 
         coefficient = 1.0;
       c[i] = coefficient;
     }
+  });
   DiffusionStep(in, out, cols, rows, c, dt);
 }
 
@@ -291,8 +327,14 @@ double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int cen
 void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b)
 {
   const WindowSums area(in, cols, rows);
-  std::vector<std::pair<double, long>> cells;
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+  // The distance of each window offset to the centre, as hypot gives it.
+  const int side = 2 * half + 1;
+  std::vector<double> distance(static_cast<std::size_t>(side) * static_cast<std::size_t>(side));
+  for (int dy = -half; dy <= half; ++dy)
+    for (int dx = -half; dx <= half; ++dx)
+      distance[At(dx + half, dy + half, side)] = std::hypot(static_cast<double>(dx), static_cast<double>(dy));
+  using Cells = std::vector<std::pair<double, long>>;
+  RowsInBands<Cells>(cols, rows, kWindowWork * 4, [&](int r, Cells& cells) {
     for (int c = 0; c < cols; ++c) {
       double mean = 0.0, variance = 0.0;
       area.Moments(c, r, half, mean, variance);
@@ -301,7 +343,7 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
       long total = 0;
       for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
         for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
-          const double d = std::hypot(static_cast<double>(x - c), static_cast<double>(y - r));
+          const double d = distance[At(x - c + half, y - r + half, side)];
           const double w = std::round(centreWeight - b * d * ratio);
           const long weight = w > 0.0 ? static_cast<long>(std::min(w, 1e9)) : 0L;
           if (weight > 0) {
@@ -326,6 +368,7 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
       }
       out[At(c, r, cols)] = median;
     }
+  });
 }
 
 void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int rows, int maxArea, double k,
@@ -383,8 +426,7 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
 
 void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf)
 {
-  std::vector<double> window;
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
+  RowsInBands<std::vector<double>>(cols, rows, kWindowWork, [&](int r, std::vector<double>& window) {
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       double median = v;
@@ -405,4 +447,5 @@ void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, i
       if (!decided)
         out[At(c, r, cols)] = median;
     }
+  });
 }

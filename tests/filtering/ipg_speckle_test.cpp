@@ -1,5 +1,6 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
+#include "ipg/framework/ipg_threads.h"
 #include "ipg/internal/ipg_speckle_frame.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
@@ -418,6 +419,25 @@ TEST(IpgSpeckleFilters, LeeTakesTheNoiseVarianceOfTheBasicStatistics)
   auto flat = TestImage(5, 5).Fill(3).Build();
   Filtered(*flat, 513);
   EXPECT_EQ(capture.Texts, std::vector<std::string>{"problème : variance négative"});
+}
+
+// The despeckling passes run in row bands: any thread count gives the same pixels.
+TEST(IpgSpeckleFilters, DespecklingIsTheSameAtAnyThreadCount)
+{
+  std::mt19937 random(8);
+  std::exponential_distribution<double> speckle(1.0 / 800.0);
+  auto in = TestImage(160, 120).Each([&](unsigned c, unsigned) { return static_cast<int>(speckle(random)) + (c > 80 ? 900 : 0); }).Build();
+  for (const int code : {509, 519, 518, 511, 512, 520, 521}) {
+    std::vector<int> first;
+    for (const int threads : {1, 2, 7}) {
+      Ipg_SetNumThreads(threads);
+      const std::vector<int> out = Filtered(*in, code, 2);
+      if (first.empty())
+        first = out;
+      EXPECT_EQ(out, first) << code << " threads " << threads;
+    }
+  }
+  Ipg_SetNumThreads(0);
 }
 
 TEST(IpgSpeckleFilters, KuanReadsTheUnchangedInputAndDoesNotClip)
