@@ -3,7 +3,7 @@
 // threaded and on every core, their ratio, and whether both computed the same
 // pixels (or values) where they compute the same thing. A plain copy of the
 // image is the floor of any one-pass operator. Ends with the peak resident set.
-#include "dcm/dcm_struct.h"
+#include "bench/opencv_pairs.h"
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 #include "ipg/arithmetic/ipg_arithmetic2.h"
 #include "ipg/filtering/ipg_generic_processing.h"
@@ -15,75 +15,12 @@
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include <sys/resource.h>
-
-#include <algorithm>
-#include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <cstring>
-#include <functional>
-#include <memory>
-#include <random>
-#include <string>
-#include <thread>
+
+using namespace opencv_pairs;
 
 namespace {
-
-double BestOfFive(const std::function<void()>& run)
-{
-  double best = 1e30;
-  for (int k = 0; k < 5; ++k) {
-    const auto start = std::chrono::steady_clock::now();
-    run();
-    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - start;
-    best = std::min(best, took.count());
-  }
-  return best;
-}
-
-std::unique_ptr<DCM_STRUCT> Noise12Bit(int side, unsigned seed)
-{
-  auto image = std::make_unique<DCM_STRUCT>(side, side);
-  std::mt19937 random(seed);
-  int* p = image->Data->GetIDataAddress();
-  for (std::size_t k = 0; k < image->Data->GetSize(); ++k)
-    p[k] = static_cast<int>(random() % 4096u);
-  image->Data->SetMin();
-  image->Data->SetMax();
-  return image;
-}
-
-cv::Mat View(DCM_STRUCT& image)
-{
-  return cv::Mat(static_cast<int>(image.GetNbOfRows()), static_cast<int>(image.GetNbOfCols()), CV_32S,
-                 image.Data->GetIDataAddress());
-}
-
-bool SamePixels(const cv::Mat& a, const cv::Mat& b) { return cv::countNonZero(a != b) == 0; }
-
-struct Pair {
-  std::string Name;
-  std::function<void()> Ipg;
-  std::function<void()> OpenCv;
-  std::function<std::string()> Check; // "same", or how they differ
-};
-
-void Report(const Pair& pair, int side)
-{
-  double ms[2][2];
-  const int cores = static_cast<int>(std::max(1u, std::thread::hardware_concurrency()));
-  for (int t = 0; t < 2; ++t) {
-    const int threads = t == 0 ? 1 : cores;
-    Ipg_SetNumThreads(threads);
-    cv::setNumThreads(threads == 1 ? 0 : threads);
-    ms[t][0] = BestOfFive(pair.Ipg);
-    ms[t][1] = BestOfFive(pair.OpenCv);
-  }
-  std::printf("| %-34s | %5d | %8.2f | %8.2f | %5.2f | %8.2f | %8.2f | %5.2f | %s |\n", pair.Name.c_str(), side,
-              ms[0][0], ms[0][1], ms[0][0] / ms[0][1], ms[1][0], ms[1][1], ms[1][0] / ms[1][1],
-              pair.Check().c_str());
-}
 
 // The forward 2-D transform: IPG's real part of the centred spectrum (1210,
 // raw = trunc(10 re)) against cv::dft of the image converted to depth, whole
@@ -243,14 +180,9 @@ void RunAt(int side)
 
 int main()
 {
-  std::printf("IPG and OpenCV %s, best of 5 runs in ms; ratio = IPG / OpenCV.\n", CV_VERSION);
-  std::printf("| %-34s | %5s | %8s | %8s | %5s | %8s | %8s | %5s | %s |\n", "kernel (IPG code)", "side", "IPG 1t",
-              "CV 1t", "ratio", "IPG all", "CV all", "ratio", "pixels");
-  std::printf("|%s|\n", std::string(120, '-').c_str());
+  PrintHeader();
   for (int side : {512, 2048})
     RunAt(side);
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  std::printf("peak resident set: %.0f MB\n", usage.ru_maxrss / 1024.0);
+  PrintPeakMemory();
   return 0;
 }
