@@ -1,5 +1,6 @@
 // ipg._ipg: the compiled half of the Python package ipg. The package's
 // __init__.py builds the public interface on it.
+#include "py_batch_binding.h"
 #include "py_image_binding.h"
 #include "py_library_call.h"
 #include "py_operator_binding.h"
@@ -17,6 +18,7 @@ PYBIND11_MODULE(_ipg, m)
   PyLibraryCall::InstallHostSinks();
   Py_BindImage(m);
   Py_BindOperators(m);
+  Py_BindBatch(m);
   m.def("set_num_threads", &Ipg_SetNumThreads, py::arg("n"),
         "Threads of the operators; 0 or less returns to the default (IPG_NUM_THREADS, else every core).");
   m.def("get_num_threads", &Ipg_GetNumThreads, "Threads the operators use.");
