@@ -1,10 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/segmentation/ipg_connexity_processing.h"
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
+#include "ipg/internal/ipg_label_pairs.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/internal/ipg_pixel_values.h"
+#include "ipg/internal/ipg_representative_sets.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -113,77 +116,6 @@ bool FirstPass(const int* pixels, int cols, int rows, int value, int nbCompMax, 
   s.issued = n;
   return true;
 }
-
-// Equivalence pairs packed as (a << 16) | b, kept sorted and unique on demand.
-class PairSet {
-public:
-  void Add(unsigned a, unsigned b)
-  {
-    const std::uint32_t key = (a << 16) | b;
-    if (key == Last)
-      return; // neighbouring pixels repeat the same pair along a seam
-    Last = key;
-    Keys.push_back(key);
-    if (Keys.size() >= CompactAt) {
-      Compact();
-      CompactAt = std::max<std::size_t>(2 * Keys.size(), kMinCompact);
-    }
-  }
-  const std::vector<std::uint32_t>& Sorted()
-  {
-    Compact();
-    return Keys;
-  }
-
-private:
-  static constexpr std::size_t kMinCompact = 1 << 20;
-  void Compact()
-  {
-    std::sort(Keys.begin(), Keys.end());
-    Keys.erase(std::unique(Keys.begin(), Keys.end()), Keys.end());
-  }
-  std::vector<std::uint32_t> Keys;
-  std::uint32_t Last = UINT32_MAX;
-  std::size_t CompactAt = kMinCompact;
-};
-
-// Union-find whose every set carries a representative label. Joining the sets of
-// i and j makes the representative of j's set the representative of the union,
-// which is what merging map[i] into map[j] does in the table resolution.
-class RepresentativeSets {
-public:
-  explicit RepresentativeSets(int n) : Parent(n), Size(n, 1), Rep(n)
-  {
-    for (int l = 0; l < n; ++l)
-      Parent[l] = Rep[l] = l;
-  }
-  int Find(int l)
-  {
-    while (Parent[l] != l) {
-      Parent[l] = Parent[Parent[l]];
-      l = Parent[l];
-    }
-    return l;
-  }
-  void Join(int i, int j)
-  {
-    int ri = Find(i), rj = Find(j);
-    if (ri == rj)
-      return;
-    const int rep = Rep[rj];
-    if (Size[ri] > Size[rj])
-      std::swap(ri, rj);
-    Parent[ri] = rj;
-    Size[rj] += Size[ri];
-    Rep[rj] = rep;
-  }
-  int RepresentativeOf(int l) { return Rep[Find(l)]; }
-
-private:
-  std::vector<int> Parent;
-  std::vector<int> Size;
-  std::vector<int> Rep;
-};
 
 } // namespace
 
@@ -435,7 +367,7 @@ bool IPG_CONNEXITY_PROCESSING::Labelling_8Neighbors()
     Ipg_Inform(kIpgMsgAllocation);
     return false;
   }
-  PairSet pairs;
+  Ipg_LabelPairs pairs;
   const int* pixels = ImaIn->Data->GetIDataAddress();
   if (!FirstPass(pixels, cols, rows, Value, NbCompMax, scratch,
                  [&](unsigned short a, unsigned short b) { pairs.Add(a, b); }))
@@ -445,7 +377,7 @@ bool IPG_CONNEXITY_PROCESSING::Labelling_8Neighbors()
   // in the same order on representative-carrying sets gives the same classes
   // and the same surviving label for each.
   const int n = scratch.issued;
-  RepresentativeSets sets(n);
+  Ipg_RepresentativeSets sets(n);
   for (const std::uint32_t key : pairs.Sorted())
     sets.Join(static_cast<int>(key >> 16), static_cast<int>(key & 0xFFFFu));
   std::vector<int> componentOfRep(static_cast<std::size_t>(n), -1);
