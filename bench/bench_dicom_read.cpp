@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading a DICOM file in the caller's process and through the isolation wall
 // (a forked decoder): the difference is the cost per file of isolation.
 // Files are written here, uncompressed, at 256² and 2048² (16-bit).

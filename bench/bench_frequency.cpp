@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fourier spectra and filters of IPG_FFT_ONE_INPUT on 512 x 512 and 2048 x 2048 images.
 #include "dcm/dcm_struct.h"
 #include "ipg/frequency/ipg_fft_one_input.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Local Hölder exponents on a 512 x 512 image with windows of 5 and 9: the
 // direct measures visit every window (O(pixels x R x window)); the fast path
 // uses summed-area tables, 3x3 extreme recurrences and separable sums.

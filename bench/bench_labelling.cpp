@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Connected-component labelling on large masks: the union-find resolution
 // against the equivalence-table reading, on blobs and on random noise.
 #include "dcm/dcm_struct.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fractal, multifractal, Hölder-spectrum and co-occurrence measures, the
 // Haralick feature maps and the histogram-valley classification on 512 x 512
 // and 2048 x 2048 12-bit noise images, default parameters (box sides up to 64,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Seeded region growing (code 900) on large images: a noisy disc filling most
 // of the image, grown from its centre with the three connectedness modes.
 #include "dcm/dcm_struct.h"

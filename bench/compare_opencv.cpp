@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPG against OpenCV in the same process, on 512 x 512 and 2048 x 2048 12-bit
 // noise images: for each kernel the best of 5 runs of both libraries, single
 // threaded and on every core, their ratio, and whether both computed the same

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPG's neighbourhood operators against OpenCV in the same process, on 512 x 512
 // and 2048 x 2048 12-bit noise images (labelling: a mask of 600 discs): box
 // filters, medians, erosion and dilation, labelling and the Lee filter, with the

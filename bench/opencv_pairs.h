@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 // What the comparisons with OpenCV share: noise images, timing, the table.
 #include "dcm/dcm_struct.h"

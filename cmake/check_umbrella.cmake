@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Fails when a public header of dcm/, mth/ or ipg/ is missing from ipg/ipg.h
 # (an internal/ folder holds private helpers, neither included nor installed).
 file(READ ${ROOT}/ipg/ipg.h umbrella)

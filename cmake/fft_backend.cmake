@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The library behind Mth_FFT2D, chosen with IPG_FFT_BACKEND:
 #   FFTW     FFTW3, the fastest; GPL, so a program linked with it is GPL.
 #   KISSFFT  KissFFT's header-only C++ template in double precision; BSD.

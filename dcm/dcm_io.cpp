@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dcm/dcm_io.h"
 
 #include "dcm/internal/dicom_frame.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Fails when `ipg list` shows an operator class that has no fuzz target.
 # Usage: cmake -DIPG=path/to/ipg -DCLASSES="A;B;..." -P check_targets.cmake
 cmake_minimum_required(VERSION 3.25)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The whole DICOM read, decoders included, with decoding isolated in a child
 // process: a codec fault must come back as an error, never end this process,
 // and what the reader does around the codec must stay in bounds.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The DICOM reader's validation: every check made before a codec runs, on a
 // whole file held in memory. Nothing is decoded, so runs are fast.
 #include "dcm/dcm_io.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One operator class driven as `ipg run` drives it, through the program's
 // operator registry: fuzzed image sizes and pixels, operation code (the class's
 // codes and a few invalid ones), output mode, ROI, second image and parameters

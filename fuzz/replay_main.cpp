@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs inputs through a fuzz target's entry point without libFuzzer, so that
 // the inputs that once crashed a target stay fixed in the normal test builds.
 // Usage: replay FILE|DIR...

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // A complex number as the Fourier buffers hold it: real and imaginary parts.

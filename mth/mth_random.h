@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Two independent seeded generators, so that a run is repeatable from its seed.

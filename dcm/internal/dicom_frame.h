@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // One frame of a scanned DICOM file, checked and ready for its decoder: the

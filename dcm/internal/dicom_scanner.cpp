@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dcm/internal/dicom_scanner.h"
 
 #include <zlib.h>

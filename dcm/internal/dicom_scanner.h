@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // The reader's own parse of a DICOM file held in memory, done once and before

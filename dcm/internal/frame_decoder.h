@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Decodes one checked frame into grey levels, with GDCM's codecs: the stored

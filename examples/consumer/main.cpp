@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A program outside the tree that uses the installed library: it makes a small
 // image, adds a constant with IPG_ARITHMETIC1 and prints what it did.
 #include <ipg/ipg.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPG_FILTER_PROCESSING: dispatch, chains, convolution, Deriche, Gaussian and
 // Laplacian-of-Gaussian, median, mean, edge, Nagao and chi-square filters. The
 // speckle filters of the class are in ipg_speckle.cpp. Each method validates,

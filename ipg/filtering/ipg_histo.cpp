@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/filtering/ipg_histo.h"
 
 #include "dcm/dcm_struct.h"

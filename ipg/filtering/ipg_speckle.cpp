@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPG_FILTER_PROCESSING: the speckle filters (Lee, Kuan, Frost, the ultrasound
 // despeckling filters and the sigma filter) and the public helpers of the
 // region-based ones. Their kernels are in ipg/internal/ipg_speckle_kernels.h,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/framework/ipg_one_input_two_output.h"
 
 IPG_ONE_INPUT_TWO_OUTPUT::IPG_ONE_INPUT_TWO_OUTPUT(const IPG_ONE_INPUT_TWO_OUTPUT& source)

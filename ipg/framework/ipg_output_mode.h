@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Grey levels run from 0 to kIpgMaxGrey; larger values are marks the operators

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/framework/ipg_two_inputs_no_output.h"
 
 IPG_TWO_INPUTS_NO_OUTPUT::IPG_TWO_INPUTS_NO_OUTPUT(const IPG_TWO_INPUTS_NO_OUTPUT& source)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/framework/ipg_two_inputs_one_output.h"
 
 #include "ipg/internal/ipg_output_mode.h"

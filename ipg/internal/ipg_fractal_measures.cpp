@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_fractal_measures.h"
 
 #include "ipg/internal/ipg_messages.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_glcm_parameters.h"
 
 #include "ipg/internal/ipg_glcm.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_guard.h"
 
 #include "dcm/dcm_struct.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_local_kernels.h"
 
 #include "ipg/internal/ipg_roi_mask.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_median_kernel.h"
 
 #include "ipg/internal/ipg_simd.h"

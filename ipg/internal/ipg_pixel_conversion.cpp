@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_pixel_conversion.h"
 
 int Ipg_TruncateOrIntMin(double v)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_row_bands.h"
 
 #include "ipg/framework/ipg_threads.h"

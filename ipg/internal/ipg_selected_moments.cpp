@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_selected_moments.h"
 
 #include "ipg/internal/ipg_banded_sums.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Whether the kernels take their AVX2 copies: the processor has AVX2 and they

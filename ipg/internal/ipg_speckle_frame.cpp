@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_speckle_frame.h"
 
 #include "dcm/dcm_struct.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_speckle_kernels.h"
 
 #include "ipg/internal/ipg_row_bands.h"

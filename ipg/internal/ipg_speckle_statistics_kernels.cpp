@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The local-statistics members of the speckle family: Lee, Kuan, Frost and
 // the sigma filter (declared in ipg_speckle_kernels.h with the others).
 #include "ipg/internal/ipg_local_kernels.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/segmentation/ipg_connected_component.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/framework/ipg_threads.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "support/images.h"
 #include "ipg/filtering/ipg_filter.h"
 #include "ipg/filtering/ipg_morpho_processing.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/filtering/ipg_morpho_scan.h"
 #include "ipg/framework/ipg_threads.h"
 #include "ipg/internal/ipg_morpho_runs.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/framework/ipg_threads.h"

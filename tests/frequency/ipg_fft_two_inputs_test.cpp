@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 
 #include "support/images.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/frequency/ipg_wavelet.h"
 
 #include "support/images.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The median kernels (compile-time networks for 3x3 and 5x5, Batcher's network
 // for other small windows, selection for large ones) give each window's middle
 // value, whatever the thread count and instruction set.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The banded point-operation walk gives the pixels and extremes of a plain
 // per-pixel walk through GetValueReal/SetValue, for every thread count.
 #include "ipg/arithmetic/ipg_arithmetic1.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "mth/mth_funct.h"
 
 #include <gtest/gtest.h>

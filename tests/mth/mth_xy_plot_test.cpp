@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "mth/mth_xy_plot.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // A PNG read back as 8-bit RGB, for the tests of previews and plots.
