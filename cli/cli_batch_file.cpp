@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cli/cli_batch_file.h"
 
 #include "cli/cli_interrupt.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // One input file through a saved pipeline: the unit of work of `ipg batch`,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // Work run in child processes, a few at a time: what `ipg batch --jobs N` does

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #pragma once
 
 // PNG previews of output images and plots of results. Signed and real-valued

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ipg batch: a saved pipeline over many files, in worker processes, with a
 // report that lets a stopped run resume.
 #include "cli/cli_args.h"

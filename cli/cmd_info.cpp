@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ipg info: what a DICOM file holds, as the library reads it.
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"

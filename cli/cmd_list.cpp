@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ipg list: the operator classes, their codes, parameters, results and options.
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"

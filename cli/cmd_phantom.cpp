@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ipg phantom: a synthetic B-mode ultrasound image and its ground-truth mask.
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"

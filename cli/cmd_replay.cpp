@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ipg replay: runs a saved pipeline (ipg run --save-pipeline) on an image.
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"

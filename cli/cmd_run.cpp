@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ipg run: builds one operator as a host would, runs it on DICOM files and
 // writes its output image and numerical results.
 #include "cli/cli_args.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ipg: runs the operators of the library on DICOM files.
 #include "cli/cli_args.h"
 #include "cli/cli_command.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Work in child processes: a child that dies ends only its own task.
 #include "cli/cli_batch_pool.h"
 

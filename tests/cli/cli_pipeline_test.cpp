@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPG_CONTAINER in `ipg run`, pipeline files and `ipg replay`, run as a user would.
 #include "cli/json.h"
 #include "support/cli_run.h"

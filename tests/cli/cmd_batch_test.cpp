@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // `ipg batch` over a generated set of phantoms, as a user runs it.
 #include "cli/json.h"
 #include "dcm/dcm_phantom.h"

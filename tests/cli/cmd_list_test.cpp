@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The class tables of the library against the program: every class the program
 // runs has a table (the container aside), `ipg list` shows exactly each table
 // plus the few parameters that only the program has, every code of a table

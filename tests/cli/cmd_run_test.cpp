@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What `ipg run` prints and the previews and plots it draws.
 #include "cli/json.h"
 #include "support/cli_run.h"

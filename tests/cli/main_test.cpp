@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The `ipg` program, run as a user would run it.
 #include "cli/json.h"
 #include "support/cli_run.h"

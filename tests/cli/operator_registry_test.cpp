@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The registration table: class options run before or after Apply(), in order.
 #include "cli/operator_registry.h"
 #include "ipg/arithmetic/ipg_arithmetic1.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // IPG_CONTAINER in the program: `ipg run IPG_CONTAINER --set ClassType=N ...`
 // builds the operator of class-type N as `ipg run` would, fills a container
 // from it and runs the container as a host does.

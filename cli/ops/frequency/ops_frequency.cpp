@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cli/operator_registry.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/frequency/ipg_fft_two_inputs.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cli/operator_registry.h"
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/segmentation/ipg_connexity_processing.h"
