@@ -68,7 +68,7 @@ def run(pipeline, inputs, output, client=None, resume=False, *, report=None, csv
         executor = client if client is not None else _InProcess()
         _Runner(job, executor, writer, in_flight or _default_in_flight(executor), timeout).run()
     finally:
-        del writer  # closes the report
+        del writer  # the report file closes with its last reference
         _ipg.batch_write_csv(job.csv, [json.dumps(record) for record in job.records if record is not None])
     return job.summary(len(kept), time.monotonic() - start)
 
