@@ -7,7 +7,7 @@
 #include <cmath>
 #include <limits>
 
-TEST(DcmData, RealValuesAreScaledByThePrecisionAndTruncatedTowardZero)
+TEST(DcmData, RealValuesAreScaledTruncatedTowardZeroAndSaturated)
 {
   DCM_STRUCT image(3, 2, nullptr);
   DCM_DATA& d = *image.Data;
@@ -27,13 +27,8 @@ TEST(DcmData, RealValuesAreScaledByThePrecisionAndTruncatedTowardZero)
   d.SetValue(1u, 1u, 7.7);
   EXPECT_EQ(d.GetValue(1, 1), 7);
   EXPECT_DOUBLE_EQ(d.GetValueReal(1, 1), 7.0);
-}
 
-TEST(DcmData, NotANumberStoresZeroAndOverflowSaturates)
-{
-  DCM_STRUCT image(3, 1, nullptr);
-  DCM_DATA& d = *image.Data;
-  d.SetValue(0u, 0u, 5);
+  // Not a number stores 0; overflow saturates.
   d.SetValue(0u, 0u, std::numeric_limits<double>::quiet_NaN());
   d.SetValue(1u, 0u, 1e30);
   d.SetValue(2u, 0u, -std::numeric_limits<double>::infinity());
@@ -42,7 +37,7 @@ TEST(DcmData, NotANumberStoresZeroAndOverflowSaturates)
   EXPECT_EQ(d.GetValue(2, 0), INT_MIN);
 }
 
-TEST(DcmData, SetValueWidensTheStoredExtremesAndNeverNarrowsThem)
+TEST(DcmData, SetValueWidensTheStoredExtremesAndInitResetsThem)
 {
   DCM_STRUCT image(2, 2, nullptr);
   DCM_DATA& d = *image.Data;
@@ -62,13 +57,8 @@ TEST(DcmData, SetValueWidensTheStoredExtremesAndNeverNarrowsThem)
   d.SetMax(100);
   EXPECT_EQ(d.GetMin(), -100);
   EXPECT_EQ(d.GetMax(), 100);
-}
 
-TEST(DcmData, InitStoresAsSetValueWouldAndResetsBothExtremes)
-{
-  DCM_STRUCT image(2, 2, nullptr);
-  DCM_DATA& d = *image.Data;
-  d.SetValue(0u, 0u, 1000);
+  // Init stores as SetValue would and resets both extremes.
   d.SetPrecision(10);
   d.Init(1.25);
   EXPECT_EQ(PixelsOf(image), std::vector<int>(4, 12));
@@ -76,7 +66,7 @@ TEST(DcmData, InitStoresAsSetValueWouldAndResetsBothExtremes)
   EXPECT_EQ(d.GetMax(), 12);
 }
 
-TEST(DcmData, AccessOutsideTheImageReadsZeroAndWritesNothing)
+TEST(DcmData, AccessOutsideTheImageReadsZeroWritesNothingInsideInterpolates)
 {
   DCM_STRUCT image(2, 2, nullptr);
   DCM_DATA& d = *image.Data;
@@ -89,14 +79,13 @@ TEST(DcmData, AccessOutsideTheImageReadsZeroAndWritesNothing)
   EXPECT_EQ(d.GetMax(), 3) << "an ignored write must not widen the extremes";
   EXPECT_EQ(d.GetMin(), 3);
   EXPECT_EQ(PixelsOf(image), std::vector<int>(4, 3));
+
+  // Inside, reads interpolate bilinearly.
+  auto corners = ImageOf(2, 2, {0, 10, 20, 30});
+  const DCM_DATA& grid = *corners->Data;
+  EXPECT_DOUBLE_EQ(grid.GetInterpolatedPoint(0.5, 0.5), 15.0);
+  EXPECT_DOUBLE_EQ(grid.GetInterpolatedPoint(1.0, 0.0), 10.0);
+  EXPECT_DOUBLE_EQ(grid.GetInterpolatedPoint(0.25, 0.0), 2.5);
+  EXPECT_DOUBLE_EQ(grid.GetInterpolatedPoint(-50.0, 3.0), 0.0);
 }
 
-TEST(DcmData, InterpolatesBilinearly)
-{
-  auto image = ImageOf(2, 2, {0, 10, 20, 30});
-  const DCM_DATA& d = *image->Data;
-  EXPECT_DOUBLE_EQ(d.GetInterpolatedPoint(0.5, 0.5), 15.0);
-  EXPECT_DOUBLE_EQ(d.GetInterpolatedPoint(1.0, 0.0), 10.0);
-  EXPECT_DOUBLE_EQ(d.GetInterpolatedPoint(0.25, 0.0), 2.5);
-  EXPECT_DOUBLE_EQ(d.GetInterpolatedPoint(-50.0, 3.0), 0.0);
-}

@@ -3,17 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
-
-namespace {
-
-std::unique_ptr<DCM_STRUCT> MakeRamp(unsigned cols, unsigned rows)
-{
-  return ImageOf(cols, rows, [](unsigned c, unsigned r) { return static_cast<int>(100 * r + c); });
-}
-
-} // namespace
-
 TEST(DcmStruct, ParentGivesItsHeaderButNotItsSize)
 {
   DCM_STRUCT parent(8, 8, nullptr);
@@ -30,9 +19,9 @@ TEST(DcmStruct, ParentGivesItsHeaderButNotItsSize)
   EXPECT_EQ(child.GetHeader().Rows, 2);
 }
 
-TEST(DcmStruct, CopyingConstructorCopiesPixelsOnlyWhenAsked)
+TEST(DcmStruct, CopyingConstructorCopiesPixelsOnlyWhenAskedAndResizes)
 {
-  auto src = MakeRamp(5, 4);
+  auto src = ImageOf(5, 4, [](unsigned c, unsigned r) { return static_cast<int>(100 * r + c); });
   src->Data->SetPrecision(100);
   DCM_HEADER h = src->GetHeader();
   h.BitsStored = 10;
@@ -51,11 +40,8 @@ TEST(DcmStruct, CopyingConstructorCopiesPixelsOnlyWhenAsked)
   EXPECT_EQ(empty.Data->GetPrecision(), 100);
   EXPECT_EQ(empty.Data->GetValue(4, 3), 0);
   EXPECT_EQ(empty.Data->GetMax(), 0);
-}
 
-TEST(DcmStruct, ResizingCopyKeepsTheOverlap)
-{
-  auto src = MakeRamp(5, 4);
+  // A resizing copy keeps the overlap.
   DCM_STRUCT smaller(*src, true, 2, 3);
   EXPECT_EQ(smaller.GetNbOfCols(), 2u);
   EXPECT_EQ(smaller.GetNbOfRows(), 3u);
@@ -69,17 +55,14 @@ TEST(DcmStruct, ResizingCopyKeepsTheOverlap)
   EXPECT_EQ(larger.Data->GetValue(6, 3), 0);
 }
 
-TEST(DcmStruct, RefusesSidesAbove65535)
+TEST(DcmStruct, RefusesSidesAbove65535AndMapsPixelsToPatientSpace)
 {
   EXPECT_THROW(DCM_STRUCT(65536, 1, nullptr), DCM_SIZE_ERROR);
   EXPECT_THROW(DCM_STRUCT(1, 70000, nullptr), DCM_SIZE_ERROR);
   DCM_STRUCT src(2, 2, nullptr);
   EXPECT_THROW(DCM_STRUCT(src, false, 65536, 2), DCM_SIZE_ERROR);
   EXPECT_NO_THROW(DCM_STRUCT(65535, 1, nullptr));
-}
 
-TEST(DcmStruct, PatientGeometryMapsPixelsToSpace)
-{
   DCM_STRUCT image(10, 10, nullptr);
   DCM_HEADER h = image.GetHeader();
   h.PixelSpacing[0] = 2.0; // between rows
@@ -98,3 +81,4 @@ TEST(DcmStruct, PatientGeometryMapsPixelsToSpace)
   EXPECT_DOUBLE_EQ(image.GetRowDirection().GetY(), 1.0);
   EXPECT_DOUBLE_EQ(image.GetColumnDirection().GetZ(), -1.0);
 }
+

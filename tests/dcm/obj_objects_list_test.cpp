@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr int kSet = 16777217;
-
 using Points = std::vector<std::pair<double, double>>;
 
 Points PointsOf(const OBJ_OBJECT* object)
@@ -31,7 +29,7 @@ std::unique_ptr<DCM_STRUCT> Traced(const DCM_STRUCT& mask, short step = 1)
   return image;
 }
 
-TEST(ContourTracing, SquareIsTracedClockwiseFromItsFirstPixel)
+TEST(ContourTracing, TracingOrderRingsDiagonalsGapsStepsOffsetsAndTemplates)
 {
   auto mask = MaskFromText({".....", ".XXX.", ".XXX.", ".XXX.", "....."});
   auto image = Traced(*mask);
@@ -44,30 +42,19 @@ TEST(ContourTracing, SquareIsTracedClockwiseFromItsFirstPixel)
   list->GetObject(0)->GetObjectGravityCenter(&x, &y);
   EXPECT_DOUBLE_EQ(x, 2.0);
   EXPECT_DOUBLE_EQ(y, 2.0);
-}
 
-// A one-pixel-wide arm is walked out and back, so its pixels appear twice.
-TEST(ContourTracing, LShapeWalksOutAndBackAlongThinArms)
-{
-  auto mask = MaskFromText({"X..", "X..", "XXX"});
-  auto image = Traced(*mask);
-  ASSERT_EQ(image->GetObjectsList()->GetNbObjects(), 1);
-  EXPECT_EQ(PointsOf(image->GetObjectsList()->GetObject(0)),
+  // A one-pixel-wide arm is walked out and back, so its pixels appear twice.
+  auto arm = Traced(*MaskFromText({"X..", "X..", "XXX"}));
+  ASSERT_EQ(arm->GetObjectsList()->GetNbObjects(), 1);
+  EXPECT_EQ(PointsOf(arm->GetObjectsList()->GetObject(0)),
             (Points{{0, 0}, {0, 1}, {1, 2}, {2, 2}, {1, 2}, {0, 2}, {0, 1}}));
-}
 
-TEST(ContourTracing, RingKeepsOnlyItsOuterBoundary)
-{
-  auto mask = MaskFromText({"XXXX", "X..X", "X..X", "XXXX"});
-  auto image = Traced(*mask);
-  ASSERT_EQ(image->GetObjectsList()->GetNbObjects(), 1);
-  EXPECT_EQ(image->GetObjectsList()->GetObject(0)->GetNbPoints(), 12);
-  std::unique_ptr<DCM_STRUCT> filled(image->GetObjectsList()->GetBinaryImage("Object"));
+  auto ring = Traced(*MaskFromText({"XXXX", "X..X", "X..X", "XXXX"}));
+  ASSERT_EQ(ring->GetObjectsList()->GetNbObjects(), 1);
+  EXPECT_EQ(ring->GetObjectsList()->GetObject(0)->GetNbPoints(), 12);
+  std::unique_ptr<DCM_STRUCT> filled(ring->GetObjectsList()->GetBinaryImage("Object"));
   EXPECT_EQ(TextFromMask(*filled), (std::vector<std::string>{"XXXX", "XXXX", "XXXX", "XXXX"}));
-}
 
-TEST(ContourTracing, DiagonalContactMakesOneRegionAndGapsMakeTwo)
-{
   auto diagonal = MaskFromText({"XX..", "XX..", "..XX", "..XX"});
   auto one = Traced(*diagonal);
   ASSERT_EQ(one->GetObjectsList()->GetNbObjects(), 1);
@@ -80,18 +67,20 @@ TEST(ContourTracing, DiagonalContactMakesOneRegionAndGapsMakeTwo)
   auto three = Traced(*apart);
   ASSERT_EQ(three->GetObjectsList()->GetNbObjects(), 3);
   EXPECT_EQ(PointsOf(three->GetObjectsList()->GetObject(1)), (Points{{2, 0}}));
-}
 
-TEST(ContourTracing, StepOffsetsAndTemplateShapeTheObjects)
-{
-  auto mask = MaskFromText({"XXX", "XXX", "XXX", "XX."});
-  DCM_STRUCT image(3, 4);
+  auto onlySet = Traced(*ImageOf(3, 1, {1, 255, kRoiInside})); // only the set value counts
+  ASSERT_EQ(onlySet->GetObjectsList()->GetNbObjects(), 1);
+  EXPECT_EQ(PointsOf(onlySet->GetObjectsList()->GetObject(0)), (Points{{2, 0}}));
+
+  // Step, offsets and a template shape the objects.
+  auto block = MaskFromText({"XXX", "XXX", "XXX", "XX."});
+  DCM_STRUCT traced(3, 4);
   OBJ_OBJECT model;
   model.SetName("liver");
   model.SetLineColor(1, 2, 3);
   model.AddPoint(9, 9); // a model's own points are not copied
-  EXPECT_EQ(image.GetObjectsList()->GetFromBinaryImageWithOffset(mask.get(), &model, 3, 10, 20), 1);
-  const OBJ_OBJECT* object = image.GetObjectsList()->GetObject("liver");
+  EXPECT_EQ(traced.GetObjectsList()->GetFromBinaryImageWithOffset(block.get(), &model, 3, 10, 20), 1);
+  const OBJ_OBJECT* object = traced.GetObjectsList()->GetObject("liver");
   ASSERT_NE(object, nullptr);
   // Boundary: (0,0) (1,0) (2,0) (2,1) (2,2) (1,3) (0,3) (0,2) (0,1); every third.
   EXPECT_EQ(PointsOf(object), (Points{{10, 20}, {12, 21}, {10, 23}}));
@@ -99,17 +88,10 @@ TEST(ContourTracing, StepOffsetsAndTemplateShapeTheObjects)
   object->GetLineColor(&r, &g, &b);
   EXPECT_EQ(r, 1);
   EXPECT_EQ(b, 3);
-  EXPECT_EQ(image.GetObjectsList()->GetFromBinaryImageWithOffset(nullptr, &model, 3, 0, 0), 0);
+  EXPECT_EQ(traced.GetObjectsList()->GetFromBinaryImageWithOffset(nullptr, &model, 3, 0, 0), 0);
 }
 
-TEST(ContourTracing, OnlyTheSetValueCounts)
-{
-  auto image = Traced(*ImageOf(3, 1, {1, 255, kSet}));
-  ASSERT_EQ(image->GetObjectsList()->GetNbObjects(), 1);
-  EXPECT_EQ(PointsOf(image->GetObjectsList()->GetObject(0)), (Points{{2, 0}}));
-}
-
-TEST(BinaryImage, UnknownNamesGiveAnEmptyMaskAndOwnerlessListsNone)
+TEST(BinaryImage, FillsPolygonsWithTheirEdgesUnknownNamesGiveAnEmptyMask)
 {
   DCM_STRUCT image(4, 3);
   std::unique_ptr<DCM_STRUCT> none(image.GetObjectsList()->GetBinaryImage("absent"));
@@ -118,21 +100,19 @@ TEST(BinaryImage, UnknownNamesGiveAnEmptyMaskAndOwnerlessListsNone)
   EXPECT_EQ(none->Data->GetMax(), 0);
   OBJ_OBJECTS_LIST loose;
   EXPECT_EQ(loose.GetBinaryImage("Object"), nullptr);
-}
 
-TEST(BinaryImage, FillsPolygonsIncludingTheirEdges)
-{
-  DCM_STRUCT image(7, 7);
-  auto* triangle = new OBJ_OBJECT(&image);
+  // Polygons are filled with their edges.
+  DCM_STRUCT canvas(7, 7);
+  auto* triangle = new OBJ_OBJECT(&canvas);
   triangle->SetName("t");
   triangle->AddPoint(0, 0);
   triangle->AddPoint(6, 0);
   triangle->AddPoint(0, 6);
-  image.GetObjectsList()->Add(triangle);
-  std::unique_ptr<DCM_STRUCT> mask(image.GetObjectsList()->GetBinaryImage("t"));
+  canvas.GetObjectsList()->Add(triangle);
+  std::unique_ptr<DCM_STRUCT> mask(canvas.GetObjectsList()->GetBinaryImage("t"));
   EXPECT_EQ(TextFromMask(*mask), (std::vector<std::string>{"XXXXXXX", "XXXXXX.", "XXXXX..", "XXXX...", "XXX....",
                                                    "XX.....", "X......"}));
-  EXPECT_EQ(mask->Data->GetMax(), kSet);
+  EXPECT_EQ(mask->Data->GetMax(), kRoiInside);
 }
 
 // Background pixels that no 4-connected path joins to the border are holes of
@@ -173,8 +153,7 @@ TEST(BinaryImage, MaskToContoursToMaskRoundTrip)
     for (auto& row : rows)
       for (int c = 0; c < w; ++c)
         row += set(random) ? 'X' : '.';
-    auto mask = MaskFromText(rows);
-    auto image = Traced(*mask);
+    auto image = Traced(*MaskFromText(rows));
     std::unique_ptr<DCM_STRUCT> back(image->GetObjectsList()->GetBinaryImage("Object"));
     ASSERT_EQ(TextFromMask(*back), WithHolesFilled(rows)) << "trial " << trial;
   }

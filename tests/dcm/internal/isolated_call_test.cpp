@@ -9,7 +9,7 @@
 #include <new>
 #include <signal.h>
 
-TEST(IsolatedCall, ResultComesBackThroughSharedMemory)
+TEST(IsolatedCall, ResultsComeBackAndFailuresBecomeReasons)
 {
   int result[3] = {};
   std::string error;
@@ -25,6 +25,17 @@ TEST(IsolatedCall, ResultComesBackThroughSharedMemory)
   EXPECT_EQ(result[0], 7);
   EXPECT_EQ(result[1], -8);
   EXPECT_EQ(result[2], 16777217);
+
+  // A job's own failure or exception comes back as the reason.
+  EXPECT_FALSE(call.Run(
+      [](void*, std::string& why) {
+        why = "damaged stream";
+        return false;
+      },
+      result, error));
+  EXPECT_EQ(error, "damaged stream");
+  EXPECT_FALSE(call.Run([](void*, std::string&) -> bool { throw std::bad_alloc(); }, result, error));
+  EXPECT_NE(error.find("out of memory"), std::string::npos) << error;
 }
 
 TEST(IsolatedCall, HostSurvivesAnAbortAFaultAndARunawayJob)
@@ -49,18 +60,3 @@ TEST(IsolatedCall, HostSurvivesAnAbortAFaultAndARunawayJob)
   EXPECT_EQ(result, 0);
 }
 
-TEST(IsolatedCall, JobFailuresAndExceptionsBecomeReasons)
-{
-  int result = 0;
-  std::string error;
-  const IsolatedCall call(sizeof result, 10.0, 0);
-  EXPECT_FALSE(call.Run(
-      [](void*, std::string& why) {
-        why = "damaged stream";
-        return false;
-      },
-      &result, error));
-  EXPECT_EQ(error, "damaged stream");
-  EXPECT_FALSE(call.Run([](void*, std::string&) -> bool { throw std::bad_alloc(); }, &result, error));
-  EXPECT_NE(error.find("out of memory"), std::string::npos) << error;
-}
