@@ -55,7 +55,7 @@ int TrueValley(const std::vector<Population>& mixture, int from, int to)
   return best;
 }
 
-TEST(IpgClassificationProcessing, TrimodalSplitsAtItsValleys)
+TEST(IpgClassificationProcessing, TrimodalSplitsAtItsValleysUnimodalIsOneClass)
 {
   const std::vector<Population> mixture{{1.0, 50}, {0.6, 120}, {0.9, 190}};
   auto image = ImageWithHistogram(Counts(mixture, 0.1));
@@ -77,27 +77,25 @@ TEST(IpgClassificationProcessing, TrimodalSplitsAtItsValleys)
   classify.SetMaxClasses(2);
   ASSERT_TRUE(classify.Apply());
   EXPECT_EQ(classify.GetResult(), 2.0);
-}
 
-TEST(IpgClassificationProcessing, UnimodalAndRoi)
-{
-  auto image = ImageWithHistogram(Counts({{1.0, 128}}, 0.1));
-  DCM_STRUCT out(*image, false);
-  IPG_CLASSIFICATION_PROCESSING classify(image.get(), nullptr, &out);
-  ASSERT_TRUE(classify.Apply());
-  EXPECT_EQ(classify.GetResult(), 1.0);
-  EXPECT_TRUE(classify.GetThresholds().empty());
-  EXPECT_EQ(out.Data->GetValue(128, 0), 0);
+  // One mode: one class.
+  auto single = ImageWithHistogram(Counts({{1.0, 128}}, 0.1));
+  DCM_STRUCT singleOut(*single, false);
+  IPG_CLASSIFICATION_PROCESSING unimodal(single.get(), nullptr, &singleOut);
+  ASSERT_TRUE(unimodal.Apply());
+  EXPECT_EQ(unimodal.GetResult(), 1.0);
+  EXPECT_TRUE(unimodal.GetThresholds().empty());
+  EXPECT_EQ(singleOut.Data->GetValue(128, 0), 0);
 
   // Only the left half (levels below 128) in the ROI: still one class, and
   // the right half is copied.
-  auto roi = ImageOf(image->GetNbOfCols(), image->GetNbOfRows(),
+  auto roi = ImageOf(single->GetNbOfCols(), single->GetNbOfRows(),
                          [](unsigned c, unsigned) { return c < 128 ? 16777217 : 0; });
-  classify.SetRoi(roi.get());
-  ASSERT_TRUE(classify.Apply());
-  EXPECT_EQ(classify.GetResult(), 1.0);
-  EXPECT_EQ(out.Data->GetValue(127, 0), 0);
-  EXPECT_EQ(out.Data->GetValue(140, 0), 140);
+  unimodal.SetRoi(roi.get());
+  ASSERT_TRUE(unimodal.Apply());
+  EXPECT_EQ(unimodal.GetResult(), 1.0);
+  EXPECT_EQ(singleOut.Data->GetValue(127, 0), 0);
+  EXPECT_EQ(singleOut.Data->GetValue(140, 0), 140);
 }
 
 TEST(IpgClassificationProcessing, BadInput)

@@ -44,7 +44,7 @@ double CentreOfMixed(Measure measure)
   return centre;
 }
 
-TEST(HolderMeasures, WindowMeasuresAtRadiusOne)
+TEST(HolderMeasures, WindowAndParameterisedMeasuresAtRadiusOne)
 {
   EXPECT_EQ(CentreOfMixed(IPG_HOLDER::AlphaMaxGrain), 8.0);
   EXPECT_EQ(CentreOfMixed(IPG_HOLDER::AlphaMoyGrain), 2.0);
@@ -53,10 +53,13 @@ TEST(HolderMeasures, WindowMeasuresAtRadiusOne)
   EXPECT_DOUBLE_EQ(CentreOfMixed(IPG_HOLDER::AlphaAsymGrain), 66.0 / std::pow(92.0 / 9.0, 1.5));
   EXPECT_DOUBLE_EQ(CentreOfMixed(IPG_HOLDER::AlphaContGrain), 23.0 / 9.0);
   EXPECT_DOUBLE_EQ(CentreOfMixed(IPG_HOLDER::AlphaRhoGrain), 2.0 / std::pow(2.0, 7.0 / 9.0));
-}
 
-TEST(HolderMeasures, ParameterisedMeasuresAtRadiusOne)
-{
+  // The minimum keeps a first value below the floor.
+  const std::vector<double> firstZero = {0, 5, 3, 2, 4, 8, 1, 1, 2};
+  EXPECT_EQ(Layer(IPG_HOLDER::AlphaMinGrain, firstZero, 3, 3, 1)[4], 0.0);
+  const std::vector<double> firstHigh = {9, 5, 3, 0, 4, 8, 2, 3, 2};
+  EXPECT_EQ(Layer(IPG_HOLDER::AlphaMinGrain, firstHigh, 3, 3, 1)[4], 2.0);
+
   // |w - 2| < 2 holds for 1 2 1 1 2 (4 and 0 are exactly 2 away).
   std::vector<double> layer(9, 0.0);
   IPG_HOLDER::AlphaIsoGrain(kMixed.data(), layer.data(), 3, 3, 1, 1, 1, 1, 1, 1, 2.0);
@@ -69,15 +72,7 @@ TEST(HolderMeasures, ParameterisedMeasuresAtRadiusOne)
   EXPECT_EQ(layer[4], 1.0);
 }
 
-TEST(HolderMeasures, MinimumKeepsAFirstValueBelowTheFloor)
-{
-  const std::vector<double> firstZero = {0, 5, 3, 2, 4, 8, 1, 1, 2};
-  EXPECT_EQ(Layer(IPG_HOLDER::AlphaMinGrain, firstZero, 3, 3, 1)[4], 0.0);
-  const std::vector<double> firstHigh = {9, 5, 3, 0, 4, 8, 2, 3, 2};
-  EXPECT_EQ(Layer(IPG_HOLDER::AlphaMinGrain, firstHigh, 3, 3, 1)[4], 2.0);
-}
-
-TEST(HolderMeasures, ContrastRatiosOfHalfWindows)
+TEST(HolderMeasures, ContrastRatiosAndNormalisedDifferencesOfHalfWindows)
 {
   // Left column 4 2 1 (mean 7/3) against the right two (mean 11/6): 14/11;
   // upper row 4 0 1 (mean 5/3) against the lower two (mean 13/6): 13/10.
@@ -86,14 +81,10 @@ TEST(HolderMeasures, ContrastRatiosOfHalfWindows)
   // A single pixel has no contrast.
   const std::vector<double> ramp = Ramp();
   EXPECT_EQ(Layer(IPG_HOLDER::AlphaFrontMaxGrain, ramp, 5, 5, 0)[0], 1.0);
-}
 
-TEST(HolderMeasures, NormalisedDifferencesOfHalfWindowsAtRadiusOne)
-{
   // Radius 1 uses halves of radius 2 on the 5x5 ramp: left (columns 0-1,
   // rows 0-3) sums 72, right (columns 2-3, the centre column included) 88;
   // upper (rows 0-1, columns 0-3) 40, lower (rows 2-3) 120.
-  const std::vector<double> ramp = Ramp();
   const struct {
     Measure measure;
     double expected;
@@ -111,10 +102,7 @@ TEST(HolderMeasures, NormalisedDifferencesOfHalfWindowsAtRadiusOne)
   EXPECT_DOUBLE_EQ(layer[12], 2.0 / 40.0);
   EXPECT_EQ(layer[0], 0.0);
   EXPECT_NE(layer[6], 0.0);
-}
 
-TEST(HolderMeasures, WindowsThatFitNowhereLeaveTheLayerAtZero)
-{
   // The 3x3 window at radius 2 and the radius-2 halves of measure 12 at radius 1.
   EXPECT_EQ(Layer(IPG_HOLDER::AlphaMoyGrain, kMixed, 3, 3, 2), std::vector<double>(9, 0.0));
   EXPECT_EQ(Layer(IPG_HOLDER::AlphaNormDiffHoriGrain, kMixed, 3, 3, 1), std::vector<double>(9, 0.0));
@@ -126,24 +114,19 @@ std::unique_ptr<DCM_STRUCT> ImageOfReals(unsigned cols, unsigned rows, const std
   return ImageOf(cols, rows, std::vector<int>(values.begin(), values.end()));
 }
 
+// Least-squares slope of log measure against log window width 2i + 1.
 double Slope(const std::vector<double>& measures)
 {
-  const int n = static_cast<int>(measures.size());
-  double xbar = 0.0, ybar = 0.0;
-  for (int i = 0; i < n; ++i) {
-    xbar += std::log(2.0 * i + 1.0) / n;
-    ybar += std::log(measures[i]) / n;
+  const double n = static_cast<double>(measures.size());
+  double sx = 0.0, sy = 0.0, sxy = 0.0, sxx = 0.0;
+  for (std::size_t i = 0; i < measures.size(); ++i) {
+    const double x = std::log(2.0 * i + 1.0), y = std::log(measures[i]);
+    sx += x, sy += y, sxy += x * y, sxx += x * x;
   }
-  double sxy = 0.0, sxx = 0.0;
-  for (int i = 0; i < n; ++i) {
-    const double dx = std::log(2.0 * i + 1.0) - xbar;
-    sxy += dx * (std::log(measures[i]) - ybar);
-    sxx += dx * dx;
-  }
-  return sxy / sxx;
+  return (n * sxy - sx * sy) / (n * sxx - sx * sx);
 }
 
-TEST(Holder, DefaultsAndRefusals)
+TEST(Holder, DefaultsRefusalsAndExponentsAsSlopesOfLogMeasureAgainstLogWidth)
 {
   MessageCapture capture;
   IPG_HOLDER none(nullptr);
@@ -174,35 +157,20 @@ TEST(Holder, DefaultsAndRefusals)
   std::vector<std::string> expected(5, "Paramètre WindowSize hors limites : IPG_HOLDER::Apply()");
   expected[0] = "Pas d'image en entrée!";
   EXPECT_EQ(capture.Texts, expected);
-}
 
-TEST(Holder, ExponentIsTheSlopeOfLogMeasureAgainstLogWidth)
-{
   // Maximum on the ramp at the centre: 13, 19, 25 for widths 1, 3, 5.
-  auto image = ImageOfReals(5, 5, Ramp());
-  IPG_HOLDER op(image.get());
-  op.SetMeasType(1);
-  op.SetWindowSize(5);
-  ASSERT_TRUE(op.Apply());
-  std::vector<double> holder(op.GetHolder(), op.GetHolder() + 25);
+  auto ramp = ImageOfReals(5, 5, Ramp());
+  IPG_HOLDER maximum(ramp.get());
+  maximum.SetMeasType(1);
+  maximum.SetWindowSize(5);
+  ASSERT_TRUE(maximum.Apply());
+  std::vector<double> holder(maximum.GetHolder(), maximum.GetHolder() + 25);
   EXPECT_NEAR(std::exchange(holder[12], 0.0), Slope({13, 19, 25}), 1e-12);
   EXPECT_EQ(holder, std::vector<double>(25, 0.0)); // layer 2 is 0 nearer than 2 to the border
-}
-
-TEST(Holder, FlatMeasuresGiveZeroExponents)
-{
-  // A constant image: the mean is the same at every radius.
-  auto flat = TestImage(7, 7).Fill(5).Build();
-  IPG_HOLDER mean(flat.get());
-  mean.SetMeasType(2);
-  mean.SetWindowSize(5);
-  ASSERT_TRUE(mean.Apply());
-  for (int k = 0; k < 49; ++k)
-    EXPECT_NEAR(mean.GetHolder()[k], 0.0, 1e-12);
 
   // One bright pixel: the maximum stays 100 at the centre whatever the window.
-  auto image = TestImage(7, 7).Fill(1).At(3, 3, 100).Build();
-  IPG_HOLDER max(image.get());
+  auto bright = TestImage(7, 7).Fill(1).At(3, 3, 100).Build();
+  IPG_HOLDER max(bright.get());
   max.SetMeasType(1);
   max.SetWindowSize(5);
   ASSERT_TRUE(max.Apply());
@@ -242,7 +210,7 @@ bool Close(double direct, double fast, double relative)
   return direct == fast || std::fabs(direct - fast) <= relative * std::max(1.0, std::fabs(direct));
 }
 
-TEST(HolderFastPath, LayersMatchTheDirectMeasures)
+TEST(HolderFastPath, LayersMatchTheDirectMeasuresOnIntegerData)
 {
   using H = IPG_HOLDER;
   const Measure direct[] = {H::AlphaMaxGrain, H::AlphaMoyGrain, H::AlphaMinGrain, H::AlphaVarGrain, nullptr,
@@ -274,6 +242,12 @@ TEST(HolderFastPath, LayersMatchTheDirectMeasures)
       }
     }
   }
+
+  // Non-integer data take the direct measures.
+  const std::vector<double> data = {0.5, 1, 2, 3};
+  EXPECT_FALSE(IPG_HOLDER_FAST_MEASURES(data.data(), 2, 2, 2).Supported());
+  EXPECT_TRUE(IPG_HOLDER_FAST_MEASURES(data.data(), 2, 2, 1).Supported());
+  EXPECT_FALSE(IPG_HOLDER_FAST_MEASURES(nullptr, 2, 2, 1).Supported());
 }
 
 TEST(HolderFastPath, ExponentsMatchTheDirectComputation)
@@ -292,14 +266,6 @@ TEST(HolderFastPath, ExponentsMatchTheDirectComputation)
       ASSERT_TRUE(Close(direct.GetHolder()[k], fast.GetHolder()[k], 1e-12))
           << "measure " << measType << " pixel " << k;
   }
-}
-
-TEST(HolderFastPath, RefusesNonIntegerData)
-{
-  const std::vector<double> data = {0.5, 1, 2, 3};
-  EXPECT_FALSE(IPG_HOLDER_FAST_MEASURES(data.data(), 2, 2, 2).Supported());
-  EXPECT_TRUE(IPG_HOLDER_FAST_MEASURES(data.data(), 2, 2, 1).Supported());
-  EXPECT_FALSE(IPG_HOLDER_FAST_MEASURES(nullptr, 2, 2, 1).Supported());
 }
 
 } // namespace

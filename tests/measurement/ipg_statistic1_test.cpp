@@ -7,25 +7,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <memory>
 #include <string>
 
-namespace {
-
-constexpr int kRoi = 16777217;
-
-std::unique_ptr<DCM_STRUCT> Constant(unsigned cols, unsigned rows, int value)
-{
-  return TestImage(cols, rows).Fill(value).Build();
-}
-
-// 5x5 of 90 with 180 in the centre: every interior 3x3 box sees the spike, so
-// the smoothed interior is 100 everywhere (signal 9 * 100^2, noise 8 * 10^2 + 80^2).
-std::unique_ptr<DCM_STRUCT> Spike() { return TestImage(5, 5).Fill(90).At(2, 2, 180).Build(); }
-
-} // namespace
-
-TEST(IpgStatistic1, OnlyGreyLevelsUpTo2Pow24Count)
+TEST(IpgStatistic1, OnlyGreyLevelsUpTo2Pow24AndTheExactRoiValueCount)
 {
   auto in = ImageOf(2, 2, {16777216, 16777217, 0, 2});
   IPG_STATISTIC1 op(in.get());
@@ -39,46 +23,19 @@ TEST(IpgStatistic1, OnlyGreyLevelsUpTo2Pow24Count)
   ASSERT_TRUE(op.BasicStats());
   EXPECT_EQ(op.GetNbPixels(), 3);
   EXPECT_DOUBLE_EQ(op.GetMax(), 16777216.0);
+
+  // Under a ROI only its exact value selects a pixel.
+  auto ramp = ImageOf(2, 2, {10, 20, 30, 40});
+  auto roi = ImageOf(2, 2, {kRoiInside, 1, 255, kRoiInside});
+  IPG_STATISTIC1 inRoi(ramp.get(), roi.get());
+  ASSERT_TRUE(inRoi.AverageGL());
+  EXPECT_DOUBLE_EQ(inRoi.GetResult(), 25.0);
+  ASSERT_TRUE(inRoi.BasicStats());
+  EXPECT_EQ(inRoi.GetNbPixels(), 2);
+  EXPECT_DOUBLE_EQ(inRoi.GetVariance(), 225.0);
 }
 
-TEST(IpgStatistic1, RoiSelectsOnlyTheExactRoiValue)
-{
-  auto in = ImageOf(2, 2, {10, 20, 30, 40});
-  auto roi = ImageOf(2, 2, {kRoi, 1, 255, kRoi});
-  IPG_STATISTIC1 op(in.get(), roi.get());
-  ASSERT_TRUE(op.AverageGL());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 25.0);
-  ASSERT_TRUE(op.BasicStats());
-  EXPECT_EQ(op.GetNbPixels(), 2);
-  EXPECT_DOUBLE_EQ(op.GetVariance(), 225.0);
-}
-
-TEST(IpgStatistic1, EmptySelection)
-{
-  auto in = ImageOf(2, 2, {10, 20, 30, 40});
-  auto roi = Constant(2, 2, 255);
-  in->Data->SetPrecision(10);
-  IPG_STATISTIC1 op(in.get(), roi.get());
-  ASSERT_TRUE(op.AverageGL());
-  EXPECT_DOUBLE_EQ(op.GetResult(), -0.1); // the -1.0 is scaled too
-  ASSERT_TRUE(op.SumOfPixels());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 0.0);
-  ASSERT_TRUE(op.MinMaxGL());
-  EXPECT_DOUBLE_EQ(op.GetMin(), 1677721.7);
-  EXPECT_DOUBLE_EQ(op.GetMax(), -1677721.5);
-  EXPECT_FALSE(op.BasicStats());
-  EXPECT_DOUBLE_EQ(op.GetVariance(), 0.0); // computed, so queries do not retry
-  EXPECT_FALSE(op.NumberOfPixels());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 0.0);
-
-  for (int unknown : {3, 5, 17, -1})
-    EXPECT_FALSE((op.SetTools(unknown), op.Apply())) << unknown;
-  IPG_STATISTIC1 none(nullptr);
-  for (int code : {0, 1, 2, 4, 6, 9, 16})
-    EXPECT_FALSE((none.SetTools(code), none.Apply())) << code;
-}
-
-TEST(IpgStatistic1, PrecisionDividesEachResultOnce)
+TEST(IpgStatistic1, PrecisionDividesEachResultOnceQueriesUseTheCacheUntilANewInput)
 {
   auto in = ImageOf(2, 2, {10, 20, 30, 40});
   in->Data->SetPrecision(10);
@@ -91,12 +48,62 @@ TEST(IpgStatistic1, PrecisionDividesEachResultOnce)
   EXPECT_DOUBLE_EQ(op.GetMax(), 4.0);
   ASSERT_TRUE(op.AverageGL());
   EXPECT_DOUBLE_EQ(op.GetResult(), 2.5);
+
+  // An empty selection.
+  auto same = ImageOf(2, 2, {10, 20, 30, 40});
+  auto roi = TestImage(2, 2).Fill(255).Build();
+  same->Data->SetPrecision(10);
+  IPG_STATISTIC1 empty(same.get(), roi.get());
+  ASSERT_TRUE(empty.AverageGL());
+  EXPECT_DOUBLE_EQ(empty.GetResult(), -0.1); // the -1.0 is scaled too
+  ASSERT_TRUE(empty.SumOfPixels());
+  EXPECT_DOUBLE_EQ(empty.GetResult(), 0.0);
+  ASSERT_TRUE(empty.MinMaxGL());
+  EXPECT_DOUBLE_EQ(empty.GetMin(), 1677721.7);
+  EXPECT_DOUBLE_EQ(empty.GetMax(), -1677721.5);
+  EXPECT_FALSE(empty.BasicStats());
+  EXPECT_DOUBLE_EQ(empty.GetVariance(), 0.0); // computed, so queries do not retry
+  EXPECT_FALSE(empty.NumberOfPixels());
+  EXPECT_DOUBLE_EQ(empty.GetResult(), 0.0);
+
+  for (int unknown : {3, 5, 17, -1})
+    EXPECT_FALSE((empty.SetTools(unknown), empty.Apply())) << unknown;
+  IPG_STATISTIC1 none(nullptr);
+  for (int code : {0, 1, 2, 4, 6, 9, 16})
+    EXPECT_FALSE((none.SetTools(code), none.Apply())) << code;
+
+  // Queries use the cache until a new input.
+  auto cached = ImageOf(2, 2, {10, 20, 30, 40});
+  IPG_STATISTIC1 queries(cached.get());
+  queries.SetTools(9);
+  EXPECT_TRUE(queries.Apply());
+  EXPECT_DOUBLE_EQ(queries.GetResult(), 10.0);
+  EXPECT_FALSE(queries.Apply()); // cached: false, Result still valid
+  EXPECT_DOUBLE_EQ(queries.GetResult(), 10.0);
+
+  // A new ROI does not reset the cache, but MinMaxGL rewrites Min behind it.
+  auto half = ImageOf(2, 2, {0, kRoiInside, kRoiInside, 0});
+  queries.SetRoi(half.get());
+  EXPECT_FALSE(queries.Variance());
+  EXPECT_DOUBLE_EQ(queries.GetResult(), 125.0);
+  ASSERT_TRUE(queries.MinMaxGL());
+  EXPECT_FALSE(queries.MinGL());
+  EXPECT_DOUBLE_EQ(queries.GetResult(), 20.0);
+
+  queries.SetImaIn(cached.get());
+  EXPECT_TRUE(queries.NumberOfPixels());
+  EXPECT_DOUBLE_EQ(queries.GetResult(), 2.0);
+  EXPECT_FALSE(queries.StdDeviation());
+  EXPECT_DOUBLE_EQ(queries.GetResult(), 5.0);
+  queries.SetTools(10);
+  EXPECT_FALSE(queries.Apply());
+  EXPECT_DOUBLE_EQ(queries.GetResult(), 30.0);
 }
 
-TEST(IpgStatistic1, ConstantImageWarnsAndStillSucceeds)
+TEST(IpgStatistic1, ConstantImageWarnsNoiseMeasuresFail)
 {
   MessageCapture capture;
-  auto in = Constant(3, 3, 7);
+  auto in = TestImage(3, 3).Fill(7).Build();
   IPG_STATISTIC1 op(in.get());
   EXPECT_TRUE(op.BasicStats());
   EXPECT_EQ(capture.Texts, std::vector<std::string>{"problème : variance négative"});
@@ -104,40 +111,28 @@ TEST(IpgStatistic1, ConstantImageWarnsAndStillSucceeds)
   EXPECT_DOUBLE_EQ(op.GetVariance(), 0.0);
   EXPECT_DOUBLE_EQ(op.GetStdDev(), 0.0);
   EXPECT_DOUBLE_EQ(op.GetMean(), 7.0);
-}
 
-TEST(IpgStatistic1, QueriesUseTheCacheUntilANewInput)
-{
-  auto in = ImageOf(2, 2, {10, 20, 30, 40});
-  IPG_STATISTIC1 op(in.get());
-  op.SetTools(9);
-  EXPECT_TRUE(op.Apply());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 10.0);
-  EXPECT_FALSE(op.Apply()); // cached: false, Result still valid
-  EXPECT_DOUBLE_EQ(op.GetResult(), 10.0);
+  auto flat = TestImage(4, 4).Fill(50).Build();
+  IPG_STATISTIC1 even(flat.get());
+  EXPECT_FALSE(even.SignalToNoiseRatio());
+  EXPECT_DOUBLE_EQ(even.GetResult(), 0.0);
 
-  // A new ROI does not reset the cache, but MinMaxGL rewrites Min behind it.
-  auto roi = ImageOf(2, 2, {0, kRoi, kRoi, 0});
-  op.SetRoi(roi.get());
-  EXPECT_FALSE(op.Variance());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 125.0);
-  ASSERT_TRUE(op.MinMaxGL());
-  EXPECT_FALSE(op.MinGL());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 20.0);
+  auto black = TestImage(4, 4).Fill(0).Build();
+  IPG_STATISTIC1 dark(black.get());
+  EXPECT_FALSE(dark.EstimateNoisePercent());
+  EXPECT_DOUBLE_EQ(dark.GetResult(), 1.0);
 
-  op.SetImaIn(in.get());
-  EXPECT_TRUE(op.NumberOfPixels());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 2.0);
-  EXPECT_FALSE(op.StdDeviation());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 5.0);
-  op.SetTools(10);
-  EXPECT_FALSE(op.Apply());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 30.0);
+  auto thin = TestImage(2, 5).Fill(50).Build(); // no interior
+  IPG_STATISTIC1 narrow(thin.get());
+  EXPECT_FALSE(narrow.SignalToNoiseRatio());
+  EXPECT_FALSE(narrow.EstimateNoisePercent());
 }
 
 TEST(IpgStatistic1, NoiseMeasuresAgainstTheSmoothedImage)
 {
-  auto in = Spike();
+  // 5x5 of 90 with 180 in the centre: every interior 3x3 box sees the spike, so
+  // the smoothed interior is 100 everywhere (signal 9 * 100^2, noise 8 * 10^2 + 80^2).
+  auto in = TestImage(5, 5).Fill(90).At(2, 2, 180).Build();
   IPG_STATISTIC1 op(in.get());
   op.SetTools(2);
   ASSERT_TRUE(op.Apply());
@@ -151,40 +146,19 @@ TEST(IpgStatistic1, NoiseMeasuresAgainstTheSmoothedImage)
   EXPECT_DOUBLE_EQ(op.GetMean(), 93.6);
   EXPECT_NEAR(op.GetVariance(), 311.04, 1e-9);
   EXPECT_EQ(op.GetNbPixels(), 25);
+
+  // Under a ROI the frame counts. The centre: smoothed 100 against 180; a
+  // frame pixel: not smoothed (0) against 90.
+  auto roi = TestImage(5, 5).At(2, 2, kRoiInside).At(0, 0, kRoiInside).Build();
+  IPG_STATISTIC1 inRoi(in.get(), roi.get());
+  ASSERT_TRUE(inRoi.SignalToNoiseRatio());
+  EXPECT_NEAR(inRoi.GetResult(), std::sqrt(10000.0 / (6400.0 + 8100.0)), 1e-12);
 }
 
-TEST(IpgStatistic1, NoiseMeasuresUnderARoiIncludeTheFrame)
-{
-  auto in = Spike();
-  // The centre: smoothed 100 against 180; a frame pixel: not smoothed (0) against 90.
-  auto roi = TestImage(5, 5).At(2, 2, kRoi).At(0, 0, kRoi).Build();
-  IPG_STATISTIC1 op(in.get(), roi.get());
-  ASSERT_TRUE(op.SignalToNoiseRatio());
-  EXPECT_NEAR(op.GetResult(), std::sqrt(10000.0 / (6400.0 + 8100.0)), 1e-12);
-}
-
-TEST(IpgStatistic1, NoiseMeasureFailures)
-{
-  auto flat = Constant(4, 4, 50);
-  IPG_STATISTIC1 op(flat.get());
-  EXPECT_FALSE(op.SignalToNoiseRatio());
-  EXPECT_DOUBLE_EQ(op.GetResult(), 0.0);
-
-  auto black = Constant(4, 4, 0);
-  IPG_STATISTIC1 dark(black.get());
-  EXPECT_FALSE(dark.EstimateNoisePercent());
-  EXPECT_DOUBLE_EQ(dark.GetResult(), 1.0);
-
-  auto thin = Constant(2, 5, 50); // no interior
-  IPG_STATISTIC1 narrow(thin.get());
-  EXPECT_FALSE(narrow.SignalToNoiseRatio());
-  EXPECT_FALSE(narrow.EstimateNoisePercent());
-}
-
-TEST(IpgStatistic1, OnlyTheBuiltRoiIsDeleted)
+TEST(IpgStatistic1, NamedRoiMeasuresInsideItsContourAndOnlyTheBuiltMaskIsDeleted)
 {
   auto in = ImageOf(2, 2, {1, 2, 3, 4});
-  auto hostRoi = Constant(2, 2, kRoi);
+  auto hostRoi = TestImage(2, 2).Fill(kRoiInside).Build();
   {
     IPG_STATISTIC1 op(in.get(), std::string("absent"));
     EXPECT_TRUE(op.GetOwnsRoi());
@@ -192,11 +166,8 @@ TEST(IpgStatistic1, OnlyTheBuiltRoiIsDeleted)
     ASSERT_TRUE(op.BasicStats());
     EXPECT_EQ(op.GetNbPixels(), 4);
   }
-  EXPECT_EQ(hostRoi->Data->GetValue(1u, 1u), kRoi);
-}
+  EXPECT_EQ(hostRoi->Data->GetValue(1u, 1u), kRoiInside);
 
-TEST(Statistic1NamedRoi, MeasuresInsideTheNamedContourAndOwnsTheMask)
-{
   auto built = TestImage(6, 6).Fill(70).Rect(0, 0, 3, 3, 10).Build();
   DCM_STRUCT& image = *built;
   auto* square = new OBJ_OBJECT(&image);
@@ -220,3 +191,4 @@ TEST(Statistic1NamedRoi, MeasuresInsideTheNamedContourAndOwnsTheMask)
   IPG_STATISTIC1 none(nullptr, std::string("liver"));
   EXPECT_EQ(none.GetRoi(), nullptr);
 }
+

@@ -10,7 +10,6 @@
 namespace {
 
 constexpr int kTop = 16777216;
-constexpr int kRoiIn = 16777217;
 
 double RunCode(IPG_STATISTIC2& op, int tools)
 {
@@ -19,7 +18,7 @@ double RunCode(IPG_STATISTIC2& op, int tools)
   return op.GetResult();
 }
 
-TEST(Statistic2, LeastSquaredIsTheEuclideanDistanceOfValidPairs)
+TEST(Statistic2, LeastSquaredIsTheEuclideanDistanceOfValidPairsElseLeavesTheResult)
 {
   // Pairs (0,3), (16777216,16777210) and (5,1) count; 16777217 does not.
   auto a = ImageOf(2, 2, {0, kTop, kTop + 1, 5});
@@ -27,23 +26,20 @@ TEST(Statistic2, LeastSquaredIsTheEuclideanDistanceOfValidPairs)
   IPG_STATISTIC2 op(a.get(), b.get());
   EXPECT_DOUBLE_EQ(RunCode(op, 102), std::sqrt(9.0 + 36.0 + 16.0));
 
-  auto roi = ImageOf(2, 2, {0, kRoiIn, kRoiIn, 1});
+  auto roi = ImageOf(2, 2, {0, kRoiInside, kRoiInside, 1});
   IPG_STATISTIC2 inRoi(a.get(), b.get(), roi.get());
   EXPECT_DOUBLE_EQ(RunCode(inRoi, 102), 6.0);
 
   IPG_STATISTIC2 same(a.get(), a.get());
   EXPECT_EQ(RunCode(same, 102), 0.0);
-}
 
-TEST(Statistic2, LeastSquaredLeavesResultOnDifferentSizesOrMissingImage)
-{
+  // Different sizes or a missing image leave the result, silently.
   MessageCapture capture;
-  auto a = ImageOf(2, 2, {0, 1, 2, 3});
   auto wide = ImageOf(4, 1, {0, 1, 2, 3});
-  IPG_STATISTIC2 op(a.get(), wide.get());
-  op.SetResult(7.0);
-  EXPECT_FALSE(op.ComputeLeastSquared());
-  EXPECT_EQ(RunCode(op, 102), 7.0);
+  IPG_STATISTIC2 sized(a.get(), wide.get());
+  sized.SetResult(7.0);
+  EXPECT_FALSE(sized.ComputeLeastSquared());
+  EXPECT_EQ(RunCode(sized, 102), 7.0);
   IPG_STATISTIC2 missing(a.get(), nullptr);
   missing.SetResult(7.0);
   EXPECT_EQ(RunCode(missing, 102), 7.0);
@@ -74,7 +70,7 @@ TEST(Statistic2, MutualInformationOfIdenticalAndIndependentImages)
   EXPECT_DOUBLE_EQ(independent.GetMutualInformationRecord()[IPG_STATISTIC2::kNormalisedMutualInformation], 1.0);
 }
 
-TEST(Statistic2, MutualInformationReadsMarginalsWithTheLevelRangeAsStride)
+TEST(Statistic2, MutualInformationStridesByTheLevelRangeAndPairsByColumnTimesRows)
 {
   // First image levels 0 and 2 (range 3, two bins), second 0 and 1. Joint cells
   // at keys 0 and 3; read with stride 3 both fall in the first marginal's cell 0,
@@ -87,20 +83,17 @@ TEST(Statistic2, MutualInformationReadsMarginalsWithTheLevelRangeAsStride)
   EXPECT_EQ(record[IPG_STATISTIC2::kFirstEntropy], 0.0);
   EXPECT_DOUBLE_EQ(record[IPG_STATISTIC2::kSecondEntropy], std::log(2.0));
   EXPECT_DOUBLE_EQ(record[IPG_STATISTIC2::kNormalisedMutualInformation], 1.0);
-}
 
-TEST(Statistic2, ImagesOfDifferentSizesArePairedByColumnTimesRows)
-{
   // 2x3 and 3x2: elements col * rows_k + row for col < 2, row < 2 are 0, 1, 3, 4
   // of the first and 0, 1, 2, 3 of the second, identical here, so I = ln 4.
-  auto a = ImageOf(2, 3, {0, 1, 3, 2, 3, 3});
-  auto b = ImageOf(3, 2, {0, 1, 2, 3, 3, 3});
-  IPG_STATISTIC2 op(a.get(), b.get());
-  EXPECT_DOUBLE_EQ(RunCode(op, 100), std::log(4.0));
-  EXPECT_DOUBLE_EQ(op.GetMutualInformationRecord()[IPG_STATISTIC2::kNormalisedMutualInformation], 2.0);
+  auto tall = ImageOf(2, 3, {0, 1, 3, 2, 3, 3});
+  auto wide = ImageOf(3, 2, {0, 1, 2, 3, 3, 3});
+  IPG_STATISTIC2 paired(tall.get(), wide.get());
+  EXPECT_DOUBLE_EQ(RunCode(paired, 100), std::log(4.0));
+  EXPECT_DOUBLE_EQ(paired.GetMutualInformationRecord()[IPG_STATISTIC2::kNormalisedMutualInformation], 2.0);
 }
 
-TEST(Statistic2, CorrelationRatioUsesLevelNumbersAndSkipsTopGrey)
+TEST(Statistic2, CorrelationRatioUsesLevelNumbersSkipsTopGreyFlatOrMissingGiveMinusOne)
 {
   // Second image levels 0, 1, 5 are numbered 0, 1, 2: m = 5/4, V = 11/16,
   // W = 1/8, so 1 - 2/11 (grey levels would give 1 - 2/83). The fifth pair
@@ -113,24 +106,21 @@ TEST(Statistic2, CorrelationRatioUsesLevelNumbersAndSkipsTopGrey)
   auto c = ImageOf(2, 2, {0, 1, 1, 2});
   IPG_STATISTIC2 same(c.get(), c.get());
   EXPECT_NEAR(RunCode(same, 101), 1.0, 1e-12);
-}
 
-TEST(Statistic2, FlatMissingOrVarianceFreeImagesGiveMinusOne)
-{
   MessageCapture capture;
   auto flat = ImageOf(2, 2, {4, 4, 4, 4});
-  auto a = ImageOf(2, 2, {0, 1, 0, 1});
+  auto alternating = ImageOf(2, 2, {0, 1, 0, 1});
   for (int tools : {100, 101}) {
-    IPG_STATISTIC2 op(a.get(), flat.get());
-    EXPECT_EQ(RunCode(op, tools), -1.0) << tools;
-    IPG_STATISTIC2 missing(nullptr, a.get());
+    IPG_STATISTIC2 single(alternating.get(), flat.get());
+    EXPECT_EQ(RunCode(single, tools), -1.0) << tools;
+    IPG_STATISTIC2 missing(nullptr, alternating.get());
     EXPECT_EQ(RunCode(missing, tools), -1.0) << tools;
   }
   // The second image's valid pixels share one level although max > min.
   auto oneValidLevel = ImageOf(2, 2, {3, 3, 3, kTop});
-  IPG_STATISTIC2 op(a.get(), oneValidLevel.get());
-  EXPECT_FALSE(op.ComputeCorrelationRatio());
-  EXPECT_EQ(op.GetResult(), -1.0);
+  IPG_STATISTIC2 single(alternating.get(), oneValidLevel.get());
+  EXPECT_FALSE(single.ComputeCorrelationRatio());
+  EXPECT_EQ(single.GetResult(), -1.0);
   EXPECT_TRUE(capture.Texts.empty());
 }
 
