@@ -6,14 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <queue>
 #include <random>
 #include <set>
 #include <utility>
 
 namespace {
-
-constexpr int kSet = 16777217;
 
 using Pixels = std::vector<std::pair<int, int>>;
 
@@ -37,7 +34,7 @@ std::vector<Pixels> ComponentsOf(const IPG_CONNEXITY_PROCESSING& op)
 TEST(Labelling, ResidentsInRasterOrderComponentsBySurvivingProvisionalLabel)
 {
   auto u = MaskFromText({"X.X", "X.X", "XXX"});
-  IPG_CONNEXITY_PROCESSING one(u.get(), kSet);
+  IPG_CONNEXITY_PROCESSING one(u.get(), kRoiInside);
   ASSERT_TRUE(one.Labelling_8Neighbors());
   EXPECT_EQ(ComponentsOf(one), (std::vector<Pixels>{{{0, 0}, {2, 0}, {0, 1}, {2, 1}, {0, 2}, {1, 2}, {2, 2}}}));
   EXPECT_EQ(one.GetComponent(0)->GetIndex(), 0);
@@ -45,7 +42,7 @@ TEST(Labelling, ResidentsInRasterOrderComponentsBySurvivingProvisionalLabel)
   // The U takes provisional labels 0 and 2 and merges toward 2; the dot keeps 1,
   // so it comes first although the U starts earlier in raster order.
   auto image = MaskFromText({"X.X.X", "X...X", "XXXXX"});
-  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  IPG_CONNEXITY_PROCESSING op(image.get(), kRoiInside);
   ASSERT_TRUE(op.Labelling_8Neighbors());
   ASSERT_EQ(op.GetNbComponents(), 2);
   EXPECT_EQ(ResidentsOf(op.GetComponent(0)), (Pixels{{2, 0}}));
@@ -53,12 +50,12 @@ TEST(Labelling, ResidentsInRasterOrderComponentsBySurvivingProvisionalLabel)
   EXPECT_EQ(op.GetComponent(1)->GetIndex(), 1);
 }
 
-TEST(Labelling, LabelLimitStrikesBeforeAnyRemainingPixel)
+TEST(Labelling, LabelLimitStrikesBeforeAnyRemainingPixelUnusableOnesAreRefused)
 {
   MessageCapture capture;
   // Three separate pixels issue labels 0, 1, 2; the third is issued at (4, 0).
   auto early = MaskFromText({"X.X.X", "....."});
-  IPG_CONNEXITY_PROCESSING op(early.get(), kSet);
+  IPG_CONNEXITY_PROCESSING op(early.get(), kRoiInside);
   op.SetNbCompMax(3);
   EXPECT_FALSE(op.Labelling_8Neighbors());
   EXPECT_EQ(op.GetComponents(), nullptr);
@@ -68,7 +65,7 @@ TEST(Labelling, LabelLimitStrikesBeforeAnyRemainingPixel)
 
   // Issued at the very last pixel: success.
   auto last = MaskFromText({".....", "X.X.X"});
-  IPG_CONNEXITY_PROCESSING atEnd(last.get(), kSet);
+  IPG_CONNEXITY_PROCESSING atEnd(last.get(), kRoiInside);
   atEnd.SetNbCompMax(3);
   EXPECT_TRUE(atEnd.Labelling_8Neighbors());
   EXPECT_EQ(atEnd.GetNbComponents(), 3);
@@ -77,54 +74,45 @@ TEST(Labelling, LabelLimitStrikesBeforeAnyRemainingPixel)
 
   // Provisional labels count, not components: the U issues two.
   auto u = MaskFromText({"X.X", "XXX", "..."});
-  IPG_CONNEXITY_PROCESSING twoLabels(u.get(), kSet);
+  IPG_CONNEXITY_PROCESSING twoLabels(u.get(), kRoiInside);
   twoLabels.SetNbCompMax(2);
   EXPECT_FALSE(twoLabels.Labelling_8Neighbors());
-}
 
-TEST(Labelling, UnusableLabelLimitIsRefusedAsAnAllocation)
-{
-  MessageCapture capture;
-  auto image = MaskFromText({"X"});
-  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
-  op.SetNbCompMax(-1);
-  EXPECT_FALSE(op.Labelling_8Neighbors());
-  op.SetNbCompMax(70000);
-  EXPECT_FALSE(op.Labelling_8NeighborsTwoPass());
-  EXPECT_EQ(capture.Texts, (std::vector<std::string>{"Allocation mémoire impossible", "Allocation mémoire impossible"}));
-  IPG_CONNEXITY_PROCESSING noInput(nullptr, kSet);
+  // An unusable limit is refused as an allocation.
+  MessageCapture allocation;
+  auto single = MaskFromText({"X"});
+  IPG_CONNEXITY_PROCESSING unusable(single.get(), kRoiInside);
+  unusable.SetNbCompMax(-1);
+  EXPECT_FALSE(unusable.Labelling_8Neighbors());
+  unusable.SetNbCompMax(70000);
+  EXPECT_FALSE(unusable.Labelling_8NeighborsTwoPass());
+  EXPECT_EQ(allocation.Texts, (std::vector<std::string>{"Allocation mémoire impossible", "Allocation mémoire impossible"}));
+  IPG_CONNEXITY_PROCESSING noInput(nullptr, kRoiInside);
   EXPECT_FALSE(noInput.Apply());
 }
 
-// 8-connected components by breadth-first search, each as a sorted pixel set.
+// 8-connected components by a depth-first flood, each as a sorted pixel set.
 std::set<std::set<std::pair<int, int>>> FloodComponents(const DCM_STRUCT& image, int value)
 {
   const int cols = static_cast<int>(image.GetNbOfCols()), rows = static_cast<int>(image.GetNbOfRows());
-  std::vector<char> seen(static_cast<std::size_t>(cols * rows), 0);
+  auto on = [&](int x, int y) { return x >= 0 && y >= 0 && x < cols && y < rows && image.Data->GetValue(x, y) == value; };
+  std::set<std::pair<int, int>> seen;
   std::set<std::set<std::pair<int, int>>> out;
   for (int r = 0; r < rows; ++r)
     for (int c = 0; c < cols; ++c) {
-      if (seen[r * cols + c] || image.Data->GetValue(c, r) != value)
-        continue;
       std::set<std::pair<int, int>> component;
-      std::queue<std::pair<int, int>> todo;
-      todo.push({c, r});
-      seen[r * cols + c] = 1;
-      while (!todo.empty()) {
-        auto [x, y] = todo.front();
-        todo.pop();
+      for (std::vector<std::pair<int, int>> todo{{c, r}}; !todo.empty();) {
+        const auto [x, y] = todo.back();
+        todo.pop_back();
+        if (!on(x, y) || !seen.insert({x, y}).second)
+          continue;
         component.insert({x, y});
         for (int dy = -1; dy <= 1; ++dy)
-          for (int dx = -1; dx <= 1; ++dx) {
-            const int nx = x + dx, ny = y + dy;
-            if (nx < 0 || ny < 0 || nx >= cols || ny >= rows || seen[ny * cols + nx] ||
-                image.Data->GetValue(nx, ny) != value)
-              continue;
-            seen[ny * cols + nx] = 1;
-            todo.push({nx, ny});
-          }
+          for (int dx = -1; dx <= 1; ++dx)
+            todo.push_back({x + dx, y + dy});
       }
-      out.insert(component);
+      if (!component.empty())
+        out.insert(component);
     }
   return out;
 }
@@ -138,7 +126,6 @@ TEST(Labelling, FastResolutionMatchesTheEquivalenceTableOnRandomImages)
     const double density = 0.2 + 0.05 * (trial % 10);
     std::bernoulli_distribution set(density);
     auto built = ImageOf(cols, rows, [&](unsigned, unsigned) { return set(random) ? 1 : 0; });
-    const DCM_STRUCT& image = *built;
     for (const int limit : {2000, 40}) {
       MessageCapture capture;
       IPG_CONNEXITY_PROCESSING fast(built.get(), 1), plain(built.get(), 1);
@@ -155,21 +142,10 @@ TEST(Labelling, FastResolutionMatchesTheEquivalenceTableOnRandomImages)
       std::set<std::set<std::pair<int, int>>> found;
       for (const Pixels& p : ComponentsOf(fast))
         found.insert(std::set<std::pair<int, int>>(p.begin(), p.end()));
-      ASSERT_EQ(found, FloodComponents(image, 1)) << "trial " << trial;
+      ASSERT_EQ(found, FloodComponents(*built, 1)) << "trial " << trial;
     }
   }
   EXPECT_GT(compared, 60);
-}
-
-TEST(Labelling, ResolutionFollowsTheTableOrderWhenMergesChain)
-{
-  // Provisional labels 0..3 meet as (0,1), (0,3), (1,2): the table resolution
-  // leaves label 2 as representative, not the highest label 3.
-  auto image = MaskFromText({"X.X.X.X", "X.X.X.X", "XXX.X.X", "..XXX.X", "X.....X", "XXXXXXX"});
-  IPG_CONNEXITY_PROCESSING fast(image.get(), kSet), plain(image.get(), kSet);
-  ASSERT_TRUE(fast.Labelling_8Neighbors());
-  ASSERT_TRUE(plain.Labelling_8NeighborsTwoPass());
-  EXPECT_EQ(ComponentsOf(fast), ComponentsOf(plain));
 }
 
 class KeepComponents : public ::testing::Test {
@@ -179,50 +155,46 @@ protected:
   MessageCapture Capture;
 };
 
-TEST_F(KeepComponents, LargestKeepsOnlyTheBiggest)
+TEST_F(KeepComponents, LargestKeepsOnlyTheBiggestTheValueRuleDecidesWhatErasingWrites)
 {
-  IPG_CONNEXITY_PROCESSING op(In.get(), kSet);
+  IPG_CONNEXITY_PROCESSING op(In.get(), kRoiInside);
   op.SetImaOut(&Out);
-  ASSERT_TRUE(op.Apply());
-  op.SetTools(801);
-  ASSERT_TRUE(op.Apply());
+  ASSERT_TRUE(op.Apply()); // code 800 labels
+  ASSERT_TRUE((op.SetTools(801), op.Apply()));
   EXPECT_EQ(TextFromMask(Out), (std::vector<std::string>{"XX.....", "XX.....", "X......", "......."}));
-  EXPECT_EQ(Out.Data->GetMax(), kSet);
+  EXPECT_EQ(Out.Data->GetMax(), kRoiInside);
 
   auto tie = MaskFromText({"X.X", "X.X"}); // a tie keeps the first listed
   DCM_STRUCT out(3, 2);
-  IPG_CONNEXITY_PROCESSING first(tie.get(), kSet);
+  IPG_CONNEXITY_PROCESSING first(tie.get(), kRoiInside);
   first.SetImaOut(&out);
   ASSERT_TRUE(first.Labelling_8Neighbors());
   ASSERT_TRUE(first.KeepLargestConnectedComponent());
   EXPECT_EQ(TextFromMask(out), (std::vector<std::string>{"X..", "X.."}));
-}
 
-TEST_F(KeepComponents, ValueRuleDecidesWhatErasingWrites)
-{
   // Value 0: the background components are the objects; erased ones become 16777217.
-  auto inverse = MaskFromText({"XX...X.", "......."}, 0, kSet);
-  DCM_STRUCT out(7, 2);
+  auto inverse = MaskFromText({"XX...X.", "......."}, 0, kRoiInside);
+  DCM_STRUCT small(7, 2);
   IPG_CONNEXITY_PROCESSING zero(inverse.get(), 0);
-  zero.SetImaOut(&out);
+  zero.SetImaOut(&small);
   ASSERT_TRUE(zero.Labelling_8Neighbors());
   ASSERT_TRUE(zero.KeepLargestConnectedComponent());
-  EXPECT_EQ(TextFromMask(out, 0), (std::vector<std::string>{"XX.....", "......."}));
-  EXPECT_EQ(out.Data->GetValue(5, 0), kSet);
+  EXPECT_EQ(TextFromMask(small, 0), (std::vector<std::string>{"XX.....", "......."}));
+  EXPECT_EQ(small.Data->GetValue(5, 0), kRoiInside);
 
   // Any other Value: the output stays a copy of the input.
   auto grey = MaskFromText({"XX...X.", "......."}, 5, 2);
   IPG_CONNEXITY_PROCESSING five(grey.get(), 5);
-  five.SetImaOut(&out);
+  five.SetImaOut(&small);
   ASSERT_TRUE(five.Labelling_8Neighbors());
   ASSERT_TRUE(five.KeepLargestConnectedComponent());
-  EXPECT_EQ(TextFromMask(out, 5), (std::vector<std::string>{"XX...X.", "......."}));
-  EXPECT_EQ(out.Data->GetValue(2, 0), 2);
+  EXPECT_EQ(TextFromMask(small, 5), (std::vector<std::string>{"XX...X.", "......."}));
+  EXPECT_EQ(small.Data->GetValue(2, 0), 2);
 }
 
-TEST_F(KeepComponents, NLargestSortsTheListAscending)
+TEST_F(KeepComponents, NLargestSortsTheListAscendingAndEachNeedsAListOutputAndSize)
 {
-  IPG_CONNEXITY_PROCESSING op(In.get(), kSet);
+  IPG_CONNEXITY_PROCESSING op(In.get(), kRoiInside);
   op.SetImaOut(&Out);
   ASSERT_TRUE(op.Labelling_8Neighbors());
   op.SetNrOfComponentsToKeep(2);
@@ -237,82 +209,71 @@ TEST_F(KeepComponents, NLargestSortsTheListAscending)
   op.SetNrOfComponentsToKeep(0);
   ASSERT_TRUE(op.KeepNLargestConnectedComponent());
   EXPECT_EQ(Out.Data->GetMax(), 0);
-}
 
-TEST_F(KeepComponents, NeedsAListAnOutputAndTheInputSize)
-{
-  IPG_CONNEXITY_PROCESSING op(In.get(), kSet);
-  op.SetImaOut(&Out);
+  IPG_CONNEXITY_PROCESSING unlabelled(In.get(), kRoiInside);
+  unlabelled.SetImaOut(&Out);
   for (int code = 801; code <= 807; ++code)
-    EXPECT_FALSE((op.SetTools(code), op.Apply())) << code;
+    EXPECT_FALSE((unlabelled.SetTools(code), unlabelled.Apply())) << code;
   EXPECT_TRUE(Capture.Texts.empty());
-  ASSERT_TRUE(op.Labelling_8Neighbors());
-  op.SetTools(803);
-  EXPECT_FALSE(op.Apply());
+  ASSERT_TRUE(unlabelled.Labelling_8Neighbors());
+  unlabelled.SetTools(803);
+  EXPECT_FALSE(unlabelled.Apply());
   DCM_STRUCT wrong(7, 5);
-  op.SetImaOut(&wrong);
-  EXPECT_FALSE(op.KeepLargestConnectedComponent());
-  EXPECT_FALSE(op.KeepNLargestConnectedComponent());
+  unlabelled.SetImaOut(&wrong);
+  EXPECT_FALSE(unlabelled.KeepLargestConnectedComponent());
+  EXPECT_FALSE(unlabelled.KeepNLargestConnectedComponent());
   EXPECT_EQ(Capture.Texts, (std::vector<std::string>{"Taille de l'image de sortie invalide",
                                                       "Taille de l'image de sortie invalide"}));
-  op.SetImaOut(nullptr);
-  EXPECT_FALSE(op.KeepLargestConnectedComponent());
+  unlabelled.SetImaOut(nullptr);
+  EXPECT_FALSE(unlabelled.KeepLargestConnectedComponent());
   EXPECT_EQ(Capture.Texts.size(), 2u);
 }
 
-TEST(Moments, GeometricSumIsTruncatedAfterEveryAddition)
+TEST(Moments, TruncatedGeometricSumsTinyCentralDistancesAndShapeFeatures)
 {
   auto image = MaskFromText({"...", ".X.", ".X.", ".X."});
-  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
+  IPG_CONNEXITY_PROCESSING op(image.get(), kRoiInside);
   ASSERT_TRUE(op.Labelling_8Neighbors());
   op.SetP(1);
   op.SetQ(1);
-  op.SetTools(804);
-  ASSERT_TRUE(op.Apply());
+  ASSERT_TRUE((op.SetTools(804), op.Apply()));
   EXPECT_DOUBLE_EQ(op.GetMomentGeo()[0], 6.0); // 1*1 + 1*2 + 1*3
   op.SetP(0);
   op.SetQ(-1); // 1 + 1/2 + 1/3 truncates to 1 at each step
   ASSERT_TRUE(op.ComputeGeometricMomentOfComponents());
   EXPECT_DOUBLE_EQ(op.GetMomentGeo()[0], 1.0);
-}
 
-TEST(Moments, CentralMomentsUseTinyDistancesAtTheMean)
-{
-  auto image = MaskFromText({"X..", "...", "..X"});
-  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
-  ASSERT_TRUE(op.Labelling_8Neighbors());
-  ASSERT_EQ(op.GetNbComponents(), 2);
-  op.SetP(1);
-  op.SetQ(0);
-  op.SetTools(805);
-  ASSERT_TRUE(op.Apply());
-  EXPECT_DOUBLE_EQ(op.GetMomentCent()[0], 1e-9);
-  EXPECT_DOUBLE_EQ(op.GetMomentCent()[1], 1e-9);
-  EXPECT_EQ(op.GetP(), 1);
-  EXPECT_EQ(op.GetQ(), 0);
-  EXPECT_DOUBLE_EQ(op.GetMomentGeo()[1], 1.0); // m00 is left behind
-}
+  auto dots = MaskFromText({"X..", "...", "..X"});
+  IPG_CONNEXITY_PROCESSING two(dots.get(), kRoiInside);
+  ASSERT_TRUE(two.Labelling_8Neighbors());
+  ASSERT_EQ(two.GetNbComponents(), 2);
+  two.SetP(1);
+  two.SetQ(0);
+  ASSERT_TRUE((two.SetTools(805), two.Apply()));
+  EXPECT_DOUBLE_EQ(two.GetMomentCent()[0], 1e-9);
+  EXPECT_DOUBLE_EQ(two.GetMomentCent()[1], 1e-9);
+  EXPECT_EQ(two.GetP(), 1);
+  EXPECT_EQ(two.GetQ(), 0);
+  EXPECT_DOUBLE_EQ(two.GetMomentGeo()[1], 1.0); // m00 is left behind
 
-TEST(Moments, ShapeFeaturesOfABarAndADiagonal)
-{
-  auto image = MaskFromText({"XXX..X...", "XXX...X..", ".......X."});
-  IPG_CONNEXITY_PROCESSING op(image.get(), kSet);
-  ASSERT_TRUE(op.Labelling_8Neighbors());
-  ASSERT_EQ(op.GetNbComponents(), 2);
-  op.SetTools(806);
-  ASSERT_TRUE(op.Apply());
-  ASSERT_NE(op.GetShapeFeat(), nullptr);
-  ASSERT_EQ(op.GetShapeFeat()->Count(), 2);
-  const double* orientation = static_cast<double*>(op.GetShapeFeat()->Get(0));
-  const double* elongation = static_cast<double*>(op.GetShapeFeat()->Get(1));
+  auto shapes = MaskFromText({"XXX..X...", "XXX...X..", ".......X."});
+  IPG_CONNEXITY_PROCESSING features(shapes.get(), kRoiInside);
+  ASSERT_TRUE(features.Labelling_8Neighbors());
+  ASSERT_EQ(features.GetNbComponents(), 2);
+  features.SetTools(806);
+  ASSERT_TRUE(features.Apply());
+  ASSERT_NE(features.GetShapeFeat(), nullptr);
+  ASSERT_EQ(features.GetShapeFeat()->Count(), 2);
+  const double* orientation = static_cast<double*>(features.GetShapeFeat()->Get(0));
+  const double* elongation = static_cast<double*>(features.GetShapeFeat()->Get(1));
   // 3 x 2 block: mu20 = 4, mu02 = 1.5, mu11 ~ 0.
   EXPECT_NEAR(orientation[0], 0.0, 1e-12);
   EXPECT_NEAR(elongation[0], 6.25 / 30.25, 1e-12);
   // Diagonal: mu20 = mu02, so the squared difference is 0 and the angle pi/4.
   EXPECT_NEAR(orientation[1], std::atan(1.0), 1e-12);
   EXPECT_NEAR(elongation[1], 1.0, 1e-12);
-  EXPECT_EQ(op.GetP(), 1);
-  EXPECT_EQ(op.GetQ(), 1);
+  EXPECT_EQ(features.GetP(), 1);
+  EXPECT_EQ(features.GetQ(), 1);
 }
 
 } // namespace

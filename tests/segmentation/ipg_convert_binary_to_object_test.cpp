@@ -8,7 +8,7 @@
 
 namespace {
 
-TEST(ConvertBinaryToObject, KeepsTheLargestComponentsAsContours)
+TEST(ConvertBinaryToObject, KeepsTheLargestComponentsAsContoursAtLeastOne)
 {
   auto mask = MaskFromText({"XXX...X",
                             "XXX....",
@@ -33,18 +33,16 @@ TEST(ConvertBinaryToObject, KeepsTheLargestComponentsAsContours)
   EXPECT_EQ(out.Data->GetMax(), 0); // pixels untouched
   std::unique_ptr<DCM_STRUCT> back(list->GetBinaryImage("lesion"));
   EXPECT_EQ(TextFromMask(*back), (std::vector<std::string>{"XXX....", "XXX....", "XXX.XX.", "....XX."}));
-}
 
-TEST(ConvertBinaryToObject, NonPositiveCountKeepsOneAndEmptyMasksGiveNothing)
-{
-  auto mask = MaskFromText({"X.XX"});
-  DCM_STRUCT out(4, 1);
-  IPG_CONVERT_BINARY_TO_OBJECT op(mask.get(), nullptr);
-  op.SetImaOut(&out);
-  op.SetNumberOfContour(0);
-  ASSERT_TRUE(op.Apply());
-  ASSERT_EQ(out.GetObjectsList()->GetNbObjects(), 1);
-  EXPECT_EQ(out.GetObjectsList()->GetObject(0)->GetPoint(0).GetX(), 2.0);
+  // A count below 1 keeps one; an empty mask gives nothing.
+  auto pair = MaskFromText({"X.XX"});
+  DCM_STRUCT pairOut(4, 1);
+  IPG_CONVERT_BINARY_TO_OBJECT one(pair.get(), nullptr);
+  one.SetImaOut(&pairOut);
+  one.SetNumberOfContour(0);
+  ASSERT_TRUE(one.Apply());
+  ASSERT_EQ(pairOut.GetObjectsList()->GetNbObjects(), 1);
+  EXPECT_EQ(pairOut.GetObjectsList()->GetObject(0)->GetPoint(0).GetX(), 2.0);
 
   auto empty = MaskFromText({"...."});
   DCM_STRUCT none(4, 1);

@@ -13,7 +13,8 @@
 
 namespace {
 
-constexpr int kSet = 16777217;
+constexpr int O = kRoiInside;
+using Grid = std::vector<std::vector<int>>;
 
 // 5 x 4 input whose pixel (c, r) holds 10 * r + c + 1.
 std::unique_ptr<DCM_STRUCT> Ramp()
@@ -21,9 +22,9 @@ std::unique_ptr<DCM_STRUCT> Ramp()
   return ImageOf(5, 4, [](unsigned c, unsigned r) { return static_cast<int>(10 * r + c + 1); });
 }
 
-std::vector<std::vector<int>> Pixels(const DCM_STRUCT& image)
+Grid Pixels(const DCM_STRUCT& image)
 {
-  std::vector<std::vector<int>> out(image.GetNbOfRows());
+  Grid out(image.GetNbOfRows());
   for (unsigned r = 0; r < image.GetNbOfRows(); ++r)
     for (unsigned c = 0; c < image.GetNbOfCols(); ++c)
       out[r].push_back(image.Data->GetValue(c, r));
@@ -37,41 +38,34 @@ void SetBox(IPG_ROI& op, int x0, int y0, int x1, int y1)
   op.SetLRCorner(&lr);
 }
 
-constexpr int O = kSet;
-
 TEST(Roi, DefaultsCopyTheInputInsideTheBox)
 {
   auto in = Ramp();
   DCM_STRUCT out(5, 4);
   IPG_ROI op(in.get(), nullptr, &out);
   EXPECT_EQ(op.GetTools(), 1000);
-  EXPECT_EQ(op.GetOutValueColor(), kSet);
+  EXPECT_EQ(op.GetOutValueColor(), kRoiInside);
   EXPECT_EQ(op.GetInValueColor(), -1);
   SetBox(op, 1, 1, 3, 2);
   ASSERT_TRUE(op.Apply());
-  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
-                             {O, O, O, O, O}, {O, 12, 13, 14, O}, {O, 22, 23, 24, O}, {O, O, O, O, O}}));
+  EXPECT_EQ(Pixels(out), (Grid{{O, O, O, O, O}, {O, 12, 13, 14, O}, {O, 22, 23, 24, O}, {O, O, O, O, O}}));
   EXPECT_EQ(out.Data->GetMin(), 12);
-  EXPECT_EQ(out.Data->GetMax(), kSet);
-  EXPECT_EQ(out.Data->GetDynMax(), static_cast<unsigned>(kSet - 12 + 1));
+  EXPECT_EQ(out.Data->GetMax(), kRoiInside);
+  EXPECT_EQ(out.Data->GetDynMax(), static_cast<unsigned>(kRoiInside - 12 + 1));
   EXPECT_EQ(out.Data->GetRoiCol(), 1u);
   EXPECT_EQ(out.Data->GetRoiRow(), 1u);
-}
 
-TEST(Roi, ZeroIsAColourAndCornersAreInclusive)
-{
-  auto in = Ramp();
-  DCM_STRUCT out(5, 4);
-  IPG_ROI op(in.get(), nullptr, &out);
-  op.SetInValueColor(0);
+  op.SetInValueColor(0); // zero is a colour; corners are inclusive
   op.SetOutValueColor(9);
   SetBox(op, 2, 1, 2, 1);
   ASSERT_TRUE(op.MakeRoi());
-  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
-                             {9, 9, 9, 9, 9}, {9, 9, 0, 9, 9}, {9, 9, 9, 9, 9}, {9, 9, 9, 9, 9}}));
+  EXPECT_EQ(Pixels(out), (Grid{{9, 9, 9, 9, 9}, {9, 9, 0, 9, 9}, {9, 9, 9, 9, 9}, {9, 9, 9, 9, 9}}));
+  SetBox(op, -3, 2, 70000, 65535); // clipped to the image
+  ASSERT_TRUE(op.MakeRoi());
+  EXPECT_EQ(Pixels(out), (Grid{{9, 9, 9, 9, 9}, {9, 9, 9, 9, 9}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}}));
 }
 
-TEST(Roi, ResizeCropsAndMovesTheHeader)
+TEST(Roi, ResizeCropsAndMovesTheHeaderAndDropsWhatDoesNotFit)
 {
   auto in = Ramp();
   DCM_HEADER header = in->GetHeader();
@@ -84,69 +78,20 @@ TEST(Roi, ResizeCropsAndMovesTheHeader)
   op.SetResize(true);
   SetBox(op, 3, 1, 4, 3);
   ASSERT_TRUE(op.MakeRoi());
-  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{{14, 15}, {24, 25}, {34, 35}}));
+  EXPECT_EQ(Pixels(out), (Grid{{14, 15}, {24, 25}, {34, 35}}));
   const MTH_3D_DOUBLE position = out.GetImagePosition();
   EXPECT_DOUBLE_EQ(position.GetX(), 100.0 + 3 * 0.5);
   EXPECT_DOUBLE_EQ(position.GetY(), 1 * 2.0);
   EXPECT_EQ(out.GetHeader().Columns, 2);
   EXPECT_EQ(out.GetHeader().Rows, 3);
   EXPECT_DOUBLE_EQ(out.GetHeader().PixelSpacing[1], 0.5);
-}
 
-TEST(Roi, CircleIsWrittenFromTheTopLeftEvenWithoutResize)
-{
-  auto in = Ramp();
-  DCM_STRUCT out(5, 4);
-  IPG_ROI op(in.get(), nullptr, &out);
-  op.SetROIType(IPG_ROI::kCircle);
-  MTH_2D_INTEGER centre(3, 2);
-  op.SetCentre(&centre);
-  op.SetRadius(1);
-  op.SetOutValueColor(0);
-  SetBox(op, 2, 1, 4, 3);
-  ASSERT_TRUE(op.MakeRoi());
-  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
-                             {0, 14, 0, 0, 0}, {23, 24, 25, 0, 0}, {0, 34, 0, 0, 0}, {0, 0, 0, 0, 0}}));
-
-  op.SetRadius(0); // only the centre
-  ASSERT_TRUE(op.MakeRoi());
-  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
-                             {0, 0, 0, 0, 0}, {0, 24, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}}));
-}
-
-TEST(Roi, MaskSelectsItsNonZeroPixels)
-{
-  auto in = Ramp();
-  auto mask = MaskFromText({"X....", ".X...", "..X..", "....."}, 1, 0);
-  DCM_STRUCT out(5, 4);
-  IPG_ROI op(in.get(), mask.get(), &out);
-  op.SetROIType(IPG_ROI::kMask);
-  op.SetInValueColor(7);
-  op.SetOutValueColor(0);
-  SetBox(op, 0, 0, 4, 3);
-  ASSERT_TRUE(op.MakeRoi());
-  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
-                             {7, 0, 0, 0, 0}, {0, 7, 0, 0, 0}, {0, 0, 7, 0, 0}, {0, 0, 0, 0, 0}}));
-}
-
-TEST(Roi, BoxesReachingOutsideAreClipped)
-{
-  auto in = Ramp();
-  DCM_STRUCT out(5, 4);
-  IPG_ROI op(in.get(), nullptr, &out);
-  op.SetInValueColor(1);
-  op.SetOutValueColor(0);
-  SetBox(op, -3, 2, 70000, 65535);
-  ASSERT_TRUE(op.MakeRoi());
-  EXPECT_EQ(Pixels(out), (std::vector<std::vector<int>>{
-                             {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {1, 1, 1, 1, 1}, {1, 1, 1, 1, 1}}));
-  // Cropping into a smaller output drops what does not fit.
   DCM_STRUCT small(2, 2);
   op.SetImaOut(&small);
-  op.SetResize(true);
+  op.SetInValueColor(1);
   SetBox(op, 1, 1, 4, 3);
   ASSERT_TRUE(op.MakeRoi());
-  EXPECT_EQ(Pixels(small), (std::vector<std::vector<int>>{{1, 1}, {1, 1}}));
+  EXPECT_EQ(Pixels(small), (Grid{{1, 1}, {1, 1}}));
 }
 
 TEST(Roi, MessagesForBadCodesTypesAndOutput)
@@ -157,15 +102,14 @@ TEST(Roi, MessagesForBadCodesTypesAndOutput)
   IPG_ROI op(in.get());
   EXPECT_FALSE(op.MakeRoi());
   op.SetImaOut(&out);
-  op.SetTools(999);
-  EXPECT_FALSE(op.Apply());
+  EXPECT_FALSE((op.SetTools(999), op.Apply()));
   op.SetTools(1000);
   op.SetInValueColor(3);
   SetBox(op, 0, 0, 4, 3);
   op.SetROIType(1);
   EXPECT_TRUE(op.Apply());
-  EXPECT_EQ(out.Data->GetMax(), kSet);
-  EXPECT_EQ(out.Data->GetMin(), kSet);
+  EXPECT_EQ(out.Data->GetMax(), kRoiInside);
+  EXPECT_EQ(out.Data->GetMin(), kRoiInside);
   op.SetROIType(7);
   EXPECT_TRUE(op.Apply());
   EXPECT_EQ(capture.Texts, (std::vector<std::string>{"image de sortie non allouée",
@@ -184,9 +128,10 @@ TEST(Roi, MessagesForBadCodesTypesAndOutput)
 
 } // namespace
 
-// The banded walk against the per-pixel reading it replaced, for every type,
-// with and without Resize, a box reaching past the input, precisions 10 in and
-// 4 out, at 1, 2 and 7 threads (the image is large enough for several bands).
+// The banded walk against the per-pixel reading, for every type (a circle is
+// written from the box's corner even without Resize; a mask selects its
+// non-zero pixels), with and without Resize, a box reaching past the input,
+// precisions 10 in and 4 out, at 1, 2 and 7 threads (several bands).
 TEST(Roi, EveryTypeMatchesThePixelByPixelReading)
 {
   constexpr unsigned kCols = 700, kRows = 400;
