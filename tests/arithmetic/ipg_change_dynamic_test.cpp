@@ -20,7 +20,7 @@ int Redyn1000(int v) { return static_cast<int>(std::floor(v / 1000.0L * 4095 + 0
 
 } // namespace
 
-TEST(IpgChangeDynamic, CopyTakesImagesCodeAndTruncatedLimits)
+TEST(IpgChangeDynamic, CopyCutAndAbsoluteValue)
 {
   auto in = ImageOf(2, 1, {0, 0});
   in->Data->SetPrecision(10);
@@ -46,45 +46,41 @@ TEST(IpgChangeDynamic, CopyTakesImagesCodeAndTruncatedLimits)
   EXPECT_EQ(PixelsOf(out), (V{205, 100}));
   ASSERT_TRUE(copy.Apply());
   EXPECT_EQ(PixelsOf(out), (V{0, 100})) << "the copy cuts at 20, not 20.5";
-}
 
-TEST(IpgChangeDynamic, CutKeepsTheClosedWindowAndMarks)
-{
-  auto in = ImageOf(5, 1, {9, 10, 20, 21, kMark});
-  DCM_STRUCT out(5, 1);
-  IPG_CHANGE_DYNAMIC op(in.get(), &out);
-  op.SetTools(300);
-  op.SetLimitInf(10.0f);
-  op.SetLimitSup(20.0f);
-  ASSERT_TRUE(op.Apply());
-  EXPECT_EQ(PixelsOf(out), (V{0, 10, 20, 0, kMark}));
-  EXPECT_EQ(out.Data->GetMin(), 0);
-  EXPECT_EQ(out.Data->GetMax(), kMark);
-}
+  // The cut keeps the closed window and marks.
+  auto window = ImageOf(5, 1, {9, 10, 20, 21, kMark});
+  DCM_STRUCT cut(5, 1);
+  IPG_CHANGE_DYNAMIC cutting(window.get(), &cut);
+  cutting.SetTools(300);
+  cutting.SetLimitInf(10.0f);
+  cutting.SetLimitSup(20.0f);
+  ASSERT_TRUE(cutting.Apply());
+  EXPECT_EQ(PixelsOf(cut), (V{0, 10, 20, 0, kMark}));
+  EXPECT_EQ(cut.Data->GetMin(), 0);
+  EXPECT_EQ(cut.Data->GetMax(), kMark);
 
-TEST(IpgChangeDynamic, AnyNonZeroRoiValueSelectsAPixel)
-{
-  auto in = ImageOf(3, 1, {-5, -6, -7});
-  auto roi = ImageOf(3, 1, {1, 0, kMark});
-  DCM_STRUCT out(3, 1);
-  IPG_CHANGE_DYNAMIC op(in.get(), &out);
-  op.SetRoi(roi.get());
-  op.SetTools(303);
-  ASSERT_TRUE(op.Apply());
-  EXPECT_EQ(PixelsOf(out), (V{5, 0, 7}));
+  // Any non-zero ROI value selects a pixel.
+  auto negative = ImageOf(3, 1, {-5, -6, -7});
+  auto anyMark = ImageOf(3, 1, {1, 0, kMark});
+  DCM_STRUCT absolute(3, 1);
+  IPG_CHANGE_DYNAMIC inRoi(negative.get(), &absolute);
+  inRoi.SetRoi(anyMark.get());
+  inRoi.SetTools(303);
+  ASSERT_TRUE(inRoi.Apply());
+  EXPECT_EQ(PixelsOf(absolute), (V{5, 0, 7}));
   // Called directly, outside pixels keep what the output held.
-  out.Data->Init(42.0);
-  ASSERT_TRUE(op.GetAbsoluteImage());
-  EXPECT_EQ(PixelsOf(out), (V{5, 42, 7}));
+  absolute.Data->Init(42.0);
+  ASSERT_TRUE(inRoi.GetAbsoluteImage());
+  EXPECT_EQ(PixelsOf(absolute), (V{5, 42, 7}));
 
   auto marked = ImageOf(4, 1, {-5, 5, 16777218, kMark}); // marks are copied
   DCM_STRUCT copied(4, 1);
-  IPG_CHANGE_DYNAMIC absolute(marked.get(), &copied);
-  ASSERT_TRUE((absolute.SetTools(303), absolute.Apply()));
+  IPG_CHANGE_DYNAMIC marks(marked.get(), &copied);
+  ASSERT_TRUE((marks.SetTools(303), marks.Apply()));
   EXPECT_EQ(PixelsOf(copied), (V{5, 5, 16777218, kMark}));
 }
 
-TEST(IpgChangeDynamic, RedynMapsTheStoredRangeOntoTheLimits)
+TEST(IpgChangeDynamic, RedynMapsTheStoredRangeOntoTheLimitsTabledOrNot)
 {
   auto in = ImageOf(4, 1, {0, 500, 1000, kMark});
   in->Data->SetMax(1000);
@@ -92,10 +88,23 @@ TEST(IpgChangeDynamic, RedynMapsTheStoredRangeOntoTheLimits)
   IPG_CHANGE_DYNAMIC op(in.get(), &out);
   ASSERT_TRUE(op.Apply());
   EXPECT_EQ(PixelsOf(out), (V{0, 2048, 4095, 0})) << "2047.5 rounds up; marks stay unwritten";
-}
 
-TEST(IpgChangeDynamic, RedynTableGivesTheSamePixelsAsTheDirectFormula)
-{
+  auto tenths = ImageOf(4, 1, {10, 20, 20, 10});
+  tenths->Data->SetPrecision(10);
+  op.SetImaIn(tenths.get());
+  op.SetLimitInf(1.0f);
+  op.SetLimitSup(3.0f);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{10, 30, 30, 10}));
+  EXPECT_EQ(out.Data->GetPrecision(), 10);
+
+  auto flat = ImageOf(4, 1, {5, 5, 5, 5});
+  op.SetImaIn(flat.get());
+  op.SetLimitInf(7.0f);
+  op.SetLimitSup(100.0f);
+  ASSERT_TRUE(op.Apply());
+  EXPECT_EQ(PixelsOf(out), (V{7, 7, 7, 7})) << "equal extremes map every pixel to the lower limit";
+
   // 2500 pixels over a range of 1000: tabulated; 4 pixels: computed one by one.
   V many, few{0, 333, 777, 1000};
   for (int k = 0; k < 2500; ++k)
@@ -103,50 +112,18 @@ TEST(IpgChangeDynamic, RedynTableGivesTheSamePixelsAsTheDirectFormula)
   for (const V& pixels : {many, few}) {
     const auto cols = static_cast<unsigned>(pixels.size() / (pixels.size() == 2500 ? 50 : 1));
     const auto rows = static_cast<unsigned>(pixels.size() / cols);
-    auto in = ImageOf(cols, rows, pixels);
-    ASSERT_EQ(in->Data->GetMax(), 1000);
-    DCM_STRUCT out(cols, rows);
-    IPG_CHANGE_DYNAMIC op(in.get(), &out);
-    ASSERT_TRUE(op.Apply());
-    const V got = PixelsOf(out);
+    auto tabled = ImageOf(cols, rows, pixels);
+    ASSERT_EQ(tabled->Data->GetMax(), 1000);
+    DCM_STRUCT tabledOut(cols, rows);
+    IPG_CHANGE_DYNAMIC tabledOp(tabled.get(), &tabledOut);
+    ASSERT_TRUE(tabledOp.Apply());
+    const V got = PixelsOf(tabledOut);
     for (std::size_t k = 0; k < pixels.size(); ++k)
       ASSERT_EQ(got[k], Redyn1000(pixels[k])) << "value " << pixels[k];
   }
 }
 
-TEST(IpgChangeDynamic, RedynUsesThePrecisionAndHandlesEqualExtremes)
-{
-  auto in = ImageOf(2, 1, {10, 20});
-  in->Data->SetPrecision(10);
-  DCM_STRUCT out(2, 1);
-  IPG_CHANGE_DYNAMIC op(in.get(), &out);
-  op.SetLimitInf(1.0f);
-  op.SetLimitSup(3.0f);
-  ASSERT_TRUE(op.Apply());
-  EXPECT_EQ(PixelsOf(out), (V{10, 30}));
-  EXPECT_EQ(out.Data->GetPrecision(), 10);
-
-  auto flat = ImageOf(2, 1, {5, 5});
-  op.SetImaIn(flat.get());
-  op.SetLimitInf(7.0f);
-  op.SetLimitSup(100.0f);
-  ASSERT_TRUE(op.Apply());
-  EXPECT_EQ(PixelsOf(out), (V{7, 7})) << "equal extremes map every pixel to the lower limit";
-}
-
-TEST(IpgChangeDynamic, UnknownCodeZeroesInputAndOutput)
-{
-  auto in = ImageOf(2, 2, {1, 2, 3, 4});
-  DCM_STRUCT out(2, 2);
-  out.Data->Init(9.0);
-  IPG_CHANGE_DYNAMIC op(in.get(), &out);
-  op.SetTools(302);
-  EXPECT_TRUE(op.Apply());
-  EXPECT_EQ(PixelsOf(*in), (V{0, 0, 0, 0}));
-  EXPECT_EQ(PixelsOf(out), (V{0, 0, 0, 0}));
-}
-
-TEST(IpgChangeDynamic, SizeAndOutputChecks)
+TEST(IpgChangeDynamic, SizeAndOutputChecksAndUnknownCodes)
 {
   MessageCapture capture;
   auto in = ImageOf(4, 4, V(16, 3));
@@ -165,4 +142,14 @@ TEST(IpgChangeDynamic, SizeAndOutputChecks)
   expected.push_back("Les images n'ont pas les mêmes dimensions : IPG_FILTER_PROCESSING::Apply()");
   EXPECT_EQ(capture.Texts, expected);
   EXPECT_EQ(capture.Captions[3], "Information");
+
+  // An unknown code zeroes the input and the output.
+  auto ramp = ImageOf(2, 2, {1, 2, 3, 4});
+  DCM_STRUCT cleared(2, 2);
+  cleared.Data->Init(9.0);
+  IPG_CHANGE_DYNAMIC unknown(ramp.get(), &cleared);
+  unknown.SetTools(302);
+  EXPECT_TRUE(unknown.Apply());
+  EXPECT_EQ(PixelsOf(*ramp), (V{0, 0, 0, 0}));
+  EXPECT_EQ(PixelsOf(cleared), (V{0, 0, 0, 0}));
 }
