@@ -5,14 +5,7 @@
 #include <string>
 #include <vector>
 
-TEST(MessageSeam, DefaultHandlerWritesInformationOnStandardError)
-{
-  testing::internal::CaptureStderr();
-  ShowInformationMessage("Division par Z\xC3\xA9ro", kIpgOkButton, "Information");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Information: Division par Z\xC3\xA9ro\n");
-}
-
-TEST(MessageSeam, InstalledHandlerReceivesTextAndCaptionAndCanBeRestored)
+TEST(MessageSeam, InstalledHandlerGetsTextAndCaptionTheDefaultWritesOnStandardError)
 {
   std::vector<std::string> seen;
   Ipg_MessageHandler previous =
@@ -27,4 +20,8 @@ TEST(MessageSeam, InstalledHandlerReceivesTextAndCaptionAndCanBeRestored)
   testing::internal::CaptureStderr();
   Ipg_Inform("x");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "Information: x\n");
+
+  testing::internal::CaptureStderr();
+  ShowInformationMessage("Division par Z\xC3\xA9ro", kIpgOkButton, "Information");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "Information: Division par Z\xC3\xA9ro\n");
 }
