@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Quick start: `make demo` and `make test`. Both install what is missing first.
 BUILD      ?= build
 ASAN_BUILD ?= build-asan

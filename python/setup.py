@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """pip install ./python: builds the package ipg with the project's CMake.
 
 Offline, with Debian's packages (python3-pip, pybind11-dev, python3-numpy and

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The Fourier tests once more on the FFT backend that the library was not built
 # with, so that both stay correct whichever one a build ships. Cheapest form:
 # only mth_fft.cpp and the two Fourier operators are compiled a second time,

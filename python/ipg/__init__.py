@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """IPG: image-processing operators for 2-D medical images.
 
     import ipg, numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """A few operators as plain functions: an array (or ipg.Image) in, an array out.
 
 Outputs are numpy views of the operator's output image, in the input's units:

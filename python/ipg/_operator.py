@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Operator classes of the library, made at import from the class tables.
 
 Each class that the library declares (its operation codes, parameters and

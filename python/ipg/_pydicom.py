@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ipg.Image from a pydicom Dataset; pydicom itself is only needed for palettes."""
 
 import numpy as np

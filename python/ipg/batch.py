@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ipg.batch: a saved pipeline over many DICOM files, here or on a cluster.
 
     from dask.distributed import Client, LocalCluster

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "py_image_binding.h"
 
 #include "cli/cli_io.h"

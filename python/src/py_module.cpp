@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // ipg._ipg: the compiled half of the Python package ipg. The package's
 // __init__.py builds the public interface on it.
 #include "py_batch_binding.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "py_operator_binding.h"
 
 #include "py_library_call.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/arithmetic/ipg_arithmetic1.h"
 #include "support/images.h"
 #include "support/message_capture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/arithmetic/ipg_change_dynamic.h"
 
 #include "support/images.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dcm/dcm_struct.h"
 #include "support/images.h"
 

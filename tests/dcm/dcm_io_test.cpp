@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Reading DICOM files: hostile input (damaged, forged and mutated files are
 // refused with a reason, never crash, allocate without bound or hang), real
 // third-party files, and writing files and PNG previews.

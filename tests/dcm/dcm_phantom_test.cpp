@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The synthetic ultrasound phantom: regions, speckle statistics, reproducibility.
 #include "dcm/dcm_phantom.h"
 #include "support/images.h"

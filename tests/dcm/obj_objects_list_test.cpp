@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dcm/obj_objects_list.h"
 #include "support/images.h"
 

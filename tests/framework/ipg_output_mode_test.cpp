@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 #include "ipg/framework/ipg_two_inputs_one_output.h"

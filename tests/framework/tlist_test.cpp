@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/framework/tlinked_list.h"
 #include "ipg/framework/tlist.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/measurement/ipg_classification_processing.h"
 
 #include "support/images.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/measurement/ipg_holder.h"
 #include "ipg/internal/ipg_holder_fast_measures.h"
 

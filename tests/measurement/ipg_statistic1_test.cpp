@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/measurement/ipg_statistic1.h"
 
 #include "dcm/obj_objects_list.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Shared fixtures: the package from the build tree (PYTHONPATH, set by CTest),
 a phantom image, and the `ipg` program of the same build."""
 

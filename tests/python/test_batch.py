@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ipg.batch.run: the same outputs, report and table as `ipg batch`, in this
 process and on a local dask cluster of two worker processes."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The functional layer against values computed here from their definitions."""
 
 import numpy as np

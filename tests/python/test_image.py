@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ipg.Image: copies in, zero-copy views out, files, pydicom datasets."""
 
 import gc

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Every operator class from its table: settings, runs, messages, progress."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The example of the README's Python section runs as written."""
 
 import os

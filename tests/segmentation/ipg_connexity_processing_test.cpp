@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/segmentation/ipg_connexity_processing.h"
 
 #include "support/images.h"

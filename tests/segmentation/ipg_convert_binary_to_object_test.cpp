@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/segmentation/ipg_convert_binary_to_object.h"
 
 #include "dcm/obj_objects_list.h"

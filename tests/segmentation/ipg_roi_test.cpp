@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/segmentation/ipg_roi.h"
 
 #include "dcm/dcm_struct.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/ui/ipg_message.h"
 
 #include <gtest/gtest.h>

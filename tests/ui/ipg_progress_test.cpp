@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "ipg/ui/ipg_progress.h"
 #include "support/progress_capture.h"
 

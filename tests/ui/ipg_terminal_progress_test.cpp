@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The terminal progress bar: drawing, throttling and erasing.
 #include "ipg/ui/ipg_terminal_progress.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The isolation wall: whatever a job does to its own process, the caller lives
 // on and gets a reason.
 #include "dcm/internal/isolated_call.h"
