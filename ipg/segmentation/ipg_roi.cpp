@@ -153,9 +153,11 @@ bool IPG_ROI::MakeRoi()
     int* target = out->GetIDataAddress();
     const int* source = in->GetIDataAddress();
     const std::size_t inStride = in->GetNbOfCols();
+    // Both bounds are clipped to the input, but a box may lie wholly past it.
     const unsigned rowCount = lastRow >= firstRow ? static_cast<unsigned>(lastRow - firstRow + 1) : 0;
+    const std::size_t colCount = lastCol >= firstCol ? static_cast<std::size_t>(lastCol - firstCol + 1) : 0;
     // Every input pixel has its own output position, so rows go to parallel bands.
-    Ipg_RunBands(Ipg_SplitRows(rowCount, static_cast<std::size_t>(std::max(0, lastCol - firstCol + 1))),
+    Ipg_RunBands(Ipg_SplitRows(rowCount, colCount),
                  [&](unsigned, unsigned begin, unsigned end) {
       for (int row = firstRow + static_cast<int>(begin); row < firstRow + static_cast<int>(end); ++row) {
         // Wide arithmetic: a corner may be any int; a pixel landing off the
