@@ -2,6 +2,7 @@
 #include "cli/cli_batch_pool.h"
 
 #include "cli/cli_interrupt.h"
+#include "cli/cli_io.h"
 
 #include <cerrno>
 #include <csignal>
@@ -23,20 +24,6 @@ struct Running {
   std::string output;
 };
 
-bool WriteAll(int fd, const std::string& text)
-{
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n <= 0)
-      return false;
-    done += static_cast<std::size_t>(n);
-  }
-  return true;
-}
-
 [[noreturn]] void RunChild(const CliPoolTasks& tasks, std::size_t task, int fd, pid_t parent)
 {
   // A batch killed outright takes its workers with it.
@@ -45,7 +32,7 @@ bool WriteAll(int fd, const std::string& text)
     _exit(1);
   int status = 0;
   try {
-    status = WriteAll(fd, tasks.work(task)) ? 0 : 1;
+    status = Cli_WriteAll(fd, tasks.work(task)) ? 0 : 1;
   } catch (const CliInterruptedError&) {
     status = kCliChildInterrupted;
   } catch (...) {

@@ -15,21 +15,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Writes all of text to fd, however the system splits it.
-bool WriteAll(int fd, const std::string& text)
-{
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n <= 0)
-      return false;
-    done += static_cast<std::size_t>(n);
-  }
-  return true;
-}
-
 std::string CsvCell(const std::string& text)
 {
   if (text.find_first_of(",\"\r\n") == std::string::npos)
@@ -117,7 +102,7 @@ CliReportWriter::~CliReportWriter()
 
 void CliReportWriter::Append(const CliFileRecord& record)
 {
-  if (!WriteAll(Fd, Cli_RecordToJson(record).Dump(-1) + "\n"))
+  if (!Cli_WriteAll(Fd, Cli_RecordToJson(record).Dump(-1) + "\n"))
     throw CliFileError("cannot write the report " + Path + ": " + std::strerror(errno));
 }
 

@@ -8,6 +8,8 @@
 #include "ipg/framework/ipg_output_mode.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <unistd.h>
 
 std::unique_ptr<DCM_STRUCT> Cli_ReadImage(const std::string& path, unsigned frame)
 {
@@ -76,4 +78,18 @@ CliInputImages Cli_ReadInputs(const std::string& inPath, const CliArgs& args)
     Cli_NormaliseRoi(*inputs.roi);
   }
   return inputs;
+}
+
+bool Cli_WriteAll(int fd, const std::string& text)
+{
+  std::size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
+    if (n < 0 && errno == EINTR)
+      continue;
+    if (n <= 0)
+      return false;
+    done += static_cast<std::size_t>(n);
+  }
+  return true;
 }

@@ -19,6 +19,8 @@ std::unique_ptr<DCM_STRUCT> Cli_ReadImage(const std::string& path, unsigned fram
 void Cli_WriteImage(const DCM_STRUCT& image, const std::string& path);
 // An 8-bit preview whose window spans the image's pixel extremes.
 void Cli_WritePng(const DCM_STRUCT& image, const std::string& path);
+// Writes all of text to the descriptor fd, however the system splits it; false on an error.
+bool Cli_WriteAll(int fd, const std::string& text);
 
 // "out.dcm" with label "mask" gives "out-mask.dcm": where an extra output goes.
 std::string Cli_DerivedPath(const std::string& path, const std::string& label);
