@@ -26,11 +26,20 @@ bool Ipg_BoxCountingDimension(const Ipg_ScalingGrid& grid, const std::string& wh
 
 // Differential box counting (Sarkar & Chaudhuri, "An efficient differential
 // box-counting approach to compute fractal dimension of image", IEEE Trans.
-// SMC 24(1), 1994): grey levels g - gmin of the seen pixels, G = gmax - gmin + 1
-// levels, M = the image's smaller side. A grid cell of side s is topped by
-// boxes of height h = G s / M; it needs n = floor(max / h) - floor(min / h) + 1
-// of them over its seen pixels (cells without one are left out). N(s) = the sum
-// of n, and the dimension is the slope of ln N(s) against ln(1/s).
+// SMC 24(1), 1994), with two later corrections of its underestimate:
+// grey levels g of the seen pixels, G = gmax - gmin + 1 levels, M = the image's
+// smaller side. A grid cell of side s is topped by boxes of height h = G s / M.
+// - The cell reads s + 1 pixels a side, sharing its last row and column with
+//   its neighbours, so that the surface between two cells is covered (Yan, Sun,
+//   Cai & Hu, "An improved box-counting method to estimate fractal dimension
+//   of images", J. Appl. Anal. Comput. 6(4), 2016).
+// - It needs n = ceil((max - min + 1) / h) boxes over its seen pixels, 1 when
+//   they are all equal (Li, Du & Sun, "An improved box-counting method for
+//   image fractal dimension estimation", Pattern Recognition 42(11), 2009);
+//   cells without one are left out.
+// N(s) = the sum of n over the box sides of the grid (2 up to the largest
+// side asked for), and the dimension is the slope of ln N(s) against ln(1/s).
+// A flat image gives 2.
 bool Ipg_DifferentialBoxCountingDimension(const Ipg_ScalingGrid& grid, const std::string& where,
                                           Ipg_ScalingFit& fit);
 
