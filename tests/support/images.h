@@ -121,22 +121,32 @@ inline std::unique_ptr<DCM_STRUCT> RandomDots(unsigned side, double density, uns
 }
 
 // Fractional Brownian surface of Hurst exponent h by spectral synthesis
-// (Saupe, in "The Science of Fractal Images", 1988): amplitudes |f|^-(h + 1),
-// random phases, inverse transform; grey levels 0..4095. Surface dimension 3 - h.
+// (Saupe, in "The Science of Fractal Images", 1988): power |f|^-(2h + 2), that
+// is Gaussian amplitudes times |f|^-(h + 1) with random phases, set on one half
+// of the plane and mirrored as complex conjugates so that the inverse transform
+// is real; grey levels 0..4095. Surface dimension 3 - h.
 inline std::unique_ptr<DCM_STRUCT> FbmSurface(int side, double h, unsigned seed)
 {
   std::mt19937 generator(seed);
-  std::vector<MTH_COMPLEX> store(static_cast<std::size_t>(side) * side);
+  std::normal_distribution<double> gauss(0.0, 1.0);
+  std::uniform_real_distribution<double> turn(0.0, 2.0 * std::acos(-1.0));
+  std::vector<MTH_COMPLEX> store(static_cast<std::size_t>(side) * side, MTH_COMPLEX{0.0, 0.0});
   std::vector<MTH_COMPLEX*> columns(side);
   for (int c = 0; c < side; ++c)
     columns[c] = store.data() + static_cast<std::size_t>(c) * side;
   for (int u = 0; u < side; ++u)
     for (int v = 0; v < side; ++v) {
+      const int mu = (side - u) % side, mv = (side - v) % side; // the mirror frequency
+      if (mu < u || (mu == u && mv < v))
+        continue; // set with its mirror
       const double fu = u <= side / 2 ? u : u - side, fv = v <= side / 2 ? v : v - side;
       const double f = std::sqrt(fu * fu + fv * fv);
-      const double phase = 2.0 * std::acos(-1.0) * (generator() / 4294967296.0);
-      const double amplitude = f > 0.0 ? std::pow(f, -(h + 1.0)) : 0.0;
+      if (f == 0.0)
+        continue;
+      const double amplitude = std::pow(f, -(h + 1.0)) * gauss(generator);
+      const double phase = (mu == u && mv == v) ? 0.0 : turn(generator); // self-mirrored: real
       columns[u][v] = {amplitude * std::cos(phase), amplitude * std::sin(phase)};
+      columns[mu][mv] = {amplitude * std::cos(phase), -amplitude * std::sin(phase)};
     }
   Mth_FFT2D(columns.data(), side, side, -1);
   double lo = 1e300, hi = -1e300;
