@@ -49,6 +49,26 @@ std::string Ipg_MsgFilterParameter(const std::string& where)
   return "Paramètre de filtrage incorrect : " + where;
 }
 
+std::string Ipg_MsgContourMissing(const std::string& where)
+{
+  return "Contour initial absent de la liste d'objets : " + where;
+}
+
+std::string Ipg_MsgTooFewPoints(const std::string& where)
+{
+  return "Pas assez de points dans le contour : " + where;
+}
+
+std::string Ipg_MsgRadius(const std::string& where)
+{
+  return "Rayon négatif ou nul : " + where;
+}
+
+std::string Ipg_MsgCircleOutside(const std::string& where)
+{
+  return "Le cercle initial sort de l'image : " + where;
+}
+
 std::string Ipg_MsgRoiSize(const std::string& className)
 {
   return Ipg_MsgRoiSizeAt(ApplyOf(className));

@@ -55,6 +55,16 @@ std::string Ipg_MsgWindowSize(const std::string& where);
 // "Paramètre de filtrage incorrect : <where>"
 std::string Ipg_MsgFilterParameter(const std::string& where);
 
+// Deformable contours.
+// "Contour initial absent de la liste d'objets : <where>"
+std::string Ipg_MsgContourMissing(const std::string& where);
+// "Pas assez de points dans le contour : <where>"
+std::string Ipg_MsgTooFewPoints(const std::string& where);
+// "Rayon négatif ou nul : <where>"
+std::string Ipg_MsgRadius(const std::string& where);
+// "Le cercle initial sort de l'image : <where>"
+std::string Ipg_MsgCircleOutside(const std::string& where);
+
 // The same texts from <className>::Apply().
 std::string Ipg_MsgRoiSize(const std::string& className);
 std::string Ipg_MsgParameterRange(const std::string& parameter, const std::string& className);
