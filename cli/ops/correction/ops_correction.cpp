@@ -6,9 +6,11 @@
 
 namespace {
 
-// Distortion correction as the program runs it: with --second, the model is
-// fitted on that calibration-grid image first and the run's code then works on
-// the input (1701 corrects it with the grid's model).
+constexpr int kCorrectWithGridCode = 1701;
+
+// Distortion correction as the program runs it: code 1701 with --second fits
+// the model on that calibration-grid image first, then corrects the input with
+// it; the other codes ignore the second image.
 class CliGridCorrection : public IPG_GRIDCORRECTION {
 public:
   using IPG_GRIDCORRECTION::IPG_GRIDCORRECTION;
@@ -18,7 +20,7 @@ public:
 
 bool RunGridCorrection(CliGridCorrection& op)
 {
-  if (op.Grid != nullptr) {
+  if (op.Grid != nullptr && op.GetTools() == kCorrectWithGridCode) {
     DCM_STRUCT* input = op.GetImaIn();
     op.SetImaIn(op.Grid);
     const bool fitted = op.DetectAndFit();
