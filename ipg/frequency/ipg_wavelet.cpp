@@ -2,10 +2,15 @@
 #include "ipg/frequency/ipg_wavelet.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_discrete_wavelet.h"
+#include "ipg/internal/ipg_gradient_wavelet.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_summed_area.h"
+#include "ipg/internal/ipg_wavelet_denoise.h"
+#include "ipg/internal/ipg_wavelet_images.h"
 #include "ipg/ui/ipg_message.h"
+#include "mth/mth_matrix.h"
 #include "mth/mth_regression.h"
 
 #include <algorithm>
@@ -50,10 +55,13 @@ IPG_WAVELET::IPG_WAVELET(const IPG_WAVELET& source) : IPG_TWO_INPUTS_ONE_OUTPUT(
   NameWavelet = source.NameWavelet;
   NbScale = source.NbScale;
   Scale = source.Scale;
-  EnsWt = source.EnsWt;
-  EnsWf = source.EnsWf;
+  // The source's own lists die with it: only a caller's list is shared.
+  EnsWt = source.EnsWt == &source.OwnWt ? nullptr : source.EnsWt;
+  EnsWf = source.EnsWf == &source.OwnWf ? nullptr : source.EnsWf;
   ThrFactor = source.ThrFactor;
   WindowSize = source.WindowSize;
+  Adaptative = source.Adaptative;
+  LogTransform = source.LogTransform;
 }
 
 IPG_WAVELET::~IPG_WAVELET() = default;
@@ -68,26 +76,32 @@ void IPG_WAVELET::SetDefaultParameters()
   EnsWf = nullptr;
   ThrFactor = 2.0;
   WindowSize = 5;
+  Adaptative = false;
+  LogTransform = false;
   Tools = 1800;
 }
 
 const IPG_CLASS_INFO<IPG_WAVELET>& IPG_WAVELET::ClassInfo()
 {
   using C = IPG_WAVELET;
-  // 1803 to 1805, the discrete transforms, are not provided.
   static constexpr IPG_OPERATION_INFO<C> operations[] = {
       {1800, "ComputeOfWaveletTransformByBSpline", [](C& op) -> int { return op.ComputeOfWaveletTransformByBSpline(); }},
       {1801, "ComputeOfHolderExponentByWaveletTransform", [](C& op) -> int { return op.ComputeOfHolderExponentByWaveletTransform(); }},
       {1802, "ComputeHolderExponentAllPixel", [](C& op) -> int { return op.ComputeHolderExponentAllPixel(); }},
+      {1803, "ComputeDiscreteWaveletTransformAllScale", [](C& op) -> int { return op.ComputeDiscreteWaveletTransformAllScale(); }},
+      {1804, "ComputeDiscretWaveletFrame", [](C& op) -> int { return op.ComputeDiscretWaveletFrame(); }},
+      {1805, "ApplyDenoisingImageByWavelet", [](C& op) -> int { return op.ApplyDenoisingImageByWavelet(); }},
   };
   static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
       Ipg_Parameter<C, &C::SetNbConvolution>("NbConvolution", "8", "number of scales S"),
       Ipg_Parameter<C, &C::SetThreshold>("Threshold", "-1", "modulus threshold of scale 0 for code 1801 (-1: none)"),
-      Ipg_Parameter<C, &C::SetNameWavelet>("NameWavelet", "0", "wavelet of the discrete transforms (not provided)"),
-      Ipg_Parameter<C, &C::SetNbScale>("NbScale", "2", "scales of the discrete transforms (not provided)"),
-      Ipg_Parameter<C, &C::SetScale>("Scale", "0", "scale index of the discrete transforms (not provided)"),
-      Ipg_Parameter<C, &C::SetThrFactor>("ThrFactor", "2", "denoising threshold factor (not provided)"),
-      Ipg_Parameter<C, &C::SetWindowSize>("WindowSize", "5", "denoising neighbourhood size (not provided)"),
+      Ipg_Parameter<C, &C::SetNameWavelet>("NameWavelet", "0", "discrete wavelet: 0 Haar, 1-3 Daubechies 4/6/8, 4 CDF 9/7"),
+      Ipg_Parameter<C, &C::SetNbScale>("NbScale", "2", "scales of the discrete transforms and the denoising"),
+      Ipg_Parameter<C, &C::SetScale>("Scale", "0", "scale of the frame bands returned (0 the finest)"),
+      Ipg_Parameter<C, &C::SetThrFactor>("ThrFactor", "2", "denoising threshold x ThrFactor/2"),
+      Ipg_Parameter<C, &C::SetWindowSize>("WindowSize", "5", "odd side of the local-variance window of BayesShrink"),
+      Ipg_Parameter<C, &C::SetAdaptative>("Adaptative", "0", "1805 by BayesShrink with local variance instead of the universal threshold"),
+      Ipg_Parameter<C, &C::SetLogTransform>("LogTransform", "0", "1805 on ln(1 + v), for multiplicative speckle"),
   };
   static const IPG_CLASS_INFO<C> info{"IPG_WAVELET", operations, parameters};
   return info;
@@ -102,13 +116,7 @@ int IPG_WAVELET::Apply()
 
 // ---------------------------------------------------------------- helpers
 
-int IPG_WAVELET::mod(int a, int n)
-{
-  if (n <= 0)
-    return 0;
-  const int r = a % n;
-  return r < 0 ? r + n : r;
-}
+int IPG_WAVELET::mod(int a, int n) { return Ipg_PeriodicIndex(a, n); }
 
 int IPG_WAVELET::WaveletDerivation(float** out, float* in, int cols, int rows, int type, int direction)
 {
@@ -118,53 +126,11 @@ int IPG_WAVELET::WaveletDerivation(float** out, float* in, int cols, int rows, i
     *out = nullptr;
     return -1;
   }
-  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
-  *out = new float[n]();
-  float* d = *out;
-  auto at = [&](int r, int c) -> float& { return in[static_cast<std::size_t>(mod(r, rows)) * cols + mod(c, cols)]; };
-  auto to = [&](int r, int c) -> float& { return d[static_cast<std::size_t>(mod(r, rows)) * cols + mod(c, cols)]; };
-  const bool alongRow = direction == 0;
-  switch (type) {
-  case 0:
-  case 2:
-  case 3: {
-    const int step = type == 2 ? -1 : 1;
-    for (int r = 0; r < rows; ++r)
-      for (int c = 0; c < cols; ++c) {
-        const float next = alongRow ? at(r, c + step) : at(r + step, c);
-        if (type == 3)
-          to(r, c) = next - (alongRow ? at(r, c - 1) : at(r - 1, c));
-        else
-          to(r, c) = at(r, c) - next;
-      }
+  *out = new float[static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows)]();
+  if (Ipg_WaveletDifference(*out, in, cols, rows, type, direction))
     return 0;
-  }
-  case 1:
-    // Scattered: each input value is added with its weight around it.
-    for (int r = 0; r < rows; ++r)
-      for (int c = 0; c < cols; ++c) {
-        const float v = at(r, c);
-        if (alongRow) {
-          to(r, c - 1) += 2 * v;
-          to(r, c + 1) -= 2 * v;
-          to(r - 1, c - 1) += v;
-          to(r - 1, c + 1) -= v;
-          to(r + 1, c - 1) += v;
-          to(r + 1, c + 1) -= v;
-        } else {
-          to(r - 1, c) += 2 * v;
-          to(r + 1, c) -= 2 * v;
-          to(r - 1, c + 1) += v;
-          to(r + 1, c + 1) -= v;
-          to(r - 1, c - 1) += v;
-          to(r + 1, c - 1) -= v;
-        }
-      }
-    return 0;
-  default:
-    Ipg_Inform(kIpgMsgBadDerivation);
-    return -1;
-  }
+  Ipg_Inform(kIpgMsgBadDerivation);
+  return -1;
 }
 
 void IPG_WAVELET::MatXConst(float** image, int cols, int rows, float factor)
@@ -184,17 +150,8 @@ void IPG_WAVELET::ConvoRapideMasqBin(float** out, float* in, int cols, int rows)
     *out = nullptr;
     return;
   }
-  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
-  Image horizontal = NewImage(n);
-  auto index = [&](int r, int c) { return static_cast<std::size_t>(mod(r, rows)) * cols + mod(c, cols); };
-  for (int r = 0; r < rows; ++r)
-    for (int c = 0; c < cols; ++c)
-      horizontal[index(r, c)] = 0.25f * (in[index(r, c - 1)] + 2 * in[index(r, c)] + in[index(r, c + 1)]);
-  *out = new float[n];
-  for (int r = 0; r < rows; ++r)
-    for (int c = 0; c < cols; ++c)
-      (*out)[index(r, c)] =
-          0.25f * (horizontal[index(r - 1, c)] + 2 * horizontal[index(r, c)] + horizontal[index(r + 1, c)]);
+  *out = new float[static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows)];
+  Ipg_BinomialSmoothing(*out, in, cols, rows);
 }
 
 void IPG_WAVELET::SeekDirection1(int* di, int* dj, float angle)
@@ -509,3 +466,126 @@ int IPG_WAVELET::ComputeHolderExponentAllPixel()
   }
   return 1;
 }
+
+// ---------------------------------------------------------------- discrete transforms
+
+namespace {
+
+std::string Where(const char* method) { return std::string("IPG_WAVELET::") + method + "()"; }
+
+bool Refuse(const std::string& parameter, const char* method)
+{
+  return Ipg_InformAndFail(Ipg_MsgParameterRangeAt(parameter, Where(method)));
+}
+
+} // namespace
+
+
+int IPG_WAVELET::DiscreteTransform(int scales, const char* method)
+{
+  if (!Ipg_WaveletImagesValid(ImaIn, ImaOut, Where(method)))
+    return 0;
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols()), rows = static_cast<int>(ImaIn->GetNbOfRows());
+  if (!Ipg_WaveletScalesValid(NameWavelet, scales, cols, rows, Where(method)))
+    return 0;
+  if (cols % (1 << scales) != 0 || rows % (1 << scales) != 0)
+    return Ipg_InformAndFail(Ipg_MsgWaveletSides(Where(method)));
+  IPG_WAVELET_BANK bank;
+  Ipg_WaveletBank(NameWavelet, bank);
+  std::vector<double> layout = Ipg_WaveletInput(*ImaIn);
+  Ipg_DwtForward(bank, layout.data(), cols, rows, scales);
+  Ipg_ListOfDwt(layout, cols, rows, scales, WtMatrices, OwnWt);
+  EnsWt = &OwnWt;
+  Ipg_WaveletWriteMosaic(layout, *ImaOut);
+  return ApplyModeToOutImage() ? 1 : 0;
+}
+
+int IPG_WAVELET::ComputeDiscreteWaveletTransform() { return DiscreteTransform(1, "ComputeDiscreteWaveletTransform"); }
+
+int IPG_WAVELET::ComputeDiscreteWaveletTransformAllScale()
+{
+  return DiscreteTransform(NbScale, "ComputeDiscreteWaveletTransformAllScale");
+}
+
+int IPG_WAVELET::InverseDiscreteWaveletTransform(MTH_MATRIX& image)
+{
+  const char* method = "InverseDiscreteWaveletTransform";
+  std::vector<double> layout;
+  int cols = 0, rows = 0, scales = 0;
+  if (!Ipg_DwtOfList(EnsWt, layout, cols, rows, scales))
+    return Refuse("EnsWt", method);
+  IPG_WAVELET_BANK bank;
+  if (!Ipg_WaveletBank(NameWavelet, bank))
+    return Refuse("NameWavelet", method);
+  Ipg_DwtInverse(bank, layout.data(), cols, rows, scales);
+  image = Ipg_MatrixOfBlock(layout, cols, 0, 0, cols, rows);
+  return 1;
+}
+
+int IPG_WAVELET::ComputeDiscretWaveletFrame()
+{
+  if (ImaIn == nullptr)
+    return Ipg_InformAndFail(kIpgMsgNoInputImage);
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols()), rows = static_cast<int>(ImaIn->GetNbOfRows());
+  return RedundantWaveletTransform(Ipg_MatrixOfBlock(Ipg_WaveletInput(*ImaIn), cols, 0, 0, cols, rows));
+}
+
+int IPG_WAVELET::RedundantWaveletTransform(const MTH_MATRIX& image)
+{
+  const char* method = "RedundantWaveletTransform";
+  const int cols = image.GetNbCols(), rows = image.GetNbRows();
+  if (image.IsEmpty())
+    return Ipg_InformAndFail(kIpgMsgNoInputImage);
+  if (!Ipg_WaveletScalesValid(NameWavelet, NbScale, cols, rows, Where(method)))
+    return 0;
+  if (!Ipg_FrameFitsMemory(NbScale, cols, rows, Where(method)))
+    return 0;
+  IPG_WAVELET_BANK bank;
+  Ipg_WaveletBank(NameWavelet, bank);
+  EnsWf = &OwnWf;
+  return Ipg_ListOfFrame(bank, image, NbScale, WfMatrices, OwnWf) ? 1 : 0;
+}
+
+int IPG_WAVELET::RedundantInverseWaveletTransform(MTH_MATRIX& image)
+{
+  IPG_WAVELET_BANK bank;
+  if (!Ipg_WaveletBank(NameWavelet, bank))
+    return Refuse("NameWavelet", "RedundantInverseWaveletTransform");
+  return Ipg_ImageOfFrameList(bank, EnsWf, image) ? 1 : Refuse("EnsWf", "RedundantInverseWaveletTransform");
+}
+
+MTH_MATRIX* IPG_WAVELET::FrameBand(int band, const char* method)
+{
+  const int scales = EnsWf != nullptr ? EnsWf->Count() / 4 : 0;
+  if (Scale < 0 || Scale >= scales) {
+    Refuse("Scale", method);
+    return nullptr;
+  }
+  return static_cast<MTH_MATRIX*>(EnsWf->Get(4 * Scale + band));
+}
+
+MTH_MATRIX* IPG_WAVELET::ApproximationByDWF() { return FrameBand(0, "ApproximationByDWF"); }
+MTH_MATRIX* IPG_WAVELET::DetailsHorizontalByDWF() { return FrameBand(1, "DetailsHorizontalByDWF"); }
+MTH_MATRIX* IPG_WAVELET::DetailsVerticalByDWF() { return FrameBand(2, "DetailsVerticalByDWF"); }
+MTH_MATRIX* IPG_WAVELET::DetailsDiagonalByDWF() { return FrameBand(3, "DetailsDiagonalByDWF"); }
+
+int IPG_WAVELET::Denoise(bool adaptive, const char* method)
+{
+  const IPG_DENOISE_SETTINGS settings{NbScale, ThrFactor, adaptive, WindowSize, LogTransform};
+  if (!Ipg_WaveletImagesValid(ImaIn, ImaOut, Where(method)))
+    return 0;
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols()), rows = static_cast<int>(ImaIn->GetNbOfRows());
+  if (!Ipg_WaveletScalesValid(NameWavelet, NbScale, cols, rows, Where(method)) ||
+      !Ipg_DenoiseSettingsValid(settings, cols, rows, Where(method)))
+    return 0;
+  IPG_WAVELET_BANK bank;
+  Ipg_WaveletBank(NameWavelet, bank);
+  std::vector<double> image = Ipg_WaveletInput(*ImaIn);
+  Result = Ipg_WaveletDenoise(bank, image, cols, rows, settings);
+  Ipg_WaveletWriteImage(image, *ImaIn, Roi, *ImaOut);
+  return ApplyModeToOutImage() ? 1 : 0;
+}
+
+int IPG_WAVELET::ApplyDenoisingImageByWavelet() { return Denoise(Adaptative, "ApplyDenoisingImageByWavelet"); }
+
+int IPG_WAVELET::RemoveNoiseAdaptative() { return Denoise(true, "RemoveNoiseAdaptative"); }

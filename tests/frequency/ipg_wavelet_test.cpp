@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/frequency/ipg_wavelet.h"
+#include "mth/mth_matrix.h"
 
 #include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <functional>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -27,12 +31,12 @@ double Binomial(int n, int k) { return std::tgamma(n + 1.0) / (std::tgamma(k + 1
 
 } // namespace
 
-TEST(Wavelet, UnprovidedCodesScaleCountsAndMissingInput)
+TEST(Wavelet, UnknownCodesScaleCountsAndMissingInput)
 {
   DCM_STRUCT in(8, 8, nullptr);
   IPG_WAVELET op(&in), none(nullptr);
   MessageCapture capture;
-  for (int code : {1803, 1804, 1805, 1799}) // silent
+  for (int code : {1799, 1806}) // silent
     EXPECT_EQ((op.SetTools(code), op.Apply()), 0) << code;
   // Scale counts below 0 or beyond the image's smaller side (8 here) are
   // refused before any slot is allocated, for every code that builds them.
@@ -250,4 +254,274 @@ TEST(Wavelet, ExponentAtEveryPixelFollowsTheEdges)
     EXPECT_FLOAT_EQ(At(alpha, 32, c, 23), At(alpha, 32, 0, 7)) << c; // and on the other edge
     EXPECT_EQ(At(alpha, 32, c, 15), 30.0f) << c;                   // out of reach of both edges
   }
+}
+
+// ---------------------------------------------------------------- discrete transforms
+
+namespace {
+
+std::unique_ptr<DCM_STRUCT> Noise(unsigned cols, unsigned rows, unsigned seed)
+{
+  std::mt19937 generator(seed);
+  return ImageOf(cols, rows, [&](unsigned, unsigned) { return static_cast<int>(generator() % 4096); });
+}
+
+double MaxDifference(const MTH_MATRIX& m, const DCM_STRUCT& image, bool rounded = false)
+{
+  double worst = 0.0;
+  for (int r = 0; r < m.GetNbRows(); ++r)
+    for (int c = 0; c < m.GetNbCols(); ++c) {
+      const double v = rounded ? std::round(m.Get(r, c)) : m.Get(r, c);
+      worst = std::max(worst, std::fabs(v - image.Data->GetValue(c, r)));
+    }
+  return worst;
+}
+
+// Piecewise-constant regions (a disc, an ellipse, a dark band) over a ramp, 0..255.
+std::vector<double> Regions(int side)
+{
+  std::vector<double> truth;
+  for (int r = 0; r < side; ++r)
+    for (int c = 0; c < side; ++c) {
+      const double dx = c - side / 2.0, dy = r - side / 2.0;
+      double v = r < side / 6 ? 30 : 60 + 0.4 * c;
+      if (dx * dx + dy * dy < side * side / 18.0)
+        v = 170;
+      if (dx * dx / 100 + (dy - 10) * (dy - 10) / 400 < 1)
+        v = 90;
+      truth.push_back(v);
+    }
+  return truth;
+}
+
+double Psnr(const std::vector<double>& v, const std::vector<double>& truth)
+{
+  double error = 0.0;
+  for (std::size_t k = 0; k < v.size(); ++k)
+    error += (v[k] - truth[k]) * (v[k] - truth[k]);
+  return 10.0 * std::log10(255.0 * 255.0 * static_cast<double>(v.size()) / error);
+}
+
+// The 3 x 3 mean, clipped at the borders.
+std::vector<double> Mean3x3(const std::vector<int>& v, int side)
+{
+  std::vector<double> out;
+  for (int r = 0; r < side; ++r)
+    for (int c = 0; c < side; ++c) {
+      double sum = 0, n = 0;
+      for (int y = std::max(0, r - 1); y <= std::min(side - 1, r + 1); ++y)
+        for (int x = std::max(0, c - 1); x <= std::min(side - 1, c + 1); ++x, ++n)
+          sum += v[static_cast<std::size_t>(y * side + x)];
+      out.push_back(sum / n);
+    }
+  return out;
+}
+
+} // namespace
+
+TEST(DiscreteWavelet, EveryWaveletInvertsExactly)
+{
+  auto in = Noise(16, 8, 1), odd = Noise(13, 10, 2);
+  DCM_STRUCT out(16, 8);
+  for (int name = 0; name < 5; ++name) {
+    IPG_WAVELET op(in.get());
+    op.SetImaOut(&out);
+    op.SetMode(302);
+    op.SetNameWavelet(name);
+    op.SetNbScale(3);
+    ASSERT_EQ((op.SetTools(1803), op.Apply()), 1) << name;
+    ASSERT_EQ(op.GetEnsWt()->Count(), 10);
+    MTH_MATRIX back;
+    ASSERT_EQ(op.InverseDiscreteWaveletTransform(back), 1);
+    EXPECT_LT(MaxDifference(back, *in), 1e-9) << name;
+    EXPECT_EQ(MaxDifference(back, *in, true), 0.0) << name;
+
+    // The frame takes any size.
+    op.SetImaIn(odd.get());
+    op.SetNbScale(2);
+    ASSERT_EQ((op.SetTools(1804), op.Apply()), 1) << name;
+    ASSERT_EQ(op.GetEnsWf()->Count(), 8);
+    ASSERT_EQ(op.RedundantInverseWaveletTransform(back), 1);
+    EXPECT_LT(MaxDifference(back, *odd), 1e-9) << name;
+  }
+}
+
+TEST(DiscreteWavelet, HaarOfAConstantHasNoDetails)
+{
+  auto in = TestImage(8, 8).Fill(100).Build();
+  DCM_STRUCT out(8, 8);
+  IPG_WAVELET op(in.get());
+  op.SetImaOut(&out);
+  op.SetNbScale(3);
+  ASSERT_EQ((op.SetTools(1803), op.Apply()), 1);
+  TList* bands = op.GetEnsWt();
+  for (int k = 0; k < 9; ++k) {
+    auto* detail = static_cast<MTH_MATRIX*>(bands->Get(k));
+    for (int i = 0; i < detail->GetNbRows() * detail->GetNbCols(); ++i)
+      EXPECT_EQ(detail->GetData()[i], 0.0) << k;
+  }
+  // Orthonormal: each scale doubles the approximation of a constant.
+  EXPECT_NEAR(static_cast<MTH_MATRIX*>(bands->Get(9))->Get(0, 0), 800.0, 1e-12);
+
+  ASSERT_EQ((op.SetTools(1804), op.Apply()), 1);
+  for (int scale : {0, 1, 2}) {
+    op.SetScale(scale);
+    for (MTH_MATRIX* detail : {op.DetailsHorizontalByDWF(), op.DetailsVerticalByDWF(), op.DetailsDiagonalByDWF()})
+      EXPECT_EQ(detail->Get(3, 5), 0.0);
+    EXPECT_NEAR(op.ApproximationByDWF()->Get(7, 0), 100.0 * (2 << scale), 1e-12);
+  }
+}
+
+TEST(DiscreteWavelet, HaarMosaicOfAnEightByEightImageWorkedByHand)
+{
+  // 2 x 2 blocks [0 4; 8 12], plus 16 in every other block column.
+  auto in = ImageOf(8, 8, [](unsigned c, unsigned r) { return static_cast<int>(4 * (c % 2) + 8 * (r % 2) + 16 * ((c / 2) % 2)); });
+  // Scale 0 of each block [a b; c d]: A = (a+b+c+d)/2 = 12 or 44, V = (b+d-a-c)/2 = 4,
+  // H = (c+d-a-b)/2 = 8, D = (a+d-b-c)/2 = 0. Scale 1 of A (columns 12 44 12 44):
+  // A = 56, V = 32, H = D = 0.
+  const std::vector<int> expected = {
+      56, 56, 32, 32, 4, 4, 4, 4, //
+      56, 56, 32, 32, 4, 4, 4, 4, //
+      0,  0,  0,  0,  4, 4, 4, 4, //
+      0,  0,  0,  0,  4, 4, 4, 4, //
+      8,  8,  8,  8,  0, 0, 0, 0, //
+      8,  8,  8,  8,  0, 0, 0, 0, //
+      8,  8,  8,  8,  0, 0, 0, 0, //
+      8,  8,  8,  8,  0, 0, 0, 0, //
+  };
+  DCM_STRUCT out(8, 8);
+  IPG_WAVELET op(in.get());
+  op.SetImaOut(&out);
+  op.SetMode(302);
+  ASSERT_EQ((op.SetTools(1803), op.Apply()), 1);
+  EXPECT_EQ(PixelsOf(out), expected);
+}
+
+TEST(DiscreteWavelet, DenoisingRaisesPsnrAndBeatsTheMeanFilter)
+{
+  const int side = 128;
+  const std::vector<double> truth = Regions(side);
+  std::mt19937 generator(3);
+  for (double sigma : {10.0, 20.0, 40.0}) {
+    std::normal_distribution<double> gauss(0.0, sigma);
+    std::vector<int> noisy;
+    for (double v : truth)
+      noisy.push_back(static_cast<int>(std::lround(v + gauss(generator))));
+    auto in = ImageOf(side, side, noisy);
+    const double before = Psnr(std::vector<double>(noisy.begin(), noisy.end()), truth);
+    const double mean = Psnr(Mean3x3(noisy, side), truth);
+    for (bool adaptive : {false, true}) {
+      DCM_STRUCT out(side, side);
+      IPG_WAVELET op(in.get());
+      op.SetImaOut(&out);
+      op.SetMode(302);
+      op.SetAdaptative(adaptive);
+      ASSERT_EQ((op.SetTools(1805), op.Apply()), 1);
+      EXPECT_NEAR(op.GetResult(), sigma, 0.05 * sigma); // the MAD estimate
+      const std::vector<int> pixels = PixelsOf(out);
+      const double after = Psnr(std::vector<double>(pixels.begin(), pixels.end()), truth);
+      EXPECT_GT(after, before + 4.0) << sigma << " " << adaptive;
+      EXPECT_GT(after, mean) << sigma << " " << adaptive;
+    }
+  }
+  // A noise-free image keeps its grey levels.
+  std::vector<int> clean(truth.begin(), truth.end());
+  auto in = ImageOf(side, side, clean);
+  DCM_STRUCT out(side, side);
+  IPG_WAVELET op(in.get());
+  op.SetImaOut(&out);
+  op.SetMode(302);
+  ASSERT_EQ((op.SetTools(1805), op.Apply()), 1);
+  const std::vector<int> pixels = PixelsOf(out);
+  double change = 0.0;
+  for (std::size_t k = 0; k < clean.size(); ++k)
+    change += std::abs(pixels[k] - clean[k]);
+  EXPECT_LT(change / static_cast<double>(clean.size()), 1.0);
+}
+
+TEST(DiscreteWavelet, DenoisingKeepsPixelsOutsideTheRoiAndMarks)
+{
+  auto in = Noise(32, 32, 4);
+  in->Data->SetValue(5u, 20u, 16777300);
+  auto roi = ImageOf(32, 32, [](unsigned c, unsigned) { return c < 16 ? kRoiInside : 0; });
+  DCM_STRUCT out(32, 32);
+  IPG_WAVELET op(in.get(), roi.get());
+  op.SetImaOut(&out);
+  op.SetMode(302);
+  op.SetLogTransform(true);
+  op.SetNbScale(3);
+  ASSERT_EQ((op.SetTools(1805), op.Apply()), 1);
+  double inside = 0, insideIn = 0;
+  for (unsigned r = 0; r < 32; ++r)
+    for (unsigned c = 0; c < 32; ++c) {
+      if (c >= 16)
+        EXPECT_EQ(out.Data->GetValue(c, r), in->Data->GetValue(c, r));
+      else if (c != 5 || r != 20) {
+        inside += out.Data->GetValue(c, r);
+        insideIn += in->Data->GetValue(c, r);
+      }
+    }
+  EXPECT_EQ(out.Data->GetValue(5u, 20u), 16777300);
+  // The log transform is brought back to the input's mean (uniform noise: no bias left).
+  EXPECT_NEAR(inside / insideIn, 1.0, 0.05);
+}
+
+TEST(DiscreteWavelet, BadInputShowsItsMessageAndFails)
+{
+  auto in8 = Noise(8, 8, 5), in12 = Noise(12, 8, 6);
+  DCM_STRUCT out8(8, 8), out12(12, 8), small(4, 4);
+  out8.Data->Init(7);
+  struct Case {
+    DCM_STRUCT* In;
+    DCM_STRUCT* Out;
+    int Code;
+    std::function<void(IPG_WAVELET&)> Set;
+    std::string Message;
+  };
+  const std::string where = " : IPG_WAVELET::";
+  const std::vector<Case> cases = {
+      {nullptr, &out8, 1803, {}, "Pas d'image d'entrée!"},
+      {nullptr, &out8, 1804, {}, "Pas d'image d'entrée!"},
+      {in8.get(), nullptr, 1805, {}, "image de sortie non allouée"},
+      {in8.get(), &small, 1803, {}, "Les images n'ont pas les mêmes dimensions" + where + "ComputeDiscreteWaveletTransformAllScale()"},
+      {in8.get(), &out8, 1803, [](IPG_WAVELET& op) { op.SetNbScale(0); }, "Paramètre NbScale hors limites" + where + "ComputeDiscreteWaveletTransformAllScale()"},
+      {in8.get(), &out8, 1804, [](IPG_WAVELET& op) { op.SetNbScale(4); }, "Paramètre NbScale hors limites" + where + "RedundantWaveletTransform()"},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetNbScale(2147483647); }, "Paramètre NbScale hors limites" + where + "ApplyDenoisingImageByWavelet()"},
+      {in12.get(), &out12, 1803, [](IPG_WAVELET& op) { op.SetNbScale(3); }, "Dimensions de l'image non divisibles par 2^NbScale" + where + "ComputeDiscreteWaveletTransformAllScale()"},
+      {in8.get(), &out8, 1803, [](IPG_WAVELET& op) { op.SetNameWavelet(5); }, "Paramètre NameWavelet hors limites" + where + "ComputeDiscreteWaveletTransformAllScale()"},
+      {in8.get(), &out8, 1804, [](IPG_WAVELET& op) { op.SetNameWavelet(-1); }, "Paramètre NameWavelet hors limites" + where + "RedundantWaveletTransform()"},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetThrFactor(-0.5); }, "Paramètre ThrFactor hors limites" + where + "ApplyDenoisingImageByWavelet()"},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetThrFactor(std::nan("")); }, "Paramètre ThrFactor hors limites" + where + "ApplyDenoisingImageByWavelet()"},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetWindowSize(4); }, "Paramètre WindowSize hors limites" + where + "ApplyDenoisingImageByWavelet()"},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetWindowSize(0); }, "Paramètre WindowSize hors limites" + where + "ApplyDenoisingImageByWavelet()"},
+  };
+  for (const Case& c : cases) {
+    MessageCapture capture;
+    IPG_WAVELET op(c.In);
+    op.SetImaOut(c.Out);
+    if (c.Set)
+      c.Set(op);
+    EXPECT_EQ((op.SetTools(c.Code), op.Apply()), 0) << c.Message;
+    EXPECT_EQ(capture.Texts, std::vector<std::string>{c.Message});
+  }
+  EXPECT_EQ(PixelsOf(out8), std::vector<int>(64, 7)); // untouched by every refusal
+
+  // Frame bands of a scale the frame does not have, and inverses of lists of the wrong shape.
+  MessageCapture capture;
+  IPG_WAVELET op(in8.get());
+  ASSERT_EQ((op.SetTools(1804), op.Apply()), 1);
+  op.SetScale(2);
+  EXPECT_EQ(op.ApproximationByDWF(), nullptr);
+  TList wrong; // five bands: neither 3 per scale and 1 nor 4 per scale
+  MTH_MATRIX unit(1, 1);
+  for (int k = 0; k < 5; ++k)
+    wrong.Add(&unit);
+  MTH_MATRIX image;
+  op.SetEnsWt(&wrong);
+  EXPECT_EQ(op.InverseDiscreteWaveletTransform(image), 0);
+  op.SetEnsWf(&wrong);
+  EXPECT_EQ(op.RedundantInverseWaveletTransform(image), 0);
+  EXPECT_EQ(capture.Texts, (std::vector<std::string>{"Paramètre Scale hors limites" + where + "ApproximationByDWF()",
+                                                     "Paramètre EnsWt hors limites" + where + "InverseDiscreteWaveletTransform()",
+                                                     "Paramètre EnsWf hors limites" + where + "RedundantInverseWaveletTransform()"}));
 }
