@@ -63,7 +63,7 @@ double Difference(const T* line, int k, int count, std::size_t stride)
 
 } // namespace
 
-std::vector<float> Ipg_EdgeMap(const int* pixels, const int* roi, int cols, int rows, double sigma)
+IPG_VECTOR_FIELD Ipg_SmoothedGradient(const int* pixels, const int* roi, int cols, int rows, double sigma)
 {
   const std::size_t size = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
   std::vector<double> smooth(size);
@@ -73,22 +73,32 @@ std::vector<float> Ipg_EdgeMap(const int* pixels, const int* roi, int cols, int 
     const std::vector<double> taps = GaussianTaps(sigma);
     smooth = Convolve(Convolve(smooth, cols, rows, taps, true), cols, rows, taps, false);
   }
-  std::vector<float> edges(size, 0.0f);
-  double largest = 0.0;
-  std::vector<double> squared(size, 0.0);
+  std::vector<double> gx(size, 0.0), gy(size, 0.0);
+  double longest = 0.0;
   for (int r = 0; r < rows; ++r)
     for (int c = 0; c < cols; ++c) {
       const std::size_t k = At(c, r, cols);
       if (roi != nullptr && roi[k] != kIpgMaskValue)
         continue;
-      const double gx = Difference(&smooth[At(0, r, cols)], c, cols, 1);
-      const double gy = Difference(&smooth[At(c, 0, cols)], r, rows, static_cast<std::size_t>(cols));
-      squared[k] = gx * gx + gy * gy;
-      largest = std::max(largest, squared[k]);
+      gx[k] = Difference(&smooth[At(0, r, cols)], c, cols, 1);
+      gy[k] = Difference(&smooth[At(c, 0, cols)], r, rows, static_cast<std::size_t>(cols));
+      longest = std::max(longest, std::hypot(gx[k], gy[k]));
     }
-  if (largest > 0.0)
-    for (std::size_t k = 0; k < size; ++k)
-      edges[k] = static_cast<float>(squared[k] / largest);
+  IPG_VECTOR_FIELD field{cols, rows, std::vector<float>(size, 0.0f), std::vector<float>(size, 0.0f)};
+  if (longest > 0.0)
+    for (std::size_t k = 0; k < size; ++k) {
+      field.U[k] = static_cast<float>(gx[k] / longest);
+      field.V[k] = static_cast<float>(gy[k] / longest);
+    }
+  return field;
+}
+
+std::vector<float> Ipg_EdgeMap(const int* pixels, const int* roi, int cols, int rows, double sigma)
+{
+  const IPG_VECTOR_FIELD gradient = Ipg_SmoothedGradient(pixels, roi, cols, rows, sigma);
+  std::vector<float> edges(gradient.U.size());
+  for (std::size_t k = 0; k < edges.size(); ++k)
+    edges[k] = gradient.U[k] * gradient.U[k] + gradient.V[k] * gradient.V[k];
   return edges;
 }
 

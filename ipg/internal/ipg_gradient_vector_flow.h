@@ -18,11 +18,15 @@ struct IPG_VECTOR_FIELD {
   std::vector<float> V;
 };
 
-// The edge map f = |grad(G_sigma * I)|^2 (Xu & Prince, eq. 11), divided by its
-// largest value so that it lies in [0, 1]; all 0 on a flat image. Marks (above
-// 16777216) count as 16777216. With roi rows, pixels whose ROI value is not
-// 16777217 get f = 0. sigma <= 0 leaves the image unsmoothed. Borders are
-// replicated.
+// The gradient of G_sigma * I, divided by its largest length so that every
+// vector is at most 1 long; all 0 on a flat image. Marks (above 16777216)
+// count as 16777216. With roi rows, pixels whose ROI value is not 16777217 get
+// no gradient. sigma <= 0 leaves the image unsmoothed. Central differences,
+// one-sided on the borders; borders replicated for the smoothing.
+IPG_VECTOR_FIELD Ipg_SmoothedGradient(const int* pixels, const int* roi, int cols, int rows, double sigma);
+
+// The edge map f = |grad(G_sigma * I)|^2 of Xu & Prince (eq. 11) scaled to
+// [0, 1]: the squared lengths of Ipg_SmoothedGradient.
 std::vector<float> Ipg_EdgeMap(const int* pixels, const int* roi, int cols, int rows, double sigma);
 
 // Central differences of f, one-sided on the borders.

@@ -156,20 +156,27 @@ IPG_CONTOUR Ipg_EllipseContour(const double* ellipse, int n)
   return contour;
 }
 
-double Ipg_ContourEnergy(const IPG_CONTOUR& contour, const std::vector<float>& edgeMap, int cols, int rows,
-                         double alpha, double beta)
+double Ipg_ContourEnergy(const IPG_CONTOUR& contour, const IPG_VECTOR_FIELD& gradient, double alpha, double beta)
 {
   const std::size_t n = contour.Size();
   if (n == 0)
     return 0.0;
-  double energy = 0.0;
+  double internal = 0.0, flux = 0.0;
   for (std::size_t i = 0; i < n; ++i) {
     const std::size_t next = (i + 1) % n, previous = (i + n - 1) % n;
     const double dx = contour.X[next] - contour.X[i], dy = contour.Y[next] - contour.Y[i];
     const double ddx = contour.X[next] - 2.0 * contour.X[i] + contour.X[previous];
     const double ddy = contour.Y[next] - 2.0 * contour.Y[i] + contour.Y[previous];
-    energy += alpha * (dx * dx + dy * dy) + beta * (ddx * ddx + ddy * ddy) -
-              Ipg_SampleBilinear(edgeMap, cols, rows, contour.X[i], contour.Y[i]);
+    internal += alpha * (dx * dx + dy * dy) + beta * (ddx * ddx + ddy * ddy);
+    // The normal from the tangent across the point.
+    const double tx = contour.X[next] - contour.X[previous], ty = contour.Y[next] - contour.Y[previous];
+    const double length = std::hypot(tx, ty);
+    if (length > 0.0) {
+      const double x = contour.X[i], y = contour.Y[i];
+      flux += (ty * Ipg_SampleBilinear(gradient.U, gradient.Cols, gradient.Rows, x, y) -
+               tx * Ipg_SampleBilinear(gradient.V, gradient.Cols, gradient.Rows, x, y)) /
+              length;
+    }
   }
-  return energy / static_cast<double>(n);
+  return (internal - std::fabs(flux)) / static_cast<double>(n);
 }

@@ -73,7 +73,12 @@ double Ipg_ContourArea(const IPG_CONTOUR& contour);
 IPG_CONTOUR Ipg_EllipseContour(const double* ellipse, int n);
 
 // The discrete energy of a closed snake per point (Kass et al., eq. 1-2):
-//   (1/n) sum alpha |v_i+1 - v_i|^2 + beta |v_i+1 - 2 v_i + v_i-1|^2 - f(v_i),
-// f the edge map (Cols x Rows, in [0, 1]) sampled bilinearly.
-double Ipg_ContourEnergy(const IPG_CONTOUR& contour, const std::vector<float>& edgeMap, int cols, int rows,
-                         double alpha, double beta);
+//   (1/n) sum alpha |v_i+1 - v_i|^2 + beta |v_i+1 - 2 v_i + v_i-1|^2
+//   - |(1/n) sum n_i . g(v_i)|,
+// g the smoothed image gradient (at most 1 long, sampled bilinearly) and n_i
+// the unit normal at v_i. The edge term is the gradient flux through the
+// contour (A. Vasilevskiy & K. Siddiqi, "Flux maximizing geometric flows",
+// IEEE PAMI 24(12), 2002): it rewards a contour whose whole length crosses the
+// edges the same way, while a thin contour lying along a single edge, which
+// |g|^2 alone rates as high as the object's outline, has no flux.
+double Ipg_ContourEnergy(const IPG_CONTOUR& contour, const IPG_VECTOR_FIELD& gradient, double alpha, double beta);

@@ -106,3 +106,77 @@ TEST(DeformableSurface, GvfEntersAConcavityThatTheEdgeGradientMisses)
   EXPECT_LE(SlotEntered(*gradient), 0.3);
   EXPECT_GE(Dice(*gvf, InsideU), 0.9);
 }
+
+TEST(DeformableSurface, BadInputGivesItsMessageAndFalse)
+{
+  const std::string apply = "IPG_DEFORMABLE_SURFACE::Apply()";
+  const std::string where = "IPG_DEFORMABLE_SURFACE::GradientVectorFlowSnake()";
+  auto in = ImageOf(32, 32, [](unsigned c, unsigned r) { return c > 10 && c < 20 && r > 10 && r < 20 ? 100 : 0; });
+  auto one = ImageOf(1, 1, {7});
+  DCM_STRUCT out(*in, false), small(*one, false);
+  auto withList = [&](std::initializer_list<MTH_2D_DOUBLE> points) {
+    auto image = ImageOf(32, 32, PixelsOf(*in));
+    auto* object = new OBJ_OBJECT(image.get());
+    for (const MTH_2D_DOUBLE& p : points)
+      object->AddPoint(p.GetX(), p.GetY());
+    image->GetObjectsList()->Add(object);
+    return image;
+  };
+  auto twoPoints = withList({{5.0, 5.0}, {20.0, 9.0}});
+  struct Case {
+    DCM_STRUCT* in;
+    DCM_STRUCT* out;
+    void (*set)(IPG_DEFORMABLE_SURFACE&);
+    std::string message;
+  };
+  const Case cases[] = {
+      {nullptr, &out, [](IPG_DEFORMABLE_SURFACE&) {}, "Pas d'image d'entrée!"},
+      {in.get(), nullptr, [](IPG_DEFORMABLE_SURFACE&) {}, "image de sortie non allouée"},
+      {in.get(), &small, [](IPG_DEFORMABLE_SURFACE&) {}, "Les images n'ont pas les mêmes dimensions : " + apply},
+      {one.get(), &small, [](IPG_DEFORMABLE_SURFACE&) {}, "Image trop petite : " + where},
+      {in.get(), &out, [](IPG_DEFORMABLE_SURFACE& op) { op.SetIterations(-1); },
+       "Nombre d'itérations négatif ou nul : " + where},
+      {in.get(), &out, [](IPG_DEFORMABLE_SURFACE& op) { op.SetGvfIterations(-1); },
+       "Paramètre GvfIterations hors limites : " + apply},
+      {in.get(), &out, [](IPG_DEFORMABLE_SURFACE& op) { op.SetGamma(0.0); }, "Paramètre Gamma hors limites : " + apply},
+      {in.get(), &out, [](IPG_DEFORMABLE_SURFACE& op) { op.SetNbPoints(7); },
+       "Pas assez de points dans le contour : " + where},
+      {in.get(), &out, [](IPG_DEFORMABLE_SURFACE& op) { op.SetContourIndex(0); },
+       "Contour initial absent de la liste d'objets : " + where},
+      {twoPoints.get(), &out, [](IPG_DEFORMABLE_SURFACE& op) { op.SetContourIndex(0); },
+       "Pas assez de points dans le contour : " + where},
+      {in.get(), &out, [](IPG_DEFORMABLE_SURFACE& op) { op.SetRadius(0.0); }, "Rayon négatif ou nul : " + where},
+      {in.get(), &out, [](IPG_DEFORMABLE_SURFACE& op) { op.SetCentre(5.0, 16.0); },
+       "Le cercle initial sort de l'image : " + where},
+  };
+  for (const Case& c : cases) {
+    IPG_DEFORMABLE_SURFACE snake(c.in, nullptr, c.out);
+    c.set(snake);
+    MessageCapture messages;
+    EXPECT_FALSE(snake.Apply()) << c.message;
+    EXPECT_EQ(messages.Texts, std::vector<std::string>{c.message});
+  }
+  EXPECT_EQ(twoPoints->GetObjectsList()->GetNbObjects(), 1);
+}
+
+TEST(DeformableSurface, ReportsEachIterationAndStopsWhenCancelled)
+{
+  auto in = ImageOf(32, 32, [](unsigned c, unsigned r) { return c > 10 && c < 20 && r > 10 && r < 20 ? 100 : 0; });
+  DCM_STRUCT out(*in, false);
+  IPG_DEFORMABLE_SURFACE snake(in.get(), nullptr, &out);
+  snake.SetGvfIterations(20);
+  snake.SetIterations(30);
+  {
+    ProgressCapture progress;
+    ASSERT_TRUE(snake.Apply());
+    EXPECT_EQ(progress.Events.front(), "open Contour actif (GVF) 50");
+    EXPECT_EQ(progress.Steps, 50);
+  }
+  ProgressCapture progress;
+  progress.CancelAfter = 25; // during the snake's steps
+  MessageCapture messages;
+  EXPECT_FALSE(snake.Apply());
+  EXPECT_EQ(messages.Texts, std::vector<std::string>{"Opération annulée par l'utilisateur"});
+  EXPECT_EQ(progress.Events.back(), "close");
+  EXPECT_EQ(in->GetObjectsList()->GetNbObjects(), 1);
+}
