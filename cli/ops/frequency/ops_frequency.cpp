@@ -4,6 +4,8 @@
 #include "ipg/frequency/ipg_fft_two_inputs.h"
 #include "ipg/frequency/ipg_transformation.h"
 #include "ipg/frequency/ipg_wavelet.h"
+#include "ipg/framework/tlist.h"
+#include "mth/mth_matrix.h"
 
 #include <string>
 
@@ -68,15 +70,75 @@ std::unique_ptr<DCM_STRUCT> FloatImage(DCM_STRUCT& geometry, const float* values
   return image;
 }
 
+std::unique_ptr<DCM_STRUCT> MatrixImage(DCM_STRUCT& geometry, const MTH_MATRIX& values)
+{
+  auto image = std::make_unique<DCM_STRUCT>(geometry, false);
+  image->Data->SetPrecision(kWaveletImagePrecision);
+  for (int r = 0; r < values.GetNbRows(); ++r)
+    for (int c = 0; c < values.GetNbCols(); ++c)
+      image->Data->SetValue(static_cast<unsigned>(c), static_cast<unsigned>(r), values.Get(r, c));
+  image->Data->SetMin();
+  image->Data->SetMax();
+  return image;
+}
+
+// The bands of the discrete lists in their order: 1803 lists H, V, D of each
+// scale then A; 1804 lists A, H, V, D of each scale.
+constexpr const char* kDwtBands[] = {"horizontal", "vertical", "diagonal"};
+constexpr const char* kFrameBands[] = {"approximation", "horizontal", "vertical", "diagonal"};
+
+std::string BandName(int code, int k, int count)
+{
+  if (code == 1804)
+    return std::string(kFrameBands[k % 4]) + "_" + std::to_string(k / 4);
+  return k == count - 1 ? "approximation" : std::string(kDwtBands[k % 3]) + "_" + std::to_string(k / 3);
+}
+
+// Size and mean square of every band of the list of the last discrete transform.
+Json BandEnergies(IPG_WAVELET& op)
+{
+  const int code = static_cast<int>(op.GetTools());
+  TList* list = code == 1804 ? op.GetEnsWf() : op.GetEnsWt();
+  Json::Array bands;
+  for (int k = 0; list != nullptr && k < list->Count(); ++k) {
+    const auto* band = static_cast<const MTH_MATRIX*>(list->Get(k));
+    const int n = band->GetNbRows() * band->GetNbCols();
+    double squares = 0.0;
+    for (int i = 0; i < n; ++i)
+      squares += band->GetData()[i] * band->GetData()[i];
+    bands.push_back(Json::Object{{"band", BandName(code, k, list->Count())},
+                                 {"rows", band->GetNbRows()},
+                                 {"cols", band->GetNbCols()},
+                                 {"energy", n > 0 ? squares / n : 0.0}});
+  }
+  return bands;
+}
+
 const bool waveletRegistered = [] {
   auto table = std::make_unique<CliOperatorTable<IPG_WAVELET>>(
       "IPG_WAVELET",
-      "multiscale gradient wavelet transform, modulus-maxima chains and Hölder exponents "
-      "(float results written as images at precision 1000)",
+      "multiscale gradient wavelet transform, modulus-maxima chains and Hölder exponents; discrete "
+      "wavelet transform, à trous frame and wavelet denoising (real results written as images at precision 1000)",
       [](const CliImages& im) { return std::make_unique<IPG_WAVELET>(im.in, im.roi); });
   table->Result("Threshold", &IPG_WAVELET::GetThreshold);
   table->Result("NbConvolution", &IPG_WAVELET::GetNbConvolution);
-  // Images: alpha and chain (1801, 1802), modulus_s and angle_s for every scale.
+  table->FilledBy("Threshold", {1800, 1801, 1802}).FilledBy("NbConvolution", {1800, 1801, 1802});
+  table->ResultFn("Bands", BandEnergies).FilledBy("Bands", {1803, 1804});
+  // The mosaic of 1803 and the denoised image of 1805.
+  table->Output("out", [](IPG_WAVELET& op, DCM_STRUCT* out) { op.SetImaOut(out); });
+  // 1804: the frame's bands of every scale.
+  table->After([](IPG_WAVELET& op, const CliImages& images, CliRunOutcome& outcome) {
+    const int code = static_cast<int>(op.GetTools());
+    if (code != 1803 && code != 1805)
+      std::erase_if(outcome.images, [](const auto& image) { return image.first == "out"; });
+    TList* frame = op.GetEnsWf();
+    if (!outcome.applied || code != 1804 || frame == nullptr)
+      return;
+    for (int k = 0; k < frame->Count(); ++k)
+      outcome.images.emplace_back(BandName(code, k, frame->Count()),
+                                  MatrixImage(*images.in, *static_cast<const MTH_MATRIX*>(frame->Get(k))));
+  });
+  // Images of 1800 to 1802: alpha and chain (1801, 1802), modulus_s and angle_s for every scale.
   table->After([](IPG_WAVELET& op, const CliImages& images, CliRunOutcome& outcome) {
     if (!outcome.applied || op.GetNbOfCols() != static_cast<int>(images.in->GetNbOfCols()) ||
         op.GetNbOfRows() != static_cast<int>(images.in->GetNbOfRows()))
