@@ -98,6 +98,20 @@ TEST(IpgGridCorrection, CorrectsAnotherImageOfTheGridGeometryAndKeepsRoiAndMarks
   EXPECT_EQ(out.Data->GetValue(128, 128), 16777300); // the centre does not move
   EXPECT_EQ(out.Data->GetValue(250, 3), 500);        // outside the ROI
   EXPECT_EQ(out.Data->GetMax(), 16777300);
+
+  // A copy carries the model, not the base fields: it corrects the grid as the original does.
+  IPG_GRIDCORRECTION copy(correction);
+  EXPECT_EQ(copy.GetTools(), 0.0);
+  ASSERT_TRUE(copy.HasModel());
+  DCM_STRUCT fromOriginal(*grid, false), fromCopy(*grid, false);
+  for (auto [op, target] : {std::pair{&correction, &fromOriginal}, std::pair{&copy, &fromCopy}}) {
+    op->SetImaIn(grid.get());
+    op->SetRoi(nullptr);
+    op->SetImaOut(target);
+    op->SetMode(302);
+    ASSERT_TRUE(op->CorrectDistortion());
+  }
+  EXPECT_EQ(PixelsOf(fromCopy), PixelsOf(fromOriginal));
 }
 
 TEST(IpgGridCorrection, BadInputGivesItsMessageAndFalse)
