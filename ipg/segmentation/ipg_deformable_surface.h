@@ -10,7 +10,7 @@
 // A closed active contour (M. Kass, A. Witkin & D. Terzopoulos, "Snakes: active
 // contour models", IJCV 1(4), 1988) driven by gradient vector flow (C. Xu &
 // J. L. Prince, "Snakes, shapes, and gradient vector flow", IEEE Trans. Image
-// Processing 7(3), 1998). Code 1700, GradientVectorFlowSnake (the default).
+// Processing 7(3), 1998). Code 2000, GradientVectorFlowSnake (the default).
 //
 // 1. Edge map f = |grad(G_EdgeSigma * I)|^2 scaled to [0, 1]; with a ROI, only
 //    pixels whose ROI value is 16777217 carry edges.
@@ -52,7 +52,7 @@ public:
   IPG_DEFORMABLE_SURFACE& operator=(const IPG_DEFORMABLE_SURFACE&) = delete;
   ~IPG_DEFORMABLE_SURFACE() = default;
 
-  // Tools 1700, Alpha 0.05, Beta 0, Gamma 1, Kappa 0.6, Mu 0.2, GvfIterations
+  // Tools 2000, Alpha 0.05, Beta 0, Gamma 1, Kappa 0.6, Mu 0.2, GvfIterations
   // 200, Iterations 150, NbPoints 100, ResampleInterval 5, EdgeSigma 1.5,
   // ContourIndex -1; the circle at the input's middle with a quarter of its
   // smaller side as radius, until SetCentre and SetRadius are called.
@@ -60,7 +60,7 @@ public:
   bool Apply();
   // Its operation codes and settable parameters, read by Apply() and by hosts.
   static const IPG_CLASS_INFO<IPG_DEFORMABLE_SURFACE>& ClassInfo();
-  bool GradientVectorFlowSnake(); // 1700
+  bool GradientVectorFlowSnake(); // 2000
 
   void SetAlpha(double alpha) { Alpha = alpha; }
   double GetAlpha() const { return Alpha; }

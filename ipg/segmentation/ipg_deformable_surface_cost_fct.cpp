@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr int kFitCode = 1710;
+constexpr int kFitCode = 2010;
 constexpr const char* kClassName = "IPG_DEFORMABLE_SURFACE_COST_FCT";
 constexpr const char* kWhere = "IPG_DEFORMABLE_SURFACE_COST_FCT::FitEllipseByAnnealing()";
 constexpr const char* kLabel = "Ajustement d'une ellipse";
@@ -28,9 +28,10 @@ constexpr double kCooling = 0.9;
 constexpr double kInvalidCost = 1e30; // above any energy the weights allow
 constexpr int kMinPoints = 8;
 // Bounds that keep a run short whatever the host asks: at most
-// 3 x 500 x 500 evaluations of 1024 samples.
-constexpr int kMaxPoints = 1024;
-constexpr int kMaxStagesOrTrials = 500;
+// 3 x 100 x 500 evaluations of 256 samples.
+constexpr int kMaxPoints = 256;
+constexpr int kMaxStages = 100;
+constexpr int kMaxTrials = 500;
 constexpr double kMaxSigma = 100.0;
 constexpr double kMaxWeight = 1e6;
 // The cancellation request is polled every so many cost evaluations.
@@ -147,11 +148,11 @@ const IPG_CLASS_INFO<IPG_DEFORMABLE_SURFACE_COST_FCT>& IPG_DEFORMABLE_SURFACE_CO
       Ipg_Parameter<C, &C::SetAngle>("Angle", "0", "angle of the a axis of the start ellipse, radians"),
       Ipg_Parameter<C, &C::SetSearchRadius>("SearchRadius", "10", "largest first move of the centre and axes, px"),
       Ipg_Parameter<C, &C::SetTemperature>("Temperature", "0.05", "starting temperature of each round, > 0"),
-      Ipg_Parameter<C, &C::SetStages>("Stages", "50", "temperature stages per round, 1-500"),
+      Ipg_Parameter<C, &C::SetStages>("Stages", "50", "temperature stages per round, 1-100"),
       Ipg_Parameter<C, &C::SetTrials>("Trials", "100", "moves per stage, 1-500"),
       Ipg_Parameter<C, &C::SetSeed>("Seed", "1", "seed of the moves"),
       Ipg_Parameter<C, &C::SetEdgeSigma>("EdgeSigma", "2", "Gaussian smoothing before the edge map, 0-100 px"),
-      Ipg_Parameter<C, &C::SetNbPoints>("NbPoints", "100", "samples of the ellipse, 8-1024"),
+      Ipg_Parameter<C, &C::SetNbPoints>("NbPoints", "100", "samples of the ellipse, 8-256"),
       Ipg_Parameter<C, &C::SetAlpha>("Alpha", "0", "elasticity weight of the energy, >= 0"),
       Ipg_Parameter<C, &C::SetBeta>("Beta", "0", "rigidity weight of the energy, >= 0"),
   };
@@ -212,8 +213,8 @@ bool IPG_DEFORMABLE_SURFACE_COST_FCT::CheckParameters() const
          Ipg_ParameterInRange(std::isfinite(Angle), "Angle", kClassName) &&
          Ipg_ParameterInRange(SearchRadius > 0.0 && SearchRadius <= largest, "SearchRadius", kClassName) &&
          Ipg_ParameterInRange(Temperature > 0.0 && Temperature <= kMaxWeight, "Temperature", kClassName) &&
-         Ipg_ParameterInRange(Stages >= 1 && Stages <= kMaxStagesOrTrials, "Stages", kClassName) &&
-         Ipg_ParameterInRange(Trials >= 1 && Trials <= kMaxStagesOrTrials, "Trials", kClassName) &&
+         Ipg_ParameterInRange(Stages >= 1 && Stages <= kMaxStages, "Stages", kClassName) &&
+         Ipg_ParameterInRange(Trials >= 1 && Trials <= kMaxTrials, "Trials", kClassName) &&
          Ipg_ParameterInRange(Within(EdgeSigma, 0.0, kMaxSigma), "EdgeSigma", kClassName) &&
          Ipg_ParameterInRange(NbPoints <= kMaxPoints, "NbPoints", kClassName) &&
          Ipg_ParameterInRange(Within(Alpha, 0.0, kMaxWeight), "Alpha", kClassName) &&

@@ -12,7 +12,7 @@
 // (S. Kirkpatrick, C. D. Gelatt & M. P. Vecchi, "Optimization by simulated
 // annealing", Science 220, 1983). The parametric contour finds the object as a
 // whole where a snake would stop on the first edge; IPG_DEFORMABLE_SURFACE can
-// then refine it from the contour left in the object list. Code 1710,
+// then refine it from the contour left in the object list. Code 2010,
 // FitEllipseByAnnealing (the default).
 //
 // Cost of an ellipse (centre x, y, semi-axes a, b, angle): the energy per point
@@ -56,7 +56,7 @@ public:
   IPG_DEFORMABLE_SURFACE_COST_FCT& operator=(const IPG_DEFORMABLE_SURFACE_COST_FCT&) = delete;
   ~IPG_DEFORMABLE_SURFACE_COST_FCT() = default;
 
-  // Tools 1710, Angle 0, SearchRadius 10, Temperature 0.05, Stages 50, Trials
+  // Tools 2010, Angle 0, SearchRadius 10, Temperature 0.05, Stages 50, Trials
   // 100, Seed 1, EdgeSigma 2, NbPoints 100, Alpha 0, Beta 0; the start ellipse
   // is the circle at the input's middle with a quarter of its smaller side as
   // radius, until SetCentre and SetSemiAxes are called.
@@ -64,7 +64,7 @@ public:
   bool Apply();
   // Its operation codes and settable parameters, read by Apply() and by hosts.
   static const IPG_CLASS_INFO<IPG_DEFORMABLE_SURFACE_COST_FCT>& ClassInfo();
-  bool FitEllipseByAnnealing(); // 1710
+  bool FitEllipseByAnnealing(); // 2010
 
   void SetCentre(double x, double y);
   double GetCentreX() const;
