@@ -2,6 +2,7 @@
 #include "dcm/dcm_phantom.h"
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
+#include "ipg/frequency/ipg_wavelet.h"
 
 #include <benchmark/benchmark.h>
 
@@ -9,6 +10,7 @@
 #include <cmath>
 #include <map>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -17,6 +19,8 @@
 // as linear intensity (1000 per unit of echogenicity) so that the truth is
 // known: tissue 1000, hypoechoic layer 350, cyst 1, bright inclusion 6000.
 // Arguments: filter, phantom side, looks (1: fully developed speckle, 4: milder).
+// The wavelet denoisers of IPG_WAVELET run as a second benchmark on the same
+// phantoms and counters.
 //
 // Counters, measured on the output of the last run:
 //   ENL   equivalent number of looks, mean^2 / variance, over the tissue pixels
@@ -44,6 +48,20 @@ const Filter kFilters[] = {
     {"Filtre_Impuls", 521, 1}, {"AdaptativeDenoise", 504, 2},
 };
 constexpr double kPeak = 6000.0;
+
+// The wavelet denoisers of IPG_WAVELET (1805): universal soft threshold or
+// BayesShrink, on the intensity or on its logarithm, Haar, over `Scales` scales.
+struct WaveletFilter {
+  const char* Name;
+  bool Adaptive;
+  bool Log;
+  int Scales;
+};
+
+const WaveletFilter kWaveletFilters[] = {
+    {"Wavelet", false, false, 2},     {"Wavelet_log", false, true, 2},     {"Wavelet_log", false, true, 4},
+    {"BayesShrink", true, false, 2},  {"BayesShrink_log", true, true, 2},
+};
 
 struct Phantom {
   std::unique_ptr<DCM_STRUCT> Image;
@@ -163,6 +181,8 @@ double Beta(const std::vector<double>& v, const std::vector<double>& truth, int 
   return ab / std::sqrt(aa * bb);
 }
 
+void SetQualityCounters(benchmark::State& state, const DCM_STRUCT& image, const Phantom& phantom, int side);
+
 void Despeckle(benchmark::State& state)
 {
   const Filter& filter = kFilters[state.range(0)];
@@ -187,8 +207,35 @@ void Despeckle(benchmark::State& state)
       return;
     }
   }
-  const int* pixels = (filter.Code == 0 ? phantom.Image.get() : &out)->Data->GetIDataAddress();
-  const std::vector<double> result(pixels, pixels + out.Data->GetSize());
+  SetQualityCounters(state, filter.Code == 0 ? *phantom.Image : out, phantom, side);
+}
+
+void WaveletDespeckle(benchmark::State& state)
+{
+  const WaveletFilter& filter = kWaveletFilters[state.range(0)];
+  const int side = static_cast<int>(state.range(1));
+  const Phantom& phantom = GetPhantom(static_cast<unsigned>(side), static_cast<unsigned>(state.range(2)));
+  DCM_STRUCT out(*phantom.Image, false);
+  IPG_WAVELET op(phantom.Image.get());
+  op.SetImaOut(&out);
+  op.SetTools(1805);
+  op.SetMode(302);
+  op.SetAdaptative(filter.Adaptive);
+  op.SetLogTransform(filter.Log);
+  op.SetNbScale(filter.Scales);
+  state.SetLabel(std::string(filter.Name) + ", " + std::to_string(filter.Scales) + " scales");
+  for (auto _ : state)
+    if (op.Apply() == 0) {
+      state.SkipWithError("refused");
+      return;
+    }
+  SetQualityCounters(state, out, phantom, side);
+}
+
+void SetQualityCounters(benchmark::State& state, const DCM_STRUCT& image, const Phantom& phantom, int side)
+{
+  const int* pixels = image.Data->GetIDataAddress();
+  const std::vector<double> result(pixels, pixels + image.Data->GetSize());
   state.counters["ENL"] = Enl(result, phantom.Labels, side);
   state.counters["PSNR"] = Psnr(result, phantom.Truth);
   state.counters["SSIM"] = Ssim(result, phantom.Truth, side);
@@ -205,6 +252,15 @@ void AllFilters(benchmark::internal::Benchmark* b)
         b->Args({f, side, looks});
 }
 
+void AllWaveletFilters(benchmark::internal::Benchmark* b)
+{
+  for (long looks : {1, 4})
+    for (long side : {128, 256})
+      for (long f = 0; f < static_cast<long>(std::size(kWaveletFilters)); ++f)
+        b->Args({f, side, looks});
+}
+
 } // namespace
 
+BENCHMARK(WaveletDespeckle)->Apply(AllWaveletFilters)->ArgNames({"filter", "side", "looks"})->Unit(benchmark::kMillisecond);
 BENCHMARK(Despeckle)->Apply(AllFilters)->ArgNames({"filter", "side", "looks"})->Unit(benchmark::kMillisecond);

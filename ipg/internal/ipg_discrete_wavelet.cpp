@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_discrete_wavelet.h"
 
+#include "ipg/internal/ipg_row_bands.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -77,11 +79,20 @@ void Correlate(const IPG_WAVELET_FILTER& f, int step, int dec, const double* x, 
   }
 }
 
+// body(first, end) over row bands of `rows` rows, in parallel when worth it.
+template <typename Body>
+void InBands(int rows, int cols, Body body)
+{
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols));
+  Ipg_RunBands(bands, [&](unsigned, unsigned first, unsigned end) { body(static_cast<int>(first), static_cast<int>(end)); });
+}
+
 // The same along columns: output row k combines whole input rows.
 void CorrelateColumns(const IPG_WAVELET_FILTER& f, int step, int dec, const double* x, int rows, int cols, double* out,
                       int outRows, double gain, bool add)
 {
-  for (int k = 0; k < outRows; ++k) {
+  InBands(outRows, cols, [&](int first, int end) {
+  for (int k = first; k < end; ++k) {
     double* o = out + static_cast<std::size_t>(k) * cols;
     if (!add)
       std::fill(o, o + cols, 0.0);
@@ -93,6 +104,20 @@ void CorrelateColumns(const IPG_WAVELET_FILTER& f, int step, int dec, const doub
         o[c] += w * src[c];
     }
   }
+  });
+}
+
+// Correlate on every row of a rows x cols image.
+void CorrelateRows(const IPG_WAVELET_FILTER& f, int step, const double* in, int rows, int cols, double* out,
+                   double gain, bool add)
+{
+  InBands(rows, cols, [&](int first, int end) {
+    std::vector<double> ext;
+    for (int r = first; r < end; ++r) {
+      const std::size_t at = static_cast<std::size_t>(r) * cols;
+      Correlate(f, step, 1, in + at, cols, out + at, cols, gain, add, ext);
+    }
+  });
 }
 
 // x[m] += sum_k in[k] f[m - 2k] (periodic, length n = 2 count), the decimated synthesis.
@@ -209,12 +234,9 @@ void Ipg_SwtForwardLevel(const IPG_WAVELET_BANK& bank, const double* in, int col
 {
   const int step = 1 << level;
   const std::size_t n = static_cast<std::size_t>(cols) * rows;
-  std::vector<double> low(n), high(n), ext;
-  for (int r = 0; r < rows; ++r) {
-    const std::size_t at = static_cast<std::size_t>(r) * cols;
-    Correlate(bank.LowAnalysis, step, 1, in + at, cols, low.data() + at, cols, 1.0, false, ext);
-    Correlate(bank.HighAnalysis, step, 1, in + at, cols, high.data() + at, cols, 1.0, false, ext);
-  }
+  std::vector<double> low(n), high(n);
+  CorrelateRows(bank.LowAnalysis, step, in, rows, cols, low.data(), 1.0, false);
+  CorrelateRows(bank.HighAnalysis, step, in, rows, cols, high.data(), 1.0, false);
   for (auto* band : {&bands.Approximation, &bands.Horizontal, &bands.Vertical, &bands.Diagonal})
     band->resize(n);
   CorrelateColumns(bank.LowAnalysis, step, 1, low.data(), rows, cols, bands.Approximation.data(), rows, 1.0, false);
@@ -229,15 +251,12 @@ void Ipg_SwtInverseLevel(const IPG_WAVELET_BANK& bank, const IPG_FRAME_BANDS& ba
   const int step = 1 << level;
   const IPG_WAVELET_FILTER lo = Reversed(bank.LowSynthesis), hi = Reversed(bank.HighSynthesis);
   const std::size_t n = static_cast<std::size_t>(cols) * rows;
-  std::vector<double> low(n), high(n), ext;
+  std::vector<double> low(n), high(n);
   // Each 1-D synthesis halves the sum of its two channels.
   CorrelateColumns(lo, step, 1, bands.Approximation.data(), rows, cols, low.data(), rows, 0.5, false);
   CorrelateColumns(hi, step, 1, bands.Horizontal.data(), rows, cols, low.data(), rows, 0.5, true);
   CorrelateColumns(lo, step, 1, bands.Vertical.data(), rows, cols, high.data(), rows, 0.5, false);
   CorrelateColumns(hi, step, 1, bands.Diagonal.data(), rows, cols, high.data(), rows, 0.5, true);
-  for (int r = 0; r < rows; ++r) {
-    const std::size_t at = static_cast<std::size_t>(r) * cols;
-    Correlate(lo, step, 1, low.data() + at, cols, out + at, cols, 0.5, false, ext);
-    Correlate(hi, step, 1, high.data() + at, cols, out + at, cols, 0.5, true, ext);
-  }
+  CorrelateRows(lo, step, low.data(), rows, cols, out, 0.5, false);
+  CorrelateRows(hi, step, high.data(), rows, cols, out, 0.5, true);
 }

@@ -41,10 +41,27 @@ bool Refuse(const std::string& parameter, const std::string& where)
   return Ipg_InformAndFail(Ipg_MsgParameterRangeAt(parameter, where));
 }
 
-void Keep(IPG_OWNED_MATRICES& owned, TList& list, const MTH_MATRIX& matrix)
+void Keep(IPG_OWNED_MATRICES& owned, TList& list, std::unique_ptr<MTH_MATRIX> matrix)
 {
-  owned.push_back(std::make_unique<MTH_MATRIX>(matrix));
+  owned.push_back(std::move(matrix));
   list.Add(owned.back().get());
+}
+
+void CopyBlock(const std::vector<double>& image, int cols, int col, int row, MTH_MATRIX& matrix)
+{
+  const int w = matrix.GetNbCols(), h = matrix.GetNbRows();
+  double* to = matrix.GetData();
+  for (int r = 0; r < h; ++r) {
+    const double* from = image.data() + static_cast<std::size_t>(row + r) * cols + col;
+    std::copy(from, from + w, to + static_cast<std::size_t>(r) * w);
+  }
+}
+
+std::unique_ptr<MTH_MATRIX> BlockMatrix(const std::vector<double>& image, int cols, int col, int row, int w, int h)
+{
+  auto matrix = std::make_unique<MTH_MATRIX>(h, w);
+  CopyBlock(image, cols, col, row, *matrix);
+  return matrix;
 }
 
 void Empty(IPG_OWNED_MATRICES& owned, TList& list)
@@ -140,10 +157,7 @@ void Ipg_WaveletWriteMosaic(const std::vector<double>& values, DCM_STRUCT& out)
 MTH_MATRIX Ipg_MatrixOfBlock(const std::vector<double>& image, int cols, int col, int row, int w, int h)
 {
   MTH_MATRIX matrix(h, w);
-  double* to = matrix.GetData();
-  for (int r = 0; r < h; ++r)
-    for (int c = 0; c < w; ++c)
-      to[static_cast<std::size_t>(r) * w + c] = image[static_cast<std::size_t>(row + r) * cols + col + c];
+  CopyBlock(image, cols, col, row, matrix);
   return matrix;
 }
 
@@ -162,11 +176,11 @@ void Ipg_ListOfDwt(const std::vector<double>& layout, int cols, int rows, int sc
   Empty(owned, list);
   for (int s = 0; s < scales; ++s) {
     const int w = cols >> (s + 1), h = rows >> (s + 1);
-    Keep(owned, list, Ipg_MatrixOfBlock(layout, cols, 0, h, w, h)); // horizontal, below
-    Keep(owned, list, Ipg_MatrixOfBlock(layout, cols, w, 0, w, h)); // vertical, on the right
-    Keep(owned, list, Ipg_MatrixOfBlock(layout, cols, w, h, w, h)); // diagonal
+    Keep(owned, list, BlockMatrix(layout, cols, 0, h, w, h)); // horizontal, below
+    Keep(owned, list, BlockMatrix(layout, cols, w, 0, w, h)); // vertical, on the right
+    Keep(owned, list, BlockMatrix(layout, cols, w, h, w, h)); // diagonal
   }
-  Keep(owned, list, Ipg_MatrixOfBlock(layout, cols, 0, 0, cols >> scales, rows >> scales));
+  Keep(owned, list, BlockMatrix(layout, cols, 0, 0, cols >> scales, rows >> scales));
 }
 
 bool Ipg_DwtOfList(const TList* list, std::vector<double>& layout, int& cols, int& rows, int& scales)
@@ -210,7 +224,7 @@ bool Ipg_ListOfFrame(const IPG_WAVELET_BANK& bank, const MTH_MATRIX& image, int 
     }
     Ipg_SwtForwardLevel(bank, current.data(), cols, rows, level, bands);
     for (const auto* band : {&bands.Approximation, &bands.Horizontal, &bands.Vertical, &bands.Diagonal})
-      Keep(owned, list, Ipg_MatrixOfBlock(*band, cols, 0, 0, cols, rows));
+      Keep(owned, list, BlockMatrix(*band, cols, 0, 0, cols, rows));
     current.swap(bands.Approximation);
   }
   return true;
