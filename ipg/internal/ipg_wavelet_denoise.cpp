@@ -33,39 +33,48 @@ double Soft(double y, double threshold)
   return shrunk > 0.0 ? std::copysign(shrunk, y) : 0.0;
 }
 
-// Running sums along one line of n values spaced `stride` apart: out[i] = sum
-// of v over [i - half, i + half] clipped to the line.
-void WindowSums(const double* v, std::size_t stride, int n, int half, double* out, std::vector<double>& prefix)
+// Sums of v over [i - half, i + half] clipped to the n values of a row.
+void RowWindowSums(const double* v, int n, int half, double* out, std::vector<double>& prefix)
 {
   prefix.assign(static_cast<std::size_t>(n) + 1, 0.0);
   for (int i = 0; i < n; ++i)
-    prefix[static_cast<std::size_t>(i) + 1] = prefix[static_cast<std::size_t>(i)] + v[i * stride];
-  for (int i = 0; i < n; ++i) {
-    const int lo = std::max(0, i - half), hi = std::min(n - 1, i + half);
-    out[i * stride] = prefix[static_cast<std::size_t>(hi) + 1] - prefix[static_cast<std::size_t>(lo)];
-  }
+    prefix[static_cast<std::size_t>(i) + 1] = prefix[static_cast<std::size_t>(i)] + v[i];
+  for (int i = 0; i < n; ++i)
+    out[i] = prefix[static_cast<std::size_t>(std::min(n - 1, i + half)) + 1] -
+             prefix[static_cast<std::size_t>(std::max(0, i - half))];
 }
 
-// Mean of y^2 over the clipped window around each coefficient.
+// Mean of y^2 over the clipped window around each coefficient: sums along
+// rows, then a running sum of whole rows down the columns.
 std::vector<double> LocalEnergy(const std::vector<double>& band, int cols, int rows, int window)
 {
   const int half = window / 2;
-  std::vector<double> squares(band.size()), rowsSummed(band.size()), sums(band.size()), prefix;
+  std::vector<double> squares(band.size()), rowSums(band.size()), out(band.size()), prefix;
   std::transform(band.begin(), band.end(), squares.begin(), [](double y) { return y * y; });
   for (int r = 0; r < rows; ++r) {
     const std::size_t at = static_cast<std::size_t>(r) * cols;
-    WindowSums(squares.data() + at, 1, cols, half, rowsSummed.data() + at, prefix);
+    RowWindowSums(squares.data() + at, cols, half, rowSums.data() + at, prefix);
   }
+  auto row = [&](int r) { return rowSums.data() + static_cast<std::size_t>(r) * cols; };
+  std::vector<double> running(static_cast<std::size_t>(cols), 0.0), width(static_cast<std::size_t>(cols));
   for (int c = 0; c < cols; ++c)
-    WindowSums(rowsSummed.data() + c, static_cast<std::size_t>(cols), rows, half, sums.data() + c, prefix);
+    width[static_cast<std::size_t>(c)] = std::min(cols - 1, c + half) - std::max(0, c - half) + 1;
+  for (int r = 0; r < std::min(rows, half); ++r)
+    for (int c = 0; c < cols; ++c)
+      running[static_cast<std::size_t>(c)] += row(r)[c];
   for (int r = 0; r < rows; ++r) {
+    if (r + half < rows) // the row entering the window
+      for (int c = 0; c < cols; ++c)
+        running[static_cast<std::size_t>(c)] += row(r + half)[c];
+    if (r - half - 1 >= 0) // the row leaving it
+      for (int c = 0; c < cols; ++c)
+        running[static_cast<std::size_t>(c)] -= row(r - half - 1)[c];
     const double height = std::min(rows - 1, r + half) - std::max(0, r - half) + 1;
-    for (int c = 0; c < cols; ++c) {
-      const double width = std::min(cols - 1, c + half) - std::max(0, c - half) + 1;
-      sums[static_cast<std::size_t>(r) * cols + c] /= width * height;
-    }
+    double* o = out.data() + static_cast<std::size_t>(r) * cols;
+    for (int c = 0; c < cols; ++c)
+      o[c] = running[static_cast<std::size_t>(c)] / (width[static_cast<std::size_t>(c)] * height);
   }
-  return sums;
+  return out;
 }
 
 void ShrinkUniversal(std::vector<double>& band, double threshold)
