@@ -36,7 +36,13 @@ namespace {
 struct SelectedBand {
   IPG_BAND_EXTREMES Extremes;
   std::int64_t Count = 0, Sum = 0;
+  Ipg_UInt128 Squares = 0;
+  bool SquaresSmall = true; // no selected level below -2^24 (whose square could wrap a block's total)
 };
+
+// Pixels walked block by block, so that the three loops of a block read it from
+// the first-level cache; 2^12 squares below 2^48 each stay below 2^60.
+constexpr std::size_t kSelectedBlock = 4096;
 
 // Pixels [first, last) of the walk, without a branch per pixel.
 template <bool HasRoi>
@@ -48,34 +54,40 @@ template <bool HasRoi>
 
 // Pixels [first, last) of the walk, without a branch per pixel: the selection
 // is a bit mask (the form the vectoriser takes for conditional extremes), and
-// the 64-bit sum has a loop of its own.
+// the 64-bit sum and the sum of squares have loops of their own.
 template <bool HasRoi>
 [[gnu::always_inline]] inline void AddSelectedIn(const int* pixels, std::size_t first, std::size_t last,
                                                  const int* roi, std::size_t roiSize, SelectedBand& b)
 {
   const std::size_t roiLast = roi == nullptr ? last : std::min(last, std::max(first, roiSize));
   int mn = b.Extremes.Min, mx = b.Extremes.Max;
-  std::int64_t count = 0;
-  constexpr std::size_t kChunk = std::size_t{1} << 30; // a 32-bit count cannot overflow within it
-  for (std::size_t chunk = first; chunk < roiLast; chunk += kChunk) {
-    const std::size_t chunkEnd = std::min(roiLast, chunk + std::min(kChunk, roiLast - chunk));
-    int chunkCount = 0;
-    for (std::size_t i = chunk; i < chunkEnd; ++i) {
+  for (std::size_t block = first; block < roiLast; block += kSelectedBlock) {
+    const std::size_t blockEnd = std::min(roiLast, block + kSelectedBlock);
+    int count = 0;
+    for (std::size_t i = block; i < blockEnd; ++i) {
       const int v = pixels[i];
       const int keep = SelectedMask<HasRoi>(pixels, roi, i);
       mn = std::min(mn, (v & keep) | (INT_MAX & ~keep));
       mx = std::max(mx, (v & keep) | (INT_MIN & ~keep));
-      chunkCount -= keep;
+      count -= keep;
     }
-    count += chunkCount;
+    std::int64_t sum = 0;
+    for (std::size_t i = block; i < blockEnd; ++i)
+      sum += static_cast<std::int64_t>(pixels[i] & SelectedMask<HasRoi>(pixels, roi, i));
+    std::uint64_t squares = 0;
+    int large = 0;
+    for (std::size_t i = block; i < blockEnd; ++i) {
+      const std::int64_t v = pixels[i] & SelectedMask<HasRoi>(pixels, roi, i);
+      squares += static_cast<std::uint64_t>(v * v);
+      large |= static_cast<int>(v < -kIpgMaxGrey);
+    }
+    b.Count += count;
+    b.Sum += sum;
+    b.Squares += squares;
+    b.SquaresSmall = b.SquaresSmall && large == 0;
   }
-  std::int64_t sum = 0;
-  for (std::size_t i = first; i < roiLast; ++i)
-    sum += static_cast<std::int64_t>(pixels[i] & SelectedMask<HasRoi>(pixels, roi, i));
   b.Extremes.Min = mn;
   b.Extremes.Max = mx;
-  b.Count += count;
-  b.Sum += sum;
 }
 
 // Inlined into a plain and an AVX2 copy.
@@ -154,7 +166,94 @@ NoiseRunSums NoiseRunPlain(const int* v, const int* s, unsigned from, unsigned t
 }
 #endif
 
+// Levels whose nine-neighbour sums stay below 2^24 in magnitude, so that single
+// precision holds them exactly: 9 x 1864135 = 16777215.
+constexpr int kBoxLevelLimit = 1864135;
+
+struct BoxNoiseBand {
+  ExactTotal Signal, Noise;
+  bool InRange = true;
+};
+
+// Interior rows [begin, end) of a cols-wide image (cols >= 3): the box mean of
+// each interior pixel into box[], then the noise terms against it.
+[[gnu::always_inline]] inline void BoxNoiseRows(const int* pixels, unsigned cols, unsigned begin, unsigned end,
+                                                int* column, int* box, BoxNoiseBand& b)
+{
+  for (unsigned row = begin; row < end; ++row) {
+    const int* above = pixels + std::size_t{row - 1} * cols;
+    const int* here = above + cols;
+    const int* below = here + cols;
+    int outside = 0;
+    for (unsigned col = 0; col < cols; ++col) {
+      const int a = above[col], h = here[col], w = below[col];
+      column[col] = a + h + w;
+      outside |= static_cast<int>((a < -kBoxLevelLimit) | (a > kBoxLevelLimit) | (h < -kBoxLevelLimit) |
+                                  (h > kBoxLevelLimit) | (w < -kBoxLevelLimit) | (w > kBoxLevelLimit));
+    }
+    if (outside != 0) {
+      b.InRange = false;
+      return;
+    }
+    for (unsigned col = 1; col + 1 < cols; ++col)
+      box[col] = static_cast<int>(static_cast<float>(column[col - 1] + column[col] + column[col + 1]) / 9.0f);
+    for (unsigned from = 1; from + 1 < cols; from += kNoiseRun) {
+      const NoiseRunSums sums = NoiseRun(here, box, from, std::min(cols - 1, from + kNoiseRun));
+      b.Signal.Add(sums.Signal);
+      b.Noise.Add(sums.Noise);
+    }
+  }
+}
+
+void BoxNoiseRowsPlain(const int* pixels, unsigned cols, unsigned begin, unsigned end, int* column, int* box,
+                       BoxNoiseBand& b)
+{
+  BoxNoiseRows(pixels, cols, begin, end, column, box, b);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void BoxNoiseRowsAvx2(const int* pixels, unsigned cols, unsigned begin, unsigned end,
+                                              int* column, int* box, BoxNoiseBand& b)
+{
+  BoxNoiseRows(pixels, cols, begin, end, column, box, b);
+}
+#endif
+
 } // namespace
+
+bool Ipg_BoxNoiseSums(const DCM_DATA& in, double& signal, double& noise)
+{
+  const unsigned cols = in.GetNbOfCols(), rows = in.GetNbOfRows();
+  if (cols < 3 || rows < 3 || std::size_t{cols} * rows != in.GetSize())
+    return false;
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows - 2, cols);
+  std::vector<BoxNoiseBand> perBand(bands.Count);
+  const bool avx2 = Ipg_UseAvx2();
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    std::vector<int> column(cols), box(cols);
+#if defined(__x86_64__)
+    if (avx2) {
+      BoxNoiseRowsAvx2(in.GetIDataAddress(), cols, begin + 1, end + 1, column.data(), box.data(), perBand[band]);
+      return;
+    }
+#endif
+    BoxNoiseRowsPlain(in.GetIDataAddress(), cols, begin + 1, end + 1, column.data(), box.data(), perBand[band]);
+  });
+  ExactTotal totalSignal, totalNoise;
+  for (const BoxNoiseBand& b : perBand) {
+    if (!b.InRange)
+      return false;
+    totalSignal.Add(b.Signal.Value);
+    totalNoise.Add(b.Noise.Value);
+    totalSignal.Exact = totalSignal.Exact && b.Signal.Exact;
+    totalNoise.Exact = totalNoise.Exact && b.Noise.Exact;
+  }
+  if (!totalSignal.Exact || !totalNoise.Exact)
+    return false;
+  signal = static_cast<double>(totalSignal.Value);
+  noise = static_cast<double>(totalNoise.Value);
+  return true;
+}
 
 IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsigned cols, const int* roi,
                                      std::size_t roiSize)
@@ -176,11 +275,14 @@ IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsign
   IPG_SELECTED_STATS stats;
   IPG_BAND_EXTREMES extremes;
   std::int64_t sum = 0;
+  bool squaresSmall = true;
   for (const SelectedBand& b : perBand) {
     extremes.Add(b.Extremes.Min);
     extremes.Add(b.Extremes.Max);
     stats.Count += b.Count;
     sum += b.Sum;
+    stats.SumOfSquares += b.Squares;
+    squaresSmall = squaresSmall && b.SquaresSmall;
   }
   // count x the largest magnitude bounds the sum of magnitudes, hence every
   // running total of the serial loop. A row count that leaves pixels over (size
@@ -190,6 +292,7 @@ IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsign
                                        std::fabs(static_cast<long double>(extremes.Max)));
   const bool bounded = stats.Count == 0 || largest * static_cast<long double>(stats.Count) < 9007199254740992.0L;
   stats.SumExact = bounded && std::size_t{rows} * cols == size;
+  stats.SquaresExact = stats.SumExact && squaresSmall;
   stats.Min = extremes.Min;
   stats.Max = extremes.Max;
   stats.Sum = static_cast<double>(sum);

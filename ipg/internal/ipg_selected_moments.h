@@ -8,9 +8,10 @@
 // row-major image (grey levels, inside the ROI array when there is one; past
 // its end nothing is selected), as the basic statistics define them: the mean
 // from the sum of the pixels (exact in bands, or added pixel after pixel), the
-// variance summed in visiting order, since a non-integer mean makes every term
-// round and the stored variance is the one that order gives. Raw values, no
-// precision scaling. False when nothing is selected.
+// variance from the exact integer sums of the levels and of their squares
+// (divided once), or, for levels beyond 2^53 in total, summed as (p - mean)^2
+// pixel after pixel. Raw values, no precision scaling. False when nothing is
+// selected.
 struct IPG_SELECTED_MOMENTS {
   int Count = 0; // as an int: the divisor of the mean and the variance
   int Min = 0;

@@ -247,6 +247,8 @@ bool IPG_STATISTIC1::NoiseSums(double& signal, double& noise)
   if (ImaIn == nullptr)
     return false;
 
+  if (Roi == nullptr && Ipg_BoxNoiseSums(*ImaIn->Data, signal, noise))
+    return true;
   // The reference: the input smoothed by the 3x3 box, extremes only re-measured.
   DCM_STRUCT smoothed(*ImaIn, false, -1, -1);
   {
