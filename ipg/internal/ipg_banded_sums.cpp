@@ -166,112 +166,10 @@ NoiseRunSums NoiseRunPlain(const int* v, const int* s, unsigned from, unsigned t
 }
 #endif
 
-// Levels whose nine-neighbour sums stay below 2^24 in magnitude, so that single
-// precision holds them exactly: 9 x 1864135 = 16777215.
-constexpr int kBoxLevelLimit = 1864135;
-
-struct BoxNoiseBand {
-  ExactTotal Signal, Noise;
-  bool InRange = true;
-};
-
-// Interior rows [begin, end) of a cols-wide image (cols >= 3): the box mean of
-// each interior pixel into box[], then the noise terms against it.
-[[gnu::always_inline]] inline void BoxNoiseRows(const int* pixels, unsigned cols, unsigned begin, unsigned end,
-                                                int* column, int* box, BoxNoiseBand& b)
+// The stats of the whole walk from those of its bands.
+IPG_SELECTED_STATS TotalOfBands(const std::vector<SelectedBand>& perBand, unsigned rows, unsigned cols,
+                                std::size_t size)
 {
-  for (unsigned row = begin; row < end; ++row) {
-    const int* above = pixels + std::size_t{row - 1} * cols;
-    const int* here = above + cols;
-    const int* below = here + cols;
-    int outside = 0;
-    for (unsigned col = 0; col < cols; ++col) {
-      const int a = above[col], h = here[col], w = below[col];
-      column[col] = a + h + w;
-      outside |= static_cast<int>((a < -kBoxLevelLimit) | (a > kBoxLevelLimit) | (h < -kBoxLevelLimit) |
-                                  (h > kBoxLevelLimit) | (w < -kBoxLevelLimit) | (w > kBoxLevelLimit));
-    }
-    if (outside != 0) {
-      b.InRange = false;
-      return;
-    }
-    for (unsigned col = 1; col + 1 < cols; ++col)
-      box[col] = static_cast<int>(static_cast<float>(column[col - 1] + column[col] + column[col + 1]) / 9.0f);
-    for (unsigned from = 1; from + 1 < cols; from += kNoiseRun) {
-      const NoiseRunSums sums = NoiseRun(here, box, from, std::min(cols - 1, from + kNoiseRun));
-      b.Signal.Add(sums.Signal);
-      b.Noise.Add(sums.Noise);
-    }
-  }
-}
-
-void BoxNoiseRowsPlain(const int* pixels, unsigned cols, unsigned begin, unsigned end, int* column, int* box,
-                       BoxNoiseBand& b)
-{
-  BoxNoiseRows(pixels, cols, begin, end, column, box, b);
-}
-
-#if defined(__x86_64__)
-[[gnu::target("avx2")]] void BoxNoiseRowsAvx2(const int* pixels, unsigned cols, unsigned begin, unsigned end,
-                                              int* column, int* box, BoxNoiseBand& b)
-{
-  BoxNoiseRows(pixels, cols, begin, end, column, box, b);
-}
-#endif
-
-} // namespace
-
-bool Ipg_BoxNoiseSums(const DCM_DATA& in, double& signal, double& noise)
-{
-  const unsigned cols = in.GetNbOfCols(), rows = in.GetNbOfRows();
-  if (cols < 3 || rows < 3 || std::size_t{cols} * rows != in.GetSize())
-    return false;
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows - 2, cols);
-  std::vector<BoxNoiseBand> perBand(bands.Count);
-  const bool avx2 = Ipg_UseAvx2();
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    std::vector<int> column(cols), box(cols);
-#if defined(__x86_64__)
-    if (avx2) {
-      BoxNoiseRowsAvx2(in.GetIDataAddress(), cols, begin + 1, end + 1, column.data(), box.data(), perBand[band]);
-      return;
-    }
-#endif
-    BoxNoiseRowsPlain(in.GetIDataAddress(), cols, begin + 1, end + 1, column.data(), box.data(), perBand[band]);
-  });
-  ExactTotal totalSignal, totalNoise;
-  for (const BoxNoiseBand& b : perBand) {
-    if (!b.InRange)
-      return false;
-    totalSignal.Add(b.Signal.Value);
-    totalNoise.Add(b.Noise.Value);
-    totalSignal.Exact = totalSignal.Exact && b.Signal.Exact;
-    totalNoise.Exact = totalNoise.Exact && b.Noise.Exact;
-  }
-  if (!totalSignal.Exact || !totalNoise.Exact)
-    return false;
-  signal = static_cast<double>(totalSignal.Value);
-  noise = static_cast<double>(totalNoise.Value);
-  return true;
-}
-
-IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsigned cols, const int* roi,
-                                     std::size_t roiSize)
-{
-  const unsigned rows = cols == 0 ? 0 : static_cast<unsigned>(size / cols);
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
-  std::vector<SelectedBand> perBand(bands.Count);
-  const bool avx2 = Ipg_UseAvx2();
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    const std::size_t first = std::size_t{begin} * cols, last = std::min(size, std::size_t{end} * cols);
-#if defined(__x86_64__)
-    if (avx2) {
-      AddSelectedAvx2(pixels, first, last, roi, roiSize, perBand[band]);
-      return;
-    }
-#endif
-    AddSelectedPlain(pixels, first, last, roi, roiSize, perBand[band]);
-  });
   IPG_SELECTED_STATS stats;
   IPG_BAND_EXTREMES extremes;
   std::int64_t sum = 0;
@@ -297,6 +195,146 @@ IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsign
   stats.Max = extremes.Max;
   stats.Sum = static_cast<double>(sum);
   return stats;
+}
+
+// Levels whose nine-neighbour sums stay below 2^24 in magnitude, so that single
+// precision holds them exactly: 9 x 1864135 = 16777215.
+constexpr int kBoxLevelLimit = 1864135;
+
+struct BoxNoiseBand {
+  ExactTotal Signal, Noise;
+  bool InRange = true;
+  SelectedBand Levels; // the moments of the rows the band owns
+};
+
+// Moments of a row whose levels are all in the box range (squares below 2^42).
+[[gnu::always_inline]] inline void AddRowLevels(const int* row, unsigned cols, SelectedBand& b)
+{
+  int mn = b.Extremes.Min, mx = b.Extremes.Max;
+  std::int64_t sum = 0;
+  std::uint64_t squares = 0;
+  for (unsigned col = 0; col < cols; ++col) {
+    const std::int64_t v = row[col];
+    mn = std::min(mn, row[col]);
+    mx = std::max(mx, row[col]);
+    sum += v;
+    squares += static_cast<std::uint64_t>(v * v);
+  }
+  b.Extremes.Min = mn;
+  b.Extremes.Max = mx;
+  b.Count += cols;
+  b.Sum += sum;
+  b.Squares += squares;
+}
+
+// Interior rows [begin, end) of a cols-wide image (cols >= 3): the box mean of
+// each interior pixel into box[], then the noise terms against it.
+[[gnu::always_inline]] inline void BoxNoiseRows(const int* pixels, unsigned cols, unsigned rows, unsigned begin,
+                                                unsigned end, int* column, int* box, BoxNoiseBand& b)
+{
+  for (unsigned row = begin; row < end; ++row) {
+    const int* above = pixels + std::size_t{row - 1} * cols;
+    const int* here = above + cols;
+    const int* below = here + cols;
+    int outside = 0;
+    for (unsigned col = 0; col < cols; ++col) {
+      const int a = above[col], h = here[col], w = below[col];
+      column[col] = a + h + w;
+      outside |= static_cast<int>((a < -kBoxLevelLimit) | (a > kBoxLevelLimit) | (h < -kBoxLevelLimit) |
+                                  (h > kBoxLevelLimit) | (w < -kBoxLevelLimit) | (w > kBoxLevelLimit));
+    }
+    if (outside != 0) {
+      b.InRange = false;
+      return;
+    }
+    if (row == 1)
+      AddRowLevels(above, cols, b.Levels);
+    AddRowLevels(here, cols, b.Levels);
+    if (row + 2 == rows)
+      AddRowLevels(below, cols, b.Levels);
+    for (unsigned col = 1; col + 1 < cols; ++col)
+      box[col] = static_cast<int>(static_cast<float>(column[col - 1] + column[col] + column[col + 1]) / 9.0f);
+    for (unsigned from = 1; from + 1 < cols; from += kNoiseRun) {
+      const NoiseRunSums sums = NoiseRun(here, box, from, std::min(cols - 1, from + kNoiseRun));
+      b.Signal.Add(sums.Signal);
+      b.Noise.Add(sums.Noise);
+    }
+  }
+}
+
+void BoxNoiseRowsPlain(const int* pixels, unsigned cols, unsigned rows, unsigned begin, unsigned end, int* column,
+                       int* box, BoxNoiseBand& b)
+{
+  BoxNoiseRows(pixels, cols, rows, begin, end, column, box, b);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void BoxNoiseRowsAvx2(const int* pixels, unsigned cols, unsigned rows, unsigned begin,
+                                              unsigned end, int* column, int* box, BoxNoiseBand& b)
+{
+  BoxNoiseRows(pixels, cols, rows, begin, end, column, box, b);
+}
+#endif
+
+} // namespace
+
+bool Ipg_BoxNoiseSums(const DCM_DATA& in, double& signal, double& noise, IPG_SELECTED_STATS* levels)
+{
+  const unsigned cols = in.GetNbOfCols(), rows = in.GetNbOfRows();
+  if (cols < 3 || rows < 3 || std::size_t{cols} * rows != in.GetSize())
+    return false;
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows - 2, cols);
+  std::vector<BoxNoiseBand> perBand(bands.Count);
+  const bool avx2 = Ipg_UseAvx2();
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    std::vector<int> column(cols), box(cols);
+#if defined(__x86_64__)
+    if (avx2) {
+      BoxNoiseRowsAvx2(in.GetIDataAddress(), cols, rows, begin + 1, end + 1, column.data(), box.data(),
+                       perBand[band]);
+      return;
+    }
+#endif
+    BoxNoiseRowsPlain(in.GetIDataAddress(), cols, rows, begin + 1, end + 1, column.data(), box.data(), perBand[band]);
+  });
+  ExactTotal totalSignal, totalNoise;
+  std::vector<SelectedBand> levelBands;
+  for (const BoxNoiseBand& b : perBand) {
+    if (!b.InRange)
+      return false;
+    levelBands.push_back(b.Levels);
+    totalSignal.Add(b.Signal.Value);
+    totalNoise.Add(b.Noise.Value);
+    totalSignal.Exact = totalSignal.Exact && b.Signal.Exact;
+    totalNoise.Exact = totalNoise.Exact && b.Noise.Exact;
+  }
+  if (!totalSignal.Exact || !totalNoise.Exact)
+    return false;
+  signal = static_cast<double>(totalSignal.Value);
+  noise = static_cast<double>(totalNoise.Value);
+  if (levels != nullptr)
+    *levels = TotalOfBands(levelBands, rows, cols, in.GetSize());
+  return true;
+}
+
+IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsigned cols, const int* roi,
+                                     std::size_t roiSize)
+{
+  const unsigned rows = cols == 0 ? 0 : static_cast<unsigned>(size / cols);
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  std::vector<SelectedBand> perBand(bands.Count);
+  const bool avx2 = Ipg_UseAvx2();
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    const std::size_t first = std::size_t{begin} * cols, last = std::min(size, std::size_t{end} * cols);
+#if defined(__x86_64__)
+    if (avx2) {
+      AddSelectedAvx2(pixels, first, last, roi, roiSize, perBand[band]);
+      return;
+    }
+#endif
+    AddSelectedPlain(pixels, first, last, roi, roiSize, perBand[band]);
+  });
+  return TotalOfBands(perBand, rows, cols, size);
 }
 
 bool Ipg_ExactNoiseSums(const DCM_DATA& in, const DCM_DATA& smoothed, const DCM_STRUCT* roi, double& signal,

@@ -42,7 +42,9 @@ bool Ipg_ExactNoiseSums(const DCM_DATA& in, const DCM_DATA& smoothed, const DCM_
 // single precision, truncated toward zero), computed row by row. False when the
 // image is smaller than 3x3 or holds a mark or a level whose box sum is not exact
 // in single precision (the caller then smooths the image and sums as above).
-bool Ipg_BoxNoiseSums(const DCM_DATA& in, double& signal, double& noise);
+// With levels, also gives the Ipg_SelectedStats() of the whole image, from the
+// same walk.
+bool Ipg_BoxNoiseSums(const DCM_DATA& in, double& signal, double& noise, IPG_SELECTED_STATS* levels = nullptr);
 
 // Sum of (a - b)^2 over the pixels where neither a nor b is a mark and the ROI
 // (if any) holds its mark, of two cols x rows row-major images. False when the

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+struct IPG_SELECTED_STATS;
+
 // Count, extremes, mean and population variance of the selected pixels of a
 // row-major image (grey levels, inside the ROI array when there is one; past
 // its end nothing is selected), as the basic statistics define them: the mean
@@ -21,3 +23,7 @@ struct IPG_SELECTED_MOMENTS {
 };
 bool Ipg_SelectedMoments(const int* pixels, std::size_t size, unsigned cols, const int* roi, std::size_t roiSize,
                          IPG_SELECTED_MOMENTS& moments);
+
+// The same moments from stats whose sums are exact (SquaresExact); false when
+// they are not or nothing is selected.
+bool Ipg_MomentsOfExactStats(const IPG_SELECTED_STATS& stats, IPG_SELECTED_MOMENTS& moments);

@@ -18,6 +18,9 @@
 
 namespace {
 
+// The signal-to-noise ratio of the noise sums; 0 without noise.
+double RatioOfSums(double signal, double noise) { return noise == 0.0 ? 0.0 : std::sqrt(signal / noise); }
+
 // The extremes start just outside the grey levels.
 constexpr int kMinStart = kIpgMaxGrey + 1;
 constexpr int kMaxStart = -(kIpgMaxGrey - 1);
@@ -291,12 +294,8 @@ bool IPG_STATISTIC1::SignalToNoiseRatio()
   double signal = 0.0, noise = 0.0;
   if (!NoiseSums(signal, noise))
     return false;
-  if (noise == 0.0) {
-    Result = 0.0;
-    return false;
-  }
-  Result = std::sqrt(signal / noise);
-  return true;
+  Result = RatioOfSums(signal, noise);
+  return noise != 0.0;
 }
 
 bool IPG_STATISTIC1::EstimateNoisePercent()
@@ -327,15 +326,23 @@ bool IPG_STATISTIC1::BasicStats()
   Mean = VarianceValue = StdDev = SNR = 0.0;
   NbPixels = 0;
 
-  SignalToNoiseRatio();
-  SNR = GetResult();
-
-  const int* roi = Roi != nullptr ? Roi->Data->GetIDataAddress() : nullptr;
-  const std::size_t roiSize = Roi != nullptr ? Roi->Data->GetSize() : 0;
   IPG_SELECTED_MOMENTS moments;
-  if (!Ipg_SelectedMoments(ImaIn->Data->GetIDataAddress(), ImaIn->Data->GetSize(), ImaIn->Data->GetNbOfCols(), roi,
-                           roiSize, moments))
-    return false;
+  double signal = 0.0, noise = 0.0;
+  IPG_SELECTED_STATS levels;
+  // Without a ROI, one walk gives the noise sums and the moments.
+  if (Roi == nullptr && Ipg_BoxNoiseSums(*ImaIn->Data, signal, noise, &levels) &&
+      Ipg_MomentsOfExactStats(levels, moments)) {
+    Result = RatioOfSums(signal, noise);
+    SNR = Result;
+  } else {
+    SignalToNoiseRatio();
+    SNR = GetResult();
+    const int* roi = Roi != nullptr ? Roi->Data->GetIDataAddress() : nullptr;
+    const std::size_t roiSize = Roi != nullptr ? Roi->Data->GetSize() : 0;
+    if (!Ipg_SelectedMoments(ImaIn->Data->GetIDataAddress(), ImaIn->Data->GetSize(), ImaIn->Data->GetNbOfCols(), roi,
+                             roiSize, moments))
+      return false;
+  }
   Min = std::min<double>(Min, moments.Min);
   Max = std::max<double>(Max, moments.Max);
   NbPixels = moments.Count;
