@@ -48,8 +48,10 @@ std::unique_ptr<DCM_STRUCT> Discs(int side)
   return image;
 }
 
+std::string DepthName(const cv::Mat& image) { return image.depth() == CV_16U ? "16U" : "32F"; }
+
 void AddFilterPairs(std::vector<Pair>& pairs, DCM_STRUCT& in, DCM_STRUCT& out, const cv::Mat& src,
-                    const cv::Mat& src16, cv::Mat& dst)
+                    const cv::Mat& src16, const cv::Mat& src32f, cv::Mat& dst)
 {
   static IPG_FILTER box3(0), box7(100);
   static IPG_FILTER_PROCESSING filter(&in);
@@ -65,18 +67,22 @@ void AddFilterPairs(std::vector<Pair>& pairs, DCM_STRUCT& in, DCM_STRUCT& out, c
                        cv::filter2D(f, dst, CV_32F, cv::Mat::ones(side, side, CV_32F) / (side * side));
                      },
                      [&, side] { return Verdict(SameInterior(View(out), BoxLikeIpg(src, side), side)); }});
+  // OpenCV on 16 bits moves half the bytes per pixel of IPG; on 32-bit floats, as many.
   for (int side : {3, 5})
-    pairs.push_back({"median " + std::to_string(side) + "x" + std::to_string(side) + " (MedianFilter)",
-                     [&, side] {
-                       std::vector<int> ones(static_cast<std::size_t>(side) * side, 1);
-                       filter.SetUserFilter(ones.data(), side, side);
-                       filter.MedianFilter();
-                     },
-                     [&, side] { cv::medianBlur(src16, dst, side); },
-                     [&, side] { return Verdict(SameInterior(View(out), dst, side)); }});
+    for (const cv::Mat* peer : {&src16, &src32f})
+      pairs.push_back({"median " + std::to_string(side) + "x" + std::to_string(side) + " (MedianFilter), CV " +
+                           DepthName(*peer),
+                       [&, side] {
+                         std::vector<int> ones(static_cast<std::size_t>(side) * side, 1);
+                         filter.SetUserFilter(ones.data(), side, side);
+                         filter.MedianFilter();
+                       },
+                       [&, side, peer] { cv::medianBlur(*peer, dst, side); },
+                       [&, side] { return Verdict(SameInterior(View(out), dst, side)); }});
 }
 
-void AddMorphologyPairs(std::vector<Pair>& pairs, DCM_STRUCT& in, DCM_STRUCT& out, const cv::Mat& src16, cv::Mat& dst)
+void AddMorphologyPairs(std::vector<Pair>& pairs, DCM_STRUCT& in, DCM_STRUCT& out, const cv::Mat& src16,
+                        const cv::Mat& src32f, cv::Mat& dst)
 {
   static IPG_MORPHO_PROCESSING morpho(&in);
   morpho.SetImaOut(&out);
@@ -96,19 +102,20 @@ void AddMorphologyPairs(std::vector<Pair>& pairs, DCM_STRUCT& in, DCM_STRUCT& ou
                                  {"dilation 3x3 square (1100)", 1100, 200, false, cv::Mat::ones(3, 3, CV_8U)},
                                  {"erosion 11x11 disc (1101, kernel 209)", 1101, 209, true, discElement}};
   for (const Row& row : rows)
-    pairs.push_back({row.Name,
-                     [&, row] {
-                       morpho.SetDefinedFilter(row.Kernel);
-                       morpho.SetTools(row.Code);
-                       morpho.Apply();
-                     },
-                     [&, row] {
-                       if (row.Erode)
-                         cv::erode(src16, dst, row.Element);
-                       else
-                         cv::dilate(src16, dst, row.Element);
-                     },
-                     [&, row] { return Verdict(SameInterior(View(out), dst, row.Element.rows)); }});
+    for (const cv::Mat* peer : {&src16, &src32f})
+      pairs.push_back({std::string(row.Name) + ", CV " + DepthName(*peer),
+                       [&, row] {
+                         morpho.SetDefinedFilter(row.Kernel);
+                         morpho.SetTools(row.Code);
+                         morpho.Apply();
+                       },
+                       [&, row, peer] {
+                         if (row.Erode)
+                           cv::erode(*peer, dst, row.Element);
+                         else
+                           cv::dilate(*peer, dst, row.Element);
+                       },
+                       [&, row] { return Verdict(SameInterior(View(out), dst, row.Element.rows)); }});
 }
 
 void AddLabellingPair(std::vector<Pair>& pairs, int side)
@@ -160,11 +167,12 @@ void RunAt(int side)
 {
   auto in = Noise12Bit(side, 1);
   DCM_STRUCT out(side, side);
-  cv::Mat src = View(*in), src16, dst;
+  cv::Mat src = View(*in), src16, src32f, dst;
   src.convertTo(src16, CV_16U);
+  src.convertTo(src32f, CV_32F);
   std::vector<Pair> pairs;
-  AddFilterPairs(pairs, *in, out, src, src16, dst);
-  AddMorphologyPairs(pairs, *in, out, src16, dst);
+  AddFilterPairs(pairs, *in, out, src, src16, src32f, dst);
+  AddMorphologyPairs(pairs, *in, out, src16, src32f, dst);
   AddLabellingPair(pairs, side);
   AddLeePair(pairs, *in, out, src, dst);
   for (const Pair& pair : pairs)
