@@ -87,6 +87,14 @@ template <class Pick>
     const IPG_ROI_ROW roiRow = Ipg_RoiRow(scan.Roi, static_cast<unsigned>(r));
     const int* from = scan.In + static_cast<std::size_t>(r) * cols;
     int* to = level(0, r);
+    if (roiRow.Values == nullptr) { // a bit mask per pixel, the form the vectoriser takes
+      const int neutral = scan.Neutral;
+      for (int c = 0; c < cols; ++c) {
+        const int keep = -static_cast<int>(Ipg_MorphoTakesPart(from[c]));
+        to[c] = (from[c] & keep) | (neutral & ~keep);
+      }
+      continue;
+    }
     for (int c = 0; c < cols; ++c)
       to[c] = roiRow.Inside(static_cast<unsigned>(c)) && Ipg_MorphoTakesPart(from[c]) ? from[c] : scan.Neutral;
   }
