@@ -262,5 +262,8 @@ void AllWaveletFilters(benchmark::internal::Benchmark* b)
 
 } // namespace
 
-BENCHMARK(WaveletDespeckle)->Apply(AllWaveletFilters)->ArgNames({"filter", "side", "looks"})->Unit(benchmark::kMillisecond);
+BENCHMARK(WaveletDespeckle)
+    ->Apply(AllWaveletFilters)
+    ->ArgNames({"filter", "side", "looks"})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(Despeckle)->Apply(AllFilters)->ArgNames({"filter", "side", "looks"})->Unit(benchmark::kMillisecond);

@@ -84,7 +84,8 @@ template <typename Body>
 void InBands(int rows, int cols, Body body)
 {
   const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols));
-  Ipg_RunBands(bands, [&](unsigned, unsigned first, unsigned end) { body(static_cast<int>(first), static_cast<int>(end)); });
+  Ipg_RunBands(bands,
+               [&](unsigned, unsigned first, unsigned end) { body(static_cast<int>(first), static_cast<int>(end)); });
 }
 
 // The same along columns: output row k combines whole input rows.
@@ -92,18 +93,18 @@ void CorrelateColumns(const IPG_WAVELET_FILTER& f, int step, int dec, const doub
                       int outRows, double gain, bool add)
 {
   InBands(outRows, cols, [&](int first, int end) {
-  for (int k = first; k < end; ++k) {
-    double* o = out + static_cast<std::size_t>(k) * cols;
-    if (!add)
-      std::fill(o, o + cols, 0.0);
-    for (std::size_t t = 0; t < f.Taps.size(); ++t) {
-      const long long position = static_cast<long long>(dec) * k + static_cast<long long>(step) * (f.First + static_cast<int>(t));
-      const double* src = x + static_cast<std::size_t>(Wrap(position, rows)) * cols;
-      const double w = gain * f.Taps[t];
-      for (int c = 0; c < cols; ++c)
-        o[c] += w * src[c];
+    for (int k = first; k < end; ++k) {
+      double* o = out + static_cast<std::size_t>(k) * cols;
+      if (!add)
+        std::fill(o, o + cols, 0.0);
+      for (std::size_t t = 0; t < f.Taps.size(); ++t) {
+        const long long position = static_cast<long long>(dec) * k + step * (f.First + static_cast<long long>(t));
+        const double* src = x + static_cast<std::size_t>(Wrap(position, rows)) * cols;
+        const double w = gain * f.Taps[t];
+        for (int c = 0; c < cols; ++c)
+          o[c] += w * src[c];
+      }
     }
-  }
   });
 }
 

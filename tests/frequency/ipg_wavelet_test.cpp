@@ -375,7 +375,9 @@ TEST(DiscreteWavelet, HaarOfAConstantHasNoDetails)
 TEST(DiscreteWavelet, HaarMosaicOfAnEightByEightImageWorkedByHand)
 {
   // 2 x 2 blocks [0 4; 8 12], plus 16 in every other block column.
-  auto in = ImageOf(8, 8, [](unsigned c, unsigned r) { return static_cast<int>(4 * (c % 2) + 8 * (r % 2) + 16 * ((c / 2) % 2)); });
+  auto in = ImageOf(8, 8, [](unsigned c, unsigned r) {
+    return static_cast<int>(4 * (c % 2) + 8 * (r % 2) + 16 * ((c / 2) % 2));
+  });
   // Scale 0 of each block [a b; c d]: A = (a+b+c+d)/2 = 12 or 44, V = (b+d-a-c)/2 = 4,
   // H = (c+d-a-b)/2 = 8, D = (a+d-b-c)/2 = 0. Scale 1 of A (columns 12 44 12 44):
   // A = 56, V = 32, H = D = 0.
@@ -479,21 +481,25 @@ TEST(DiscreteWavelet, BadInputShowsItsMessageAndFails)
     std::string Message;
   };
   const std::string where = " : IPG_WAVELET::";
+  const std::string all = where + "ComputeDiscreteWaveletTransformAllScale()";
+  const std::string frame = where + "RedundantWaveletTransform()", denoise = where + "ApplyDenoisingImageByWavelet()";
+  auto range = [](const std::string& parameter) { return "Paramètre " + parameter + " hors limites"; };
+  auto scales = [](int n) { return [n](IPG_WAVELET& op) { op.SetNbScale(n); }; };
   const std::vector<Case> cases = {
       {nullptr, &out8, 1803, {}, "Pas d'image d'entrée!"},
       {nullptr, &out8, 1804, {}, "Pas d'image d'entrée!"},
       {in8.get(), nullptr, 1805, {}, "image de sortie non allouée"},
-      {in8.get(), &small, 1803, {}, "Les images n'ont pas les mêmes dimensions" + where + "ComputeDiscreteWaveletTransformAllScale()"},
-      {in8.get(), &out8, 1803, [](IPG_WAVELET& op) { op.SetNbScale(0); }, "Paramètre NbScale hors limites" + where + "ComputeDiscreteWaveletTransformAllScale()"},
-      {in8.get(), &out8, 1804, [](IPG_WAVELET& op) { op.SetNbScale(4); }, "Paramètre NbScale hors limites" + where + "RedundantWaveletTransform()"},
-      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetNbScale(2147483647); }, "Paramètre NbScale hors limites" + where + "ApplyDenoisingImageByWavelet()"},
-      {in12.get(), &out12, 1803, [](IPG_WAVELET& op) { op.SetNbScale(3); }, "Dimensions de l'image non divisibles par 2^NbScale" + where + "ComputeDiscreteWaveletTransformAllScale()"},
-      {in8.get(), &out8, 1803, [](IPG_WAVELET& op) { op.SetNameWavelet(5); }, "Paramètre NameWavelet hors limites" + where + "ComputeDiscreteWaveletTransformAllScale()"},
-      {in8.get(), &out8, 1804, [](IPG_WAVELET& op) { op.SetNameWavelet(-1); }, "Paramètre NameWavelet hors limites" + where + "RedundantWaveletTransform()"},
-      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetThrFactor(-0.5); }, "Paramètre ThrFactor hors limites" + where + "ApplyDenoisingImageByWavelet()"},
-      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetThrFactor(std::nan("")); }, "Paramètre ThrFactor hors limites" + where + "ApplyDenoisingImageByWavelet()"},
-      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetWindowSize(4); }, "Paramètre WindowSize hors limites" + where + "ApplyDenoisingImageByWavelet()"},
-      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetWindowSize(0); }, "Paramètre WindowSize hors limites" + where + "ApplyDenoisingImageByWavelet()"},
+      {in8.get(), &small, 1803, {}, "Les images n'ont pas les mêmes dimensions" + all},
+      {in8.get(), &out8, 1803, scales(0), range("NbScale") + all},
+      {in8.get(), &out8, 1804, scales(4), range("NbScale") + frame},
+      {in8.get(), &out8, 1805, scales(2147483647), range("NbScale") + denoise},
+      {in12.get(), &out12, 1803, scales(3), "Dimensions de l'image non divisibles par 2^NbScale" + all},
+      {in8.get(), &out8, 1803, [](IPG_WAVELET& op) { op.SetNameWavelet(5); }, range("NameWavelet") + all},
+      {in8.get(), &out8, 1804, [](IPG_WAVELET& op) { op.SetNameWavelet(-1); }, range("NameWavelet") + frame},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetThrFactor(-0.5); }, range("ThrFactor") + denoise},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetThrFactor(std::nan("")); }, range("ThrFactor") + denoise},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetWindowSize(4); }, range("WindowSize") + denoise},
+      {in8.get(), &out8, 1805, [](IPG_WAVELET& op) { op.SetWindowSize(0); }, range("WindowSize") + denoise},
   };
   for (const Case& c : cases) {
     MessageCapture capture;
@@ -521,7 +527,7 @@ TEST(DiscreteWavelet, BadInputShowsItsMessageAndFails)
   EXPECT_EQ(op.InverseDiscreteWaveletTransform(image), 0);
   op.SetEnsWf(&wrong);
   EXPECT_EQ(op.RedundantInverseWaveletTransform(image), 0);
-  EXPECT_EQ(capture.Texts, (std::vector<std::string>{"Paramètre Scale hors limites" + where + "ApproximationByDWF()",
-                                                     "Paramètre EnsWt hors limites" + where + "InverseDiscreteWaveletTransform()",
-                                                     "Paramètre EnsWf hors limites" + where + "RedundantInverseWaveletTransform()"}));
+  EXPECT_EQ(capture.Texts, (std::vector<std::string>{range("Scale") + where + "ApproximationByDWF()",
+                                                     range("EnsWt") + where + "InverseDiscreteWaveletTransform()",
+                                                     range("EnsWf") + where + "RedundantInverseWaveletTransform()"}));
 }
