@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
 
 IPG_CONNECTED_COMPONENT::IPG_CONNECTED_COMPONENT(int nbResidents, int index)
     : NbResidents(nbResidents), Index(index)
@@ -11,6 +12,13 @@ IPG_CONNECTED_COMPONENT::IPG_CONNECTED_COMPONENT(int nbResidents, int index)
     Residents = new (std::nothrow) MTH_2D_DOUBLE[static_cast<std::size_t>(nbResidents)];
     Capacity = Residents != nullptr ? nbResidents : 0;
   }
+}
+
+IPG_CONNECTED_COMPONENT::IPG_CONNECTED_COMPONENT(std::shared_ptr<void> block, MTH_2D_DOUBLE* residents,
+                                                 int nbResidents, int index)
+    : Residents(residents), NbResidents(nbResidents), Index(index),
+      Capacity(residents != nullptr ? std::max(nbResidents, 0) : 0), Block(std::move(block))
+{
 }
 
 IPG_CONNECTED_COMPONENT::IPG_CONNECTED_COMPONENT(const IPG_CONNECTED_COMPONENT& source)
@@ -25,7 +33,8 @@ IPG_CONNECTED_COMPONENT::IPG_CONNECTED_COMPONENT(const IPG_CONNECTED_COMPONENT& 
 
 IPG_CONNECTED_COMPONENT::~IPG_CONNECTED_COMPONENT()
 {
-  delete[] Residents;
+  if (Block == nullptr)
+    delete[] Residents;
 }
 
 void IPG_CONNECTED_COMPONENT::SetResidents(MTH_2D_DOUBLE point, int i)
@@ -43,7 +52,9 @@ void IPG_CONNECTED_COMPONENT::SetResidents(MTH_2D_DOUBLE* residents)
 {
   if (residents == Residents)
     return;
-  delete[] Residents;
+  if (Block == nullptr)
+    delete[] Residents;
+  Block.reset();
   Residents = residents;
   Capacity = residents != nullptr ? std::max(NbResidents, 0) : 0;
 }

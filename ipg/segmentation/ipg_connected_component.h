@@ -3,6 +3,8 @@
 
 #include "mth/mth_2d_double.h"
 
+#include <memory>
+
 // One connected component: the positions of its pixels ("residents"), x the
 // column and y the row, in raster order. Owned by the component list of
 // IPG_CONNEXITY_PROCESSING.
@@ -11,6 +13,9 @@ public:
   IPG_CONNECTED_COMPONENT() = default;
   // Room for nbResidents default points; index is the component's place in its list.
   IPG_CONNECTED_COMPONENT(int nbResidents, int index);
+  // Residents lent by a block that the components of one labelling share and
+  // keep alive; a copy gets an array of its own.
+  IPG_CONNECTED_COMPONENT(std::shared_ptr<void> block, MTH_2D_DOUBLE* residents, int nbResidents, int index);
   IPG_CONNECTED_COMPONENT(const IPG_CONNECTED_COMPONENT& source);
   IPG_CONNECTED_COMPONENT& operator=(const IPG_CONNECTED_COMPONENT&) = delete;
   ~IPG_CONNECTED_COMPONENT();
@@ -36,4 +41,5 @@ private:
   int NbResidents = 0;
   int Index = 0;
   int Capacity = 0;
+  std::shared_ptr<void> Block; // set when Residents is lent, not owned
 };

@@ -8,6 +8,8 @@
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/internal/ipg_pixel_values.h"
 #include "ipg/internal/ipg_representative_sets.h"
+#include "ipg/internal/ipg_resident_pool.h"
+#include "ipg/internal/ipg_run_labelling.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -360,23 +362,30 @@ bool IPG_CONNEXITY_PROCESSING::Labelling_8Neighbors()
 {
   if (!StartLabelling())
     return false;
-  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
-  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
-  LabelScratch scratch;
-  if (!scratch.Allocate(static_cast<std::size_t>(cols) * rows, NbCompMax)) {
+  try {
+    return LabelByRuns();
+  } catch (const std::bad_alloc&) {
+    DestroyComponents();
     Ipg_Inform(kIpgMsgAllocation);
     return false;
   }
-  Ipg_LabelPairs pairs;
-  const int* pixels = ImaIn->Data->GetIDataAddress();
-  if (!FirstPass(pixels, cols, rows, Value, NbCompMax, scratch,
-                 [&](unsigned short a, unsigned short b) { pairs.Add(a, b); }))
-    return false;
+}
 
+bool IPG_CONNEXITY_PROCESSING::LabelByRuns()
+{
+  Ipg_LabelPairs pairs;
+  IPG_RUN_LABELLING scan;
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
+  if (scan.Scan(ImaIn->Data->GetIDataAddress(), cols, rows, Value, NbCompMax, pairs) ==
+      IPG_RUN_LABELLING::Outcome::TooManyLabels) {
+    Ipg_Inform(kIpgMsgTooManyLabels);
+    return false;
+  }
   // The table is resolved pair by pair in (i, j) order; replaying the same pairs
   // in the same order on representative-carrying sets gives the same classes
   // and the same surviving label for each.
-  const int n = scratch.issued;
+  const int n = scan.Issued;
   Ipg_RepresentativeSets sets(n);
   for (const std::uint32_t key : pairs.Sorted())
     sets.Join(static_cast<int>(key >> 16), static_cast<int>(key & 0xFFFFu));
@@ -391,10 +400,46 @@ bool IPG_CONNEXITY_PROCESSING::Labelling_8Neighbors()
   for (int l = 0; l < n; ++l) {
     const int k = componentOfRep[sets.RepresentativeOf(l)];
     componentOfLabel[l] = k;
-    sizes[k] += scratch.counts[l];
+    sizes[k] += scan.Counts[l];
   }
-  return BuildComponents(scratch.labels.get(), componentOfLabel.data(), sizes.data(),
-                         static_cast<int>(sizes.size()));
+  return BuildComponentsFromRuns(scan, componentOfLabel, sizes);
+}
+
+// All residents live in one pool, each component's stretch in list order; the
+// runs, in raster order, fill them without reading the image again.
+bool IPG_CONNEXITY_PROCESSING::BuildComponentsFromRuns(const IPG_RUN_LABELLING& scan,
+                                                       const std::vector<int>& componentOfLabel,
+                                                       const std::vector<int>& sizes)
+{
+  std::size_t total = 0;
+  for (const int size : sizes)
+    total += static_cast<std::size_t>(size);
+  std::shared_ptr<IPG_RESIDENT_POOL> pool = IPG_RESIDENT_POOL::Create(total);
+  if (pool == nullptr)
+    return false;
+  Components = std::make_unique<TList>();
+  std::vector<MTH_2D_DOUBLE*> next(sizes.size());
+  MTH_2D_DOUBLE* at = pool->Data();
+  for (std::size_t k = 0; k < sizes.size(); ++k) {
+    std::unique_ptr<IPG_CONNECTED_COMPONENT> component(
+        new (std::nothrow) IPG_CONNECTED_COMPONENT(pool, at, sizes[k], static_cast<int>(k)));
+    if (component == nullptr) {
+      DestroyComponents();
+      return false;
+    }
+    AdoptComponent(std::move(component));
+    next[k] = at;
+    at += sizes[k];
+  }
+  const std::size_t rows = scan.RowStarts.size() - 1;
+  for (std::size_t row = 0; row < rows; ++row)
+    for (std::size_t r = scan.RowStarts[row]; r < scan.RowStarts[row + 1]; ++r) {
+      const IPG_LABEL_RUN& run = scan.Runs[r];
+      MTH_2D_DOUBLE*& to = next[static_cast<std::size_t>(componentOfLabel[static_cast<std::size_t>(run.Label)])];
+      for (int col = run.Start; col < run.Start + run.Length; ++col)
+        IPG_RESIDENT_POOL::Place(to++, col, static_cast<int>(row));
+    }
+  return true;
 }
 
 bool IPG_CONNEXITY_PROCESSING::KeepCheck() const

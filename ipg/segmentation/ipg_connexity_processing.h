@@ -9,6 +9,8 @@
 #include <memory>
 #include <vector>
 
+class IPG_RUN_LABELLING;
+
 // Reduces labels (count entries, 65535 meaning "no label") to their distinct
 // values in order of first appearance; nothing is sorted.
 void Ipg_LabelsNumberCalculation(unsigned short* labels, short count, unsigned short* distinct,
@@ -39,9 +41,10 @@ public:
   // Its operation codes and settable parameters, read by Apply() and by hosts.
   static const IPG_CLASS_INFO<IPG_CONNEXITY_PROCESSING>& ClassInfo();
 
-  // Two-pass raster labelling; equivalences are resolved with a union-find that
-  // replays the pairwise merges of the equivalence table in the table's order,
-  // so components, numbering and residents match Labelling_8NeighborsTwoPass.
+  // Two-pass raster labelling read as runs; equivalences are resolved with a
+  // union-find that replays the pairwise merges of the equivalence table in the
+  // table's order, so components, numbering, residents and the label limit
+  // match Labelling_8NeighborsTwoPass.
   bool Labelling_8Neighbors();
   // The same labelling with the packed equivalence table and its quadratic
   // resolution, as first written; kept as the reference of the fast version.
@@ -86,6 +89,9 @@ private:
   void AdoptComponent(std::unique_ptr<IPG_CONNECTED_COMPONENT> component);
   void ClearShapeFeat();
   void CopyResults(const IPG_CONNEXITY_PROCESSING& source);
+  bool LabelByRuns();
+  bool BuildComponentsFromRuns(const IPG_RUN_LABELLING& scan, const std::vector<int>& componentOfLabel,
+                               const std::vector<int>& sizes);
   bool BuildComponents(const unsigned short* labels, const int* componentOfLabel, const int* sizes,
                        int nbComponents);
   bool KeepCheck() const;
