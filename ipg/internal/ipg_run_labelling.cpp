@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_run_labelling.h"
 
+#include "ipg/internal/ipg_representative_sets.h"
+#include "ipg/internal/ipg_resident_pool.h"
+#include "ipg/internal/ipg_row_bands.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -92,8 +96,10 @@ struct IPG_RUN_LABELLING::RowScan {
   void RestOfRun(int start, int end)
   {
     for (int col = start + 1; col < end; ++col) {
-      if (AboveFlags[col]) {
-        Labels[col] = AboveLabels[col];
+      if (AboveFlags[col]) { // the common case: a stretch under set pixels copies their labels
+        const int under = EndOfStretch(AboveFlags, col, end, 1);
+        std::copy(AboveLabels + col, AboveLabels + under, Labels + col);
+        col = under - 1;
         continue;
       }
       int found[3];
@@ -144,4 +150,56 @@ IPG_RUN_LABELLING::Outcome IPG_RUN_LABELLING::Scan(const int* pixels, int cols, 
     std::swap(above, current);
   }
   return Outcome::Done;
+}
+
+// Replaying the table's pairs in its (i, j) order on representative-carrying
+// sets gives the same classes and the same surviving label for each.
+void IPG_RUN_LABELLING::Resolve(Ipg_LabelPairs& pairs, std::vector<int>& componentOfLabel,
+                                std::vector<int>& sizes) const
+{
+  Ipg_RepresentativeSets sets(Issued);
+  for (const std::uint32_t key : pairs.Sorted())
+    sets.Join(static_cast<int>(key >> 16), static_cast<int>(key & 0xFFFFu));
+  std::vector<int> componentOfRep(static_cast<std::size_t>(Issued), -1);
+  sizes.clear();
+  for (int l = 0; l < Issued; ++l)
+    if (sets.RepresentativeOf(l) == l) {
+      componentOfRep[static_cast<std::size_t>(l)] = static_cast<int>(sizes.size());
+      sizes.push_back(0);
+    }
+  componentOfLabel.assign(static_cast<std::size_t>(Issued), 0);
+  for (int l = 0; l < Issued; ++l) {
+    const int k = componentOfRep[static_cast<std::size_t>(sets.RepresentativeOf(l))];
+    componentOfLabel[static_cast<std::size_t>(l)] = k;
+    sizes[static_cast<std::size_t>(k)] += Counts[static_cast<std::size_t>(l)];
+  }
+}
+
+void IPG_RUN_LABELLING::WriteResidents(const std::vector<int>& componentOfLabel,
+                                       const std::vector<MTH_2D_DOUBLE*>& starts, int cols) const
+{
+  const unsigned rows = static_cast<unsigned>(RowStarts.size() - 1);
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, static_cast<std::size_t>(cols));
+  const std::size_t nbComponents = starts.size();
+  auto componentOf = [&](const IPG_LABEL_RUN& run) {
+    return static_cast<std::size_t>(componentOfLabel[static_cast<std::size_t>(run.Label)]);
+  };
+  // Where each band starts in each component: after the pixels of the bands above.
+  std::vector<MTH_2D_DOUBLE*> next(bands.Count * nbComponents);
+  std::copy(starts.begin(), starts.end(), next.begin());
+  for (unsigned band = 1; band < bands.Count; ++band) {
+    MTH_2D_DOUBLE** into = next.data() + band * nbComponents;
+    std::copy_n(into - nbComponents, nbComponents, into);
+    for (std::size_t r = RowStarts[bands.Begin(band - 1)]; r < RowStarts[bands.End(band - 1)]; ++r)
+      into[componentOf(Runs[r])] += Runs[r].Length;
+  }
+  Ipg_RunBands(bands, [&](unsigned band, unsigned firstRow, unsigned endRow) {
+    MTH_2D_DOUBLE** at = next.data() + band * nbComponents;
+    for (unsigned row = firstRow; row < endRow; ++row)
+      for (std::size_t r = RowStarts[row]; r < RowStarts[row + 1]; ++r) {
+        MTH_2D_DOUBLE*& to = at[componentOf(Runs[r])];
+        for (int col = Runs[r].Start; col < Runs[r].Start + Runs[r].Length; ++col)
+          IPG_RESIDENT_POOL::Place(to++, col, static_cast<int>(row));
+      }
+  });
 }

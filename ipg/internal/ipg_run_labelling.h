@@ -2,6 +2,7 @@
 #pragma once
 
 #include "ipg/internal/ipg_label_pairs.h"
+#include "mth/mth_2d_double.h"
 
 #include <cstddef>
 #include <vector>
@@ -38,6 +39,18 @@ public:
   // once nbCompMax labels are issued, visiting any further pixel (object or
   // not) is too many.
   Outcome Scan(const int* pixels, int cols, int rows, int value, int nbCompMax, Ipg_LabelPairs& pairs);
+
+  // Resolves the pairs in the order of an equivalence table read pair by pair,
+  // each merge moving toward the representative of the higher label: the
+  // components are numbered by ascending surviving label. Fills the component
+  // of every provisional label and the size of every component.
+  void Resolve(Ipg_LabelPairs& pairs, std::vector<int>& componentOfLabel, std::vector<int>& sizes) const;
+
+  // Writes every object pixel, as (column, row), at the next free place of its
+  // component, component k's places starting at starts[k] and filling in raster
+  // order; bands of rows are written side by side.
+  void WriteResidents(const std::vector<int>& componentOfLabel, const std::vector<MTH_2D_DOUBLE*>& starts,
+                      int cols) const;
 
   std::vector<IPG_LABEL_RUN> Runs;     // in raster order
   std::vector<std::size_t> RowStarts;  // runs of row r: [RowStarts[r], RowStarts[r + 1])

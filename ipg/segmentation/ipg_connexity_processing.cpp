@@ -7,7 +7,6 @@
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/internal/ipg_pixel_values.h"
-#include "ipg/internal/ipg_representative_sets.h"
 #include "ipg/internal/ipg_resident_pool.h"
 #include "ipg/internal/ipg_run_labelling.h"
 #include "ipg/ui/ipg_message.h"
@@ -382,26 +381,8 @@ bool IPG_CONNEXITY_PROCESSING::LabelByRuns()
     Ipg_Inform(kIpgMsgTooManyLabels);
     return false;
   }
-  // The table is resolved pair by pair in (i, j) order; replaying the same pairs
-  // in the same order on representative-carrying sets gives the same classes
-  // and the same surviving label for each.
-  const int n = scan.Issued;
-  Ipg_RepresentativeSets sets(n);
-  for (const std::uint32_t key : pairs.Sorted())
-    sets.Join(static_cast<int>(key >> 16), static_cast<int>(key & 0xFFFFu));
-  std::vector<int> componentOfRep(static_cast<std::size_t>(n), -1);
-  std::vector<int> sizes;
-  for (int l = 0; l < n; ++l)
-    if (sets.RepresentativeOf(l) == l) {
-      componentOfRep[l] = static_cast<int>(sizes.size());
-      sizes.push_back(0);
-    }
-  std::vector<int> componentOfLabel(static_cast<std::size_t>(n));
-  for (int l = 0; l < n; ++l) {
-    const int k = componentOfRep[sets.RepresentativeOf(l)];
-    componentOfLabel[l] = k;
-    sizes[k] += scan.Counts[l];
-  }
+  std::vector<int> componentOfLabel, sizes;
+  scan.Resolve(pairs, componentOfLabel, sizes);
   return BuildComponentsFromRuns(scan, componentOfLabel, sizes);
 }
 
@@ -418,7 +399,7 @@ bool IPG_CONNEXITY_PROCESSING::BuildComponentsFromRuns(const IPG_RUN_LABELLING& 
   if (pool == nullptr)
     return false;
   Components = std::make_unique<TList>();
-  std::vector<MTH_2D_DOUBLE*> next(sizes.size());
+  std::vector<MTH_2D_DOUBLE*> starts(sizes.size());
   MTH_2D_DOUBLE* at = pool->Data();
   for (std::size_t k = 0; k < sizes.size(); ++k) {
     std::unique_ptr<IPG_CONNECTED_COMPONENT> component(
@@ -428,17 +409,10 @@ bool IPG_CONNEXITY_PROCESSING::BuildComponentsFromRuns(const IPG_RUN_LABELLING& 
       return false;
     }
     AdoptComponent(std::move(component));
-    next[k] = at;
+    starts[k] = at;
     at += sizes[k];
   }
-  const std::size_t rows = scan.RowStarts.size() - 1;
-  for (std::size_t row = 0; row < rows; ++row)
-    for (std::size_t r = scan.RowStarts[row]; r < scan.RowStarts[row + 1]; ++r) {
-      const IPG_LABEL_RUN& run = scan.Runs[r];
-      MTH_2D_DOUBLE*& to = next[static_cast<std::size_t>(componentOfLabel[static_cast<std::size_t>(run.Label)])];
-      for (int col = run.Start; col < run.Start + run.Length; ++col)
-        IPG_RESIDENT_POOL::Place(to++, col, static_cast<int>(row));
-    }
+  scan.WriteResidents(componentOfLabel, starts, static_cast<int>(ImaIn->GetNbOfCols()));
   return true;
 }
 
