@@ -21,7 +21,7 @@ constexpr const char* kWhere = "IPG_DEFORMABLE_SURFACE::GradientVectorFlowSnake(
 constexpr const char* kLabel = "Contour actif (GVF)";
 constexpr const char* kResultName = "Snake";
 constexpr int kMinPoints = 8;
-constexpr int kMaxPoints = 2048;
+constexpr int kMaxPoints = 1024;
 constexpr double kMaxSigma = 100.0;
 // Far above any useful weight; keeps every product of the step finite.
 constexpr double kMaxWeight = 1e6;
@@ -152,7 +152,7 @@ const IPG_CLASS_INFO<IPG_DEFORMABLE_SURFACE>& IPG_DEFORMABLE_SURFACE::ClassInfo(
       Ipg_Parameter<C, &C::SetGvfIterations>("GvfIterations", "200",
                                              "GVF diffusion steps, 0-10000 (0: the edge map's gradient)"),
       Ipg_Parameter<C, &C::SetIterations>("Iterations", "150", "snake steps, 1-10000"),
-      Ipg_Parameter<C, &C::SetNbPoints>("NbPoints", "100", "points of the contour, 8-2048"),
+      Ipg_Parameter<C, &C::SetNbPoints>("NbPoints", "100", "points of the contour, 8-1024"),
       Ipg_Parameter<C, &C::SetResampleInterval>("ResampleInterval", "5",
                                                 "steps between even re-spacings of the points (0: never)"),
       Ipg_Parameter<C, &C::SetEdgeSigma>("EdgeSigma", "1.5", "Gaussian smoothing before the edge map, 0-100 px"),

@@ -28,10 +28,10 @@ constexpr double kCooling = 0.9;
 constexpr double kInvalidCost = 1e30; // above any energy the weights allow
 constexpr int kMinPoints = 8;
 // Bounds that keep a run short whatever the host asks: at most
-// 3 x 100 x 500 evaluations of 256 samples.
+// 3 x 100 x 200 evaluations of 256 samples.
 constexpr int kMaxPoints = 256;
 constexpr int kMaxStages = 100;
-constexpr int kMaxTrials = 500;
+constexpr int kMaxTrials = 200;
 constexpr double kMaxSigma = 100.0;
 constexpr double kMaxWeight = 1e6;
 // The cancellation request is polled every so many cost evaluations.
@@ -149,7 +149,7 @@ const IPG_CLASS_INFO<IPG_DEFORMABLE_SURFACE_COST_FCT>& IPG_DEFORMABLE_SURFACE_CO
       Ipg_Parameter<C, &C::SetSearchRadius>("SearchRadius", "10", "largest first move of the centre and axes, px"),
       Ipg_Parameter<C, &C::SetTemperature>("Temperature", "0.05", "starting temperature of each round, > 0"),
       Ipg_Parameter<C, &C::SetStages>("Stages", "50", "temperature stages per round, 1-100"),
-      Ipg_Parameter<C, &C::SetTrials>("Trials", "100", "moves per stage, 1-500"),
+      Ipg_Parameter<C, &C::SetTrials>("Trials", "100", "moves per stage, 1-200"),
       Ipg_Parameter<C, &C::SetSeed>("Seed", "1", "seed of the moves"),
       Ipg_Parameter<C, &C::SetEdgeSigma>("EdgeSigma", "2", "Gaussian smoothing before the edge map, 0-100 px"),
       Ipg_Parameter<C, &C::SetNbPoints>("NbPoints", "100", "samples of the ellipse, 8-256"),
