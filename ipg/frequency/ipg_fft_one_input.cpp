@@ -2,8 +2,8 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 
 #include "dcm/dcm_struct.h"
+#include "ipg/internal/ipg_fourier_buffer.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
-#include "mth/mth_complex_buffer.h"
 #include "mth/mth_fft.h"
 
 #include <algorithm>
@@ -23,7 +23,7 @@ bool HasPixels(const DCM_STRUCT* image)
 }
 
 // Loads the raw input pixels (imaginary parts 0) and transforms forward.
-bool LoadAndTransform(DCM_STRUCT* in, MTH_COMPLEX_BUFFER& buffer)
+bool LoadAndTransform(DCM_STRUCT* in, IPG_FOURIER_BUFFER& buffer)
 {
   const int cols = buffer.GetNbOfCols();
   const int rows = buffer.GetNbOfRows();
@@ -84,7 +84,7 @@ bool IPG_FFT_ONE_INPUT::Filter(Zero zeroBand)
     return false;
   const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
-  MTH_COMPLEX_BUFFER buffer(cols, rows);
+  IPG_FOURIER_BUFFER buffer(cols, rows);
   if (!LoadAndTransform(ImaIn, buffer))
     return false;
   zeroBand(buffer, static_cast<short>(Threshold));
@@ -97,7 +97,7 @@ bool IPG_FFT_ONE_INPUT::Filter(Zero zeroBand)
 
 bool IPG_FFT_ONE_INPUT::FourierLowPass()
 {
-  return Filter([](MTH_COMPLEX_BUFFER& b, int t) {
+  return Filter([](IPG_FOURIER_BUFFER& b, int t) {
     const int cols = b.GetNbOfCols(), rows = b.GetNbOfRows();
     const int r0 = std::max(0, rows / 2 - t), r1 = std::min(rows, rows / 2 + t);
     const int c0 = std::max(0, cols / 2 - t), c1 = std::min(cols, cols / 2 + t);
@@ -112,7 +112,7 @@ bool IPG_FFT_ONE_INPUT::FourierLowPass()
 
 bool IPG_FFT_ONE_INPUT::FourierHighPass()
 {
-  return Filter([](MTH_COMPLEX_BUFFER& b, int t) {
+  return Filter([](IPG_FOURIER_BUFFER& b, int t) {
     const int cols = b.GetNbOfCols(), rows = b.GetNbOfRows();
     const int tc = std::clamp(t, 0, cols), tr = std::clamp(t, 0, rows);
     auto zeroBlock = [&b](int cFrom, int cTo, int rFrom, int rTo) {
@@ -133,7 +133,7 @@ bool IPG_FFT_ONE_INPUT::CentredSpectrum(Part part)
     return false;
   const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
-  MTH_COMPLEX_BUFFER buffer(cols, rows);
+  IPG_FOURIER_BUFFER buffer(cols, rows);
   if (!LoadAndTransform(ImaIn, buffer))
     return false;
   ImaOut->Data->SetPrecision(10);
@@ -190,6 +190,8 @@ bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
   ImaOut->Data->SetMax();
   return true;
 }
+
+void IPG_FFT_ONE_INPUT::ReleaseBuffers() { Ipg_ReleaseFourierBuffer(); }
 
 bool IPG_FFT_ONE_INPUT::GetModule() { return DerivedSpectrum(Derived::Module); }
 bool IPG_FFT_ONE_INPUT::GetPhaseDeg() { return DerivedSpectrum(Derived::PhaseDeg); }

@@ -47,6 +47,11 @@ public:
   bool GetPhaseRad();     // 1213
   bool GetModule();       // 1216
 
+  // The Fourier operators of both classes keep their working buffer (16 bytes
+  // per pixel) on the calling thread for the next transform of the same size;
+  // this frees the calling thread's idle buffer at once.
+  static void ReleaseBuffers();
+
 private:
   enum class Part { Real, Imaginary };
   enum class Derived { Module, PhaseDeg, PhaseRad };

@@ -4,8 +4,8 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
+#include "ipg/internal/ipg_fourier_buffer.h"
 #include "ipg/internal/ipg_guard.h"
-#include "mth/mth_complex_buffer.h"
 #include "mth/mth_fft.h"
 
 #include <algorithm>
@@ -71,7 +71,7 @@ bool IPG_FFT_TWO_INPUTS::Rebuild(Pair pair)
   const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
   if (cols == 0 || rows == 0)
     return false;
-  MTH_COMPLEX_BUFFER buffer(cols, rows);
+  IPG_FOURIER_BUFFER buffer(cols, rows);
   for (int c = 0; c < cols; ++c)
     for (int r = 0; r < rows; ++r) {
       const double first = ImaIn->Data->GetValueReal(c, r);

@@ -17,6 +17,8 @@ const bool fftOneInputRegistered = [] {
       [](const CliImages& im) { return std::make_unique<IPG_FFT_ONE_INPUT>(im.in, nullptr); });
   table->Result("Threshold", &IPG_FFT_ONE_INPUT::GetThreshold);
   table->Output("out", [](IPG_FFT_ONE_INPUT& op, DCM_STRUCT* out) { op.SetImaOut(out); });
+  // The transform buffer is not wanted while the output is written.
+  table->After([](IPG_FFT_ONE_INPUT&, const CliImages&, CliRunOutcome&) { IPG_FFT_ONE_INPUT::ReleaseBuffers(); });
   return Cli_Register(std::move(table));
 }();
 
@@ -26,6 +28,7 @@ const bool fftTwoInputsRegistered = [] {
       [](const CliImages& im) { return std::make_unique<IPG_FFT_TWO_INPUTS>(im.in, im.second, nullptr); });
   table->SecondInput([](IPG_FFT_TWO_INPUTS& op, DCM_STRUCT* second) { op.SetInSecond(second); });
   table->Output("out", [](IPG_FFT_TWO_INPUTS& op, DCM_STRUCT* out) { op.SetImaOut(out); });
+  table->After([](IPG_FFT_TWO_INPUTS&, const CliImages&, CliRunOutcome&) { IPG_FFT_ONE_INPUT::ReleaseBuffers(); });
   return Cli_Register(std::move(table));
 }();
 
