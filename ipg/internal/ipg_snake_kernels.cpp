@@ -83,7 +83,8 @@ float Ipg_SampleBilinear(const std::vector<float>& grid, int cols, int rows, dou
   const int c1 = std::min(c0 + 1, cols - 1), r1 = std::min(r0 + 1, rows - 1);
   const double fx = x - c0, fy = y - r0;
   auto at = [&](int c, int r) {
-    return static_cast<double>(grid[static_cast<std::size_t>(r) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(c)]);
+    return static_cast<double>(grid[static_cast<std::size_t>(r) * static_cast<std::size_t>(cols) +
+                                    static_cast<std::size_t>(c)]);
   };
   const double top = at(c0, r0) + fx * (at(c1, r0) - at(c0, r0));
   const double bottom = at(c0, r1) + fx * (at(c1, r1) - at(c0, r1));

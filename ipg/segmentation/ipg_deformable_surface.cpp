@@ -57,8 +57,8 @@ bool GvfForce(const DCM_STRUCT& in, const DCM_STRUCT* roi, double sigma, double 
               Ipg_Progress& progress, IPG_VECTOR_FIELD& force)
 {
   const int cols = static_cast<int>(in.GetNbOfCols()), rows = static_cast<int>(in.GetNbOfRows());
-  const std::vector<float> edges = Ipg_EdgeMap(in.Data->GetIDataAddress(),
-                                               roi != nullptr ? roi->Data->GetIDataAddress() : nullptr, cols, rows, sigma);
+  const int* roiRows = roi != nullptr ? roi->Data->GetIDataAddress() : nullptr;
+  const std::vector<float> edges = Ipg_EdgeMap(in.Data->GetIDataAddress(), roiRows, cols, rows, sigma);
   IPG_GVF_DIFFUSION gvf(edges, cols, rows, mu);
   for (int k = 0; k < iterations; ++k) {
     gvf.Step();
@@ -146,7 +146,8 @@ const IPG_CLASS_INFO<IPG_DEFORMABLE_SURFACE>& IPG_DEFORMABLE_SURFACE::ClassInfo(
   static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
       Ipg_Parameter<C, &C::SetAlpha>("Alpha", "0.05", "elasticity of the contour, >= 0"),
       Ipg_Parameter<C, &C::SetBeta>("Beta", "0", "rigidity of the contour, >= 0"),
-      Ipg_Parameter<C, &C::SetGamma>("Gamma", "1", "inverse time step, > 0 (a point moves about Kappa/Gamma px per step)"),
+      Ipg_Parameter<C, &C::SetGamma>("Gamma", "1",
+                                     "inverse time step, > 0 (a point moves about Kappa/Gamma px per step)"),
       Ipg_Parameter<C, &C::SetKappa>("Kappa", "0.6", "weight of the external force, >= 0"),
       Ipg_Parameter<C, &C::SetMu>("Mu", "0.2", "GVF regularisation, >= 0"),
       Ipg_Parameter<C, &C::SetGvfIterations>("GvfIterations", "200",
@@ -158,12 +159,14 @@ const IPG_CLASS_INFO<IPG_DEFORMABLE_SURFACE>& IPG_DEFORMABLE_SURFACE::ClassInfo(
       Ipg_Parameter<C, &C::SetEdgeSigma>("EdgeSigma", "1.5", "Gaussian smoothing before the edge map, 0-100 px"),
       Ipg_Parameter<C, &C::SetContourIndex>("ContourIndex", "-1",
                                             "object of the input's list to start from (< 0: the circle)"),
-      Ipg_Parameter<C>("Centre", IPG_VALUE_TYPE::RealPoint, "", "centre of the initial circle (default: the image middle)",
+      Ipg_Parameter<C>("Centre", IPG_VALUE_TYPE::RealPoint, "",
+                       "centre of the initial circle (default: the image middle)",
                        [](C& op, const IPG_VALUE& value) {
                          const IPG_REAL_POINT& centre = std::get<IPG_REAL_POINT>(value);
                          op.SetCentre(centre.X, centre.Y);
                        }),
-      Ipg_Parameter<C, &C::SetRadius>("Radius", "", "radius of the initial circle (default: a quarter of the smaller side)"),
+      Ipg_Parameter<C, &C::SetRadius>("Radius", "",
+                                      "radius of the initial circle (default: a quarter of the smaller side)"),
   };
   static const IPG_CLASS_INFO<C> info{kClassName, operations, parameters};
   return info;

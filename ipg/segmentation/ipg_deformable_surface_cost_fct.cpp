@@ -66,8 +66,8 @@ public:
   {
     if (Stopped || (++Evaluations % kPollEvery == 0 && (Stopped = Ipg_CancelRequested())))
       return 0.0; // the search is abandoned: any value ends it quickly
-    const bool valid = std::isfinite(x[0]) && std::isfinite(x[1]) && std::isfinite(x[4]) && Within(x[2], 1.0, Largest) &&
-                       Within(x[3], 1.0, Largest);
+    const bool valid = std::isfinite(x[0]) && std::isfinite(x[1]) && std::isfinite(x[4]) &&
+                       Within(x[2], 1.0, Largest) && Within(x[3], 1.0, Largest);
     if (!valid)
       return kInvalidCost;
     return Ipg_ContourEnergy(Ipg_EllipseContour(x, Points), Gradient, Alpha, Beta);
@@ -134,7 +134,8 @@ const IPG_CLASS_INFO<IPG_DEFORMABLE_SURFACE_COST_FCT>& IPG_DEFORMABLE_SURFACE_CO
       {kFitCode, "FitEllipseByAnnealing", [](C& op) -> int { return op.FitEllipseByAnnealing(); }},
   };
   static constexpr IPG_PARAMETER_INFO<C> parameters[] = {
-      Ipg_Parameter<C>("Centre", IPG_VALUE_TYPE::RealPoint, "", "centre of the start ellipse (default: the image middle)",
+      Ipg_Parameter<C>("Centre", IPG_VALUE_TYPE::RealPoint, "",
+                       "centre of the start ellipse (default: the image middle)",
                        [](C& op, const IPG_VALUE& value) {
                          const IPG_REAL_POINT& centre = std::get<IPG_REAL_POINT>(value);
                          op.SetCentre(centre.X, centre.Y);

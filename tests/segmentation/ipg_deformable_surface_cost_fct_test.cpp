@@ -82,7 +82,8 @@ TEST(DeformableSurfaceCostFct, BadInputGivesItsMessageAndFalse)
   const Case cases[] = {
       {nullptr, &out, [](IPG_DEFORMABLE_SURFACE_COST_FCT&) {}, "Pas d'image d'entrée!"},
       {in.get(), nullptr, [](IPG_DEFORMABLE_SURFACE_COST_FCT&) {}, "image de sortie non allouée"},
-      {in.get(), &small, [](IPG_DEFORMABLE_SURFACE_COST_FCT&) {}, "Les images n'ont pas les mêmes dimensions : " + apply},
+      {in.get(), &small, [](IPG_DEFORMABLE_SURFACE_COST_FCT&) {},
+       "Les images n'ont pas les mêmes dimensions : " + apply},
       {one.get(), &small, [](IPG_DEFORMABLE_SURFACE_COST_FCT&) {}, "Image trop petite : " + where},
       {in.get(), &out, [](IPG_DEFORMABLE_SURFACE_COST_FCT& op) { op.SetNbPoints(7); },
        "Pas assez de points dans le contour : " + where},
