@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/segmentation/ipg_connexity_processing.h"
 
+#include "ipg/framework/ipg_threads.h"
+
 #include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <random>
 #include <set>
@@ -163,6 +166,30 @@ TEST(Labelling, RunsMatchThePixelScanOnRandomImagesUpToTheLabelLimit)
       found.insert(std::set<std::pair<int, int>>(p.begin(), p.end()));
     ASSERT_EQ(found, FloodComponents(*built, 1)) << where;
   }
+}
+
+TEST(Labelling, BandsOfRowsWriteTheSameResidentsAtAnyThreadCount)
+{
+  std::mt19937 random(99);
+  std::vector<std::array<int, 3>> discs(300); // centre and squared radius
+  for (auto& d : discs)
+    d = {static_cast<int>(random() % 720), static_cast<int>(random() % 720), static_cast<int>(4 + random() % 400)};
+  auto image = ImageOf(720, 720, [&](unsigned c, unsigned r) {
+    for (const auto& [x, y, r2] : discs)
+      if ((static_cast<int>(c) - x) * (static_cast<int>(c) - x) + (static_cast<int>(r) - y) * (static_cast<int>(r) - y) < r2)
+        return 1;
+    return 0;
+  });
+  IPG_CONNEXITY_PROCESSING plain(image.get(), 1);
+  ASSERT_TRUE(plain.Labelling_8NeighborsTwoPass());
+  ASSERT_GT(plain.GetNbComponents(), 20);
+  for (const int threads : {1, 2, 7}) {
+    Ipg_SetNumThreads(threads);
+    IPG_CONNEXITY_PROCESSING fast(image.get(), 1);
+    ASSERT_TRUE(fast.Labelling_8Neighbors());
+    EXPECT_EQ(ComponentsOf(fast), ComponentsOf(plain)) << threads << " threads";
+  }
+  Ipg_SetNumThreads(0);
 }
 
 class KeepComponents : public ::testing::Test {
