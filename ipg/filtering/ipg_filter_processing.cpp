@@ -275,6 +275,13 @@ bool IPG_FILTER_PROCESSING::ConvolveInto(const DCM_STRUCT* in, DCM_STRUCT* out, 
   else
     PrepareOutputBorder(out);
   const Ipg_KernelImages images = Ipg_KernelImagesOf(in, out, Roi);
+  if (fast && sameGeometry && !inPlace) {
+    // The rows are measured as they are written; only the frame rows are read again.
+    IPG_BAND_EXTREMES seen;
+    const Ipg_RowSpan measured = Ipg_ConvolveFast(images, taps, Ipg_ConvolutionRows(images, taps), &seen);
+    Ipg_StoreExtremes(*out->Data, measured.Begin, measured.End, seen);
+    return ApplyModeToMeasured(out, Mode);
+  }
   if (fast && sameGeometry)
     Ipg_ConvolveFast(images, taps, Ipg_ConvolutionRows(images, taps));
   else

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_convolution_kernel.h"
 
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
@@ -225,23 +226,33 @@ struct RowScratch {
   }
 }
 
-[[gnu::always_inline]] inline void FastRows(const FastPlan& plan, int begin, int end, RowScratch& scratch)
+// With seen, each whole output row is measured as soon as it is written, while
+// it is still in the cache.
+[[gnu::always_inline]] inline void FastRows(const FastPlan& plan, int begin, int end, RowScratch& scratch,
+                                            IPG_BAND_EXTREMES* seen)
 {
   const int hy = plan.Taps.HalfY;
+  const Ipg_KernelImages& images = plan.Images;
   for (int row = begin; row < end; ++row) {
     if (plan.MarkedRowsBefore[static_cast<std::size_t>(row + hy + 1)] != plan.MarkedRowsBefore[static_cast<std::size_t>(row - hy)])
-      PlainRow(plan.Images, plan.Taps, row);
+      PlainRow(images, plan.Taps, row);
     else
       FastRow(plan, row, scratch);
+    if (seen != nullptr)
+      Ipg_AddRowExtremes(images.Out + images.At(0, row), images.Cols, *seen);
   }
 }
 
-void FastRowsPlain(const FastPlan& plan, int begin, int end, RowScratch& scratch) { FastRows(plan, begin, end, scratch); }
+void FastRowsPlain(const FastPlan& plan, int begin, int end, RowScratch& scratch, IPG_BAND_EXTREMES* seen)
+{
+  FastRows(plan, begin, end, scratch, seen);
+}
 
 #if defined(__x86_64__)
-[[gnu::target("avx2")]] void FastRowsAvx2(const FastPlan& plan, int begin, int end, RowScratch& scratch)
+[[gnu::target("avx2")]] void FastRowsAvx2(const FastPlan& plan, int begin, int end, RowScratch& scratch,
+                                          IPG_BAND_EXTREMES* seen)
 {
-  FastRows(plan, begin, end, scratch);
+  FastRows(plan, begin, end, scratch, seen);
 }
 #endif
 
@@ -324,12 +335,13 @@ void Ipg_ConvolvePlain(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps
 // Rows near a mark take the plain path; the others go whole rows at a time,
 // in parallel bands. Filtering in place reads rows already written, so it
 // keeps the serial order.
-void Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, Ipg_RowSpan span)
+Ipg_RowSpan Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, Ipg_RowSpan span,
+                             IPG_BAND_EXTREMES* seen)
 {
   const int cols = images.Cols, rows = images.Rows, hx = taps.HalfX, hy = taps.HalfY;
   const int width = cols - 2 * hx;
   if (width <= 0 || rows - 2 * hy <= 0)
-    return;
+    return {};
   FastPlan plan{images, taps, {}, false, {}, 1.0f};
   std::int64_t largest = 0; // of the unmarked magnitudes
   SurveyRows(images, plan.MarkedRowsBefore, largest);
@@ -342,20 +354,29 @@ void Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps&
 
   const int first = std::max(span.Begin, hy), end = std::min(span.End, rows - hy);
   if (end <= first)
-    return;
+    return {};
   const bool avx2 = Ipg_UseAvx2();
   const IPG_ROW_BANDS bands =
       images.In == images.Out ? IPG_ROW_BANDS{1, static_cast<unsigned>(end - first)}
                               : Ipg_SplitRows(static_cast<unsigned>(end - first), static_cast<std::size_t>(cols));
-  Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned stop) {
+  std::vector<IPG_BAND_EXTREMES> seenByBand(bands.Count);
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned stop) {
     RowScratch scratch{std::vector<float>(static_cast<std::size_t>(width)), std::vector<int>(static_cast<std::size_t>(width)),
                        std::vector<int>(static_cast<std::size_t>(cols))};
+    IPG_BAND_EXTREMES* bandSeen = seen != nullptr ? &seenByBand[band] : nullptr;
 #if defined(__x86_64__)
     if (avx2) {
-      FastRowsAvx2(plan, first + static_cast<int>(begin), first + static_cast<int>(stop), scratch);
+      FastRowsAvx2(plan, first + static_cast<int>(begin), first + static_cast<int>(stop), scratch, bandSeen);
       return;
     }
 #endif
-    FastRowsPlain(plan, first + static_cast<int>(begin), first + static_cast<int>(stop), scratch);
+    FastRowsPlain(plan, first + static_cast<int>(begin), first + static_cast<int>(stop), scratch, bandSeen);
   });
+  if (seen == nullptr)
+    return {};
+  for (const IPG_BAND_EXTREMES& b : seenByBand) {
+    seen->Min = std::min(seen->Min, b.Min);
+    seen->Max = std::max(seen->Max, b.Max);
+  }
+  return {first, end};
 }

@@ -5,6 +5,8 @@
 
 #include <vector>
 
+struct IPG_BAND_EXTREMES;
+
 // A convolution kernel's taps: (2 HalfX + 1) x (2 HalfY + 1) coefficients,
 // row-major, and the kernel's normalising factor.
 struct Ipg_ConvolutionTaps {
@@ -24,8 +26,10 @@ void Ipg_ConvolvePlain(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps
 
 // The same pixels as Ipg_ConvolvePlain, faster: rows whose window holds no mark
 // are accumulated tap by tap over the whole row. The output must have the
-// input's geometry.
-void Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, Ipg_RowSpan span);
+// input's geometry. With seen, every output row computed is measured (whole,
+// frame included) right after it is written, into seen; returns those rows.
+Ipg_RowSpan Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, Ipg_RowSpan span,
+                             IPG_BAND_EXTREMES* seen = nullptr);
 
 // The rows of the image a convolution by taps computes.
 Ipg_RowSpan Ipg_ConvolutionRows(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps);

@@ -123,6 +123,22 @@ void Ipg_MeasureExtremes(DCM_DATA& data)
   });
 }
 
+void Ipg_StoreExtremes(DCM_DATA& data, int measuredBegin, int measuredEnd, const IPG_BAND_EXTREMES& seen)
+{
+  const int cols = static_cast<int>(data.GetNbOfCols()), rows = static_cast<int>(data.GetNbOfRows());
+  if (data.GetSize() == 0 || static_cast<std::size_t>(cols) * rows != data.GetSize())
+    return Ipg_MeasureExtremes(data);
+  measuredBegin = std::clamp(measuredBegin, 0, rows);
+  measuredEnd = std::clamp(measuredEnd, measuredBegin, rows);
+  IPG_BAND_EXTREMES all = seen;
+  const int* p = data.GetIDataAddress();
+  for (int row = 0; row < rows; ++row)
+    if (row < measuredBegin || row >= measuredEnd)
+      Ipg_AddRowExtremes(p + static_cast<std::size_t>(row) * cols, cols, all);
+  data.SetMin(all.Min);
+  data.SetMax(all.Max);
+}
+
 bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode, const IPG_BAND_EXTREMES& measured)
 {
   if (out == nullptr || mode == 300 || mode == 301 || mode == 303)

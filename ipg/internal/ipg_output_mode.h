@@ -18,3 +18,7 @@ bool Ipg_ApplyModeToImage(DCM_STRUCT* out, short mode, const IPG_BAND_EXTREMES& 
 class DCM_DATA;
 // SetMin() and SetMax() in one pass over the pixels (nothing for an empty image).
 void Ipg_MeasureExtremes(DCM_DATA& data);
+
+// The same result when the rows [measuredBegin, measuredEnd) were measured into
+// seen as they were written: only the other rows are read.
+void Ipg_StoreExtremes(DCM_DATA& data, int measuredBegin, int measuredEnd, const IPG_BAND_EXTREMES& seen);

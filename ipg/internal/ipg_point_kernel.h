@@ -23,6 +23,18 @@ struct IPG_BAND_EXTREMES {
   }
 };
 
+// Merges the extremes of cols values of a row into seen (vectorised where inlined).
+[[gnu::always_inline]] inline void Ipg_AddRowExtremes(const int* row, int cols, IPG_BAND_EXTREMES& seen)
+{
+  int mn = seen.Min, mx = seen.Max;
+  for (int c = 0; c < cols; ++c) {
+    mn = std::min(mn, row[c]);
+    mx = std::max(mx, row[c]);
+  }
+  seen.Min = mn;
+  seen.Max = mx;
+}
+
 // Widens out's stored extremes to cover what the bands wrote, as writing each
 // pixel through SetValue would have.
 inline void Ipg_WidenExtremes(DCM_DATA& out, const std::vector<IPG_BAND_EXTREMES>& bands)

@@ -206,6 +206,8 @@ TEST(IpgFilterProcessing, FastConvolutionGivesThePlainPixels)
           op.SetImaOut(plain.get());
           ASSERT_TRUE(op.ApplyFilterPlain(kernel.get()));
           ASSERT_EQ(PixelsOf(*fast), PixelsOf(*plain));
+          ASSERT_EQ(std::pair(fast->Data->GetMin(), fast->Data->GetMax()),
+                    std::pair(plain->Data->GetMin(), plain->Data->GetMax()));
         }
       }
     }
@@ -235,6 +237,8 @@ TEST(IpgFilterProcessing, FastConvolutionGivesThePlainPixelsOnAnyThreadCount)
         op.SetImaOut(fast.get());
         ASSERT_TRUE(op.ApplyFilter(kernel.get()));
         EXPECT_EQ(PixelsOf(*fast), PixelsOf(*plain)) << "kernel " << kernel->GetSizeX() << " threads " << threads;
+        EXPECT_EQ(std::pair(fast->Data->GetMin(), fast->Data->GetMax()),
+                  std::pair(plain->Data->GetMin(), plain->Data->GetMax()));
       }
     }
   }
