@@ -407,13 +407,21 @@ bool IPG_FILTER_PROCESSING::MedianInto(const DCM_STRUCT* in, DCM_STRUCT* out)
   // written, so it keeps the serial order.
   const bool inPlace = images.In == images.Out;
   const int chunk = inPlace ? 1 : kMedianChunkRows;
+  // With the input's geometry, each output row is measured as soon as it is written.
+  const bool measureRows =
+      !inPlace && out->GetNbOfCols() == in->GetNbOfCols() && out->GetNbOfRows() == in->GetNbOfRows();
+  IPG_BAND_EXTREMES seen;
   for (int first = hy; first < images.Rows - hy; first += chunk) {
     const int end = std::min(first + chunk, images.Rows - hy);
-    Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(end - first), static_cast<std::size_t>(images.Cols)),
-                 [&](unsigned, unsigned begin, unsigned stop) {
-                   Ipg_MedianKernel band(sx, sy);
-                   band.Rows(images, {first + static_cast<int>(begin), first + static_cast<int>(stop)});
-                 });
+    const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(end - first), static_cast<std::size_t>(images.Cols));
+    std::vector<IPG_BAND_EXTREMES> seenByBand(bands.Count);
+    Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned stop) {
+      Ipg_MedianKernel kernel(sx, sy);
+      kernel.Rows(images, {first + static_cast<int>(begin), first + static_cast<int>(stop)},
+                  measureRows ? &seenByBand[band] : nullptr);
+    });
+    for (const IPG_BAND_EXTREMES& b : seenByBand)
+      Ipg_MergeExtremes(seen, b);
     for (int row = first; row < end; ++row) {
       if (progress)
         progress->Step("");
@@ -427,7 +435,10 @@ bool IPG_FILTER_PROCESSING::MedianInto(const DCM_STRUCT* in, DCM_STRUCT* out)
     const std::vector<int>& window = kernel.SortedWindow(images, images.Cols - hx - 1, images.Rows - hy - 1);
     std::copy(window.begin(), window.end(), UserFilter->GetDataFilter());
   }
-  RecomputeExtremes(out);
+  if (measureRows)
+    Ipg_StoreExtremes(*out->Data, hy, images.Rows - hy, seen);
+  else
+    RecomputeExtremes(out);
   return true;
 }
 

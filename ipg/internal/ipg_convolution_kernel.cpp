@@ -374,9 +374,7 @@ Ipg_RowSpan Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_Convoluti
   });
   if (seen == nullptr)
     return {};
-  for (const IPG_BAND_EXTREMES& b : seenByBand) {
-    seen->Min = std::min(seen->Min, b.Min);
-    seen->Max = std::max(seen->Max, b.Max);
-  }
+  for (const IPG_BAND_EXTREMES& b : seenByBand)
+    Ipg_MergeExtremes(*seen, b);
   return {first, end};
 }

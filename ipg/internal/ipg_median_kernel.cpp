@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_median_kernel.h"
 
+#include "ipg/internal/ipg_output_mode.h"
+
 #include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
@@ -228,7 +230,7 @@ Ipg_MedianKernel::Ipg_MedianKernel(int sizeX, int sizeY)
   LaneValues.resize(static_cast<std::size_t>(Lanes) * kBlock);
 }
 
-void Ipg_MedianKernel::Rows(const Ipg_KernelImages& images, Ipg_RowSpan span)
+void Ipg_MedianKernel::Rows(const Ipg_KernelImages& images, Ipg_RowSpan span, IPG_BAND_EXTREMES* seen)
 {
   const int hy = SizeY / 2;
   for (int row = std::max(span.Begin, hy); row < std::min(span.End, images.Rows - hy); ++row) {
@@ -240,6 +242,8 @@ void Ipg_MedianKernel::Rows(const Ipg_KernelImages& images, Ipg_RowSpan span)
       RowByNetwork(images, row);
     else
       RowBySelection(images, row);
+    if (seen != nullptr)
+      Ipg_MeasureRow(images.Out + images.At(0, row), images.Cols, *seen);
   }
 }
 

@@ -11,11 +11,14 @@
 // edge, columns SizeX / 2 .. Cols - SizeX / 2 - 1. Marks and the ROI take no
 // part: every such pixel gets its window's median. Holds its scratch buffers,
 // so one object serves every row of an image.
+struct IPG_BAND_EXTREMES;
+
 class Ipg_MedianKernel {
 public:
   Ipg_MedianKernel(int sizeX, int sizeY);
 
-  void Rows(const Ipg_KernelImages& images, Ipg_RowSpan span);
+  // With seen, each whole output row is measured right after it is written.
+  void Rows(const Ipg_KernelImages& images, Ipg_RowSpan span, IPG_BAND_EXTREMES* seen = nullptr);
   // The window centred on (col, row), sorted.
   const std::vector<int>& SortedWindow(const Ipg_KernelImages& images, int col, int row);
 

@@ -123,6 +123,28 @@ void Ipg_MeasureExtremes(DCM_DATA& data)
   });
 }
 
+namespace {
+
+void RowExtremesPlain(const int* row, int cols, IPG_BAND_EXTREMES& seen) { Ipg_AddRowExtremes(row, cols, seen); }
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void RowExtremesAvx2(const int* row, int cols, IPG_BAND_EXTREMES& seen)
+{
+  Ipg_AddRowExtremes(row, cols, seen);
+}
+#endif
+
+} // namespace
+
+void Ipg_MeasureRow(const int* row, int cols, IPG_BAND_EXTREMES& seen)
+{
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2())
+    return RowExtremesAvx2(row, cols, seen);
+#endif
+  RowExtremesPlain(row, cols, seen);
+}
+
 void Ipg_StoreExtremes(DCM_DATA& data, int measuredBegin, int measuredEnd, const IPG_BAND_EXTREMES& seen)
 {
   const int cols = static_cast<int>(data.GetNbOfCols()), rows = static_cast<int>(data.GetNbOfRows());
@@ -134,7 +156,7 @@ void Ipg_StoreExtremes(DCM_DATA& data, int measuredBegin, int measuredEnd, const
   const int* p = data.GetIDataAddress();
   for (int row = 0; row < rows; ++row)
     if (row < measuredBegin || row >= measuredEnd)
-      Ipg_AddRowExtremes(p + static_cast<std::size_t>(row) * cols, cols, all);
+      Ipg_MeasureRow(p + static_cast<std::size_t>(row) * cols, cols, all);
   data.SetMin(all.Min);
   data.SetMax(all.Max);
 }

@@ -19,6 +19,9 @@ class DCM_DATA;
 // SetMin() and SetMax() in one pass over the pixels (nothing for an empty image).
 void Ipg_MeasureExtremes(DCM_DATA& data);
 
+// Merges the extremes of cols values of a row into seen.
+void Ipg_MeasureRow(const int* row, int cols, IPG_BAND_EXTREMES& seen);
+
 // The same result when the rows [measuredBegin, measuredEnd) were measured into
 // seen as they were written: only the other rows are read.
 void Ipg_StoreExtremes(DCM_DATA& data, int measuredBegin, int measuredEnd, const IPG_BAND_EXTREMES& seen);

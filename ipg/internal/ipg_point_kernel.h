@@ -23,6 +23,12 @@ struct IPG_BAND_EXTREMES {
   }
 };
 
+inline void Ipg_MergeExtremes(IPG_BAND_EXTREMES& into, const IPG_BAND_EXTREMES& from)
+{
+  into.Min = std::min(into.Min, from.Min);
+  into.Max = std::max(into.Max, from.Max);
+}
+
 // Merges the extremes of cols values of a row into seen (vectorised where inlined).
 [[gnu::always_inline]] inline void Ipg_AddRowExtremes(const int* row, int cols, IPG_BAND_EXTREMES& seen)
 {

@@ -403,6 +403,9 @@ TEST(IpgFilterProcessing, MedianIsTheMiddleOfTheSortedWindow)
           std::sort(window.begin(), window.end());
           ASSERT_EQ(At(*run.Out, c, r), window[window.size() / 2]) << sx << "x" << sy << " " << c << "," << r;
         }
+      const std::vector<int> pixels = PixelsOf(*run.Out);
+      const auto [low, high] = std::minmax_element(pixels.begin(), pixels.end());
+      EXPECT_EQ(std::pair(run.Out->Data->GetMin(), run.Out->Data->GetMax()), std::pair(*low, *high));
     }
   }
 }
