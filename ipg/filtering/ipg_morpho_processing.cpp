@@ -33,6 +33,15 @@ std::size_t At(int col, int row, int cols)
   return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
 }
 
+// The output mode on an output whose stored extremes were just measured.
+int ApplyModeWithStoredExtremes(DCM_STRUCT* out, short mode)
+{
+  IPG_BAND_EXTREMES measured;
+  measured.Min = out->Data->GetMin();
+  measured.Max = out->Data->GetMax();
+  return Ipg_ApplyModeToImage(out, mode, measured) ? 1 : 0;
+}
+
 bool SameGeometry(const DCM_STRUCT& a, const DCM_STRUCT& b)
 {
   return a.GetNbOfCols() == b.GetNbOfCols() && a.GetNbOfRows() == b.GetNbOfRows();
@@ -188,7 +197,13 @@ int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ip
   if (sizeY <= kRunsTallestRectangle || !Ipg_MorphoIsFullRectangle(flags)) {
     // In place, rows would be read after being written: the scan goes to a copy.
     if (SameGeometry(*in, *ImaOut) && in->Data->GetIDataAddress() != ImaOut->Data->GetIDataAddress()) {
-      Ipg_MorphoScanRuns(*in, Roi, flags, sizeX, sizeY, kind, init, ImaOut->Data->GetIDataAddress());
+      // The rows are measured as they are written; only the frame rows are read again.
+      IPG_BAND_EXTREMES seen;
+      const bool scanned =
+          Ipg_MorphoScanRuns(*in, Roi, flags, sizeX, sizeY, kind, init, ImaOut->Data->GetIDataAddress(), &seen);
+      const int rows = static_cast<int>(Rows(*in));
+      Ipg_StoreExtremes(*ImaOut->Data, scanned ? hy : 0, scanned ? rows - hy : 0, seen);
+      return ApplyModeWithStoredExtremes(ImaOut, Mode);
     } else {
       std::vector<int> result(in->Data->GetSize());
       Ipg_MorphoScanRuns(*in, Roi, flags, sizeX, sizeY, kind, init, result.data());
@@ -201,10 +216,7 @@ int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ip
     CopyInterior(result, field.Cols, field.Rows, hx, hy, *ImaOut);
   }
   Ipg_MeasureExtremes(*ImaOut->Data);
-  IPG_BAND_EXTREMES measured;
-  measured.Min = ImaOut->Data->GetMin();
-  measured.Max = ImaOut->Data->GetMax();
-  return Ipg_ApplyModeToImage(ImaOut, Mode, measured) ? 1 : 0;
+  return ApplyModeWithStoredExtremes(ImaOut, Mode);
 }
 
 int IPG_MORPHO_PROCESSING::RunTwoSteps(IPG_FILTER* element, Ipg_MorphoKind first, Ipg_MorphoKind second)

@@ -77,7 +77,7 @@ struct ChunkScan {
 // c .. c + 2^level - 1, for the rows output rows [begin, end) read.
 template <class Pick>
 [[gnu::always_inline]] inline void ScanRows(const ChunkScan& scan, int begin, int end, std::vector<int>& table,
-                                            Pick pick)
+                                            Pick pick, IPG_BAND_EXTREMES* seen)
 {
   const int cols = scan.Cols;
   const int first = begin - scan.HalfY, count = end - begin + 2 * scan.HalfY;
@@ -117,55 +117,63 @@ template <class Pick>
       for (int j = 0; j < width; ++j)
         a[j] = pick(a[j], pick(s[j], t[j]));
     }
+    if (seen != nullptr) // the whole row, while it is in the cache
+      Ipg_AddRowExtremes(a - from, cols, *seen);
   }
 }
 
 template <class Pick>
-void ScanRowsPlain(const ChunkScan& scan, int begin, int end, std::vector<int>& table)
+void ScanRowsPlain(const ChunkScan& scan, int begin, int end, std::vector<int>& table, IPG_BAND_EXTREMES* seen)
 {
-  ScanRows(scan, begin, end, table, Pick{});
+  ScanRows(scan, begin, end, table, Pick{}, seen);
 }
 
 #if defined(__x86_64__)
 template <class Pick>
-[[gnu::target("avx2")]] void ScanRowsAvx2(const ChunkScan& scan, int begin, int end, std::vector<int>& table)
+[[gnu::target("avx2")]] void ScanRowsAvx2(const ChunkScan& scan, int begin, int end, std::vector<int>& table,
+                                          IPG_BAND_EXTREMES* seen)
 {
-  ScanRows(scan, begin, end, table, Pick{});
+  ScanRows(scan, begin, end, table, Pick{}, seen);
 }
 #endif
 
 template <class Pick>
-void ScanInBands(const ChunkScan& scan)
+void ScanInBands(const ChunkScan& scan, IPG_BAND_EXTREMES* seen)
 {
   const int rows = scan.Rows - 2 * scan.HalfY;
   const bool avx2 = Ipg_UseAvx2();
-  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(scan.Cols)),
-               [&](unsigned, unsigned begin, unsigned end) {
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(scan.Cols));
+  std::vector<IPG_BAND_EXTREMES> seenByBand(bands.Count);
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+                 IPG_BAND_EXTREMES* bandSeen = seen != nullptr ? &seenByBand[band] : nullptr;
                  std::vector<int> table(static_cast<std::size_t>(scan.Levels) * (kChunkRows + 2 * scan.HalfY) *
                                         scan.Cols);
                  for (int r = static_cast<int>(begin); r < static_cast<int>(end); r += kChunkRows) {
                    const int first = r + scan.HalfY, last = std::min<int>(r + kChunkRows, static_cast<int>(end)) + scan.HalfY;
 #if defined(__x86_64__)
                    if (avx2) {
-                     ScanRowsAvx2<Pick>(scan, first, last, table);
+                     ScanRowsAvx2<Pick>(scan, first, last, table, bandSeen);
                      continue;
                    }
 #endif
-                   ScanRowsPlain<Pick>(scan, first, last, table);
+                   ScanRowsPlain<Pick>(scan, first, last, table, bandSeen);
                  }
                });
+  if (seen != nullptr)
+    for (const IPG_BAND_EXTREMES& b : seenByBand)
+      Ipg_MergeExtremes(*seen, b);
 }
 
 } // namespace
 
-void Ipg_MorphoScanRuns(const DCM_STRUCT& in, const DCM_STRUCT* roi, const std::vector<unsigned char>& element,
-                        int sizeX, int sizeY, Ipg_MorphoKind kind, int init, int* out)
+bool Ipg_MorphoScanRuns(const DCM_STRUCT& in, const DCM_STRUCT* roi, const std::vector<unsigned char>& element,
+                        int sizeX, int sizeY, Ipg_MorphoKind kind, int init, int* out, IPG_BAND_EXTREMES* seen)
 {
   if (sizeX < 1 || sizeY < 1 || element.size() < static_cast<std::size_t>(sizeX) * sizeY)
-    return;
+    return false;
   const int cols = static_cast<int>(in.Data->GetNbOfCols()), rows = static_cast<int>(in.Data->GetNbOfRows());
   if (cols < sizeX || rows < sizeY)
-    return; // no pixel lies half an element from every edge
+    return false; // no pixel lies half an element from every edge
   const std::vector<Run> runs = RunsOf(element, sizeX, sizeY);
   int levels = 1;
   for (const Run& run : runs)
@@ -174,7 +182,8 @@ void Ipg_MorphoScanRuns(const DCM_STRUCT& in, const DCM_STRUCT* roi, const std::
   const ChunkScan scan{in.Data->GetIDataAddress(), roi, cols, rows, erosion ? INT_MAX : INT_MIN, runs, levels,
                        sizeX / 2, sizeY / 2, init, out};
   if (erosion)
-    ScanInBands<Lower>(scan);
+    ScanInBands<Lower>(scan, seen);
   else
-    ScanInBands<Higher>(scan);
+    ScanInBands<Higher>(scan, seen);
+  return true;
 }

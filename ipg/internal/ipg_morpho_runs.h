@@ -4,6 +4,8 @@
 #include "ipg/filtering/ipg_morpho_scan.h"
 #include "ipg/internal/ipg_pixel_values.h"
 
+struct IPG_BAND_EXTREMES;
+
 // A pixel value that takes part in the scan: a grey level or the set value of
 // binary images.
 inline bool Ipg_MorphoTakesPart(int v) { return v <= kIpgMaxGrey || v == kIpgMaskValue; }
@@ -21,6 +23,10 @@ inline bool Ipg_MorphoTakesPart(int v) { return v <= kIpgMaxGrey || v == kIpgMas
 // exact, so the grouping changes no value.
 // Reads in (and roi) directly, a few rows at a time: the pixels are those of
 // Ipg_MorphoScanPlain on Ipg_MorphoPrepare(in, roi, kind), written into out
-// (in's geometry), whose pixels nearer the edge keep what they held.
-void Ipg_MorphoScanRuns(const DCM_STRUCT& in, const DCM_STRUCT* roi, const std::vector<unsigned char>& element,
-                        int sizeX, int sizeY, Ipg_MorphoKind kind, int init, int* out);
+// (in's geometry), whose pixels nearer the edge keep what they held. With seen,
+// each whole row of out from sizeY / 2 to rows - sizeY / 2 is measured right
+// after it is written. False when the image is smaller than the element
+// (nothing is written or measured).
+bool Ipg_MorphoScanRuns(const DCM_STRUCT& in, const DCM_STRUCT* roi, const std::vector<unsigned char>& element,
+                        int sizeX, int sizeY, Ipg_MorphoKind kind, int init, int* out,
+                        IPG_BAND_EXTREMES* seen = nullptr);

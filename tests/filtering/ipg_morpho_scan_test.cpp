@@ -2,6 +2,7 @@
 #include "ipg/filtering/ipg_morpho_scan.h"
 #include "ipg/framework/ipg_threads.h"
 #include "ipg/internal/ipg_morpho_runs.h"
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_simd.h"
 #include "support/images.h"
 
@@ -83,8 +84,14 @@ TEST(MorphoScan, RunsGiveThePlainPixelsForAnyElement)
         Ipg_SetNumThreads(threads);
         Ipg_SetSimdEnabled(simd);
         std::vector<int> runs(field.Values.size(), -7);
-        Ipg_MorphoScanRuns(*image, withRoi ? roi.get() : nullptr, element, size[0], size[1], kind, init, runs.data());
+        IPG_BAND_EXTREMES seen;
+        ASSERT_TRUE(Ipg_MorphoScanRuns(*image, withRoi ? roi.get() : nullptr, element, size[0], size[1], kind, init,
+                                       runs.data(), &seen));
         EXPECT_EQ(runs, plain) << size[0] << "x" << size[1] << " threads " << threads;
+        // The whole rows written, frame columns included, were measured.
+        const std::ptrdiff_t frame = std::ptrdiff_t{size[1] / 2} * 520;
+        const auto [low, high] = std::minmax_element(runs.begin() + frame, runs.end() - frame);
+        EXPECT_EQ(std::pair(seen.Min, seen.Max), std::pair(*low, *high));
       }
     }
   }
