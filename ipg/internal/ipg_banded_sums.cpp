@@ -27,7 +27,28 @@ struct ExactTotal {
     Value += term;
     Exact = Exact && term < kExactLimit && Value < kExactLimit;
   }
+  void Merge(const ExactTotal& other)
+  {
+    Add(other.Value);
+    Exact = Exact && other.Exact;
+  }
 };
+
+// The signal and noise totals of the bands, as doubles; false when either is not exact.
+template <typename Band>
+bool NoiseTotals(const std::vector<Band>& perBand, double& signal, double& noise)
+{
+  ExactTotal totalSignal, totalNoise;
+  for (const Band& b : perBand) {
+    totalSignal.Merge(b.Signal);
+    totalNoise.Merge(b.Noise);
+  }
+  if (!totalSignal.Exact || !totalNoise.Exact)
+    return false;
+  signal = static_cast<double>(totalSignal.Value);
+  noise = static_cast<double>(totalNoise.Value);
+  return true;
+}
 
 } // namespace
 
@@ -297,21 +318,14 @@ bool Ipg_BoxNoiseSums(const DCM_DATA& in, double& signal, double& noise, IPG_SEL
 #endif
     BoxNoiseRowsPlain(in.GetIDataAddress(), cols, rows, begin + 1, end + 1, column.data(), box.data(), perBand[band]);
   });
-  ExactTotal totalSignal, totalNoise;
   std::vector<SelectedBand> levelBands;
   for (const BoxNoiseBand& b : perBand) {
     if (!b.InRange)
       return false;
     levelBands.push_back(b.Levels);
-    totalSignal.Add(b.Signal.Value);
-    totalNoise.Add(b.Noise.Value);
-    totalSignal.Exact = totalSignal.Exact && b.Signal.Exact;
-    totalNoise.Exact = totalNoise.Exact && b.Noise.Exact;
   }
-  if (!totalSignal.Exact || !totalNoise.Exact)
+  if (!NoiseTotals(perBand, signal, noise))
     return false;
-  signal = static_cast<double>(totalSignal.Value);
-  noise = static_cast<double>(totalNoise.Value);
   if (levels != nullptr)
     *levels = TotalOfBands(levelBands, rows, cols, in.GetSize());
   return true;
@@ -384,18 +398,7 @@ bool Ipg_ExactNoiseSums(const DCM_DATA& in, const DCM_DATA& smoothed, const DCM_
     }
     perBand[band] = b;
   });
-  ExactTotal totalSignal, totalNoise;
-  for (const Band& b : perBand) {
-    totalSignal.Add(b.Signal.Value);
-    totalNoise.Add(b.Noise.Value);
-    totalSignal.Exact = totalSignal.Exact && b.Signal.Exact;
-    totalNoise.Exact = totalNoise.Exact && b.Noise.Exact;
-  }
-  if (!totalSignal.Exact || !totalNoise.Exact)
-    return false;
-  signal = static_cast<double>(totalSignal.Value);
-  noise = static_cast<double>(totalNoise.Value);
-  return true;
+  return NoiseTotals(perBand, signal, noise);
 }
 
 bool Ipg_ExactSquaredDistance(const int* a, const int* b, unsigned cols, unsigned rows, const DCM_STRUCT* roi,
@@ -419,10 +422,8 @@ bool Ipg_ExactSquaredDistance(const int* a, const int* b, unsigned cols, unsigne
     perBand[band] = total;
   });
   ExactTotal all;
-  for (const ExactTotal& t : perBand) {
-    all.Add(t.Value);
-    all.Exact = all.Exact && t.Exact;
-  }
+  for (const ExactTotal& t : perBand)
+    all.Merge(t);
   if (!all.Exact)
     return false;
   sum = static_cast<double>(all.Value);
