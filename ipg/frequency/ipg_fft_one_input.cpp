@@ -3,6 +3,7 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_fourier_buffer.h"
+#include "ipg/internal/ipg_fourier_kernels.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "mth/mth_fft.h"
 
@@ -27,9 +28,10 @@ bool LoadAndTransform(DCM_STRUCT* in, IPG_FOURIER_BUFFER& buffer)
 {
   const int cols = buffer.GetNbOfCols();
   const int rows = buffer.GetNbOfRows();
-  for (int c = 0; c < cols; ++c)
-    for (int r = 0; r < rows; ++r)
-      buffer[c][r] = MTH_COMPLEX{static_cast<double>(in->Data->GetValue(c, r)), 0.0};
+  const int* pixels = in->Data->GetIDataAddress();
+  Ipg_FourierLoad(buffer, [pixels, cols](int c, int r) {
+    return MTH_COMPLEX{static_cast<double>(pixels[static_cast<std::size_t>(r) * cols + c]), 0.0};
+  });
   return Mth_FFT2D(buffer.Get(), cols, rows, 1);
 }
 
@@ -89,9 +91,7 @@ bool IPG_FFT_ONE_INPUT::Filter(Zero zeroBand)
     return false;
   zeroBand(buffer, static_cast<short>(Threshold));
   Mth_FFT2D(buffer.Get(), cols, rows, -1);
-  for (int c = 0; c < cols; ++c)
-    for (int r = 0; r < rows; ++r)
-      ImaOut->Data->SetValue(c, r, buffer[c][r].re);
+  Ipg_FourierStore(buffer, *ImaOut->Data, 0, 0, [](const MTH_COMPLEX& z) { return z.re; });
   return true;
 }
 
@@ -137,14 +137,10 @@ bool IPG_FFT_ONE_INPUT::CentredSpectrum(Part part)
   if (!LoadAndTransform(ImaIn, buffer))
     return false;
   ImaOut->Data->SetPrecision(10);
-  for (int c = 0; c < cols; ++c) {
-    const int outCol = (c + cols / 2) % cols;
-    for (int r = 0; r < rows; ++r) {
-      const int outRow = (r + rows / 2) % rows;
-      const MTH_COMPLEX& z = buffer[c][r];
-      ImaOut->Data->SetValue(outCol, outRow, part == Part::Real ? z.re : z.im);
-    }
-  }
+  if (part == Part::Real)
+    Ipg_FourierStore(buffer, *ImaOut->Data, cols / 2, rows / 2, [](const MTH_COMPLEX& z) { return z.re; });
+  else
+    Ipg_FourierStore(buffer, *ImaOut->Data, cols / 2, rows / 2, [](const MTH_COMPLEX& z) { return z.im; });
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/internal/ipg_fourier_buffer.h"
+#include "ipg/internal/ipg_fourier_kernels.h"
 #include "ipg/internal/ipg_guard.h"
 #include "mth/mth_fft.h"
 
@@ -72,17 +73,17 @@ bool IPG_FFT_TWO_INPUTS::Rebuild(Pair pair)
   if (cols == 0 || rows == 0)
     return false;
   IPG_FOURIER_BUFFER buffer(cols, rows);
-  for (int c = 0; c < cols; ++c)
-    for (int r = 0; r < rows; ++r) {
-      const double first = ImaIn->Data->GetValueReal(c, r);
-      const double second = InSecond->Data->GetValueReal(c, r);
-      buffer[c][r] = pair == Pair::RealImag ? MTH_COMPLEX{first, second}
-                                            : MTH_COMPLEX{second * std::cos(first), second * std::sin(first)};
-    }
+  const DCM_DATA& first = *ImaIn->Data;
+  const DCM_DATA& second = *InSecond->Data; // read as 0 where it is smaller than the first
+  if (pair == Pair::RealImag)
+    Ipg_FourierLoad(buffer, [&](int c, int r) { return MTH_COMPLEX{first.GetValueReal(c, r), second.GetValueReal(c, r)}; });
+  else
+    Ipg_FourierLoad(buffer, [&](int c, int r) {
+      const double phase = first.GetValueReal(c, r), modulus = second.GetValueReal(c, r);
+      return MTH_COMPLEX{modulus * std::cos(phase), modulus * std::sin(phase)};
+    });
   Mth_FFT2D(buffer.Get(), cols, rows, -1);
-  for (int c = 0; c < cols; ++c)
-    for (int r = 0; r < rows; ++r)
-      ImaOut->Data->SetValue(c, r, buffer[c][r].re);
+  Ipg_FourierStore(buffer, *ImaOut->Data, 0, 0, [](const MTH_COMPLEX& z) { return z.re; });
   return true;
 }
 
