@@ -4,6 +4,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_fourier_buffer.h"
 #include "ipg/internal/ipg_fourier_kernels.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "mth/mth_fft.h"
 
@@ -170,18 +171,21 @@ bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
   const int* re = realPart->Data->GetIDataAddress();
   const int* im = imagPart->Data->GetIDataAddress();
   const std::size_t n = std::min(ImaOut->Data->GetSize(), realPart->Data->GetSize());
-  for (std::size_t k = 0; k < n; ++k) {
-    const long double x = re[k] * 0.1L;
-    const long double y = im[k] * 0.1L;
-    if (kind == Derived::Module) {
-      const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
-      out[k] = s == 0 ? 0 : Ipg_TruncateTowardZero(std::sqrt(static_cast<long double>(s)) * 10);
-    } else {
-      const long double angle = re[k] == 0 ? std::atan(0.0L) : std::atan(y / x);
-      // Stored in tenths under a precision of 100: phase images are read that way.
-      out[k] = kind == Derived::PhaseDeg ? Ipg_TruncateTowardZero(angle * 180 * (1 / kPi) * 10) : Ipg_TruncateTowardZero(angle * 10);
+  // Pixel by pixel: the bands of pixels run in parallel.
+  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(n), 1), [&](unsigned, unsigned begin, unsigned end) {
+    for (std::size_t k = begin; k < end; ++k) {
+      const long double x = re[k] * 0.1L;
+      const long double y = im[k] * 0.1L;
+      if (kind == Derived::Module) {
+        const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
+        out[k] = s == 0 ? 0 : Ipg_TruncateTowardZero(std::sqrt(static_cast<long double>(s)) * 10);
+      } else {
+        const long double angle = re[k] == 0 ? std::atan(0.0L) : std::atan(y / x);
+        // Stored in tenths under a precision of 100: phase images are read that way.
+        out[k] = kind == Derived::PhaseDeg ? Ipg_TruncateTowardZero(angle * 180 * (1 / kPi) * 10) : Ipg_TruncateTowardZero(angle * 10);
+      }
     }
-  }
+  });
   ImaOut->Data->SetMin();
   ImaOut->Data->SetMax();
   return true;

@@ -6,6 +6,7 @@
 #include "ipg/frequency/ipg_fft_one_input.h"
 #include "ipg/internal/ipg_fourier_buffer.h"
 #include "ipg/internal/ipg_fourier_kernels.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_guard.h"
 #include "mth/mth_fft.h"
 
@@ -108,19 +109,22 @@ bool IPG_FFT_TWO_INPUTS::Compare(Comparison kind)
   int* out = ImaOut->Data->GetIDataAddress();
   // Pixel by pixel where all five images have one; differing sizes are the caller's.
   const std::size_t n = std::min({ImaOut->Data->GetSize(), realFirst->Data->GetSize(), realSecond->Data->GetSize()});
-  for (std::size_t k = 0; k < n; ++k) {
-    if (kind == Comparison::Phase) {
-      const long double re1 = a[k] * 0.1L, im1 = b[k] * 0.1L, re2 = c[k] * 0.1L, im2 = d[k] * 0.1L;
-      const long double crossRe = re1 * re2 + im1 * im2;
-      const long double crossIm = im1 * re2 - re1 * im2;
-      const long double angle = crossRe == 0 ? 0.0L : std::atan(crossIm / crossRe);
-      out[k] = Ipg_TruncateTowardZero(angle * 100);
-    } else {
-      const long double re1 = a[k] / 10.0L, im1 = b[k] / 10.0L, re2 = c[k] / 10.0L, im2 = d[k] / 10.0L;
-      const long double difference = std::sqrt(re1 * re1 + im1 * im1) - std::sqrt(re2 * re2 + im2 * im2);
-      out[k] = Ipg_TruncateTowardZero(difference * 10);
+  // Pixel by pixel: the bands of pixels run in parallel.
+  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(n), 1), [&](unsigned, unsigned begin, unsigned end) {
+    for (std::size_t k = begin; k < end; ++k) {
+      if (kind == Comparison::Phase) {
+        const long double re1 = a[k] * 0.1L, im1 = b[k] * 0.1L, re2 = c[k] * 0.1L, im2 = d[k] * 0.1L;
+        const long double crossRe = re1 * re2 + im1 * im2;
+        const long double crossIm = im1 * re2 - re1 * im2;
+        const long double angle = crossRe == 0 ? 0.0L : std::atan(crossIm / crossRe);
+        out[k] = Ipg_TruncateTowardZero(angle * 100);
+      } else {
+        const long double re1 = a[k] / 10.0L, im1 = b[k] / 10.0L, re2 = c[k] / 10.0L, im2 = d[k] / 10.0L;
+        const long double difference = std::sqrt(re1 * re1 + im1 * im1) - std::sqrt(re2 * re2 + im2 * im2);
+        out[k] = Ipg_TruncateTowardZero(difference * 10);
+      }
     }
-  }
+  });
   ImaOut->Data->SetMin();
   ImaOut->Data->SetMax();
   return true;
