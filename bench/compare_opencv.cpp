@@ -10,6 +10,7 @@
 #include "ipg/filtering/ipg_generic_processing.h"
 #include "ipg/filtering/ipg_histo.h"
 #include "ipg/frequency/ipg_fft_one_input.h"
+#include "ipg/frequency/ipg_fft_two_inputs.h"
 #include "ipg/framework/ipg_threads.h"
 #include "ipg/measurement/ipg_statistic1.h"
 
@@ -55,6 +56,37 @@ Pair ForwardFft(DCM_STRUCT& in, DCM_STRUCT& out, const cv::Mat& src, int depth)
               }
             char text[64];
             std::snprintf(text, sizeof text, "tenths within %.2g", worst);
+            return std::string(text);
+          }};
+}
+
+// The inverse 2-D transform: IPG's image rebuilt from a real-part and an
+// imaginary-part image (1301, raw = trunc(re x precision)) against cv::idft (scaled) of the
+// same complex array at 64F. Both sides include reading the integer pixels.
+Pair InverseFft(DCM_STRUCT& real, DCM_STRUCT& imaginary, DCM_STRUCT& out, const cv::Mat& re, const cv::Mat& im)
+{
+  auto image = std::make_shared<cv::Mat>();
+  return {"inverse 2-D FFT (1301), CV 64F", [&real, &imaginary, &out] {
+            IPG_FFT_TWO_INPUTS op(&real, &imaginary, &out);
+            op.SetTools(1301);
+            op.Apply();
+          },
+          [re, im, image] {
+            cv::Mat planes[2], spectrum;
+            re.convertTo(planes[0], CV_64F);
+            im.convertTo(planes[1], CV_64F);
+            cv::merge(planes, 2, spectrum);
+            cv::idft(spectrum, *image, cv::DFT_SCALE | cv::DFT_COMPLEX_OUTPUT);
+          },
+          [&out, image] {
+            // OpenCV's (row y, column x) is IPG's pixel (x, y), stored at the
+            // output's precision (10, left there by the forward rows).
+            double worst = 0;
+            for (int y = 0; y < image->rows; ++y)
+              for (int x = 0; x < image->cols; ++x)
+                worst = std::max(worst, std::fabs(out.Data->GetValueReal(x, y) - image->at<cv::Vec2d>(y, x)[0]));
+            char text[64];
+            std::snprintf(text, sizeof text, "within %.2g", worst);
             return std::string(text);
           }};
 }
@@ -178,6 +210,7 @@ void RunAt(int side)
                    }});
   for (int depth : {CV_64F, CV_32F})
     pairs.push_back(ForwardFft(*in, out, src, depth));
+  pairs.push_back(InverseFft(*in, *second, out, src, other));
   for (const Pair& pair : pairs)
     Report(pair, side);
 }
