@@ -5,7 +5,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/correction/ipg_gridcorrection.h"
 #include "ipg/ui/ipg_message.h"
-#include "tests/support/bead_grid.h"
+#include "tests/support/images.h"
 
 #include <benchmark/benchmark.h>
 

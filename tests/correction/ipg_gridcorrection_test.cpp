@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/correction/ipg_gridcorrection.h"
 
-#include "support/bead_grid.h"
 #include "support/images.h"
 #include "support/message_capture.h"
 
