@@ -3,8 +3,8 @@
 # with, so that both stay correct whichever one a build ships. Cheapest form:
 # only mth_fft.cpp and the two Fourier operators are compiled a second time,
 # for the other backend, into one small test program that takes everything
-# else from libipg. Calls made inside an executable bind to the executable's
-# own definitions, so those tests run the operators on the other backend.
+# else from the static library, whose members holding those definitions are
+# then never linked: the tests run the operators on the other backend.
 target_compile_definitions(test_mth PRIVATE IPG_EXPECTED_FFT_BACKEND="${IPG_FFT_NAME_${IPG_FFT_BACKEND}}")
 if(NOT IPG_FFT_SECOND_BACKEND)
   message(STATUS "Only one FFT backend installed: the Fourier tests run on ${IPG_FFT_BACKEND} alone")
@@ -19,7 +19,7 @@ add_executable(test_fft_second_backend
   ${PROJECT_SOURCE_DIR}/mth/mth_fft.cpp
   ${PROJECT_SOURCE_DIR}/ipg/frequency/ipg_fft_one_input.cpp
   ${PROJECT_SOURCE_DIR}/ipg/frequency/ipg_fft_two_inputs.cpp)
-target_link_libraries(test_fft_second_backend PRIVATE ipg ipg-fft-second-backend GTest::gtest GTest::gtest_main)
+target_link_libraries(test_fft_second_backend PRIVATE ipg-fft-second-backend ipg-static GTest::gtest GTest::gtest_main)
 target_include_directories(test_fft_second_backend PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_compile_definitions(test_fft_second_backend PRIVATE IPG_EXPECTED_FFT_BACKEND="${IPG_FFT_NAME_${IPG_FFT_SECOND_BACKEND}}")
 gtest_discover_tests(test_fft_second_backend DISCOVERY_TIMEOUT 60 TEST_PREFIX "${IPG_FFT_SECOND_BACKEND}."
