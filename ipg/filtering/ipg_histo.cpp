@@ -3,11 +3,14 @@
 
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_output_mode.h"
+#include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_pixel_values.h"
+#include "ipg/internal/ipg_row_bands.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <new>
+#include <vector>
 
 namespace {
 
@@ -21,6 +24,67 @@ std::unique_ptr<int[]> AllocateCounts(long long count)
   if (count <= 0 || count > kMaxBins)
     return nullptr;
   return std::unique_ptr<int[]>(new (std::nothrow) int[static_cast<std::size_t>(count)]());
+}
+
+// The values are cut into blocks, the blocks into parallel bands, each band
+// counting into bins of its own when there are few enough of them.
+constexpr std::size_t kCountBlock = 4096;
+constexpr long long kLargestBandBins = 1LL << 16;
+
+bool Counted(int v, int low, int high) { return v >= low && v <= high && v != kIpgMaskValue; }
+
+// Adds the counts of the values in [low, high] (the mask value left out).
+void CountValues(const int* values, std::size_t n, int low, int high, int* counts)
+{
+  const long long bins = static_cast<long long>(high) - low + 1;
+  auto countInto = [&](int* into, std::size_t first, std::size_t last) {
+    for (std::size_t k = first; k < last; ++k)
+      if (Counted(values[k], low, high))
+        ++into[values[k] - static_cast<long long>(low)];
+  };
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>((n + kCountBlock - 1) / kCountBlock), kCountBlock);
+  if (bands.Count == 1 || bins > kLargestBandBins) {
+    countInto(counts, 0, n);
+    return;
+  }
+  std::vector<std::vector<int>> perBand(bands.Count, std::vector<int>(static_cast<std::size_t>(bins), 0));
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    countInto(perBand[band].data(), std::size_t{begin} * kCountBlock, std::min(n, std::size_t{end} * kCountBlock));
+  });
+  for (const std::vector<int>& band : perBand)
+    for (std::size_t i = 0; i < band.size(); ++i)
+      counts[i] += band[i];
+}
+
+// The mode as counting value after value keeps it (a bin takes over only with
+// a strictly higher count): the first bin to reach the highest count, that is,
+// among the bins holding it, the one whose last value comes first.
+int ModeIndex(const int* values, std::size_t n, int low, int high, const int* counts)
+{
+  const std::size_t bins = static_cast<std::size_t>(static_cast<long long>(high) - low + 1);
+  const int highest = *std::max_element(counts, counts + bins);
+  if (highest == 0)
+    return 0;
+  std::vector<char> holds(bins, 0);
+  std::size_t left = 0;
+  for (std::size_t i = 0; i < bins; ++i)
+    if (counts[i] == highest) {
+      holds[i] = 1;
+      ++left;
+    }
+  int mode = static_cast<int>(std::find(holds.begin(), holds.end(), 1) - holds.begin());
+  for (std::size_t k = n; k-- > 0 && left > 1;) {
+    if (!Counted(values[k], low, high))
+      continue;
+    const std::size_t bin = static_cast<std::size_t>(values[k] - static_cast<long long>(low));
+    if (holds[bin] != 0) {
+      holds[bin] = 0;
+      --left;
+    }
+  }
+  if (left == 1) // the holder whose last value the backward walk met last
+    mode = static_cast<int>(std::find(holds.begin(), holds.end(), 1) - holds.begin());
+  return mode;
 }
 
 } // namespace
@@ -80,8 +144,7 @@ bool IPG_HISTO::ComputeHisto()
       return false;
     DCM_DATA* data = ImaIn->Data;
     NbValues = data->GetSize();
-    data->SetMin();
-    data->SetMax();
+    Ipg_MeasureExtremes(*data);
     MinHisto = data->GetMin();
     MaxHisto = data->GetMax();
     Values = data->GetIDataAddress();
@@ -94,14 +157,8 @@ bool IPG_HISTO::ComputeHisto()
     return false;
   }
   NbOfValues = static_cast<int>(binCount);
-  for (std::size_t k = 0; k < NbValues; ++k) {
-    const int v = Values[k];
-    if (v < MinHisto || v > MaxHisto || v == kIpgMaskValue)
-      continue;
-    const int bin = v - MinHisto;
-    if (++Histo[bin] > Histo[CurrentMaxIndice])
-      CurrentMaxIndice = bin;
-  }
+  CountValues(Values, NbValues, MinHisto, MaxHisto, Histo.get());
+  CurrentMaxIndice = ModeIndex(Values, NbValues, MinHisto, MaxHisto, Histo.get());
   return true;
 }
 

@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/filtering/ipg_histo.h"
 
+#include "ipg/framework/ipg_threads.h"
 #include "support/images.h"
 #include "support/message_capture.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -98,6 +101,35 @@ TEST(IpgHisto, TieKeepsTheBinThatReachedTheCountFirst)
   ASSERT_TRUE(h.ComputeHisto());
   EXPECT_EQ(h.GetCurrentMaxIndice(), 5);
   EXPECT_EQ(h.GetMax(), 2);
+}
+
+// Counted in parallel bands, the counts and the mode are those of counting
+// value after value, ties included, at any thread count.
+TEST(IpgHisto, BandsGiveTheSerialCountsAndMode)
+{
+  std::mt19937 random(4);
+  std::uniform_int_distribution<int> level(-5, 60);
+  std::vector<std::unique_ptr<DCM_STRUCT>> images;
+  images.push_back(TestImage(700, 400).Each([&](unsigned, unsigned) { return level(random); }).Build());
+  images.push_back(TestImage(700, 400).Each([](unsigned c, unsigned r) { return int((c * 7 + r) % 4); }).Build());
+  images.push_back(TestImage(700, 400).Each([](unsigned c, unsigned r) { return int(c * r % 70001); }).Build());
+  for (const auto& image : images) {
+    const std::vector<int> pixels = PixelsOf(*image);
+    const auto [low, high] = std::minmax_element(pixels.begin(), pixels.end());
+    std::vector<int> counts(static_cast<std::size_t>(*high - *low + 1), 0);
+    int mode = 0;
+    for (int v : pixels)
+      if (++counts[v - *low] > counts[mode])
+        mode = v - *low;
+    for (int threads : {1, 2, 7}) {
+      Ipg_SetNumThreads(threads);
+      IPG_HISTO h(image.get());
+      ASSERT_TRUE(h.ComputeHisto());
+      EXPECT_EQ(Bins(h), counts);
+      EXPECT_EQ(h.GetCurrentMaxIndice(), mode) << threads << " threads";
+    }
+  }
+  Ipg_SetNumThreads(0);
 }
 
 TEST(IpgHisto, ApplyRunsOnlyCode1400)
