@@ -78,7 +78,8 @@ template <bool HasRoi>
 // the 64-bit sum and the sum of squares have loops of their own.
 template <bool HasRoi>
 [[gnu::always_inline]] inline void AddSelectedIn(const int* pixels, std::size_t first, std::size_t last,
-                                                 const int* roi, std::size_t roiSize, SelectedBand& b)
+                                                 const int* roi, std::size_t roiSize, bool withSquares,
+                                                 SelectedBand& b)
 {
   const std::size_t roiLast = roi == nullptr ? last : std::min(last, std::max(first, roiSize));
   int mn = b.Extremes.Min, mx = b.Extremes.Max;
@@ -95,6 +96,10 @@ template <bool HasRoi>
     std::int64_t sum = 0;
     for (std::size_t i = block; i < blockEnd; ++i)
       sum += static_cast<std::int64_t>(pixels[i] & SelectedMask<HasRoi>(pixels, roi, i));
+    b.Count += count;
+    b.Sum += sum;
+    if (!withSquares)
+      continue;
     std::uint64_t squares = 0;
     int large = 0;
     for (std::size_t i = block; i < blockEnd; ++i) {
@@ -102,36 +107,35 @@ template <bool HasRoi>
       squares += static_cast<std::uint64_t>(v * v);
       large |= static_cast<int>(v < -kIpgMaxGrey);
     }
-    b.Count += count;
-    b.Sum += sum;
     b.Squares += squares;
     b.SquaresSmall = b.SquaresSmall && large == 0;
   }
   b.Extremes.Min = mn;
   b.Extremes.Max = mx;
+  b.SquaresSmall = b.SquaresSmall && withSquares;
 }
 
 // Inlined into a plain and an AVX2 copy.
 [[gnu::always_inline]] inline void AddSelected(const int* pixels, std::size_t first, std::size_t last, const int* roi,
-                                               std::size_t roiSize, SelectedBand& b)
+                                               std::size_t roiSize, bool withSquares, SelectedBand& b)
 {
   if (roi == nullptr)
-    AddSelectedIn<false>(pixels, first, last, roi, roiSize, b);
+    AddSelectedIn<false>(pixels, first, last, roi, roiSize, withSquares, b);
   else
-    AddSelectedIn<true>(pixels, first, last, roi, roiSize, b);
+    AddSelectedIn<true>(pixels, first, last, roi, roiSize, withSquares, b);
 }
 
 void AddSelectedPlain(const int* pixels, std::size_t first, std::size_t last, const int* roi, std::size_t roiSize,
-                      SelectedBand& b)
+                      bool withSquares, SelectedBand& b)
 {
-  AddSelected(pixels, first, last, roi, roiSize, b);
+  AddSelected(pixels, first, last, roi, roiSize, withSquares, b);
 }
 
 #if defined(__x86_64__)
 [[gnu::target("avx2")]] void AddSelectedAvx2(const int* pixels, std::size_t first, std::size_t last, const int* roi,
-                                             std::size_t roiSize, SelectedBand& b)
+                                             std::size_t roiSize, bool withSquares, SelectedBand& b)
 {
-  AddSelected(pixels, first, last, roi, roiSize, b);
+  AddSelected(pixels, first, last, roi, roiSize, withSquares, b);
 }
 #endif
 
@@ -332,7 +336,7 @@ bool Ipg_BoxNoiseSums(const DCM_DATA& in, double& signal, double& noise, IPG_SEL
 }
 
 IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsigned cols, const int* roi,
-                                     std::size_t roiSize)
+                                     std::size_t roiSize, bool withSquares)
 {
   const unsigned rows = cols == 0 ? 0 : static_cast<unsigned>(size / cols);
   const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
@@ -342,11 +346,11 @@ IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsign
     const std::size_t first = std::size_t{begin} * cols, last = std::min(size, std::size_t{end} * cols);
 #if defined(__x86_64__)
     if (avx2) {
-      AddSelectedAvx2(pixels, first, last, roi, roiSize, perBand[band]);
+      AddSelectedAvx2(pixels, first, last, roi, roiSize, withSquares, perBand[band]);
       return;
     }
 #endif
-    AddSelectedPlain(pixels, first, last, roi, roiSize, perBand[band]);
+    AddSelectedPlain(pixels, first, last, roi, roiSize, withSquares, perBand[band]);
   });
   return TotalOfBands(perBand, rows, cols, size);
 }

@@ -25,10 +25,10 @@ struct IPG_SELECTED_STATS {
   double Sum = 0.0;      // valid when SumExact
   bool SumExact = true;
   Ipg_UInt128 SumOfSquares = 0; // the exact sum of the squared levels, valid when SquaresExact
-  bool SquaresExact = false;
+  bool SquaresExact = false;     // only when asked for
 };
 IPG_SELECTED_STATS Ipg_SelectedStats(const int* pixels, std::size_t size, unsigned cols, const int* roi,
-                                     std::size_t roiSize);
+                                     std::size_t roiSize, bool withSquares = false);
 
 // Sum of s^2 and of (v - s)^2 over the pixels the noise measures take: v from in
 // and s from smoothed (same size); without a ROI the interior (a one-pixel frame

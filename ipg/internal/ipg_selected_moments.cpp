@@ -35,7 +35,7 @@ bool Ipg_MomentsOfExactStats(const IPG_SELECTED_STATS& stats, IPG_SELECTED_MOMEN
 bool Ipg_SelectedMoments(const int* pixels, std::size_t size, unsigned cols, const int* roi, std::size_t roiSize,
                          IPG_SELECTED_MOMENTS& moments)
 {
-  const IPG_SELECTED_STATS stats = Ipg_SelectedStats(pixels, size, cols, roi, roiSize);
+  const IPG_SELECTED_STATS stats = Ipg_SelectedStats(pixels, size, cols, roi, roiSize, true);
   if (stats.SquaresExact || stats.Count == 0)
     return Ipg_MomentsOfExactStats(stats, moments);
   // The ROI array is walked in step with the input; past its end nothing is selected.
