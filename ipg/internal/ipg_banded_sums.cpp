@@ -264,7 +264,8 @@ struct BoxNoiseBand {
     int outside = 0;
     for (unsigned col = 0; col < cols; ++col) {
       const int a = above[col], h = here[col], w = below[col];
-      column[col] = a + h + w;
+      // Added without overflow: a row holding a level out of range is dropped.
+      column[col] = static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(h) + static_cast<unsigned>(w));
       outside |= static_cast<int>((a < -kBoxLevelLimit) | (a > kBoxLevelLimit) | (h < -kBoxLevelLimit) |
                                   (h > kBoxLevelLimit) | (w < -kBoxLevelLimit) | (w > kBoxLevelLimit));
     }
