@@ -14,6 +14,7 @@
 #include "ipg/internal/ipg_selected_moments.h"
 #include "ipg/internal/ipg_speckle_frame.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
+#include "ipg/internal/ipg_speckle_windows.h"
 #include "ipg/measurement/ipg_statistic1.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
@@ -240,10 +241,11 @@ bool IPG_FILTER_PROCESSING::SRAD()
   const double dt = OrDefault(AdaptatifReal, 0.2);
   if (!ParameterValid(dt > 0.0 && dt <= 1.0, "SRAD"))
     return false;
+  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSrad, "SRAD", 1},
-                           [dt](const double* in, double* out, int cols, int rows) {
-                             const double q0sq = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
-                             Ipg_SradPass(in, out, cols, rows, dt, q0sq);
+                           [dt, &buffers](const double* in, double* out, int cols, int rows) {
+                             const double q0sq = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf, &buffers);
+                             Ipg_SradPass(in, out, cols, rows, dt, q0sq, &buffers);
                            });
 }
 
@@ -283,10 +285,12 @@ bool IPG_FILTER_PROCESSING::ADespeckling()
   const double dt = OrDefault(AdaptatifReal, 0.2);
   if (!WindowSideValid(side, "ADespeckling") || !ParameterValid(dt > 0.0 && dt <= 1.0, "ADespeckling"))
     return false;
+  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelDespeckling, "ADespeckling", side},
-                           [half = side / 2, dt](const double* in, double* out, int cols, int rows) {
-                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, half);
-                             Ipg_DpadPass(in, out, cols, rows, half, dt, cu2);
+                           [half = side / 2, dt, &buffers](const double* in, double* out, int cols, int rows) {
+                             // The speckle level and the coefficients share the window moments.
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, half, &buffers);
+                             Ipg_DpadPass(in, out, cols, rows, half, dt, cu2, &buffers);
                            });
 }
 

@@ -2,6 +2,8 @@
 #include "ipg/internal/ipg_speckle_kernels.h"
 
 #include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
+#include "ipg/internal/ipg_speckle_windows.h"
 #include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_progress.h"
 
@@ -10,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -125,26 +128,146 @@ bool StrictExtremum(double centre, const Others& o)
   return o.Count > 0 && (centre > o.Max || centre < o.Min);
 }
 
-// The divergence step shared by SRAD and DPAD, with zero flux across the border:
-// out = in + dt / 4 (c_E dE + c dW + c_S dS + c dN).
-void DiffusionStep(const double* in, double* out, int cols, int rows, const std::vector<double>& c, double dt)
+// The flux of (col, r) with zero flux across the border:
+// dt / 4 (c_E dE + c dW + c_S dS + c dN), the terms added in that order.
+inline double BorderFlux(const double* in, const double* c, int cols, int rows, int col, int r)
 {
+  const std::size_t i = At(col, r, cols);
+  const double v = in[i];
+  double flux = 0.0;
+  if (col + 1 < cols)
+    flux += c[i + 1] * (in[i + 1] - v);
+  if (col > 0)
+    flux += c[i] * (in[i - 1] - v);
+  if (r + 1 < rows)
+    flux += c[i + static_cast<std::size_t>(cols)] * (in[i + static_cast<std::size_t>(cols)] - v);
+  if (r > 0)
+    flux += c[i] * (in[i - static_cast<std::size_t>(cols)] - v);
+  return flux;
+}
+
+// The divergence step shared by SRAD and DPAD: out = in + dt / 4 (flux).
+// Inner pixels have all four neighbours: the same sum without the tests.
+void DiffusionStep(const double* in, double* out, int cols, int rows, const std::vector<double>& coefficient, double dt)
+{
+  const double* c = coefficient.data();
+  const std::size_t stride = static_cast<std::size_t>(cols);
   RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
+    const bool innerRow = r > 0 && r + 1 < rows;
     for (int col = 0; col < cols; ++col) {
+      if (innerRow && col == 1) {
+        const std::size_t begin = At(1, r, cols), end = At(cols - 1, r, cols);
+        for (std::size_t i = begin; i < end; ++i) {
+          const double v = in[i];
+          double flux = 0.0;
+          flux += c[i + 1] * (in[i + 1] - v);
+          flux += c[i] * (in[i - 1] - v);
+          flux += c[i + stride] * (in[i + stride] - v);
+          flux += c[i] * (in[i - stride] - v);
+          out[i] = v + 0.25 * dt * flux;
+        }
+        col = cols - 2;
+        continue;
+      }
       const std::size_t i = At(col, r, cols);
-      const double v = in[i];
-      double flux = 0.0;
-      if (col + 1 < cols)
-        flux += c[i + 1] * (in[i + 1] - v);
-      if (col > 0)
-        flux += c[i] * (in[i - 1] - v);
-      if (r + 1 < rows)
-        flux += c[i + static_cast<std::size_t>(cols)] * (in[i + static_cast<std::size_t>(cols)] - v);
-      if (r > 0)
-        flux += c[i] * (in[i - static_cast<std::size_t>(cols)] - v);
-      out[i] = v + 0.25 * dt * flux;
+      out[i] = in[i] + 0.25 * dt * BorderFlux(in, c, cols, rows, col, r);
     }
   });
+}
+
+// SRAD's diffusion coefficient from the differences to the four neighbours
+// (0 outside the image), on one pixel or (T a vector) on a lane per pixel.
+// Every branch is computed and one kept, the value of the first that applies.
+template <typename T>
+[[gnu::always_inline]] inline void SradCoefficient(const T& v, const T& dN, const T& dS, const T& dW, const T& dE,
+                                                   double q0sq, T& result)
+{
+  const T zero{}; // +0.0 in every lane
+  const T one = zero + 1.0, tiny = zero + 1e-9, infinity = zero + INFINITY;
+  const T level = v < tiny ? tiny : v;
+  const T gradient2 = (dN * dN + dS * dS + dW * dW + dE * dE) / (level * level);
+  const T laplacian = (dN + dS + dW + dE) / level;
+  const T den = (1.0 + 0.25 * laplacian) * (1.0 + 0.25 * laplacian);
+  const T ratio = (0.5 * gradient2 - laplacian * laplacian / 16.0) / den;
+  const T q2 = den < tiny ? infinity : ratio;
+  const T diffusion = 1.0 / (1.0 + (q2 - q0sq) / (q0sq * (1.0 + q0sq)));
+  const T scaled = ((q2 == infinity) | (q2 == -infinity)) ? zero : diffusion;
+  const T unscaled = q2 <= zero ? one : zero;
+  const T coefficient = q0sq <= 0.0 ? unscaled : scaled;
+  // A negative value means q^2 so far below q0^2 that the denominator
+  // changed sign: the area is flatter than speckle, diffuse fully.
+  result = ((coefficient < zero) | (coefficient > one)) ? one : coefficient;
+}
+
+using Lanes4d = double __attribute__((vector_size(32)));
+
+[[gnu::always_inline]] inline void Load(const double* p, Lanes4d& v) { std::memcpy(&v, p, sizeof v); }
+
+// Coefficients of the pixels [begin, end) of an inner row, four at a time.
+[[gnu::always_inline]] inline void SradInnerBody(const double* in, double* c, std::size_t begin, std::size_t end,
+                                                 std::size_t stride, double q0sq)
+{
+  std::size_t i = begin;
+  for (; i + 4 <= end; i += 4) {
+    Lanes4d v, north, south, west, east, coefficient;
+    Load(in + i, v);
+    Load(in + i - stride, north);
+    Load(in + i + stride, south);
+    Load(in + i - 1, west);
+    Load(in + i + 1, east);
+    SradCoefficient<Lanes4d>(v, north - v, south - v, west - v, east - v, q0sq, coefficient);
+    std::memcpy(c + i, &coefficient, sizeof coefficient);
+  }
+  for (; i < end; ++i) {
+    const double v = in[i];
+    SradCoefficient<double>(v, in[i - stride] - v, in[i + stride] - v, in[i - 1] - v, in[i + 1] - v, q0sq, c[i]);
+  }
+}
+
+void SradInnerPlain(const double* in, double* c, std::size_t begin, std::size_t end, std::size_t stride, double q0sq)
+{
+  SradInnerBody(in, c, begin, end, stride, q0sq);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void SradInnerAvx2(const double* in, double* c, std::size_t begin, std::size_t end,
+                                           std::size_t stride, double q0sq)
+{
+  SradInnerBody(in, c, begin, end, stride, q0sq);
+}
+#endif
+
+void SradRow(const double* in, double* c, int cols, int rows, int r, double q0sq)
+{
+  const std::size_t stride = static_cast<std::size_t>(cols);
+  const auto border = [&](int col) {
+    const std::size_t i = At(col, r, cols);
+    const double v = in[i];
+    // Outside the image a neighbour equals the centre (zero flux).
+    const double dN = r > 0 ? in[i - stride] - v : 0.0;
+    const double dS = r + 1 < rows ? in[i + stride] - v : 0.0;
+    const double dW = col > 0 ? in[i - 1] - v : 0.0;
+    const double dE = col + 1 < cols ? in[i + 1] - v : 0.0;
+    SradCoefficient<double>(v, dN, dS, dW, dE, q0sq, c[i]);
+  };
+  if (r == 0 || r + 1 >= rows || cols < 3) {
+    for (int col = 0; col < cols; ++col)
+      border(col);
+    return;
+  }
+  border(0);
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2())
+    SradInnerAvx2(in, c, At(1, r, cols), At(cols - 1, r, cols), stride, q0sq);
+  else
+#endif
+    SradInnerPlain(in, c, At(1, r, cols), At(cols - 1, r, cols), stride, q0sq);
+  border(cols - 1);
+}
+
+Ipg_SpeckleBuffers& BuffersOr(Ipg_SpeckleBuffers* buffers, Ipg_SpeckleBuffers& local)
+{
+  return buffers != nullptr ? *buffers : local;
 }
 
 } // namespace
@@ -164,16 +287,10 @@ void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vecto
   });
 }
 
-double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half)
+double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half, Ipg_SpeckleBuffers* buffers)
 {
-  std::vector<double> mean, variance;
-  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
-  std::vector<double> ratios;
-  ratios.reserve(mean.size());
-  for (std::size_t i = 0; i < mean.size(); ++i)
-    if (mean[i] > 0.0)
-      ratios.push_back(variance[i] / (mean[i] * mean[i]));
-  return Median(ratios);
+  Ipg_SpeckleBuffers local;
+  return Ipg_MedianLocalRatio(in, cols, rows, half, 2, BuffersOr(buffers, local));
 }
 
 void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
@@ -252,60 +369,36 @@ void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHa
   });
 }
 
-void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq)
+void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq, Ipg_SpeckleBuffers* buffers)
 {
-  constexpr double kTiny = 1e-9;
-  std::vector<double> c(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
-  RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
-    for (int col = 0; col < cols; ++col) {
-      const std::size_t i = At(col, r, cols);
-      const double v = in[i];
-      // Outside the image a neighbour equals the centre (zero flux).
-      const double dN = r > 0 ? in[i - static_cast<std::size_t>(cols)] - v : 0.0;
-      const double dS = r + 1 < rows ? in[i + static_cast<std::size_t>(cols)] - v : 0.0;
-      const double dW = col > 0 ? in[i - 1] - v : 0.0;
-      const double dE = col + 1 < cols ? in[i + 1] - v : 0.0;
-      const double level = std::max(v, kTiny);
-      const double gradient2 = (dN * dN + dS * dS + dW * dW + dE * dE) / (level * level);
-      const double laplacian = (dN + dS + dW + dE) / level;
-      const double den = (1.0 + 0.25 * laplacian) * (1.0 + 0.25 * laplacian);
-      double q2 = 0.0;
-      if (den < kTiny)
-        q2 = INFINITY;
-      else
-        q2 = (0.5 * gradient2 - laplacian * laplacian / 16.0) / den;
-      double coefficient = 0.0;
-      if (q0sq <= 0.0)
-        coefficient = q2 <= 0.0 ? 1.0 : 0.0;
-      else if (std::isinf(q2))
-        coefficient = 0.0;
-      else
-        coefficient = 1.0 / (1.0 + (q2 - q0sq) / (q0sq * (1.0 + q0sq)));
-      // A negative value means q^2 so far below q0^2 that the denominator
-      // changed sign: the area is flatter than speckle, diffuse fully.
-      if (coefficient < 0.0 || coefficient > 1.0)
-        coefficient = 1.0;
-      c[i] = coefficient;
-    }
-  });
+  Ipg_SpeckleBuffers local;
+  std::vector<double>& c = BuffersOr(buffers, local).Coefficient;
+  c.resize(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
+  RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) { SradRow(in, c.data(), cols, rows, r, q0sq); });
   DiffusionStep(in, out, cols, rows, c, dt);
 }
 
-void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2)
+void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2,
+                  Ipg_SpeckleBuffers* buffers)
 {
-  std::vector<double> mean, variance;
-  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
-  std::vector<double> c(mean.size(), 1.0);
-  for (std::size_t i = 0; i < c.size(); ++i) {
-    if (mean[i] <= 0.0 || variance[i] <= 0.0)
-      continue; // flat or empty: full diffusion
-    if (cu2 <= 0.0) {
-      c[i] = 0.0; // no speckle to remove
-      continue;
+  Ipg_SpeckleBuffers local;
+  Ipg_SpeckleBuffers& b = BuffersOr(buffers, local);
+  if (b.MomentsOf != in || b.MomentsHalf != half)
+    Ipg_MedianLocalRatio(in, cols, rows, half, 2, b);
+  b.MomentsOf = nullptr;
+  b.MomentsHalf = -1;
+  std::vector<double>& c = b.Coefficient;
+  const double* mean = b.Mean.data();
+  const double* variance = b.Variance.data();
+  RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
+    for (std::size_t i = At(0, r, cols); i < At(0, r + 1, cols); ++i) {
+      const double ci2 = variance[i] / (mean[i] * mean[i]);
+      const double kuan = std::clamp((1.0 + 1.0 / ci2) / (1.0 + 1.0 / cu2), 0.0, 1.0);
+      // Flat or empty: full diffusion; no speckle to remove: none.
+      const double speckled = cu2 <= 0.0 ? 0.0 : kuan;
+      c[i] = (mean[i] <= 0.0 || variance[i] <= 0.0) ? 1.0 : speckled;
     }
-    const double ci2 = variance[i] / (mean[i] * mean[i]);
-    c[i] = std::clamp((1.0 + 1.0 / ci2) / (1.0 + 1.0 / cu2), 0.0, 1.0);
-  }
+  });
   DiffusionStep(in, out, cols, rows, c, dt);
 }
 

@@ -5,6 +5,8 @@
 
 #include <vector>
 
+struct Ipg_SpeckleBuffers; // ipg_speckle_windows.h: buffers a job reuses from pass to pass
+
 // Kernels of the speckle filters of IPG_FILTER_PROCESSING: the ultrasound
 // despeckling passes, the adaptive local-statistics filters (Lee, Kuan, Frost)
 // and the sigma filter.
@@ -21,6 +23,9 @@
 // variation (standard deviation / mean) is a constant Cu of the image, which
 // Ipg_SpeckleCu2 estimates.
 //
+// A pass given Ipg_SpeckleBuffers keeps its work arrays there between passes
+// (one job, one thread at a time); without, it allocates its own.
+//
 // The passes whose cost grows with the window poll Ipg_CancelRequested() once
 // per row and stop early when the host cancels; the frame then drops that pass.
 
@@ -35,7 +40,7 @@ void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vecto
 // Aja-Fernandez and Alberola-Lopez (IEEE TIP 15(9), 2006): homogeneous areas
 // dominate an ultrasound image, so edges do not move it. 0 for an image
 // without a positive local mean.
-double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half);
+double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half, Ipg_SpeckleBuffers* buffers = nullptr);
 
 // Squeeze box filter, one iteration (P. C. Tay, S. T. Acton, J. A. Hossack,
 // "A stochastic approach to ultrasound despeckling", Proc. IEEE ISBI 2006,
@@ -75,7 +80,8 @@ void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHa
 // coefficient c = 1 / (1 + (q^2 - q0^2) / (q0^2 (1 + q0^2))) clipped to [0, 1],
 // and I += dt / 4 (c_E dE + c dW + c_S dS + c dN) (d: neighbour minus centre).
 // Mirror (zero-flux) boundaries. q0sq is the speckle scale q0^2.
-void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq);
+void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq,
+                  Ipg_SpeckleBuffers* buffers = nullptr);
 
 // Detail preserving anisotropic diffusion, one step (S. Aja-Fernandez,
 // C. Alberola-Lopez, "On the estimation of the coefficient of variation for
@@ -83,8 +89,10 @@ void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, 
 // 2694-2701): SRAD's scheme, but the coefficient of variation C_I^2 is the
 // local variance / mean^2 over a (2 half + 1)^2 window, and the diffusion
 // coefficient is the Kuan filter's c = (1 + 1 / C_I^2) / (1 + 1 / Cu^2),
-// clipped to [0, 1] (1 where C_I is 0). cu2 is the noise Cu^2.
-void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2);
+// clipped to [0, 1] (1 where C_I is 0). cu2 is the noise Cu^2. Buffers just
+// given to Ipg_SpeckleCu2 on the same in and half lend their window moments.
+void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2,
+                  Ipg_SpeckleBuffers* buffers = nullptr);
 
 // Adaptive weighted median filter, one iteration (T. Loupas, W. N. McDicken,
 // P. L. Allan, "An adaptive weighted median filter for speckle suppression in

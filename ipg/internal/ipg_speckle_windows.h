@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: Apache-2.0
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+// Window statistics of the despeckling passes, computed a row at a time.
+//
+// The tables are the row-run summed-area tables of the values and of their
+// squares (Ipg_SummedArea::ByRowRuns), and a window's sums are read with the
+// left strip subtracted first (Ipg_SummedArea::Over): every sum, mean and
+// variance is bit for bit the one those give, only without clipping the
+// windows of inner pixels one at a time. The buffers are kept between passes.
+class Ipg_WindowTables {
+public:
+  // Tables of a cols x rows image.
+  void Build(const double* in, int cols, int rows);
+
+  // Count, sum and sum of squares of the window of half size around (col, row), clipped.
+  void Window(int col, int row, int half, double& count, double& sum, double& squares) const;
+
+  // Mean and population variance (max(0, squares / count - mean^2)) of the
+  // clipped windows of every pixel of row, into mean[0 .. cols) and variance[0 .. cols).
+  void RowMoments(int row, int half, double* mean, double* variance) const;
+
+private:
+  const double* Line(const std::vector<double>& table, long row) const
+  {
+    return table.data() + static_cast<std::size_t>(row) * Width;
+  }
+
+  int Cols = 0;
+  int Rows = 0;
+  std::size_t Width = 0;
+  std::vector<double> Sum;
+  std::vector<double> Squares;
+  std::vector<double> Spare;
+};
+
+// Buffers one despeckling job reuses from pass to pass.
+struct Ipg_SpeckleBuffers {
+  Ipg_WindowTables Tables;
+  std::vector<double> Mean;     // a per-pixel statistic
+  std::vector<double> Variance; // another
+  std::vector<double> Coefficient;
+  std::vector<std::vector<double>> BandRatios; // one list per band
+  std::vector<double> Ratios;
+  std::vector<unsigned long long> Keys;
+  // Mean and Variance hold the windows of MomentsHalf around every pixel of
+  // MomentsOf, as Ipg_MedianLocalRatio left them; a pass that uses them resets these.
+  const double* MomentsOf = nullptr;
+  int MomentsHalf = -1;
+};
+
+// Element size / 2 of values in ascending order (0 for none), the value
+// std::nth_element gives; values is reordered. Non-negative values are
+// selected by their bit patterns, a few counting passes instead of
+// comparisons; a list with a negative value or a NaN goes to std::nth_element.
+double Ipg_MiddleElement(std::vector<double>& values, std::vector<unsigned long long>& keys);
+
+// Median over the pixels whose local mean m (windows of half size) is positive
+// of variance / m^power (power 1 or 2), the pixels taken in row-major order.
+// Builds buffers.Tables on in and leaves the moments in buffers.Mean and Variance.
+double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers);
