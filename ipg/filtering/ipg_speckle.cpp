@@ -272,10 +272,11 @@ bool IPG_FILTER_PROCESSING::N_B_Filter()
   const long long pixels = ImaIn == nullptr ? 0 : static_cast<long long>(ImaIn->Data->GetSize());
   if (!ParameterValid(area > 0 && (ImaIn == nullptr || area <= pixels) && k > 0.0 && std::isfinite(k), "N_B_Filter"))
     return false;
+  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelNeighbourhood, "N_B_Filter", 1},
-                           [area, k](const double* in, double* out, int cols, int rows) {
-                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
-                             Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, cu2);
+                           [area, k, &buffers](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf, &buffers);
+                             Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, cu2, &buffers);
                            });
 }
 

@@ -385,8 +385,7 @@ void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, d
   Ipg_SpeckleBuffers& b = BuffersOr(buffers, local);
   if (b.MomentsOf != in || b.MomentsHalf != half)
     Ipg_MedianLocalRatio(in, cols, rows, half, 2, b);
-  b.MomentsOf = nullptr;
-  b.MomentsHalf = -1;
+  b.Release();
   std::vector<double>& c = b.Coefficient;
   const double* mean = b.Mean.data();
   const double* variance = b.Variance.data();
@@ -463,59 +462,6 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
       out[At(c, r, cols)] = median;
     }
   });
-}
-
-void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int rows, int maxArea, double k,
-                                   double cu2)
-{
-  static constexpr int kStepCol[8] = {0, 1, 1, 1, 0, -1, -1, -1};
-  static constexpr int kStepRow[8] = {-1, -1, 0, 1, 1, 1, 0, -1};
-  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
-  const WindowSums area(in, cols, rows);
-  const double cu = std::sqrt(std::max(0.0, cu2));
-  std::vector<unsigned> stamp(n, 0);
-  std::vector<std::size_t> region;
-  region.reserve(std::min(n, static_cast<std::size_t>(std::max(1, maxArea)))); // a region never outgrows the image
-  unsigned generation = 0;
-  for (int r = 0; r < rows && !Ipg_CancelRequested(); ++r)
-    for (int c = 0; c < cols; ++c) {
-      const std::size_t seed = At(c, r, cols);
-      double m0 = 0.0, unused = 0.0;
-      area.Moments(c, r, 1, m0, unused);
-      const double tolerance = k * cu * std::fabs(m0);
-      ++generation;
-      region.clear();
-      region.push_back(seed);
-      stamp[seed] = generation;
-      double sum = in[seed], squares = in[seed] * in[seed];
-      for (std::size_t next = 0; next < region.size() && static_cast<int>(region.size()) < maxArea; ++next) {
-        const int pc = static_cast<int>(region[next] % static_cast<std::size_t>(cols));
-        const int pr = static_cast<int>(region[next] / static_cast<std::size_t>(cols));
-        for (int d = 0; d < 8 && static_cast<int>(region.size()) < maxArea; ++d) {
-          const int qc = pc + kStepCol[d], qr = pr + kStepRow[d];
-          if (qc < 0 || qr < 0 || qc >= cols || qr >= rows)
-            continue;
-          const std::size_t q = At(qc, qr, cols);
-          if (stamp[q] == generation)
-            continue;
-          stamp[q] = generation;
-          if (std::fabs(in[q] - m0) > tolerance)
-            continue;
-          region.push_back(q);
-          sum += in[q];
-          squares += in[q] * in[q];
-        }
-      }
-      const double count = static_cast<double>(region.size());
-      const double m = sum / count;
-      const double variance = std::max(0.0, squares / count - m * m);
-      double w = 0.0;
-      if (m > 0.0 && variance > 0.0) {
-        const double c2 = variance / (m * m);
-        w = std::clamp((1.0 - cu2 / c2) / (1.0 + cu2), 0.0, 1.0);
-      }
-      out[seed] = m + w * (in[seed] - m);
-    }
 }
 
 void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf)

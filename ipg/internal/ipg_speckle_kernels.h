@@ -125,8 +125,9 @@ double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int cen
 //   x = m + w (centre - m), w = (1 - Cu2 / C2) / (1 + Cu2) clipped to [0, 1],
 // with C2 = var / m^2 of the region: homogeneous regions are replaced by their
 // mean, textured ones keep their detail.
+// Buffers just given to Ipg_SpeckleCu2 on the same in lend their tables.
 void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int rows, int maxArea, double k,
-                                   double cu2);
+                                   double cu2, Ipg_SpeckleBuffers* buffers = nullptr);
 
 // Adaptive median filter, one iteration (H. Hwang, R. A. Haddad, "Adaptive
 // median filters: new algorithms and results", IEEE TIP 4(4), 1995, 499-502):

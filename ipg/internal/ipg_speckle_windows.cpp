@@ -141,6 +141,7 @@ double Ipg_MiddleElement(std::vector<double>& values, std::vector<unsigned long 
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers)
 {
   buffers.Tables.Build(in, cols, rows);
+  buffers.TablesOf = in;
   const std::size_t n = static_cast<std::size_t>(std::max(0, cols)) * static_cast<std::size_t>(std::max(0, rows));
   buffers.Mean.resize(n);
   buffers.Variance.resize(n);
@@ -175,4 +176,13 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
   buffers.MomentsOf = in;
   buffers.MomentsHalf = half;
   return Ipg_MiddleElement(buffers.Ratios, buffers.Keys);
+}
+
+const Ipg_WindowTables& Ipg_SpeckleBuffers::TablesFor(const double* in, int cols, int rows)
+{
+  if (TablesOf != in) {
+    Tables.Build(in, cols, rows);
+    TablesOf = in;
+  }
+  return Tables;
 }

@@ -37,6 +37,14 @@ private:
   std::vector<double> Spare;
 };
 
+// What one band of rows works with.
+struct Ipg_SpeckleBand {
+  std::vector<unsigned> Stamps;
+  std::vector<std::size_t> Region;
+  std::vector<double> Mean;
+  std::vector<double> Variance;
+};
+
 // Buffers one despeckling job reuses from pass to pass.
 struct Ipg_SpeckleBuffers {
   Ipg_WindowTables Tables;
@@ -46,10 +54,18 @@ struct Ipg_SpeckleBuffers {
   std::vector<std::vector<double>> BandRatios; // one list per band
   std::vector<double> Ratios;
   std::vector<unsigned long long> Keys;
-  // Mean and Variance hold the windows of MomentsHalf around every pixel of
+  std::vector<double> Padded;
+  std::vector<Ipg_SpeckleBand> Bands;
+  // Tables are those of TablesOf (null: of no image yet); Mean and Variance hold the windows of MomentsHalf around every pixel of
   // MomentsOf, as Ipg_MedianLocalRatio left them; a pass that uses them resets these.
+  const double* TablesOf = nullptr;
   const double* MomentsOf = nullptr;
   int MomentsHalf = -1;
+
+  // Tables of in, built unless they are already in's.
+  const Ipg_WindowTables& TablesFor(const double* in, int cols, int rows);
+  // Forgets whose tables and moments these are: the next pass may bring new values at the same address.
+  void Release() { TablesOf = MomentsOf = nullptr; MomentsHalf = -1; }
 };
 
 // Element size / 2 of values in ascending order (0 for none), the value

@@ -347,8 +347,9 @@ Pass FastAwmf(int half, int centre, double scale = 0.0)
 
 Pass FastNeighbourhood(int area, double k)
 {
-  return [=](const double* in, double* out, int cols, int rows) {
-    Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, Ipg_SpeckleCu2(in, cols, rows, 2));
+  return [=, buffers = std::make_shared<Ipg_SpeckleBuffers>()](const double* in, double* out, int cols, int rows) {
+    const double cu2 = Ipg_SpeckleCu2(in, cols, rows, 2, buffers.get());
+    Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, cu2, buffers.get());
   };
 }
 

@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+// The adaptive-neighbourhood speckle filter (declared in ipg_speckle_kernels.h).
+#include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_speckle_kernels.h"
+#include "ipg/internal/ipg_speckle_windows.h"
+#include "ipg/ui/ipg_progress.h"
+
+#include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cmath>
+#include <cstddef>
+
+namespace {
+
+// A region costs about this many plain copies per pixel.
+constexpr std::size_t kRegionWork = 64;
+// Stamp of the frame around the image: never a candidate.
+constexpr unsigned kOutside = UINT_MAX;
+
+// The image with a one-pixel frame, so that the 8 neighbours of any pixel are
+// at fixed offsets; the frame's stamps keep the growth inside the image.
+struct Framed {
+  const double* Values;
+  std::ptrdiff_t Stride;
+  std::ptrdiff_t Step[8]; // N, NE, E, SE, S, SW, W, NW
+};
+
+void FrameStamps(std::vector<unsigned>& stamps, int cols, int rows)
+{
+  const std::size_t stride = static_cast<std::size_t>(cols) + 2;
+  stamps.assign(stride * (static_cast<std::size_t>(rows) + 2), 0);
+  std::fill(stamps.begin(), stamps.begin() + static_cast<std::ptrdiff_t>(stride), kOutside);
+  std::fill(stamps.end() - static_cast<std::ptrdiff_t>(stride), stamps.end(), kOutside);
+  for (std::size_t r = 1; r <= static_cast<std::size_t>(rows); ++r)
+    stamps[r * stride] = stamps[r * stride + stride - 1] = kOutside;
+}
+
+// Breadth-first growth from seed (framed index), in the order of Step, into
+// band.Region; returns the region's size. Every visited pixel is stamped with
+// generation, so it is tested once: a fresh pixel (neither this region's nor
+// the frame) is stamped, and joins when it is near m0. The tests are data, not
+// branches: which neighbours join follows the speckle, beyond any prediction.
+std::size_t Grow(const Framed& image, std::size_t seed, double m0, double tolerance, std::size_t limit,
+                 unsigned generation, Ipg_SpeckleBand& band)
+{
+  std::size_t* region = band.Region.data();
+  unsigned* stamps = band.Stamps.data();
+  const double* values = image.Values;
+  const std::ptrdiff_t stride = image.Stride;
+  region[0] = seed;
+  stamps[seed] = generation;
+  std::size_t size = 1;
+  const auto test = [&](std::size_t q) {
+    const unsigned stamp = stamps[q];
+    const bool fresh = stamp < generation;
+    stamps[q] = fresh ? generation : stamp;
+    const bool near = !(std::fabs(values[q] - m0) > tolerance);
+    region[size] = q;
+    size += static_cast<std::size_t>(fresh & near);
+  };
+  for (std::size_t next = 0; next < size && size < limit; ++next) {
+    const std::size_t p = region[next];
+    if (size + 8 <= limit) { // room for all eight: N, NE, E, SE, S, SW, W, NW
+      test(p - stride);
+      test(p - stride + 1);
+      test(p + 1);
+      test(p + stride + 1);
+      test(p + stride);
+      test(p + stride - 1);
+      test(p - 1);
+      test(p - stride - 1);
+      continue;
+    }
+    for (int d = 0; d < 8 && size < limit; ++d)
+      test(static_cast<std::size_t>(static_cast<std::ptrdiff_t>(p) + image.Step[d]));
+  }
+  return size;
+}
+
+} // namespace
+
+void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int rows, int maxArea, double k,
+                                   double cu2, Ipg_SpeckleBuffers* buffers)
+{
+  if (cols <= 0 || rows <= 0)
+    return;
+  Ipg_SpeckleBuffers local;
+  Ipg_SpeckleBuffers& b = buffers != nullptr ? *buffers : local;
+  const Ipg_WindowTables& tables = b.TablesFor(in, cols, rows);
+  const double cu = std::sqrt(std::max(0.0, cu2));
+
+  const std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(cols) + 2;
+  b.Padded.resize(static_cast<std::size_t>(stride) * (static_cast<std::size_t>(rows) + 2));
+  for (int r = 0; r < rows; ++r)
+    std::copy_n(in + static_cast<std::size_t>(r) * static_cast<std::size_t>(cols), cols,
+                b.Padded.begin() + (r + 1) * stride + 1);
+  const Framed image{b.Padded.data(), stride, {-stride, 1 - stride, 1, stride + 1, stride, stride - 1, -1, -stride - 1}};
+
+  const std::size_t limit = static_cast<std::size_t>(std::max(1, maxArea));
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kRegionWork);
+  b.Bands.resize(std::max<std::size_t>(b.Bands.size(), bands.Count));
+  std::atomic<bool> stop{false};
+  Ipg_RunBands(bands, [&](unsigned index, unsigned begin, unsigned end) {
+    Ipg_SpeckleBand& band = b.Bands[index];
+    FrameStamps(band.Stamps, cols, rows);
+    band.Region.resize(limit + 1);
+    band.Mean.resize(static_cast<std::size_t>(cols));
+    band.Variance.resize(static_cast<std::size_t>(cols));
+    unsigned generation = 0;
+    for (unsigned r = begin; r < end; ++r) {
+      if (index == 0 && Ipg_CancelRequested())
+        stop = true;
+      if (stop.load(std::memory_order_relaxed))
+        return;
+      // The reference level: the mean of the seed's 3x3 window.
+      tables.RowMoments(static_cast<int>(r), 1, band.Mean.data(), band.Variance.data());
+      for (int c = 0; c < cols; ++c) {
+        const double m0 = band.Mean[static_cast<std::size_t>(c)];
+        const std::size_t seed = static_cast<std::size_t>((static_cast<std::ptrdiff_t>(r) + 1) * stride + c + 1);
+        const std::size_t size = Grow(image, seed, m0, k * cu * std::fabs(m0), limit, ++generation, band);
+        // The values summed in the order they joined.
+        double sum = 0.0, squares = 0.0;
+        for (std::size_t i = 0; i < size; ++i) {
+          const double v = image.Values[band.Region[i]];
+          if (i == 0) {
+            sum = v;
+            squares = v * v;
+            continue;
+          }
+          sum += v;
+          squares += v * v;
+        }
+        const double count = static_cast<double>(size);
+        const double m = sum / count;
+        const double variance = std::max(0.0, squares / count - m * m);
+        double w = 0.0;
+        if (m > 0.0 && variance > 0.0) {
+          const double c2 = variance / (m * m);
+          w = std::clamp((1.0 - cu2 / c2) / (1.0 + cu2), 0.0, 1.0);
+        }
+        const std::size_t at = static_cast<std::size_t>(r) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(c);
+        out[at] = m + w * (in[at] - m);
+      }
+    }
+  });
+  b.Release();
+}
