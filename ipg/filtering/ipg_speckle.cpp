@@ -256,11 +256,13 @@ bool IPG_FILTER_PROCESSING::AWMF()
   const double scale = AdaptatifReal;
   if (!WindowSideValid(side, "AWMF") || !ParameterValid(centreWeight > 0 && scale >= 0.0 && std::isfinite(scale), "AWMF"))
     return false;
+  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAwmf, "AWMF", side},
-                           [half = side / 2, centreWeight, scale](const double* in, double* out, int cols, int rows) {
-                             const double b =
-                                 scale > 0.0 ? scale : Ipg_AwmfAutoScale(in, cols, rows, half, centreWeight);
-                             Ipg_AwmfPass(in, out, cols, rows, half, centreWeight, b);
+                           [half = side / 2, centreWeight, scale, &buffers](const double* in, double* out, int cols,
+                                                                          int rows) {
+                             const double b = scale > 0.0 ? scale
+                                                          : Ipg_AwmfAutoScale(in, cols, rows, half, centreWeight, &buffers);
+                             Ipg_AwmfPass(in, out, cols, rows, half, centreWeight, b, &buffers);
                            });
 }
 

@@ -372,7 +372,9 @@ void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHa
 void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq, Ipg_SpeckleBuffers* buffers)
 {
   Ipg_SpeckleBuffers local;
-  std::vector<double>& c = BuffersOr(buffers, local).Coefficient;
+  Ipg_SpeckleBuffers& b = BuffersOr(buffers, local);
+  b.Release();
+  std::vector<double>& c = b.Coefficient;
   c.resize(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
   RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) { SradRow(in, c.data(), cols, rows, r, q0sq); });
   DiffusionStep(in, out, cols, rows, c, dt);
@@ -384,9 +386,10 @@ void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, d
   Ipg_SpeckleBuffers local;
   Ipg_SpeckleBuffers& b = BuffersOr(buffers, local);
   if (b.MomentsOf != in || b.MomentsHalf != half)
-    Ipg_MedianLocalRatio(in, cols, rows, half, 2, b);
+    Ipg_LocalMomentsInto(in, cols, rows, half, b);
   b.Release();
   std::vector<double>& c = b.Coefficient;
+  c.resize(b.Mean.size());
   const double* mean = b.Mean.data();
   const double* variance = b.Variance.data();
   RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
@@ -399,69 +402,6 @@ void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, d
     }
   });
   DiffusionStep(in, out, cols, rows, c, dt);
-}
-
-double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight)
-{
-  std::vector<double> mean, variance;
-  Ipg_LocalMoments(in, cols, rows, half, mean, variance);
-  std::vector<double> ratios;
-  ratios.reserve(mean.size());
-  for (std::size_t i = 0; i < mean.size(); ++i)
-    if (mean[i] > 0.0)
-      ratios.push_back(variance[i] / mean[i]);
-  const double typical = Median(ratios);
-  const double farthest = half * std::sqrt(2.0);
-  if (typical <= 0.0 || farthest <= 0.0)
-    return 0.0;
-  return centreWeight / (2.0 * farthest * typical);
-}
-
-void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b)
-{
-  const WindowSums area(in, cols, rows);
-  // The distance of each window offset to the centre, as hypot gives it.
-  const int side = 2 * half + 1;
-  std::vector<double> distance(static_cast<std::size_t>(side) * static_cast<std::size_t>(side));
-  for (int dy = -half; dy <= half; ++dy)
-    for (int dx = -half; dx <= half; ++dx)
-      distance[At(dx + half, dy + half, side)] = std::hypot(static_cast<double>(dx), static_cast<double>(dy));
-  using Cells = std::vector<std::pair<double, long>>;
-  RowsInBands<Cells>(cols, rows, kWindowWork * 4, [&](int r, Cells& cells) {
-    for (int c = 0; c < cols; ++c) {
-      double mean = 0.0, variance = 0.0;
-      area.Moments(c, r, half, mean, variance);
-      const double ratio = mean > 0.0 ? variance / mean : 0.0;
-      cells.clear();
-      long total = 0;
-      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
-        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
-          const double d = distance[At(x - c + half, y - r + half, side)];
-          const double w = std::round(centreWeight - b * d * ratio);
-          const long weight = w > 0.0 ? static_cast<long>(std::min(w, 1e9)) : 0L;
-          if (weight > 0) {
-            cells.emplace_back(in[At(x, y, cols)], weight);
-            total += weight;
-          }
-        }
-      if (total == 0) {
-        out[At(c, r, cols)] = in[At(c, r, cols)];
-        continue;
-      }
-      std::sort(cells.begin(), cells.end());
-      // Element total / 2 of the multiset where each value appears weight times.
-      long seen = 0;
-      double median = cells.back().first;
-      for (const auto& [value, weight] : cells) {
-        seen += weight;
-        if (seen > total / 2) {
-          median = value;
-          break;
-        }
-      }
-      out[At(c, r, cols)] = median;
-    }
-  });
 }
 
 void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf)

@@ -103,12 +103,15 @@ void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, d
 // weighted median. Homogeneous speckle (low var / mean) gives nearly equal
 // weights, a plain median; edges and bright structures (high var / mean)
 // concentrate the weight on the centre, which is kept.
-void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b);
+// Buffers just given to Ipg_AwmfAutoScale on the same in and half lend their window moments.
+void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b,
+                  Ipg_SpeckleBuffers* buffers = nullptr);
 
 // The scale b of the AWMF that makes the farthest cell of the window weigh
 // half the centre in a typical speckle area: b = centreWeight / (2 dmax r),
 // where r is the median over the image of the local variance / mean.
-double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight);
+double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight,
+                         Ipg_SpeckleBuffers* buffers = nullptr);
 
 // Adaptive-neighbourhood speckle filter, one iteration, after R. M. Rangayyan,
 // M. Ciuc, F. Faghih, "Adaptive-neighborhood filtering of images corrupted by

@@ -138,13 +138,31 @@ double Ipg_MiddleElement(std::vector<double>& values, std::vector<unsigned long 
   return std::bit_cast<double>(*middle);
 }
 
-double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers)
+void Ipg_LocalMomentsInto(const double* in, int cols, int rows, int half, Ipg_SpeckleBuffers& buffers)
 {
+  // Always built: the same address may hold new values since the last pass.
   buffers.Tables.Build(in, cols, rows);
   buffers.TablesOf = in;
+  const Ipg_WindowTables& tables = buffers.Tables;
   const std::size_t n = static_cast<std::size_t>(std::max(0, cols)) * static_cast<std::size_t>(std::max(0, rows));
   buffers.Mean.resize(n);
   buffers.Variance.resize(n);
+  if (n > 0)
+    Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kMomentWork),
+                 [&](unsigned, unsigned begin, unsigned end) {
+                   for (unsigned r = begin; r < end; ++r) {
+                     const std::size_t at = static_cast<std::size_t>(r) * static_cast<std::size_t>(cols);
+                     tables.RowMoments(static_cast<int>(r), half, buffers.Mean.data() + at, buffers.Variance.data() + at);
+                   }
+                 });
+  buffers.MomentsOf = in;
+  buffers.MomentsHalf = half;
+}
+
+double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers)
+{
+  Ipg_LocalMomentsInto(in, cols, rows, half, buffers);
+  const std::size_t n = buffers.Mean.size();
   buffers.Coefficient.resize(n);
   if (n == 0)
     return 0.0;
@@ -153,28 +171,24 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     std::vector<double>& ratios = buffers.BandRatios[band];
     ratios.clear();
-    for (unsigned r = begin; r < end; ++r) {
-      const std::size_t at = static_cast<std::size_t>(r) * static_cast<std::size_t>(cols);
-      double* mean = buffers.Mean.data() + at;
-      double* variance = buffers.Variance.data() + at;
-      double* ratio = buffers.Coefficient.data() + at;
-      buffers.Tables.RowMoments(static_cast<int>(r), half, mean, variance);
-      if (power == 2)
-        for (int c = 0; c < cols; ++c)
-          ratio[c] = variance[c] / (mean[c] * mean[c]);
-      else
-        for (int c = 0; c < cols; ++c)
-          ratio[c] = variance[c] / mean[c];
-      for (int c = 0; c < cols; ++c)
-        if (mean[c] > 0.0)
-          ratios.push_back(ratio[c]);
-    }
+    const std::size_t first = static_cast<std::size_t>(begin) * static_cast<std::size_t>(cols);
+    const std::size_t last = static_cast<std::size_t>(end) * static_cast<std::size_t>(cols);
+    const double* mean = buffers.Mean.data();
+    const double* variance = buffers.Variance.data();
+    double* ratio = buffers.Coefficient.data();
+    if (power == 2)
+      for (std::size_t i = first; i < last; ++i)
+        ratio[i] = variance[i] / (mean[i] * mean[i]);
+    else
+      for (std::size_t i = first; i < last; ++i)
+        ratio[i] = variance[i] / mean[i];
+    for (std::size_t i = first; i < last; ++i)
+      if (mean[i] > 0.0)
+        ratios.push_back(ratio[i]);
   });
   buffers.Ratios.clear();
   for (const std::vector<double>& ratios : buffers.BandRatios)
     buffers.Ratios.insert(buffers.Ratios.end(), ratios.begin(), ratios.end());
-  buffers.MomentsOf = in;
-  buffers.MomentsHalf = half;
   return Ipg_MiddleElement(buffers.Ratios, buffers.Keys);
 }
 

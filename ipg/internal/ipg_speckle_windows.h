@@ -74,7 +74,11 @@ struct Ipg_SpeckleBuffers {
 // comparisons; a list with a negative value or a NaN goes to std::nth_element.
 double Ipg_MiddleElement(std::vector<double>& values, std::vector<unsigned long long>& keys);
 
+// Local moments of in's windows of half size into buffers.Mean and Variance,
+// the tables built anew.
+void Ipg_LocalMomentsInto(const double* in, int cols, int rows, int half, Ipg_SpeckleBuffers& buffers);
+
 // Median over the pixels whose local mean m (windows of half size) is positive
 // of variance / m^power (power 1 or 2), the pixels taken in row-major order.
-// Builds buffers.Tables on in and leaves the moments in buffers.Mean and Variance.
+// Leaves the moments in buffers.Mean and Variance.
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers);

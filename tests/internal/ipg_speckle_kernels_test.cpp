@@ -339,9 +339,9 @@ Pass FastDpad(int half, double dt)
 
 Pass FastAwmf(int half, int centre, double scale = 0.0)
 {
-  return [=](const double* in, double* out, int cols, int rows) {
-    const double b = scale > 0.0 ? scale : Ipg_AwmfAutoScale(in, cols, rows, half, centre);
-    Ipg_AwmfPass(in, out, cols, rows, half, centre, b);
+  return [=, buffers = std::make_shared<Ipg_SpeckleBuffers>()](const double* in, double* out, int cols, int rows) {
+    const double b = scale > 0.0 ? scale : Ipg_AwmfAutoScale(in, cols, rows, half, centre, buffers.get());
+    Ipg_AwmfPass(in, out, cols, rows, half, centre, b, buffers.get());
   };
 }
 
