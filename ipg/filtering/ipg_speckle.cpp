@@ -229,10 +229,11 @@ bool IPG_FILTER_PROCESSING::SBF_DVW()
   const double factor = OrDefault(AdaptatifReal, 1.5);
   if (!WindowSideValid(side, "SBF_DVW") || !ParameterValid(factor > 0.0 && std::isfinite(factor), "SBF_DVW"))
     return false;
+  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbfDvw, "SBF_DVW", side},
-                           [half = side / 2, factor](const double* in, double* out, int cols, int rows) {
-                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
-                             Ipg_SbfDvwPass(in, out, cols, rows, half, factor, cu2);
+                           [half = side / 2, factor, &buffers](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf, &buffers);
+                             Ipg_SbfDvwPass(in, out, cols, rows, half, factor, cu2, &buffers);
                            });
 }
 

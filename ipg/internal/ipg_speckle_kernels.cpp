@@ -22,31 +22,6 @@ std::size_t At(int col, int row, int cols)
   return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
 }
 
-// Rows of a pass that reads one image and writes another, in parallel bands:
-// row(r, scratch) with a Scratch of its own per band. work weighs a pixel
-// against a plain copy, so that costly filters split smaller images too. Only
-// the calling thread's band asks the host whether to stop (a host's progress
-// sink is not called from other threads); the other bands see its answer and
-// stop at their next row.
-template <typename Scratch, typename Row>
-void RowsInBands(int cols, int rows, std::size_t work, Row row)
-{
-  if (cols <= 0 || rows <= 0)
-    return;
-  std::atomic<bool> stop{false};
-  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * work),
-               [&](unsigned band, unsigned begin, unsigned end) {
-                 Scratch scratch{};
-                 for (unsigned r = begin; r < end; ++r) {
-                   if (band == 0 && Ipg_CancelRequested())
-                     stop = true;
-                   if (stop.load(std::memory_order_relaxed))
-                     return;
-                   row(static_cast<int>(r), scratch);
-                 }
-               });
-}
-
 struct NoScratch {};
 constexpr std::size_t kWindowWork = 16; // a window statistic per pixel
 
@@ -97,37 +72,6 @@ double Median(std::vector<double>& values)
   return *middle;
 }
 
-// Statistics of the window of a pixel without the pixel itself.
-struct Others {
-  double Min = 0.0;
-  double Max = 0.0;
-  double Sum = 0.0;
-  int Count = 0;
-};
-
-Others OthersOf(const double* in, int cols, int rows, int col, int row, int half)
-{
-  Others o;
-  o.Min = INFINITY;
-  o.Max = -INFINITY;
-  for (int r = std::max(0, row - half); r <= std::min(rows - 1, row + half); ++r)
-    for (int c = std::max(0, col - half); c <= std::min(cols - 1, col + half); ++c) {
-      if (c == col && r == row)
-        continue;
-      const double v = in[At(c, r, cols)];
-      o.Min = std::min(o.Min, v);
-      o.Max = std::max(o.Max, v);
-      o.Sum += v;
-      ++o.Count;
-    }
-  return o;
-}
-
-bool StrictExtremum(double centre, const Others& o)
-{
-  return o.Count > 0 && (centre > o.Max || centre < o.Min);
-}
-
 // The flux of (col, r) with zero flux across the border:
 // dt / 4 (c_E dE + c dW + c_S dS + c dN), the terms added in that order.
 inline double BorderFlux(const double* in, const double* c, int cols, int rows, int col, int r)
@@ -152,7 +96,7 @@ void DiffusionStep(const double* in, double* out, int cols, int rows, const std:
 {
   const double* c = coefficient.data();
   const std::size_t stride = static_cast<std::size_t>(cols);
-  RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
+  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
     const bool innerRow = r > 0 && r + 1 < rows;
     for (int col = 0; col < cols; ++col) {
       if (innerRow && col == 1) {
@@ -281,7 +225,7 @@ void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vecto
   if (n == 0)
     return;
   const WindowSums area(in, cols, rows);
-  RowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
+  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
     for (int c = 0; c < cols; ++c)
       area.Moments(c, r, half, mean[At(c, r, cols)], variance[At(c, r, cols)]);
   });
@@ -293,82 +237,6 @@ double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half, Ipg_Speckl
   return Ipg_MedianLocalRatio(in, cols, rows, half, 2, BuffersOr(buffers, local));
 }
 
-void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
-{
-  RowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
-    for (int c = 0; c < cols; ++c) {
-      const double v = in[At(c, r, cols)];
-      const Others o = OthersOf(in, cols, rows, c, r, half);
-      out[At(c, r, cols)] = StrictExtremum(v, o) ? o.Sum / o.Count : v;
-    }
-  });
-}
-
-void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
-{
-  RowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
-    for (int c = 0; c < cols; ++c) {
-      const double v = in[At(c, r, cols)];
-      const Others o = OthersOf(in, cols, rows, c, r, half);
-      if (!StrictExtremum(v, o)) {
-        out[At(c, r, cols)] = v;
-        continue;
-      }
-      const double m = o.Sum / o.Count;
-      double spread = 0.0;
-      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
-        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x)
-          if (x != c || y != r)
-            spread += (in[At(x, y, cols)] - m) * (in[At(x, y, cols)] - m);
-      const double s2 = spread / o.Count;
-      if (s2 <= 0.0) {
-        out[At(c, r, cols)] = m;
-        continue;
-      }
-      double weighted = 0.0, weights = 0.0;
-      for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
-        for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
-          if (x == c && y == r)
-            continue;
-          const double d = in[At(x, y, cols)] - m;
-          const double w = std::exp(-d * d / (2.0 * s2));
-          weighted += w * in[At(x, y, cols)];
-          weights += w;
-        }
-      out[At(c, r, cols)] = weights > 0.0 ? weighted / weights : m;
-    }
-  });
-}
-
-void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2)
-{
-  const WindowSums area(in, cols, rows);
-  const double limit = factor * factor * cu2;
-  RowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
-    for (int c = 0; c < cols; ++c) {
-      const double v = in[At(c, r, cols)];
-      if (!StrictExtremum(v, OthersOf(in, cols, rows, c, r, 1))) {
-        out[At(c, r, cols)] = v;
-        continue;
-      }
-      // The largest homogeneous window, 3x3 at least.
-      double count = 0.0, sum = 0.0, squares = 0.0;
-      area.Window(c, r, 1, count, sum, squares);
-      for (int h = 2; h <= maxHalf; ++h) {
-        double n = 0.0, s = 0.0, q = 0.0;
-        area.Window(c, r, h, n, s, q);
-        const double mean = s / n;
-        const double variance = std::max(0.0, q / n - mean * mean);
-        if (mean <= 0.0 || variance > limit * mean * mean)
-          break;
-        count = n;
-        sum = s;
-      }
-      out[At(c, r, cols)] = count > 1.0 ? (sum - v) / (count - 1.0) : v;
-    }
-  });
-}
-
 void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq, Ipg_SpeckleBuffers* buffers)
 {
   Ipg_SpeckleBuffers local;
@@ -376,7 +244,7 @@ void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, 
   b.Release();
   std::vector<double>& c = b.Coefficient;
   c.resize(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
-  RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) { SradRow(in, c.data(), cols, rows, r, q0sq); });
+  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) { SradRow(in, c.data(), cols, rows, r, q0sq); });
   DiffusionStep(in, out, cols, rows, c, dt);
 }
 
@@ -392,7 +260,7 @@ void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, d
   c.resize(b.Mean.size());
   const double* mean = b.Mean.data();
   const double* variance = b.Variance.data();
-  RowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
+  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
     for (std::size_t i = At(0, r, cols); i < At(0, r + 1, cols); ++i) {
       const double ci2 = variance[i] / (mean[i] * mean[i]);
       const double kuan = std::clamp((1.0 + 1.0 / ci2) / (1.0 + 1.0 / cu2), 0.0, 1.0);
@@ -406,7 +274,7 @@ void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, d
 
 void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf)
 {
-  RowsInBands<std::vector<double>>(cols, rows, kWindowWork, [&](int r, std::vector<double>& window) {
+  Ipg_SpeckleRowsInBands<std::vector<double>>(cols, rows, kWindowWork, [&](int r, std::vector<double>& window) {
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       double median = v;

@@ -69,7 +69,9 @@ void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half);
 // M. Park, W. Song, W. Pearlman, "Speckle filtering of SAR images based on
 // adaptive windowing", IEE Proc. Vision Image Signal Process. 146(4), 1999).
 // Flat speckle gets wide windows, edges and small structures 3x3 ones.
-void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2);
+// Buffers just given to Ipg_SpeckleCu2 on the same in lend their tables.
+void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2,
+                    Ipg_SpeckleBuffers* buffers = nullptr);
 
 // Speckle reducing anisotropic diffusion, one explicit step of time step dt
 // (Y. Yu, S. T. Acton, "Speckle reducing anisotropic diffusion", IEEE TIP

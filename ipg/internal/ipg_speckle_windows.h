@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #pragma once
 
+#include "ipg/internal/ipg_row_bands.h"
+#include "ipg/ui/ipg_progress.h"
+
+#include <atomic>
 #include <cstddef>
 #include <vector>
 
@@ -82,3 +86,29 @@ void Ipg_LocalMomentsInto(const double* in, int cols, int rows, int half, Ipg_Sp
 // of variance / m^power (power 1 or 2), the pixels taken in row-major order.
 // Leaves the moments in buffers.Mean and Variance.
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers);
+
+// Rows of a pass that reads one image and writes another, in parallel bands:
+// row(r, scratch) with a Scratch of its own per band. work weighs a pixel
+// against a plain copy, so that costly filters split smaller images too. Only
+// the calling thread's band asks the host whether to stop (a host's progress
+// sink is not called from other threads); the other bands see its answer and
+// stop at their next row.
+template <typename Scratch, typename Row>
+void Ipg_SpeckleRowsInBands(int cols, int rows, std::size_t work, Row row)
+{
+  if (cols <= 0 || rows <= 0)
+    return;
+  std::atomic<bool> stop{false};
+  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * work),
+               [&](unsigned band, unsigned begin, unsigned end) {
+                 Scratch scratch{};
+                 for (unsigned r = begin; r < end; ++r) {
+                   if (band == 0 && Ipg_CancelRequested())
+                     stop = true;
+                   if (stop.load(std::memory_order_relaxed))
+                     return;
+                   row(static_cast<int>(r), scratch);
+                 }
+               });
+}
+

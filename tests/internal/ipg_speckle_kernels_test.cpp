@@ -355,8 +355,9 @@ Pass FastNeighbourhood(int area, double k)
 
 Pass FastSbfDvw(int half, double factor)
 {
-  return [=](const double* in, double* out, int cols, int rows) {
-    Ipg_SbfDvwPass(in, out, cols, rows, half, factor, Ipg_SpeckleCu2(in, cols, rows, 2));
+  return [=, buffers = std::make_shared<Ipg_SpeckleBuffers>()](const double* in, double* out, int cols, int rows) {
+    const double cu2 = Ipg_SpeckleCu2(in, cols, rows, 2, buffers.get());
+    Ipg_SbfDvwPass(in, out, cols, rows, half, factor, cu2, buffers.get());
   };
 }
 

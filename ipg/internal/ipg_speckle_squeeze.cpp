@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: Apache-2.0
+// The squeeze box filters: SBF, WSBF and SBF-DVW (declared in ipg_speckle_kernels.h).
+#include "ipg/internal/ipg_simd.h"
+#include "ipg/internal/ipg_speckle_kernels.h"
+#include "ipg/internal/ipg_speckle_windows.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t kWindowWork = 16; // a window statistic per pixel
+
+std::size_t At(int col, int row, int cols)
+{
+  return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
+}
+
+// Statistics of the window of a pixel without the pixel itself.
+struct Others {
+  double Min = 0.0;
+  double Max = 0.0;
+  double Sum = 0.0;
+  int Count = 0;
+};
+
+// The window clipped to the image, row by row, the sum in that order.
+Others OthersOf(const double* in, int cols, int rows, int col, int row, int half)
+{
+  Others o;
+  o.Min = INFINITY;
+  o.Max = -INFINITY;
+  for (int r = std::max(0, row - half); r <= std::min(rows - 1, row + half); ++r)
+    for (int c = std::max(0, col - half); c <= std::min(cols - 1, col + half); ++c) {
+      if (c == col && r == row)
+        continue;
+      const double v = in[At(c, r, cols)];
+      o.Min = std::min(o.Min, v);
+      o.Max = std::max(o.Max, v);
+      o.Sum += v;
+      ++o.Count;
+    }
+  return o;
+}
+
+bool StrictExtremum(double centre, const Others& o)
+{
+  return o.Count > 0 && (centre > o.Max || centre < o.Min);
+}
+
+// Per band: the lowest and highest of the other values of every pixel's window.
+struct Bounds {
+  std::vector<double> Low;
+  std::vector<double> High;
+  std::vector<int> Extrema; // columns
+};
+
+// Low and high over the windows of the columns [begin, end) of an inner row,
+// all of whose windows lie inside the image. A NaN never replaces a bound and
+// the bounds of finite values do not depend on the visiting order, so these
+// are OthersOf's.
+[[gnu::always_inline]] inline void InnerBoundsBody(const double* in, int cols, int row, int half, int begin, int end,
+                                                   double* low, double* high)
+{
+  if (half == 1) { // the 3x3 window, in registers
+    const double* above = in + static_cast<std::ptrdiff_t>(row - 1) * cols;
+    const double* line = above + cols;
+    const double* below = line + cols;
+    const auto lower = [](double a, double b) { return b < a ? b : a; };
+    const auto higher = [](double a, double b) { return b > a ? b : a; };
+    for (int c = begin; c < end; ++c) {
+      const double n[8] = {above[c - 1], above[c], above[c + 1], line[c - 1], line[c + 1], below[c - 1], below[c], below[c + 1]};
+      low[c] = lower(lower(lower(n[0], n[1]), lower(n[2], n[3])), lower(lower(n[4], n[5]), lower(n[6], n[7])));
+      high[c] = higher(higher(higher(n[0], n[1]), higher(n[2], n[3])), higher(higher(n[4], n[5]), higher(n[6], n[7])));
+    }
+    return;
+  }
+  for (int c = begin; c < end; ++c) {
+    low[c] = INFINITY;
+    high[c] = -INFINITY;
+  }
+  for (int dy = -half; dy <= half; ++dy)
+    for (int dx = -half; dx <= half; ++dx) {
+      if (dy == 0 && dx == 0)
+        continue;
+      const double* source = in + static_cast<std::ptrdiff_t>(row + dy) * cols + dx;
+      for (int c = begin; c < end; ++c) {
+        const double v = source[c];
+        low[c] = v < low[c] ? v : low[c];
+        high[c] = v > high[c] ? v : high[c];
+      }
+    }
+}
+
+void InnerBoundsPlain(const double* in, int cols, int row, int half, int begin, int end, double* low, double* high)
+{
+  InnerBoundsBody(in, cols, row, half, begin, end, low, high);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void InnerBoundsAvx2(const double* in, int cols, int row, int half, int begin, int end,
+                                             double* low, double* high)
+{
+  InnerBoundsBody(in, cols, row, half, begin, end, low, high);
+}
+#endif
+
+// The squeeze frame: every pixel of the row that is a strict extremum of its
+// window (half) gets squeezed(col, row, value); every other keeps its value.
+template <typename Squeezed>
+void SqueezeRows(const double* in, double* out, int cols, int rows, int half, Squeezed squeezed)
+{
+  Ipg_SpeckleRowsInBands<Bounds>(cols, rows, kWindowWork, [&](int r, Bounds& bounds) {
+    bounds.Low.resize(static_cast<std::size_t>(cols));
+    bounds.High.resize(static_cast<std::size_t>(cols));
+    bounds.Extrema.resize(static_cast<std::size_t>(cols) + 1);
+    const bool innerRow = half > 0 && r >= half && r + half < rows;
+    const int begin = innerRow ? std::min(half, cols) : cols;
+    const int end = innerRow ? std::max(begin, cols - half) : cols;
+    if (begin < end) {
+#if defined(__x86_64__)
+      if (Ipg_UseAvx2())
+        InnerBoundsAvx2(in, cols, r, half, begin, end, bounds.Low.data(), bounds.High.data());
+      else
+#endif
+        InnerBoundsPlain(in, cols, r, half, begin, end, bounds.Low.data(), bounds.High.data());
+    }
+    const double* line = in + At(0, r, cols);
+    double* target = out + At(0, r, cols);
+    const auto border = [&](int c) {
+      target[c] = StrictExtremum(line[c], OthersOf(in, cols, rows, c, r, half)) ? squeezed(c, r, line[c]) : line[c];
+    };
+    for (int c = 0; c < begin; ++c)
+      border(c);
+    // Inner pixels: the extrema listed first, without a branch on each pixel.
+    int* extrema = bounds.Extrema.data();
+    int count = 0;
+    for (int c = begin; c < end; ++c) {
+      const double v = line[c];
+      target[c] = v;
+      extrema[count] = c;
+      count += (v > bounds.High[static_cast<std::size_t>(c)]) | (v < bounds.Low[static_cast<std::size_t>(c)]);
+    }
+    for (int k = 0; k < count; ++k)
+      target[extrema[k]] = squeezed(extrema[k], r, line[extrema[k]]);
+    for (int c = std::max(begin, end); c < cols; ++c)
+      border(c);
+  });
+}
+
+} // namespace
+
+void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
+{
+  SqueezeRows(in, out, cols, rows, half, [&](int c, int r, double) {
+    const Others o = OthersOf(in, cols, rows, c, r, half);
+    return o.Sum / o.Count;
+  });
+}
+
+void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
+{
+  SqueezeRows(in, out, cols, rows, half, [&](int c, int r, double) {
+    const Others o = OthersOf(in, cols, rows, c, r, half);
+    const double m = o.Sum / o.Count;
+    double spread = 0.0;
+    for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
+      for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x)
+        if (x != c || y != r)
+          spread += (in[At(x, y, cols)] - m) * (in[At(x, y, cols)] - m);
+    const double s2 = spread / o.Count;
+    if (s2 <= 0.0)
+      return m;
+    double weighted = 0.0, weights = 0.0;
+    for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
+      for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
+        if (x == c && y == r)
+          continue;
+        const double d = in[At(x, y, cols)] - m;
+        const double w = std::exp(-d * d / (2.0 * s2));
+        weighted += w * in[At(x, y, cols)];
+        weights += w;
+      }
+    return weights > 0.0 ? weighted / weights : m;
+  });
+}
+
+void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2,
+                    Ipg_SpeckleBuffers* buffers)
+{
+  Ipg_SpeckleBuffers local;
+  Ipg_SpeckleBuffers& b = buffers != nullptr ? *buffers : local;
+  const Ipg_WindowTables& area = b.TablesFor(in, cols, rows);
+  const double limit = factor * factor * cu2;
+  SqueezeRows(in, out, cols, rows, 1, [&](int c, int r, double v) {
+    // The largest homogeneous window, 3x3 at least.
+    double count = 0.0, sum = 0.0, squares = 0.0;
+    area.Window(c, r, 1, count, sum, squares);
+    for (int h = 2; h <= maxHalf; ++h) {
+      double n = 0.0, s = 0.0, q = 0.0;
+      area.Window(c, r, h, n, s, q);
+      const double mean = s / n;
+      const double variance = std::max(0.0, q / n - mean * mean);
+      if (mean <= 0.0 || variance > limit * mean * mean)
+        break;
+      count = n;
+      sum = s;
+    }
+    return count > 1.0 ? (sum - v) / (count - 1.0) : v;
+  });
+  b.Release();
+}
