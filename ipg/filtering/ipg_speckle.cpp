@@ -293,6 +293,7 @@ bool IPG_FILTER_PROCESSING::ADespeckling()
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelDespeckling, "ADespeckling", side},
                            [half = side / 2, dt, &buffers](const double* in, double* out, int cols, int rows) {
                              // The speckle level and the coefficients share the window moments.
+                             buffers.KeepMoments = true;
                              const double cu2 = Ipg_SpeckleCu2(in, cols, rows, half, &buffers);
                              Ipg_DpadPass(in, out, cols, rows, half, dt, cu2, &buffers);
                            });

@@ -150,6 +150,37 @@ void SqueezeRows(const double* in, double* out, int cols, int rows, int half, Sq
   });
 }
 
+// WSBF's value for a pixel whose window lies inside the image: the sums of
+// the clipped version in the same order, without the clipping.
+double InnerWeightedSqueeze(const double* in, int cols, int col, int row, int half)
+{
+  const int side = 2 * half + 1;
+  const double* corner = in + At(col - half, row - half, cols);
+  const auto each = [&](auto visit) {
+    for (int y = 0; y < side; ++y)
+      for (int x = 0; x < side; ++x)
+        if (x != half || y != half)
+          visit(corner[static_cast<std::ptrdiff_t>(y) * cols + x]);
+  };
+  double sum = 0.0;
+  each([&](double v) { sum += v; });
+  const int count = side * side - 1;
+  const double m = sum / count;
+  double spread = 0.0;
+  each([&](double v) { spread += (v - m) * (v - m); });
+  const double s2 = spread / count;
+  if (s2 <= 0.0)
+    return m;
+  double weighted = 0.0, weights = 0.0;
+  each([&](double v) {
+    const double d = v - m;
+    const double w = std::exp(-d * d / (2.0 * s2));
+    weighted += w * v;
+    weights += w;
+  });
+  return weights > 0.0 ? weighted / weights : m;
+}
+
 } // namespace
 
 void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
@@ -163,6 +194,8 @@ void Ipg_SbfPass(const double* in, double* out, int cols, int rows, int half)
 void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
 {
   SqueezeRows(in, out, cols, rows, half, [&](int c, int r, double) {
+    if (c >= half && r >= half && c + half < cols && r + half < rows)
+      return InnerWeightedSqueeze(in, cols, c, r, half);
     const Others o = OthersOf(in, cols, rows, c, r, half);
     const double m = o.Sum / o.Count;
     double spread = 0.0;

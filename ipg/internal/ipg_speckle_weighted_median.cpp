@@ -145,7 +145,9 @@ void AwmfRowPlain(const AwmfJob& job, int row, Cells& cells, std::vector<long lo
 double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight, Ipg_SpeckleBuffers* buffers)
 {
   Ipg_SpeckleBuffers local;
-  const double typical = Ipg_MedianLocalRatio(in, cols, rows, half, 1, buffers != nullptr ? *buffers : local);
+  Ipg_SpeckleBuffers& b = buffers != nullptr ? *buffers : local;
+  b.KeepMoments = true; // for the pass
+  const double typical = Ipg_MedianLocalRatio(in, cols, rows, half, 1, b);
   const double farthest = half * std::sqrt(2.0);
   if (typical <= 0.0 || farthest <= 0.0)
     return 0.0;

@@ -161,9 +161,14 @@ void Ipg_LocalMomentsInto(const double* in, int cols, int rows, int half, Ipg_Sp
 
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers)
 {
-  Ipg_LocalMomentsInto(in, cols, rows, half, buffers);
-  const std::size_t n = buffers.Mean.size();
-  buffers.Coefficient.resize(n);
+  buffers.Tables.Build(in, cols, rows);
+  buffers.TablesOf = in;
+  const std::size_t n = static_cast<std::size_t>(std::max(0, cols)) * static_cast<std::size_t>(std::max(0, rows));
+  const bool keep = buffers.KeepMoments;
+  if (keep) {
+    buffers.Mean.resize(n);
+    buffers.Variance.resize(n);
+  }
   if (n == 0)
     return 0.0;
   const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kMomentWork);
@@ -171,25 +176,33 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     std::vector<double>& ratios = buffers.BandRatios[band];
     ratios.clear();
-    const std::size_t first = static_cast<std::size_t>(begin) * static_cast<std::size_t>(cols);
-    const std::size_t last = static_cast<std::size_t>(end) * static_cast<std::size_t>(cols);
-    const double* mean = buffers.Mean.data();
-    const double* variance = buffers.Variance.data();
-    double* ratio = buffers.Coefficient.data();
-    if (power == 2)
-      for (std::size_t i = first; i < last; ++i)
-        ratio[i] = variance[i] / (mean[i] * mean[i]);
-    else
-      for (std::size_t i = first; i < last; ++i)
-        ratio[i] = variance[i] / mean[i];
-    for (std::size_t i = first; i < last; ++i)
-      if (mean[i] > 0.0)
-        ratios.push_back(ratio[i]);
+    std::vector<double> line(3 * static_cast<std::size_t>(cols)); // ratio, and mean and variance unless kept
+    for (unsigned r = begin; r < end; ++r) {
+      const std::size_t at = static_cast<std::size_t>(r) * static_cast<std::size_t>(cols);
+      double* ratio = line.data();
+      double* mean = keep ? buffers.Mean.data() + at : ratio + cols;
+      double* variance = keep ? buffers.Variance.data() + at : ratio + 2 * cols;
+      buffers.Tables.RowMoments(static_cast<int>(r), half, mean, variance);
+      if (power == 2)
+        for (int c = 0; c < cols; ++c)
+          ratio[c] = variance[c] / (mean[c] * mean[c]);
+      else
+        for (int c = 0; c < cols; ++c)
+          ratio[c] = variance[c] / mean[c];
+      for (int c = 0; c < cols; ++c)
+        if (mean[c] > 0.0)
+          ratios.push_back(ratio[c]);
+    }
   });
-  buffers.Ratios.clear();
-  for (const std::vector<double>& ratios : buffers.BandRatios)
-    buffers.Ratios.insert(buffers.Ratios.end(), ratios.begin(), ratios.end());
-  return Ipg_MiddleElement(buffers.Ratios, buffers.Keys);
+  if (keep) {
+    buffers.MomentsOf = in;
+    buffers.MomentsHalf = half;
+  }
+  // The bands' lists one after the other: the pixels in row-major order.
+  std::vector<double>& ratios = buffers.BandRatios[0];
+  for (std::size_t band = 1; band < bands.Count; ++band)
+    ratios.insert(ratios.end(), buffers.BandRatios[band].begin(), buffers.BandRatios[band].end());
+  return Ipg_MiddleElement(ratios, buffers.Keys);
 }
 
 const Ipg_WindowTables& Ipg_SpeckleBuffers::TablesFor(const double* in, int cols, int rows)

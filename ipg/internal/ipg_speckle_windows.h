@@ -56,12 +56,12 @@ struct Ipg_SpeckleBuffers {
   std::vector<double> Variance; // another
   std::vector<double> Coefficient;
   std::vector<std::vector<double>> BandRatios; // one list per band
-  std::vector<double> Ratios;
   std::vector<unsigned long long> Keys;
   std::vector<double> Padded;
   std::vector<Ipg_SpeckleBand> Bands;
   // Tables are those of TablesOf (null: of no image yet); Mean and Variance hold the windows of MomentsHalf around every pixel of
   // MomentsOf, as Ipg_MedianLocalRatio left them; a pass that uses them resets these.
+  bool KeepMoments = false; // whether Ipg_MedianLocalRatio leaves its moments for the pass
   const double* TablesOf = nullptr;
   const double* MomentsOf = nullptr;
   int MomentsHalf = -1;
@@ -84,7 +84,8 @@ void Ipg_LocalMomentsInto(const double* in, int cols, int rows, int half, Ipg_Sp
 
 // Median over the pixels whose local mean m (windows of half size) is positive
 // of variance / m^power (power 1 or 2), the pixels taken in row-major order.
-// Leaves the moments in buffers.Mean and Variance.
+// Builds buffers.Tables on in; leaves the moments in buffers.Mean and Variance
+// when buffers.KeepMoments.
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers);
 
 // Rows of a pass that reads one image and writes another, in parallel bands:

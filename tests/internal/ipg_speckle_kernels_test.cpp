@@ -332,6 +332,7 @@ Pass FastSrad(double dt)
 Pass FastDpad(int half, double dt)
 {
   return [=, buffers = std::make_shared<Ipg_SpeckleBuffers>()](const double* in, double* out, int cols, int rows) {
+    buffers->KeepMoments = true;
     const double cu2 = Ipg_SpeckleCu2(in, cols, rows, half, buffers.get());
     Ipg_DpadPass(in, out, cols, rows, half, dt, cu2, buffers.get());
   };
