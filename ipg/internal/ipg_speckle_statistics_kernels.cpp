@@ -5,11 +5,13 @@
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
+#include "ipg/internal/ipg_speckle_windows.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -17,6 +19,8 @@ namespace {
 constexpr double kNinth = 1.0 / 9.0;
 // Half-width of the windows the sigma filter estimates the speckle level on (5x5).
 constexpr int kSpeckleHalf = 2;
+// A sigma filter pixel costs about this many plain copies.
+constexpr std::size_t kSigmaWork = 32;
 
 // Mean and population variance of the 3x3 neighbourhood around work[idx].
 template <typename T>
@@ -243,36 +247,150 @@ void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan s
     }
 }
 
+namespace {
+
+// The similar neighbours of the inner pixels [begin, end) of row: count and
+// sum of the usable pixels of the window (without the centre) within
+// tolerance of the centre. usable holds the grey levels inside the ROI and
+// NaN elsewhere, which no test passes. The values are whole numbers far below
+// 2^53, so their sum is exact in any order: the same sum as the listing's.
+[[gnu::always_inline]] inline void SimilarBody(const double* levels, const double* usable, int cols, int row, int half,
+                                               int begin, int end, const double* tolerance, double* sum, double* count)
+{
+  const double* centre = levels + static_cast<std::ptrdiff_t>(row) * cols;
+  const auto load = [](const double* p, Lanes4d& v) { std::memcpy(&v, p, sizeof v); };
+  int c = begin;
+  for (; c + kLeeLanes <= end; c += kLeeLanes) { // four pixels at a time
+    Lanes4d middle, limit, total = {}, similar = {};
+    load(centre + c, middle);
+    load(tolerance + c, limit);
+    const Lanes4d zero = {}, one = zero + 1.0;
+    for (int dy = -half; dy <= half; ++dy)
+      for (int dx = -half; dx <= half; ++dx) {
+        if (dy == 0 && dx == 0)
+          continue;
+        Lanes4d level;
+        load(usable + static_cast<std::ptrdiff_t>(row + dy) * cols + dx + c, level);
+        const Lanes4d distance = level - middle;
+        const auto near = (distance <= limit) & (-distance <= limit); // |distance| <= limit, false for NaN
+        total += near ? level : zero;
+        similar += near ? one : zero;
+      }
+    std::memcpy(sum + c, &total, sizeof total);
+    std::memcpy(count + c, &similar, sizeof similar);
+  }
+  for (; c < end; ++c) {
+    double total = 0.0, similar = 0.0;
+    for (int dy = -half; dy <= half; ++dy)
+      for (int dx = -half; dx <= half; ++dx) {
+        const double level = usable[static_cast<std::ptrdiff_t>(row + dy) * cols + dx + c];
+        if ((dy != 0 || dx != 0) && std::fabs(level - centre[c]) <= tolerance[c]) {
+          total += level;
+          similar += 1.0;
+        }
+      }
+    sum[c] = total;
+    count[c] = similar;
+  }
+}
+
+void SimilarPlain(const double* levels, const double* usable, int cols, int row, int half, int begin, int end,
+                  const double* tolerance, double* sum, double* count)
+{
+  SimilarBody(levels, usable, cols, row, half, begin, end, tolerance, sum, count);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void SimilarAvx2(const double* levels, const double* usable, int cols, int row, int half,
+                                         int begin, int end, const double* tolerance, double* sum, double* count)
+{
+  SimilarBody(levels, usable, cols, row, half, begin, end, tolerance, sum, count);
+}
+#endif
+
+struct SigmaRow {
+  std::vector<double> Tolerance, Sum, Count;
+};
+
+} // namespace
+
 void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, const Ipg_RoiRows& roi, int half,
                          int fewest, double range)
 {
   const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
   std::vector<int> pixels(n);
-  for (std::size_t i = 0; i < n; ++i)
+  std::vector<double> levels(n);          // the pixels as reals
+  std::vector<unsigned char> eligible(n); // grey levels inside roi
+  std::vector<double> usable(n);          // their levels, NaN elsewhere
+  for (std::size_t i = 0; i < n; ++i) {
     pixels[i] = Ipg_RoundToNearest(in[i]);
-  const double cu = std::sqrt(Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf));
+    levels[i] = pixels[i];
+  }
   for (int row = 0; row < rows; ++row)
+    for (int col = 0; col < cols; ++col)
+    {
+      const std::size_t at = At(col, row, cols);
+      eligible[at] = Ipg_IsGreyLevel(pixels[at]) && roi.Inside(col, row);
+      usable[at] = eligible[at] != 0 ? levels[at] : NAN;
+    }
+  const double cu = std::sqrt(Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf));
+  const auto toleranceOf = [&](int reference) {
+    return Ipg_TruncateTowardZero<double>(std::lround(range * cu * std::fabs(static_cast<double>(reference))));
+  };
+  // A grey level inside roi takes the mean of itself and its similar
+  // neighbours, or, with too few of them, that of its 8 neighbours in in.
+  const auto finish = [&](std::size_t at, int col, int row, double sum, int similar) {
+    double impulseMean = 0.0;
+    if (similar >= fewest)
+      out[at] = (pixels[at] + sum) / (similar + 1);
+    else if (NeighbourMean(in, cols, rows, col, row, impulseMean))
+      out[at] = impulseMean; // too few look alike: an impulse
+  };
+  const auto clipped = [&](int col, int row) {
+    const std::size_t at = At(col, row, cols);
+    const int reference = pixels[at];
+    const int tolerance = toleranceOf(reference);
+    double sum = 0.0;
+    int similar = 0;
+    for (int y = std::max(0, row - half); y <= std::min(rows - 1, row + half); ++y)
+      for (int x = std::max(0, col - half); x <= std::min(cols - 1, col + half); ++x)
+        if ((x != col || y != row) && eligible[At(x, y, cols)] != 0 &&
+            std::labs(static_cast<long>(pixels[At(x, y, cols)]) - reference) <= tolerance) {
+          sum += pixels[At(x, y, cols)];
+          ++similar;
+        }
+    finish(at, col, row, sum, similar);
+  };
+  Ipg_SpeckleRowsInBands<SigmaRow>(cols, rows, kSigmaWork, [&](int row, SigmaRow& line) {
+    for (int col = 0; col < cols; ++col)
+      out[At(col, row, cols)] = in[At(col, row, cols)];
+    const bool innerRow = half > 0 && row >= half && row + half < rows;
+    const int begin = innerRow ? std::min(half, cols) : cols, end = innerRow ? std::max(begin, cols - half) : cols;
+    if (begin < end) {
+      line.Tolerance.resize(static_cast<std::size_t>(cols));
+      line.Sum.resize(static_cast<std::size_t>(cols));
+      line.Count.resize(static_cast<std::size_t>(cols));
+      for (int col = begin; col < end; ++col)
+        line.Tolerance[static_cast<std::size_t>(col)] = toleranceOf(pixels[At(col, row, cols)]);
+#if defined(__x86_64__)
+      if (Ipg_UseAvx2())
+        SimilarAvx2(levels.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(), line.Sum.data(),
+                    line.Count.data());
+      else
+#endif
+        SimilarPlain(levels.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(),
+                     line.Sum.data(), line.Count.data());
+    }
     for (int col = 0; col < cols; ++col) {
       const std::size_t at = At(col, row, cols);
-      out[at] = in[at];
-      if (Ipg_IsMark(pixels[at]) || !roi.Inside(col, row))
+      if (eligible[at] == 0)
         continue;
-      const int reference = pixels[at];
-      const double level = std::fabs(static_cast<double>(reference));
-      const int tolerance = Ipg_TruncateTowardZero<double>(std::lround(range * cu * level));
-      double sum = reference; // the pixel heads its own list
-      int similar = 0;
-      for (int y = row - half; y <= row + half; ++y)
-        for (int x = col - half; x <= col + half; ++x)
-          if ((x != col || y != row) && x >= 0 && y >= 0 && x < cols && y < rows && Ipg_IsGreyLevel(pixels[At(x, y, cols)]) &&
-              roi.Inside(x, y) && std::labs(static_cast<long>(pixels[At(x, y, cols)]) - reference) <= tolerance) {
-            sum += pixels[At(x, y, cols)];
-            ++similar;
-          }
-      double impulseMean = 0.0;
-      if (similar >= fewest)
-        out[at] = sum / (similar + 1);
-      else if (NeighbourMean(in, cols, rows, col, row, impulseMean))
-        out[at] = impulseMean; // too few look alike: an impulse
+      if (col < begin || col >= end) {
+        clipped(col, row);
+        continue;
+      }
+      const std::size_t k = static_cast<std::size_t>(col);
+      finish(at, col, row, line.Sum[k], static_cast<int>(line.Count[k]));
     }
+  });
 }

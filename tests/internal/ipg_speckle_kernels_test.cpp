@@ -5,6 +5,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/filtering/ipg_filter_processing.h"
 #include "ipg/framework/ipg_threads.h"
+#include "ipg/internal/ipg_kernel_images.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_frame.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
@@ -321,6 +322,46 @@ Pass AdaptiveMedian(int maxHalf)
   };
 }
 
+Pass Sigma(const DCM_STRUCT* roiImage, int half, int fewest, double range)
+{
+  return [=, roi = Ipg_RoiRowsOf(roiImage)](const double* in, double* out, int cols, int rows) {
+    std::vector<int> p(static_cast<std::size_t>(cols) * rows);
+    for (std::size_t i = 0; i < p.size(); ++i)
+      p[i] = static_cast<int>(std::lround(in[i])); // the frame's values are within int
+    const double cu = std::sqrt(MedianRatio(in, cols, rows, 2, 2));
+    const auto usable = [&](int x, int y) { return p[At(x, y, cols)] <= 16777216 && roi.Inside(x, y); };
+    for (int r = 0; r < rows; ++r)
+      for (int c = 0; c < cols; ++c) {
+        out[At(c, r, cols)] = in[At(c, r, cols)];
+        if (!usable(c, r))
+          continue;
+        const int reference = p[At(c, r, cols)];
+        const long tolerance = std::lround(range * cu * std::fabs(double(reference)));
+        double sum = reference, neighbours = 0.0;
+        int similar = 0, around = 0;
+        for (int y = std::max(0, r - half); y <= std::min(rows - 1, r + half); ++y)
+          for (int x = std::max(0, c - half); x <= std::min(cols - 1, c + half); ++x) {
+            if (x == c && y == r)
+              continue;
+            if (usable(x, y) && std::labs(long(p[At(x, y, cols)]) - reference) <= tolerance) {
+              sum += p[At(x, y, cols)];
+              ++similar;
+            }
+          }
+        for (int y = std::max(0, r - 1); y <= std::min(rows - 1, r + 1); ++y)
+          for (int x = std::max(0, c - 1); x <= std::min(cols - 1, c + 1); ++x)
+            if (x != c || y != r) {
+              neighbours += in[At(x, y, cols)];
+              ++around;
+            }
+        if (similar >= fewest)
+          out[At(c, r, cols)] = sum / (similar + 1);
+        else if (around > 0)
+          out[At(c, r, cols)] = neighbours / around;
+      }
+  };
+}
+
 // The kernels as the filters call them, buffers kept from pass to pass.
 Pass FastSrad(double dt)
 {
@@ -371,7 +412,7 @@ struct Filter {
   Pass Fast; // when the filter is a single kernel call
 };
 
-std::vector<Filter> Filters()
+std::vector<Filter> Filters(const DCM_STRUCT* roi = nullptr)
 {
   using F = IPG_FILTER_PROCESSING;
   return {
@@ -392,6 +433,10 @@ std::vector<Filter> Filters()
       {7, 0, 0.0, &F::SBF, Squeeze(3, false), [](auto... a) { Ipg_SbfPass(a..., 3); }},
       {7, 0, 0.0, &F::Filtre_Impuls, AdaptiveMedian(3), [](auto... a) { Ipg_AdaptiveMedianPass(a..., 3); }},
       {3, 0, 0.0, &F::Filtre_Impuls, AdaptiveMedian(1), [](auto... a) { Ipg_AdaptiveMedianPass(a..., 1); }},
+      {5, 3, 2.0, &F::AdaptativeDenoise, Sigma(roi, 2, 3, 2.0),
+       [roi = Ipg_RoiRowsOf(roi)](auto... a) { Ipg_SigmaFilterPass(a..., roi, 2, 3, 2.0); }},
+      {3, 6, 0.5, &F::AdaptativeDenoise, Sigma(roi, 1, 6, 0.5),
+       [roi = Ipg_RoiRowsOf(roi)](auto... a) { Ipg_SigmaFilterPass(a..., roi, 1, 6, 0.5); }},
   };
 }
 
@@ -436,7 +481,7 @@ TEST(SpeckleKernels, FastPassesGiveThePlainPassesPixels)
     DCM_STRUCT* mask = run.WithRoi ? roi.get() : nullptr;
     Ipg_SetNumThreads(run.Threads);
     Ipg_SetSimdEnabled(run.Simd);
-    for (const Filter& filter : Filters()) {
+    for (const Filter& filter : Filters(mask)) {
       SCOPED_TRACE(testing::Message() << run.Cols << "x" << run.Rows << " params " << filter.First << ","
                                       << filter.Second << "," << filter.Real << " threads " << run.Threads);
       const int iterations = run.Cols * run.Rows > 4000 ? 2 : 3;
