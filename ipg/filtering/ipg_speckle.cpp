@@ -11,6 +11,7 @@
 #include "ipg/internal/ipg_kernel_images.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_selected_moments.h"
 #include "ipg/internal/ipg_speckle_frame.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
@@ -109,19 +110,28 @@ bool IPG_FILTER_PROCESSING::KuanFilter()
     return false;
   const std::size_t size = ImaIn->Data->GetSize();
   const int* src = ImaIn->Data->GetIDataAddress();
-  const std::vector<int> work(src, src + size);
+  // The input is read as it was: a copy of it when the output is the input.
+  const bool inPlace = ImaOut->Data->GetIDataAddress() == src;
+  const std::vector<int> work = inPlace ? std::vector<int>(src, src + size) : std::vector<int>();
   Ipg_CopyPixelsInto(src, size, ImaOut);
 
   const int passes = std::max(0, NbIter);
   if (!Ipg_FilterPassesInRange(passes))
     return false;
   Ipg_KernelImages images = Ipg_KernelImagesOf(ImaIn, ImaOut, nullptr);
-  images.In = work.data();
+  images.In = inPlace ? work.data() : src;
   Ipg_Progress progress(kLabelKuan, passes);
   for (int pass = 1; pass <= passes; ++pass) {
-    // The work array is never updated, so every pass gives the same pixels;
-    // hosts count on the pass count only for the progress they show.
-    Ipg_KuanRows(images, {0, images.Rows});
+    // The work array is never updated, so every pass gives the same pixels:
+    // the first computes them; hosts count on the pass count only for the
+    // progress they show.
+    if (pass == 1) {
+      const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(std::max(0, images.Rows)),
+                                                static_cast<std::size_t>(std::max(0, images.Cols)) * 8);
+      Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned end) {
+        Ipg_KuanRows(images, {static_cast<int>(begin), static_cast<int>(end)});
+      });
+    }
     progress.Step(std::to_string(pass));
     if (Ipg_StopRequested())
       return false;

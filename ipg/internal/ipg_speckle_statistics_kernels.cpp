@@ -22,27 +22,6 @@ constexpr int kSpeckleHalf = 2;
 // A sigma filter pixel costs about this many plain copies.
 constexpr std::size_t kSigmaWork = 32;
 
-// Mean and population variance of the 3x3 neighbourhood around work[idx].
-template <typename T>
-void LocalMoments3x3(const T* work, std::size_t idx, int cols, double& mean, double& variance)
-{
-  double values[9];
-  int k = 0;
-  for (int dy = -1; dy <= 1; ++dy) {
-    const T* line = work + idx + static_cast<std::ptrdiff_t>(dy) * cols;
-    for (int dx = -1; dx <= 1; ++dx)
-      values[k++] = static_cast<double>(line[dx]);
-  }
-  double sum = 0.0;
-  for (double v : values)
-    sum += v;
-  mean = sum * kNinth;
-  double squares = 0.0;
-  for (double v : values)
-    squares += (v - mean) * (v - mean);
-  variance = kNinth * squares;
-}
-
 // The distances of the cells of a 5x5 window to its centre: sqrt of 0, 1, 2, 4, 5, 8.
 constexpr int kFrostDistances = 6;
 const double kFrostDistance[kFrostDistances] = {0.0, 1.0, std::sqrt(2.0), 2.0, std::sqrt(5.0), std::sqrt(8.0)};
@@ -108,7 +87,7 @@ bool NeighbourMean(const double* in, int cols, int rows, int col, int row, doubl
 namespace {
 
 // Lee's update of work[idx], on one pixel or (T a vector) on a lane per pixel:
-// the operations of LocalMoments3x3, LeeWeight and the blend in the same order.
+// the 3x3 moments, the weight and the blend in the order of a per-pixel loop.
 template <typename T>
 [[gnu::always_inline]] inline void LeeValue(const T (&window)[9], const T& centre, double noiseVariance, T& updated)
 {
@@ -216,17 +195,86 @@ void Ipg_LeePass(double* work, int cols, int rows, double noiseVariance)
   LeePassPlain(work, cols, rows, noiseVariance);
 }
 
+namespace {
+
+// Kuan's value from the 3x3 window of a pixel, on one pixel or (T a vector)
+// on a lane per pixel: the 3x3 moments and the blend in the order of a
+// per-pixel loop.
+template <typename T>
+[[gnu::always_inline]] inline void KuanValue(const T (&window)[9], const T& centre, T& updated)
+{
+  const T zero{};
+  T sum = zero;
+  for (int k = 0; k < 9; ++k)
+    sum = sum + window[k];
+  const T mean = sum * kNinth;
+  T squares = zero;
+  for (int k = 0; k < 9; ++k)
+    squares = squares + (window[k] - mean) * (window[k] - mean);
+  const T variance = kNinth * squares;
+  // Unclipped, as existing results were computed; a flat neighbourhood keeps its mean.
+  const T w = variance > zero ? 0.5 * (1.0 - mean / variance) : zero;
+  updated = (1.0 - w) * mean + w * centre;
+}
+
+using Lanes4i = int __attribute__((vector_size(16)));
+
+[[gnu::always_inline]] inline void KuanRowBody(const Ipg_KernelImages& images, int row)
+{
+  const int cols = images.Cols;
+  int col = 1;
+  for (; col + kLeeLanes <= cols - 1; col += kLeeLanes) { // four pixels at a time
+    const int* first = images.In + images.At(col, row);
+    Lanes4d window[9], centre, updated;
+    for (int dy = -1, k = 0; dy <= 1; ++dy)
+      for (int dx = -1; dx <= 1; ++dx, ++k) {
+        Lanes4i values;
+        std::memcpy(&values, first + static_cast<std::ptrdiff_t>(dy) * cols + dx, sizeof values);
+        window[k] = __builtin_convertvector(values, Lanes4d);
+      }
+    centre = window[4];
+    KuanValue(window, centre, updated);
+    // Truncated toward zero as Ipg_TruncateTowardZero does: clamped to the int range, NaN to 0.
+    Lanes4d clamped = updated >= 2147483647.0 ? Lanes4d{} + 2147483647.0 : updated;
+    clamped = clamped <= -2147483648.0 ? Lanes4d{} - 2147483648.0 : clamped;
+    clamped = updated == updated ? clamped : Lanes4d{};
+    const Lanes4i values = __builtin_convertvector(clamped, Lanes4i);
+    const std::size_t at = images.At(col, row);
+    if (at + kLeeLanes <= images.OutSize)
+      std::memcpy(images.Out + at, &values, sizeof values);
+    else
+      for (int i = 0; i < kLeeLanes; ++i)
+        images.Write(at + static_cast<std::size_t>(i), values[i]);
+  }
+  for (; col < cols - 1; ++col) {
+    const std::size_t idx = images.At(col, row);
+    double window[9];
+    for (int dy = -1, k = 0; dy <= 1; ++dy)
+      for (int dx = -1; dx <= 1; ++dx, ++k)
+        window[k] = images.In[idx + static_cast<std::ptrdiff_t>(dy) * cols + dx];
+    double updated = 0.0;
+    KuanValue(window, window[4], updated);
+    images.Write(idx, Ipg_TruncateTowardZero<double>(updated));
+  }
+}
+
+void KuanRowPlain(const Ipg_KernelImages& images, int row) { KuanRowBody(images, row); }
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void KuanRowAvx2(const Ipg_KernelImages& images, int row) { KuanRowBody(images, row); }
+#endif
+
+} // namespace
+
 void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
 {
+#if defined(__x86_64__)
+  const auto kuanRow = Ipg_UseAvx2() ? KuanRowAvx2 : KuanRowPlain;
+#else
+  const auto kuanRow = KuanRowPlain;
+#endif
   for (int row = std::max(span.Begin, 1); row < std::min(span.End, images.Rows - 1); ++row)
-    for (int col = 1; col < images.Cols - 1; ++col) {
-      const std::size_t idx = images.At(col, row);
-      double mean = 0.0, variance = 0.0;
-      LocalMoments3x3(images.In, idx, images.Cols, mean, variance);
-      // Unclipped, as existing results were computed; a flat neighbourhood keeps its mean.
-      const double w = variance > 0.0 ? 0.5 * (1.0 - mean / variance) : 0.0;
-      images.Write(idx, Ipg_TruncateTowardZero<double>((1.0 - w) * mean + w * images.In[idx]));
-    }
+    kuanRow(images, row);
 }
 
 void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan span)
