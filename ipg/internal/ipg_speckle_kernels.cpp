@@ -23,6 +23,10 @@ std::size_t At(int col, int row, int cols)
 }
 
 struct NoScratch {};
+// The diffusion steps cost little per pixel, and a job makes a pass after
+// another, each waking the threads: they split only images large enough for
+// a band to outweigh the wake-up.
+constexpr std::size_t kStepWork = 1;
 constexpr std::size_t kWindowWork = 16; // a window statistic per pixel
 
 // Window sums of the values and their squares from summed-area tables: any
@@ -96,7 +100,7 @@ void DiffusionStep(const double* in, double* out, int cols, int rows, const std:
 {
   const double* c = coefficient.data();
   const std::size_t stride = static_cast<std::size_t>(cols);
-  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
+  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kStepWork, [&](int r, NoScratch&) {
     const bool innerRow = r > 0 && r + 1 < rows;
     for (int col = 0; col < cols; ++col) {
       if (innerRow && col == 1) {
@@ -244,7 +248,7 @@ void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, 
   b.Release();
   std::vector<double>& c = b.Coefficient;
   c.resize(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
-  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) { SradRow(in, c.data(), cols, rows, r, q0sq); });
+  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kStepWork, [&](int r, NoScratch&) { SradRow(in, c.data(), cols, rows, r, q0sq); });
   DiffusionStep(in, out, cols, rows, c, dt);
 }
 
@@ -260,7 +264,7 @@ void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, d
   c.resize(b.Mean.size());
   const double* mean = b.Mean.data();
   const double* variance = b.Variance.data();
-  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, 4, [&](int r, NoScratch&) {
+  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kStepWork, [&](int r, NoScratch&) {
     for (std::size_t i = At(0, r, cols); i < At(0, r + 1, cols); ++i) {
       const double ci2 = variance[i] / (mean[i] * mean[i]);
       const double kuan = std::clamp((1.0 + 1.0 / ci2) / (1.0 + 1.0 / cu2), 0.0, 1.0);

@@ -10,8 +10,9 @@
 
 namespace {
 
-// A band of rows per thread once a row costs about this many plain copies per pixel.
-constexpr std::size_t kMomentWork = 8;
+// A band of rows per thread once a row costs about this many plain copies per
+// pixel: little, since the passes of a job each wake the threads.
+constexpr std::size_t kMomentWork = 1;
 
 } // namespace
 
