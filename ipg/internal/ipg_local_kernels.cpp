@@ -2,9 +2,12 @@
 #include "ipg/internal/ipg_local_kernels.h"
 
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
@@ -138,6 +141,59 @@ void Ipg_ShearedEdgeRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
     }
 }
 
+namespace {
+
+using Lanes4d = double __attribute__((vector_size(32)));
+using Lanes4l = long long __attribute__((vector_size(32)));
+using Lanes4i = int __attribute__((vector_size(16)));
+constexpr int kNagaoLanes = 4;
+
+// NagaoPixel for the four pixels from idx on, a lane each: per lane the same
+// sums in the same order, the same choice of region. Reads In only, so the
+// output must be another buffer. means[i] gets the chosen region's mean,
+// found[i] whether a region without a mark was found.
+[[gnu::always_inline]] inline void NagaoLanesBody(const int* src, std::size_t idx, int cols, double* means, long long* found)
+{
+  static const std::vector<Region> regions = NagaoRegions();
+  const Lanes4l none = {};
+  Lanes4l anyFound = none;
+  Lanes4d best = {}, chosen = {};
+  for (const Region& region : regions) {
+    Lanes4d sum = {}, sumSquares = {};
+    Lanes4l marked = none;
+    for (const Offset& o : region) {
+      Lanes4i raw;
+      std::memcpy(&raw, src + idx + static_cast<std::ptrdiff_t>(o.dy) * cols + o.dx, sizeof raw);
+      const Lanes4d p = __builtin_convertvector(raw, Lanes4d);
+      marked |= __builtin_convertvector(raw > kIpgMaxGrey, Lanes4l);
+      sum += p;
+      sumSquares += p * p;
+    }
+    const double n = static_cast<double>(region.size());
+    const Lanes4d variance = sumSquares / n - (sum / n) * (sum / n);
+    const Lanes4l take = (marked == none) & ((anyFound == none) | (variance < best));
+    best = take ? variance : best;
+    chosen = take ? sum / n : chosen;
+    anyFound |= marked == none;
+  }
+  std::memcpy(means, &chosen, sizeof chosen);
+  std::memcpy(found, &anyFound, sizeof anyFound);
+}
+
+void NagaoLanesPlain(const int* src, std::size_t idx, int cols, double* means, long long* found)
+{
+  NagaoLanesBody(src, idx, cols, means, found);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void NagaoLanesAvx2(const int* src, std::size_t idx, int cols, double* means, long long* found)
+{
+  NagaoLanesBody(src, idx, cols, means, found);
+}
+#endif
+
+} // namespace
+
 // Nagao-Matsuyama edge-preserving smoothing (M. Nagao and T. Matsuyama, "Edge
 // preserving smoothing", Computer Graphics and Image Processing 9, 1979,
 // pp. 394-407). Every pixel at least two pixels from the edge takes the mean,
@@ -145,18 +201,51 @@ void Ipg_ShearedEdgeRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
 // have the least variance; ties go to the first region in the order square, N,
 // NW, E, NE, S, SE, W, SW. A region holding a marked pixel (above 16777216)
 // takes no part; when all of them do, or the pixel is marked or outside the
-// ROI, the input value is copied.
+// ROI, the input value is copied. Into another buffer, four pixels at a time
+// in bands of rows; in place, one after the other, as later pixels then see
+// the earlier ones' results.
 void Ipg_NagaoRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
 {
   const Ipg_RowSpan rows = ShearedRows(images, span);
-  for (int row = rows.Begin; row < rows.End; ++row)
-    for (int col = 2; col < images.Cols - 2; ++col) {
-      const std::size_t idx = images.At(col, row);
-      int value = images.In[idx];
-      if (images.InsideRoi(col, row) && !Ipg_IsMark(value))
-        value = NagaoPixel(images.In, idx, images.Cols, value);
-      images.Write(idx, value);
+  const auto pixel = [&](int col, int row) {
+    const std::size_t idx = images.At(col, row);
+    int value = images.In[idx];
+    if (images.InsideRoi(col, row) && !Ipg_IsMark(value))
+      value = NagaoPixel(images.In, idx, images.Cols, value);
+    images.Write(idx, value);
+  };
+  if (images.In == images.Out || rows.Begin >= rows.End) {
+    for (int row = rows.Begin; row < rows.End; ++row)
+      for (int col = 2; col < images.Cols - 2; ++col)
+        pixel(col, row);
+    return;
+  }
+#if defined(__x86_64__)
+  const auto lanes = Ipg_UseAvx2() ? NagaoLanesAvx2 : NagaoLanesPlain;
+#else
+  const auto lanes = NagaoLanesPlain;
+#endif
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows.End - rows.Begin),
+                                            static_cast<std::size_t>(std::max(0, images.Cols)) * 32);
+  Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned end) {
+    for (int row = rows.Begin + static_cast<int>(begin); row < rows.Begin + static_cast<int>(end); ++row) {
+      int col = 2;
+      for (; col + kNagaoLanes <= images.Cols - 2; col += kNagaoLanes) {
+        double means[kNagaoLanes];
+        long long found[kNagaoLanes];
+        lanes(images.In, images.At(col, row), images.Cols, means, found);
+        for (int i = 0; i < kNagaoLanes; ++i) {
+          const std::size_t idx = images.At(col + i, row);
+          int value = images.In[idx];
+          if (images.InsideRoi(col + i, row) && !Ipg_IsMark(value) && found[i] != 0)
+            value = Ipg_TruncateTowardZero<double>(means[i]);
+          images.Write(idx, value);
+        }
+      }
+      for (; col < images.Cols - 2; ++col)
+        pixel(col, row);
     }
+  });
 }
 
 Ipg_Chi2Kernel::Ipg_Chi2Kernel(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& support)
