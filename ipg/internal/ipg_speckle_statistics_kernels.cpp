@@ -48,8 +48,10 @@ int FrostPixel(const int* work, std::ptrdiff_t w, int cols, double damping, cons
   // The 25 cells lie at six distinct distances: one exponential each, the
   // very values a call per cell gives.
   double byDistance[kFrostDistances];
-  for (int d = 0; d < kFrostDistances; ++d)
-    byDistance[d] = std::exp(-damping * spread * kFrostDistance[d]);
+  for (int d = 0; d < kFrostDistances; ++d) {
+    const double exponent = -damping * spread * kFrostDistance[d];
+    byDistance[d] = exponent == 0.0 ? 1.0 : std::exp(exponent); // exp(+-0) is exactly 1
+  }
   double weighted = 0.0, weights = 0.0;
   for (int k = 0; k < 25; ++k) {
     const double weight = byDistance[distanceClass[k]];
@@ -287,12 +289,28 @@ void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan s
       const int squared = (i - 2) * (i - 2) + (j - 2) * (j - 2);
       distanceClass[j * 5 + i] = squared == 8 ? 5 : squared == 5 ? 4 : squared == 4 ? 3 : squared;
     }
+  // A pixel's window reaches two rows up and down and, on its own row, the
+  // value just written to its left: each row is one chain of dependent
+  // pixels. Rows are taken kFrostRowsInFlight at a time, each kFrostLag
+  // columns behind the row above, the upper first at every step: a pixel then
+  // finds the rows above final as far as its window reaches and the rows below
+  // untouched, exactly as row by row, while the chains of the rows overlap.
+  constexpr int kFrostRowsInFlight = 8;
+  constexpr int kFrostLag = 5;
   int* work = images.Out;
-  for (int row = std::max(span.Begin, 2); row < std::min(span.End, images.Rows - 2); ++row)
-    for (int col = 2; col < images.Cols - 2; ++col) {
-      const std::ptrdiff_t w = static_cast<std::ptrdiff_t>(row) * images.Cols + col - 1;
-      work[w] = FrostPixel(work, w, images.Cols, damping, distanceClass);
-    }
+  const int cols = images.Cols;
+  const int last = std::min(span.End, images.Rows - 2);
+  for (int first = std::max(span.Begin, 2); first < last; first += kFrostRowsInFlight) {
+    const int count = std::min(kFrostRowsInFlight, last - first);
+    for (int step = 0; step < cols - 4 + kFrostLag * (count - 1); ++step)
+      for (int i = 0; i < count; ++i) {
+        const int col = 2 + step - kFrostLag * i;
+        if (col < 2 || col >= cols - 2)
+          continue;
+        const std::ptrdiff_t w = static_cast<std::ptrdiff_t>(first + i) * cols + col - 1;
+        work[w] = FrostPixel(work, w, cols, damping, distanceClass);
+      }
+  }
 }
 
 namespace {

@@ -67,4 +67,50 @@ TEST(SpeckleStatisticsKernels, KuanGivesThePlainPixelsAtAnyThreadCount)
   Ipg_SetSimdEnabled(true);
 }
 
+// Frost in place, pixel after pixel, row after row: each visited (col, row)
+// writes (col - 1, row) from the sheared 5x5 window of runs starting at
+// w + dr (cols - 1) - 2.
+std::vector<int> PlainFrost(const DCM_STRUCT& in, double damping)
+{
+  const int cols = static_cast<int>(in.GetNbOfCols()), rows = static_cast<int>(in.GetNbOfRows());
+  std::vector<int> work(in.Data->GetIDataAddress(), in.Data->GetIDataAddress() + in.Data->GetSize());
+  for (int r = 2; r < rows - 2; ++r)
+    for (int c = 2; c < cols - 2; ++c) {
+      const std::ptrdiff_t w = static_cast<std::ptrdiff_t>(r) * cols + c - 1;
+      double values[25], sum = 0.0, squares = 0.0, weighted = 0.0, weights = 0.0;
+      for (int dr = -2, k = 0; dr <= 2; ++dr)
+        for (int i = 0; i < 5; ++i, ++k)
+          sum += values[k] = work[static_cast<std::size_t>(w + dr * cols - dr - 2 + i)];
+      const double mean = sum * 0.04;
+      for (double v : values)
+        squares += (v - mean) * (v - mean);
+      const double spread = mean != 0.0 ? squares * 0.04 / (mean * mean) : 0.0;
+      for (int dr = -2, k = 0; dr <= 2; ++dr)
+        for (int i = -2; i <= 2; ++i, ++k) {
+          const double weight = std::exp(-damping * spread * std::sqrt(static_cast<double>(dr * dr + i * i)));
+          weighted += weight * values[k];
+          weights += weight;
+        }
+      work[static_cast<std::size_t>(w)] = static_cast<int>(std::trunc(weighted / weights));
+    }
+  return work;
+}
+
+TEST(SpeckleStatisticsKernels, FrostGivesThePixelByPixelValues)
+{
+  std::mt19937 random(4);
+  std::exponential_distribution<double> speckle(1.0 / 500.0);
+  for (const auto& [cols, rows] : {std::pair{5u, 5u}, std::pair{9u, 8u}, std::pair{67u, 41u}}) {
+    auto in = TestImage(cols, rows).Each([&](unsigned, unsigned) { return static_cast<int>(speckle(random)); }).Build();
+    for (const double damping : {1.0, 0.3}) {
+      DCM_STRUCT out(cols, rows);
+      IPG_FILTER_PROCESSING op(in.get());
+      op.SetImaOut(&out);
+      op.SetAdaptatifFiltreParameters(0, 0, damping);
+      ASSERT_TRUE(op.FrostFilter());
+      EXPECT_EQ(PixelsOf(out), PlainFrost(*in, damping)) << cols << "x" << rows;
+    }
+  }
+}
+
 } // namespace
