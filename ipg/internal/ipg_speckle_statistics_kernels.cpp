@@ -385,19 +385,14 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
 {
   const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
   std::vector<int> pixels(n);
-  std::vector<double> levels(n);          // the pixels as reals
   std::vector<unsigned char> eligible(n); // grey levels inside roi
   std::vector<double> usable(n);          // their levels, NaN elsewhere
-  for (std::size_t i = 0; i < n; ++i) {
-    pixels[i] = Ipg_RoundToNearest(in[i]);
-    levels[i] = pixels[i];
-  }
   for (int row = 0; row < rows; ++row)
-    for (int col = 0; col < cols; ++col)
-    {
+    for (int col = 0; col < cols; ++col) {
       const std::size_t at = At(col, row, cols);
+      pixels[at] = Ipg_RoundToNearest(in[at]);
       eligible[at] = Ipg_IsGreyLevel(pixels[at]) && roi.Inside(col, row);
-      usable[at] = eligible[at] != 0 ? levels[at] : NAN;
+      usable[at] = eligible[at] != 0 ? pixels[at] : NAN;
     }
   const double cu = std::sqrt(Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf));
   const auto toleranceOf = [&](int reference) {
@@ -436,15 +431,17 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
       line.Tolerance.resize(static_cast<std::size_t>(cols));
       line.Sum.resize(static_cast<std::size_t>(cols));
       line.Count.resize(static_cast<std::size_t>(cols));
+      // The centres are read from usable too: those that are not are never filtered.
       for (int col = begin; col < end; ++col)
-        line.Tolerance[static_cast<std::size_t>(col)] = toleranceOf(pixels[At(col, row, cols)]);
+        line.Tolerance[static_cast<std::size_t>(col)] =
+            eligible[At(col, row, cols)] != 0 ? toleranceOf(pixels[At(col, row, cols)]) : 0.0;
 #if defined(__x86_64__)
       if (Ipg_UseAvx2())
-        SimilarAvx2(levels.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(), line.Sum.data(),
+        SimilarAvx2(usable.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(), line.Sum.data(),
                     line.Count.data());
       else
 #endif
-        SimilarPlain(levels.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(),
+        SimilarPlain(usable.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(),
                      line.Sum.data(), line.Count.data());
     }
     for (int col = 0; col < cols; ++col) {
