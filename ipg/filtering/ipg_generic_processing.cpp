@@ -48,15 +48,11 @@ void ForSquareIndex(unsigned cols, unsigned rows, std::size_t size, F visit)
 // that is the plain row-major order, every pixel once, so rows can go to bands;
 // on any other shape positions repeat or are missed and the walk stays serial.
 
-// Every level (all within [mn, mx]) divided by divisor (> 0), toward zero. A
-// narrow range goes through a table of quotients; otherwise the quotient of two
-// doubles, which truncates to the integer quotient for every 32-bit level.
-void DivideLevels(int* pixels, unsigned cols, unsigned rows, std::size_t size, int mn, int mx, int divisor)
+// Quotients toward zero by divisor (> 0) of the levels mn..mx, when the range
+// is narrow enough for a table; empty otherwise (the quotient of two doubles
+// then truncates to the integer quotient for every 32-bit level).
+std::vector<int> QuotientTable(int mn, int mx, int divisor)
 {
-  if (cols != rows) {
-    ForSquareIndex(cols, rows, size, [&](std::size_t k, unsigned, unsigned) { pixels[k] /= divisor; });
-    return;
-  }
   constexpr long long kLargestTable = 1 << 16;
   std::vector<int> quotients;
   if (static_cast<long long>(mx) - mn < kLargestTable) {
@@ -64,17 +60,46 @@ void DivideLevels(int* pixels, unsigned cols, unsigned rows, std::size_t size, i
     for (std::size_t i = 0; i < quotients.size(); ++i)
       quotients[i] = static_cast<int>((mn + static_cast<long long>(i)) / divisor);
   }
+  return quotients;
+}
+
+// Every level of a square image (all within [mn, mx]) divided by divisor (> 0)
+// toward zero and, when bins is not empty, counted at its quotient less
+// bins' first level firstBin, in the same pass.
+void DivideAndCountSquare(int* pixels, unsigned side, int mn, int mx, int divisor, int firstBin,
+                          std::vector<int>& bins)
+{
+  const std::vector<int> quotients = QuotientTable(mn, mx, divisor);
   const double d = divisor;
-  Ipg_RunBands(Ipg_SplitRows(rows, cols), [&](unsigned, unsigned begin, unsigned end) {
-    const std::size_t first = std::size_t{begin} * cols, last = std::size_t{end} * cols;
-    if (!quotients.empty()) {
-      for (std::size_t k = first; k < last; ++k)
-        pixels[k] = quotients[static_cast<std::size_t>(static_cast<long long>(pixels[k]) - mn)];
-      return;
+  auto divideRange = [&](std::size_t first, std::size_t last, int* counts) {
+    for (std::size_t k = first; k < last; ++k) {
+      const int q = quotients.empty() ? static_cast<int>(pixels[k] / d)
+                                      : quotients[static_cast<std::size_t>(static_cast<long long>(pixels[k]) - mn)];
+      pixels[k] = q;
+      if (counts != nullptr)
+        ++counts[static_cast<std::size_t>(static_cast<long long>(q) - firstBin)];
     }
-    for (std::size_t k = first; k < last; ++k)
-      pixels[k] = static_cast<int>(pixels[k] / d);
+  };
+  constexpr std::size_t kLargestBandCopy = std::size_t{1} << 16; // bins each band may hold privately
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(side, side);
+  const std::size_t pixelCount = std::size_t{side} * side;
+  if (bins.empty()) {
+    Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned end) {
+      divideRange(std::size_t{begin} * side, std::size_t{end} * side, nullptr);
+    });
+    return;
+  }
+  if (bands.Count == 1 || bins.size() > kLargestBandCopy) {
+    divideRange(0, pixelCount, bins.data());
+    return;
+  }
+  std::vector<std::vector<int>> perBand(bands.Count, std::vector<int>(bins.size(), 0));
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    divideRange(std::size_t{begin} * side, std::size_t{end} * side, perBand[band].data());
   });
+  for (const std::vector<int>& band : perBand)
+    for (std::size_t i = 0; i < bins.size(); ++i)
+      bins[i] += band[i];
 }
 
 // Counts of the levels mn..mn + bins.size() - 1 (a level outside [mn, mx] counts as 0).
@@ -378,6 +403,63 @@ int IPG_GENERIC_PROCESSING::Resample()
   return FinishOutput();
 }
 
+namespace {
+
+// Otsu brings the grey levels into about 0..255 by dividing them; callers read
+// the divided input back.
+int OtsuDivisor(const DCM_DATA& in) { return in.GetMax() > 256 ? in.GetMax() / 256 + 1 : 1; }
+
+// Zeroed bins for the levels mn..mx; false when there are none or too many (as
+// IPG_HISTO: a far negative outlier must not zero-fill gigabytes of bins).
+bool AllocateBins(int mn, int mx, std::vector<int>& bins)
+{
+  const long long binCount = static_cast<long long>(mx) - mn + 1;
+  if (binCount <= 0 || binCount > (1LL << 25))
+    return false;
+  try {
+    bins.assign(static_cast<std::size_t>(binCount), 0);
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
+}
+
+// A square image: every pixel divided once, in row order, and counted in the
+// same pass. Division toward zero keeps the order of levels, so the extremes
+// divide too. The input is divided even when no bins can be made.
+bool DivideAndCountSquareLevels(DCM_DATA& in, std::vector<int>& bins)
+{
+  const int divisor = OtsuDivisor(in);
+  const int mn = in.GetMin(), mx = in.GetMax();
+  const bool haveBins = AllocateBins(mn / divisor, mx / divisor, bins);
+  if (!haveBins)
+    bins.clear();
+  if (divisor > 1 || haveBins)
+    DivideAndCountSquare(in.GetIDataAddress(), in.GetNbOfCols(), mn, mx, divisor, mn / divisor, bins);
+  in.SetMin(mn / divisor);
+  in.SetMax(mx / divisor);
+  return haveBins;
+}
+
+// Any other shape: the row * rows + col walk divides some pixels twice and
+// misses others, so the extremes are measured again before counting.
+bool DivideAndCountWalkedLevels(DCM_DATA& in, std::vector<int>& bins)
+{
+  const unsigned cols = in.GetNbOfCols(), rows = in.GetNbOfRows();
+  int* pixels = in.GetIDataAddress();
+  const int divisor = OtsuDivisor(in);
+  if (divisor > 1) {
+    ForSquareIndex(cols, rows, in.GetSize(), [&](std::size_t k, unsigned, unsigned) { pixels[k] /= divisor; });
+    Ipg_MeasureExtremes(in);
+  }
+  if (!AllocateBins(in.GetMin(), in.GetMax(), bins))
+    return false;
+  CountLevels(pixels, cols, rows, in.GetSize(), in.GetMin(), in.GetMax(), bins);
+  return true;
+}
+
+} // namespace
+
 double IPG_GENERIC_PROCESSING::sig(int k, double meanTotal, int cols, int rows, int* bins)
 {
   const double pixels = static_cast<double>(cols) * rows;
@@ -400,31 +482,10 @@ int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
   const unsigned rows = in.GetNbOfRows();
   int* pixels = in.GetIDataAddress();
   Ipg_MeasureExtremes(in);
-  if (in.GetMax() > 256) {
-    // Brings the grey levels into about 0..255; callers read the divided input back.
-    const int divisor = in.GetMax() / 256 + 1;
-    DivideLevels(pixels, cols, rows, in.GetSize(), in.GetMin(), in.GetMax(), divisor);
-    if (cols == rows) { // every pixel divided once; division toward zero keeps the order of levels
-      in.SetMin(in.GetMin() / divisor);
-      in.SetMax(in.GetMax() / divisor);
-    } else { // the walk divided some pixels twice and missed others
-      Ipg_MeasureExtremes(in);
-    }
-  }
-  const int mn = in.GetMin();
-  const int mx = in.GetMax();
-  const long long binCount = static_cast<long long>(mx) - mn + 1;
-  // As IPG_HISTO: a far negative outlier must not zero-fill gigabytes of bins.
-  if (binCount <= 0 || binCount > (1LL << 25))
-    return 0;
   std::vector<int> bins;
-  try {
-    bins.assign(static_cast<std::size_t>(binCount), 0);
-  } catch (const std::bad_alloc&) {
+  const bool counted = cols == rows ? DivideAndCountSquareLevels(in, bins) : DivideAndCountWalkedLevels(in, bins);
+  if (!counted)
     return 0;
-  }
-  CountLevels(pixels, cols, rows, in.GetSize(), mn, mx, bins);
-
   const double pixelCount = static_cast<double>(cols) * rows;
   double weightedTotal = 0.0;
   for (std::size_t i = 0; i < bins.size(); ++i)

@@ -122,6 +122,44 @@ TEST(PointKernel, MatchesAPlainPerPixelWalkAcrossPrecisions)
   EXPECT_EQ(got.Max, expected.Data->GetMax());
 }
 
+// Otsu on a square image read plainly: the levels divided in place toward zero
+// by max / 256 + 1 when the maximum is above 256, counted from the minimum, the
+// cut after the bin of the best score, the levels above it set inside the ROI.
+std::vector<int> PlainOtsu(DCM_DATA& in, const DCM_STRUCT* roi)
+{
+  int* levels = in.GetIDataAddress();
+  const std::size_t n = in.GetSize();
+  int mx = *std::max_element(levels, levels + n);
+  const int divisor = mx > 256 ? mx / 256 + 1 : 1;
+  for (std::size_t k = 0; k < n; ++k)
+    levels[k] /= divisor;
+  const int mn = *std::min_element(levels, levels + n);
+  mx = *std::max_element(levels, levels + n);
+  std::vector<double> bins(static_cast<std::size_t>(mx - mn + 1), 0.0);
+  for (std::size_t k = 0; k < n; ++k)
+    ++bins[static_cast<std::size_t>(levels[k] - mn)];
+  double total = 0.0, count = 0.0, weighted = 0.0, best = 0.0;
+  for (std::size_t i = 0; i < bins.size(); ++i)
+    total += static_cast<double>(i) * bins[i];
+  int cut = 0;
+  for (std::size_t i = 0; i < bins.size(); ++i) {
+    count += bins[i];
+    weighted += static_cast<double>(i) * bins[i];
+    const double omega = count / n, gap = total / n * omega - weighted / n;
+    const double score = omega == 0.0 || omega == 1.0 ? 0.0 : gap * gap / ((1.0 - omega) * omega);
+    if (score > best) {
+      best = score;
+      cut = static_cast<int>(i);
+    }
+  }
+  std::vector<int> out(n);
+  for (std::size_t k = 0; k < n; ++k) {
+    const bool inside = roi == nullptr || roi->Data->GetIDataAddress()[k] == kRoiInside;
+    out[k] = levels[k] > cut && inside ? 16777216 : 0;
+  }
+  return out;
+}
+
 // Otsu (on a square and a non-square image, whose walk stays serial), the
 // thresholds and the band clipping: the same output, extremes and divided
 // input at any thread count, with and without SIMD.
@@ -151,6 +189,13 @@ TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
         const auto one = run(1, false);
         EXPECT_EQ(run(2, true), one);
         EXPECT_EQ(run(7, true), one);
+        if (code == 404 && rows == kCols) {
+          std::mt19937 random(3);
+          auto in = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return int(random() % 5000); }).Build();
+          auto roi = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return random() % 3 ? kRoiInside : 0; }).Build();
+          EXPECT_EQ(std::get<1>(one), PlainOtsu(*in->Data, withRoi ? roi.get() : nullptr));
+          EXPECT_EQ(std::get<4>(one), PixelsOf(*in));
+        }
       }
 }
 
