@@ -252,22 +252,61 @@ struct BoxNoiseBand {
   b.Squares += squares;
 }
 
-// Interior rows [begin, end) of a cols-wide image (cols >= 3): the box mean of
-// each interior pixel into box[], then the noise terms against it.
-[[gnu::always_inline]] inline void BoxNoiseRows(const int* pixels, unsigned cols, unsigned rows, unsigned begin,
-                                                unsigned end, int* column, int* box, BoxNoiseBand& b)
+// The noise terms of an interior row against the box means of its column sums.
+// Every level of the three rows is in the box range: none is a mark and every
+// term is exact (below 2^44), so no pixel needs a test.
+[[gnu::always_inline]] inline void AddInRangeNoise(const int* here, const int* column, unsigned cols,
+                                                   BoxNoiseBand& b)
 {
+  for (unsigned from = 1; from + 1 < cols; from += kNoiseRun) {
+    const unsigned to = std::min(cols - 1, from + kNoiseRun);
+    std::uint64_t signal = 0, noise = 0;
+    for (unsigned col = from; col < to; ++col) {
+      const int level = static_cast<int>(static_cast<float>(column[col - 1] + column[col] + column[col + 1]) / 9.0f);
+      const int gap = here[col] - level;
+      signal += static_cast<std::uint64_t>(std::int64_t{level} * level);
+      noise += static_cast<std::uint64_t>(std::int64_t{gap} * gap);
+    }
+    b.Signal.Add(signal);
+    b.Noise.Add(noise);
+  }
+}
+
+// Interior rows [begin, end) of a cols-wide image (cols >= 3): the column sums
+// of each row, then its noise terms against their box means.
+[[gnu::always_inline]] inline bool OutsideBoxRange(int level)
+{
+  return static_cast<unsigned>(level) + static_cast<unsigned>(kBoxLevelLimit) > 2u * kBoxLevelLimit;
+}
+
+[[gnu::always_inline]] inline bool RowOutsideBoxRange(const int* row, unsigned cols)
+{
+  int outside = 0;
+  for (unsigned col = 0; col < cols; ++col)
+    outside |= static_cast<int>(OutsideBoxRange(row[col]));
+  return outside != 0;
+}
+
+[[gnu::always_inline]] inline void BoxNoiseRows(const int* pixels, unsigned cols, unsigned rows, unsigned begin,
+                                                unsigned end, int* column, BoxNoiseBand& b)
+{
+  // Each row's range is tested once, as it enters the window from below.
+  if (begin < end && (RowOutsideBoxRange(pixels + std::size_t{begin - 1} * cols, cols) ||
+                      RowOutsideBoxRange(pixels + std::size_t{begin} * cols, cols))) {
+    b.InRange = false;
+    return;
+  }
   for (unsigned row = begin; row < end; ++row) {
     const int* above = pixels + std::size_t{row - 1} * cols;
     const int* here = above + cols;
     const int* below = here + cols;
     int outside = 0;
     for (unsigned col = 0; col < cols; ++col) {
-      const int a = above[col], h = here[col], w = below[col];
+      const int w = below[col];
       // Added without overflow: a row holding a level out of range is dropped.
-      column[col] = static_cast<int>(static_cast<unsigned>(a) + static_cast<unsigned>(h) + static_cast<unsigned>(w));
-      outside |= static_cast<int>((a < -kBoxLevelLimit) | (a > kBoxLevelLimit) | (h < -kBoxLevelLimit) |
-                                  (h > kBoxLevelLimit) | (w < -kBoxLevelLimit) | (w > kBoxLevelLimit));
+      column[col] = static_cast<int>(static_cast<unsigned>(above[col]) + static_cast<unsigned>(here[col]) +
+                                     static_cast<unsigned>(w));
+      outside |= static_cast<int>(OutsideBoxRange(w));
     }
     if (outside != 0) {
       b.InRange = false;
@@ -278,27 +317,21 @@ struct BoxNoiseBand {
     AddRowLevels(here, cols, b.Levels);
     if (row + 2 == rows)
       AddRowLevels(below, cols, b.Levels);
-    for (unsigned col = 1; col + 1 < cols; ++col)
-      box[col] = static_cast<int>(static_cast<float>(column[col - 1] + column[col] + column[col + 1]) / 9.0f);
-    for (unsigned from = 1; from + 1 < cols; from += kNoiseRun) {
-      const NoiseRunSums sums = NoiseRun(here, box, from, std::min(cols - 1, from + kNoiseRun));
-      b.Signal.Add(sums.Signal);
-      b.Noise.Add(sums.Noise);
-    }
+    AddInRangeNoise(here, column, cols, b);
   }
 }
 
 void BoxNoiseRowsPlain(const int* pixels, unsigned cols, unsigned rows, unsigned begin, unsigned end, int* column,
-                       int* box, BoxNoiseBand& b)
+                       BoxNoiseBand& b)
 {
-  BoxNoiseRows(pixels, cols, rows, begin, end, column, box, b);
+  BoxNoiseRows(pixels, cols, rows, begin, end, column, b);
 }
 
 #if defined(__x86_64__)
 [[gnu::target("avx2")]] void BoxNoiseRowsAvx2(const int* pixels, unsigned cols, unsigned rows, unsigned begin,
-                                              unsigned end, int* column, int* box, BoxNoiseBand& b)
+                                              unsigned end, int* column, BoxNoiseBand& b)
 {
-  BoxNoiseRows(pixels, cols, rows, begin, end, column, box, b);
+  BoxNoiseRows(pixels, cols, rows, begin, end, column, b);
 }
 #endif
 
@@ -313,15 +346,14 @@ bool Ipg_BoxNoiseSums(const DCM_DATA& in, double& signal, double& noise, IPG_SEL
   std::vector<BoxNoiseBand> perBand(bands.Count);
   const bool avx2 = Ipg_UseAvx2();
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    std::vector<int> column(cols), box(cols);
+    std::vector<int> column(cols);
 #if defined(__x86_64__)
     if (avx2) {
-      BoxNoiseRowsAvx2(in.GetIDataAddress(), cols, rows, begin + 1, end + 1, column.data(), box.data(),
-                       perBand[band]);
+      BoxNoiseRowsAvx2(in.GetIDataAddress(), cols, rows, begin + 1, end + 1, column.data(), perBand[band]);
       return;
     }
 #endif
-    BoxNoiseRowsPlain(in.GetIDataAddress(), cols, rows, begin + 1, end + 1, column.data(), box.data(), perBand[band]);
+    BoxNoiseRowsPlain(in.GetIDataAddress(), cols, rows, begin + 1, end + 1, column.data(), perBand[band]);
   });
   std::vector<SelectedBand> levelBands;
   for (const BoxNoiseBand& b : perBand) {

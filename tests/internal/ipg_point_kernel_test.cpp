@@ -199,6 +199,41 @@ TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
       }
 }
 
+// The signal-to-noise ratio of the basic statistics, read plainly: the image
+// smoothed by the 3x3 box filter, then s^2 and (v - s)^2 summed exactly over
+// the interior. Levels from 12 bits to the edge of the one-walk range, on
+// images small enough for the sums to stay exact in double precision.
+TEST(PointKernel, BoxNoiseRatioEqualsThePlainReading)
+{
+  struct Case {
+    int High;
+    unsigned Cols, Rows;
+  };
+  for (const Case c : {Case{4095, 301, 97}, Case{70000, 301, 97}, Case{1864135, 41, 37}}) {
+    std::mt19937 random(static_cast<unsigned>(c.High));
+    std::uniform_int_distribution<int> level(-c.High, c.High);
+    auto in = TestImage(c.Cols, c.Rows).Each([&](unsigned, unsigned) { return level(random); }).Build();
+    DCM_STRUCT smoothed(*in, false, -1, -1);
+    IPG_FILTER_PROCESSING filter(in.get());
+    filter.SetImaOut(&smoothed);
+    filter.SetDefinedFilter(0);
+    filter.SetMode(302);
+    filter.SetTools(500);
+    ASSERT_TRUE(filter.Apply());
+    std::uint64_t signal = 0, noise = 0;
+    for (unsigned row = 1; row + 1 < c.Rows; ++row)
+      for (unsigned col = 1; col + 1 < c.Cols; ++col) {
+        const std::int64_t s = smoothed.Data->GetValue(col, row), gap = in->Data->GetValue(col, row) - s;
+        signal += static_cast<std::uint64_t>(s * s);
+        noise += static_cast<std::uint64_t>(gap * gap);
+      }
+    IPG_STATISTIC1 op(in.get());
+    op.SetTools(6);
+    op.Apply();
+    EXPECT_EQ(op.GetSNR(), std::sqrt(static_cast<double>(signal) / static_cast<double>(noise))) << c.High;
+  }
+}
+
 // The banded integer sums of the statistics equal the pixel-by-pixel double sums.
 // Small levels take the banded sums, large ones (squares beyond 2^53) the
 // serial loops.
