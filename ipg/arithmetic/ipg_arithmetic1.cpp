@@ -108,7 +108,30 @@ bool IPG_ARITHMETIC1::ApplyPointOperation(F compute, Guard guard, const char* no
 bool IPG_ARITHMETIC1::AddConstant()
 {
   const double p = Variable;
+  if (ImaIn != nullptr && ImaOut != nullptr && ImaIn->Data->GetPrecision() <= 1 && ImaOut->Data->GetPrecision() <= 1 &&
+      std::fabs(p) <= kIpgMaxGrey && p == std::trunc(p))
+    return AddWholeConstant(static_cast<int>(p));
   return ApplyPointOperation([p](double v) { return v + p; }, Guard::OverRange, kIpgMsgNoOutput);
+}
+
+// The sum of an unscaled level and a whole constant, without reals: eight
+// pixels per instruction instead of four, the same values. A sum above the
+// largest grey level keeps the level; one below INT_MIN stores INT_MIN, as
+// the real path's conversion does.
+bool IPG_ARITHMETIC1::AddWholeConstant(int p)
+{
+  const int highest = kIpgMaxGrey - p;                     // the largest level whose sum is accepted
+  const int lowest = p < 0 ? INT_MIN - p : INT_MIN;        // below it the sum leaves the int range
+  const auto cols = static_cast<unsigned short>(ImaIn->Data->GetNbOfCols());
+  const auto rows = static_cast<unsigned short>(ImaIn->Data->GetNbOfRows());
+  if (rows == 0 || cols == 0)
+    return ApplyModeToOutImage();
+  const IPG_WRITTEN written =
+      Ipg_MapPixels(*ImaIn->Data, Roi, *ImaOut->Data, cols, rows, [p, highest, lowest](int v, bool inside) {
+        const int sum = v < lowest ? INT_MIN : static_cast<int>(static_cast<unsigned>(v) + static_cast<unsigned>(p));
+        return inside && v <= highest ? sum : v;
+      });
+  return written.WholeOutput ? Ipg_ApplyModeToImage(ImaOut, Mode, written.Extremes) : ApplyModeToOutImage();
 }
 
 bool IPG_ARITHMETIC1::MultiplyConstant()

@@ -44,6 +44,7 @@ private:
   enum class Guard { OverRange, None };
   template <typename F>
   bool ApplyPointOperation(F compute, Guard guard, const char* noOutputMessage);
+  bool AddWholeConstant(int p);
 
   float Variable = 200.0f;
 };

@@ -92,6 +92,29 @@ TEST(PointKernel, EveryCodeGivesTheSamePixelsAndExtremesAtAnyThreadCountAndWithS
   }
 }
 
+// Whole constants take an integer path: the plain sum in reals, kept where it
+// passes the largest grey level, stored as SetValue(double) stores it.
+TEST(PointKernel, WholeConstantsAddAsReals)
+{
+  auto in = RandomImage(13, -3000, 3000);
+  int* levels = in->Data->GetIDataAddress();
+  const int edges[] = {INT_MAX, INT_MIN + 5, 16777216, 16777116, 16777117, -16777216, 33554432, -2147483000};
+  for (std::size_t k = 0; k < std::size(edges); ++k)
+    levels[200 + 3 * k] = edges[k];
+  auto roi = RandomRoi(14);
+  for (float p : {100.0f, -700.0f, 16777216.0f, -16777216.0f, 0.0f})
+    for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()}) {
+      std::vector<int> expected(in->Data->GetSize());
+      for (std::size_t k = 0; k < expected.size(); ++k) {
+        const double sum = levels[k] + static_cast<double>(p);
+        const bool inside = mask == nullptr || mask->Data->GetIDataAddress()[k] == kRoiInside;
+        expected[k] = DCM_DATA::ToRaw(inside && sum <= 16777216 ? sum : levels[k], 1);
+      }
+      for (int threads : {1, 7})
+        EXPECT_EQ(RunCode(200, *in, mask, 302, p, threads).Pixels, expected) << p << ", " << threads << " threads";
+    }
+}
+
 TEST(PointKernel, MatchesAPlainPerPixelWalkAcrossPrecisions)
 {
   auto in = RandomImage(11, -300000, 300000);
