@@ -301,20 +301,33 @@ struct BoxNoiseBand {
     const int* here = above + cols;
     const int* below = here + cols;
     int outside = 0;
+    // The moments of the row in the same loop: here is in range (tested as it
+    // entered), so its squares are exact.
+    int mn = b.Levels.Extremes.Min, mx = b.Levels.Extremes.Max;
+    std::int64_t sum = 0;
+    std::uint64_t squares = 0;
     for (unsigned col = 0; col < cols; ++col) {
-      const int w = below[col];
+      const int h = here[col], w = below[col];
       // Added without overflow: a row holding a level out of range is dropped.
-      column[col] = static_cast<int>(static_cast<unsigned>(above[col]) + static_cast<unsigned>(here[col]) +
+      column[col] = static_cast<int>(static_cast<unsigned>(above[col]) + static_cast<unsigned>(h) +
                                      static_cast<unsigned>(w));
       outside |= static_cast<int>(OutsideBoxRange(w));
+      mn = std::min(mn, h);
+      mx = std::max(mx, h);
+      sum += h;
+      squares += static_cast<std::uint64_t>(std::int64_t{h} * h);
     }
     if (outside != 0) {
       b.InRange = false;
       return;
     }
+    b.Levels.Extremes.Min = mn;
+    b.Levels.Extremes.Max = mx;
+    b.Levels.Count += cols;
+    b.Levels.Sum += sum;
+    b.Levels.Squares += squares;
     if (row == 1)
       AddRowLevels(above, cols, b.Levels);
-    AddRowLevels(here, cols, b.Levels);
     if (row + 2 == rows)
       AddRowLevels(below, cols, b.Levels);
     AddInRangeNoise(here, column, cols, b);
