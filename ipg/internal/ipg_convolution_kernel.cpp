@@ -165,8 +165,11 @@ struct RowScratch {
   const Ipg_KernelImages& images = plan.Images;
   const int cols = images.Cols, hy = plan.Taps.HalfY;
   int* vertical = scratch.Vertical.data();
-  std::fill(vertical, vertical + cols, 0);
-  for (int dy = -hy; dy <= hy; ++dy) {
+  const int* first = images.In + static_cast<std::ptrdiff_t>(row - hy) * cols;
+  const int w0 = plan.Separable.Column[0];
+  for (int c = 0; c < cols; ++c)
+    vertical[c] = first[c] * w0;
+  for (int dy = -hy + 1; dy <= hy; ++dy) {
     const int w = plan.Separable.Column[static_cast<std::size_t>(dy + hy)];
     const int* line = images.In + static_cast<std::ptrdiff_t>(row + dy) * cols;
     if (w == 1) {
@@ -196,33 +199,43 @@ struct RowScratch {
       acc[j] /= pivot; // exact: the kernel's sum times the pivot
 }
 
-// One row without marks in its window: the very operations of WeightedPixel()
-// in the same order for each pixel (exact integer sums where they are exact).
-[[gnu::always_inline]] inline void FastRow(const FastPlan& plan, int row, RowScratch& scratch)
+// The output of one row from its window values value(j) (floats): divided by
+// the norm and truncated, or the centre kept outside the ROI.
+template <typename Value>
+[[gnu::always_inline]] inline void WriteRow(const FastPlan& plan, int row, int width, Value value)
 {
   const Ipg_KernelImages& images = plan.Images;
-  const int hx = plan.Taps.HalfX, width = images.Cols - 2 * hx;
-  float* acc = scratch.Acc.data();
-  if (plan.Exact) {
-    if (plan.Separable.Pivot != 0)
-      AccumulateRowSeparable(plan, row, width, scratch);
-    else
-      AccumulateRowExact(images, plan.Taps, row, width, scratch.IntAcc.data());
-    for (int j = 0; j < width; ++j)
-      acc[j] = static_cast<float>(scratch.IntAcc[static_cast<std::size_t>(j)]);
-  } else {
-    AccumulateRow(images, plan.Taps, row, width, acc);
-  }
+  const int hx = plan.Taps.HalfX;
   const std::size_t start = images.At(hx, row);
   int* out = images.Out + start;
   const int* centre = images.In + start;
   const float norm = plan.Norm;
   if (images.Roi.Pixels == nullptr) {
     for (int j = 0; j < width; ++j)
-      out[j] = Ipg_TruncateTowardZero<double>(acc[j] / norm);
+      out[j] = Ipg_TruncateTowardZero<float>(value(j) / norm);
   } else {
     for (int j = 0; j < width; ++j)
-      out[j] = images.InsideRoi(hx + j, row) ? Ipg_TruncateTowardZero<double>(acc[j] / norm) : centre[j];
+      out[j] = images.InsideRoi(hx + j, row) ? Ipg_TruncateTowardZero<float>(value(j) / norm) : centre[j];
+  }
+}
+
+// One row without marks in its window: the very operations of WeightedPixel()
+// in the same order for each pixel (exact integer sums where they are exact).
+[[gnu::always_inline]] inline void FastRow(const FastPlan& plan, int row, RowScratch& scratch)
+{
+  const Ipg_KernelImages& images = plan.Images;
+  const int width = images.Cols - 2 * plan.Taps.HalfX;
+  if (plan.Exact) {
+    if (plan.Separable.Pivot != 0)
+      AccumulateRowSeparable(plan, row, width, scratch);
+    else
+      AccumulateRowExact(images, plan.Taps, row, width, scratch.IntAcc.data());
+    const int* sums = scratch.IntAcc.data();
+    WriteRow(plan, row, width, [sums](int j) { return static_cast<float>(sums[j]); });
+  } else {
+    float* acc = scratch.Acc.data();
+    AccumulateRow(images, plan.Taps, row, width, acc);
+    WriteRow(plan, row, width, [acc](int j) { return acc[j]; });
   }
 }
 

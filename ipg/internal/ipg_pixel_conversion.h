@@ -11,7 +11,7 @@
 // the precision of the rounding step); pick the one the operator has always had.
 
 // Truncation toward zero, saturating at the 32-bit bounds; NaN gives 0.
-// Real is double or long double: the bounds are compared in that precision.
+// Real is float, double or long double: the bounds are compared in that precision.
 template <typename Real>
 inline int Ipg_TruncateTowardZero(Real v)
 {
@@ -20,6 +20,15 @@ inline int Ipg_TruncateTowardZero(Real v)
     double r = v >= 2147483647.0 ? 2147483647.0 : v;
     r = r <= -2147483648.0 ? -2147483648.0 : r;
     return static_cast<int>(v == v ? r : 0.0);
+  }
+  if constexpr (std::is_same_v<Real, float>) {
+    // The same again, eight to an instruction: no float lies between
+    // INT_MAX and 2^31, so v >= 2^31 is v >= INT_MAX.
+    const bool high = v >= 2147483648.0f;
+    float r = high ? 0.0f : v;
+    r = r <= -2147483648.0f ? -2147483648.0f : r;
+    const int t = static_cast<int>(v == v ? r : 0.0f);
+    return high ? INT_MAX : t;
   }
   if (std::isnan(v))
     return 0;
