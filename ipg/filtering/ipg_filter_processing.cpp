@@ -74,24 +74,6 @@ Ipg_ConvolutionTaps TapsOf(const IPG_FILTER& kernel)
 
 void RecomputeExtremes(DCM_STRUCT* image) { Ipg_MeasureExtremes(*image->Data); }
 
-// Sets the pixels less than hx columns or hy rows from the edge to value.
-void FillFrame(DCM_DATA& data, int hx, int hy, int value)
-{
-  const int cols = static_cast<int>(data.GetNbOfCols()), rows = static_cast<int>(data.GetNbOfRows());
-  int* p = data.GetIDataAddress();
-  for (int row = 0; row < rows; ++row) {
-    int* line = p + static_cast<std::size_t>(row) * cols;
-    if (row < hy || row >= rows - hy || cols <= 2 * hx) {
-      std::fill(line, line + cols, value);
-      continue;
-    }
-    std::fill(line, line + hx, value);
-    std::fill(line + cols - hx, line + cols, value);
-  }
-  data.SetMin(value);
-  data.SetMax(value);
-}
-
 // The output mode after RecomputeExtremes: a mode that only re-measures takes
 // the extremes just measured.
 bool ApplyModeToMeasured(DCM_STRUCT* out, short mode)
@@ -270,8 +252,8 @@ bool IPG_FILTER_PROCESSING::ConvolveInto(const DCM_STRUCT* in, DCM_STRUCT* out, 
   const bool inPlace = in->Data->GetIDataAddress() == out->Data->GetIDataAddress();
   // The fast path writes every pixel of the interior: only the frame needs the
   // border type's value (the extremes are measured at the end).
-  if (fast && sameGeometry && !inPlace && (ImageBorderType == 0 || ImageBorderType == 1 || ImageBorderType == 3))
-    FillFrame(*out->Data, taps.HalfX, taps.HalfY, ImageBorderType == 3 ? kIpgMarginValue : 0);
+  if (fast && sameGeometry && !inPlace)
+    PrepareOutputFrame(out, taps.HalfX, taps.HalfY);
   else
     PrepareOutputBorder(out);
   const Ipg_KernelImages images = Ipg_KernelImagesOf(in, out, Roi);

@@ -41,6 +41,28 @@ bool IPG_FILTER_VIRTUAL::RotateUserFilter(bool direction) const
   return UserFilter != nullptr && UserFilter->RotateFilter(direction);
 }
 
+void IPG_FILTER_VIRTUAL::PrepareOutputFrame(DCM_STRUCT* out, int hx, int hy) const
+{
+  if (out == nullptr || (ImageBorderType != 0 && ImageBorderType != 1 && ImageBorderType != 3))
+    return;
+  // Cleared as Init(0) clears: the raw 0 at any precision.
+  const int value = ImageBorderType == 3 ? kIpgMarginValue : 0;
+  DCM_DATA& data = *out->Data;
+  const int cols = static_cast<int>(data.GetNbOfCols()), rows = static_cast<int>(data.GetNbOfRows());
+  int* p = data.GetIDataAddress();
+  for (int row = 0; row < rows; ++row) {
+    int* line = p + static_cast<std::size_t>(row) * cols;
+    if (row < hy || row >= rows - hy || cols <= 2 * hx) {
+      std::fill(line, line + cols, value);
+      continue;
+    }
+    std::fill(line, line + hx, value);
+    std::fill(line + cols - hx, line + cols, value);
+  }
+  data.SetMin(value);
+  data.SetMax(value);
+}
+
 void IPG_FILTER_VIRTUAL::PrepareOutputBorder(DCM_STRUCT* out) const
 {
   if (out == nullptr)

@@ -43,6 +43,10 @@ protected:
   // Prepares out by the image border type before a neighbourhood operation:
   // 0 or 1 clear it, 3 sets every pixel to 17000000, anything else leaves it.
   void PrepareOutputBorder(DCM_STRUCT* out) const;
+  // The same for a scan that then writes every pixel at least hx columns and hy
+  // rows from the edges: only the frame around them is set (its value becomes
+  // both stored extremes).
+  void PrepareOutputFrame(DCM_STRUCT* out, int hx, int hy) const;
 
   std::unique_ptr<IPG_FILTER> DefineFilter;
   std::unique_ptr<IPG_FILTER> UserFilter;

@@ -185,7 +185,6 @@ int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ip
     return 0;
   if (in == nullptr)
     return 0;
-  PrepareOutputBorder(ImaOut);
   const int sizeX = element->GetSizeX(), sizeY = element->GetSizeY();
   const std::vector<unsigned char> flags = ElementFlags(*element);
   // Under a ROI both scans start at the top grey level: a dilation there never
@@ -197,7 +196,10 @@ int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ip
   if (sizeY <= kRunsTallestRectangle || !Ipg_MorphoIsFullRectangle(flags)) {
     // In place, rows would be read after being written: the scan goes to a copy.
     if (SameGeometry(*in, *ImaOut) && in->Data->GetIDataAddress() != ImaOut->Data->GetIDataAddress()) {
-      // The rows are measured as they are written; only the frame rows are read again.
+      // The scan writes every pixel of the interior: only the frame needs the
+      // border type's value. The rows are measured as they are written; only
+      // the frame rows are read again.
+      PrepareOutputFrame(ImaOut, hx, hy);
       IPG_BAND_EXTREMES seen;
       const bool scanned =
           Ipg_MorphoScanRuns(*in, Roi, flags, sizeX, sizeY, kind, init, ImaOut->Data->GetIDataAddress(), &seen);
@@ -205,11 +207,13 @@ int IPG_MORPHO_PROCESSING::RunScan(const DCM_STRUCT* in, IPG_FILTER* element, Ip
       Ipg_StoreExtremes(*ImaOut->Data, scanned ? hy : 0, scanned ? rows - hy : 0, seen);
       return ApplyModeWithStoredExtremes(ImaOut, Mode);
     } else {
+      PrepareOutputBorder(ImaOut);
       std::vector<int> result(in->Data->GetSize());
       Ipg_MorphoScanRuns(*in, Roi, flags, sizeX, sizeY, kind, init, result.data());
       CopyInterior(result, Cols(*in), Rows(*in), hx, hy, *ImaOut);
     }
   } else {
+    PrepareOutputBorder(ImaOut);
     const Ipg_MorphoField field = Ipg_MorphoPrepare(*in, Roi, kind);
     std::vector<int> result(field.Values.size());
     Ipg_MorphoScanRectangle(field, sizeX, sizeY, kind, init, result.data());
