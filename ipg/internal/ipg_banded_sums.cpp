@@ -300,6 +300,8 @@ struct BoxNoiseBand {
     const int* above = pixels + std::size_t{row - 1} * cols;
     const int* here = above + cols;
     const int* below = here + cols;
+    if (row + 2 < rows) // the row the next window brings in, fetched while this one is computed
+      Ipg_PrefetchRow(below + cols, static_cast<int>(cols));
     int outside = 0;
     // The moments of the row in the same loop: here is in range (tested as it
     // entered), so its squares are exact.

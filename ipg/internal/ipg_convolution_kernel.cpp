@@ -247,6 +247,8 @@ template <typename Value>
   const int hy = plan.Taps.HalfY;
   const Ipg_KernelImages& images = plan.Images;
   for (int row = begin; row < end; ++row) {
+    if (row + hy + 1 < images.Rows) // the row the next window brings in, fetched while this one is computed
+      Ipg_PrefetchRow(images.In + images.At(0, row + hy + 1), images.Cols);
     if (plan.MarkedRowsBefore[static_cast<std::size_t>(row + hy + 1)] != plan.MarkedRowsBefore[static_cast<std::size_t>(row - hy)])
       PlainRow(images, plan.Taps, row);
     else

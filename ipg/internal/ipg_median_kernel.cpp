@@ -2,7 +2,7 @@
 #include "ipg/internal/ipg_median_kernel.h"
 
 #include "ipg/internal/ipg_output_mode.h"
-
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
@@ -322,8 +322,15 @@ void Ipg_MedianKernel::RowByFixedNetwork(const Ipg_KernelImages& images, int row
     lines[dy + hy] = images.In + images.At(0, row + dy);
   // The medians, then three rows of scratch (sorted columns of the 3x3 path).
   LaneValues.resize(static_cast<std::size_t>(width) + 3 * static_cast<std::size_t>(images.Cols));
-  medianRow(lines, width, LaneValues.data(), LaneValues.data() + width);
+  if (row + hy + 1 < images.Rows) // the row the next window brings in, fetched while this one is computed
+    Ipg_PrefetchRow(images.In + images.At(0, row + hy + 1), images.Cols);
   const std::size_t start = images.At(hx, row);
   const std::size_t fits = start < images.OutSize ? std::min<std::size_t>(width, images.OutSize - start) : 0;
+  // Apart from the input and whole, the row is written where it belongs.
+  if (images.In != images.Out && fits == static_cast<std::size_t>(width)) {
+    medianRow(lines, width, images.Out + start, LaneValues.data() + width);
+    return;
+  }
+  medianRow(lines, width, LaneValues.data(), LaneValues.data() + width);
   std::copy(LaneValues.begin(), LaneValues.begin() + static_cast<std::ptrdiff_t>(fits), images.Out + start);
 }

@@ -109,6 +109,9 @@ template <class Pick>
   }
   const int from = scan.HalfX, width = cols - 2 * scan.HalfX;
   for (int row = begin; row < end; ++row) {
+    // The rows the next chunk brings in, one per row written here.
+    if (const int ahead = end + scan.HalfY + (row - begin); ahead < scan.Rows)
+      Ipg_PrefetchRow(scan.In + static_cast<std::size_t>(ahead) * cols, cols);
     int* a = scan.Out + static_cast<std::size_t>(row) * cols + from;
     std::fill(a, a + width, scan.Init);
     for (const Run& run : scan.Runs) {

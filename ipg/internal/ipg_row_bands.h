@@ -21,3 +21,12 @@ IPG_ROW_BANDS Ipg_SplitRows(unsigned rows, std::size_t cols);
 // Runs body(band, firstRow, endRow) for every band, in parallel when there are
 // several. The body must not throw.
 void Ipg_RunBands(const IPG_ROW_BANDS& bands, const std::function<void(unsigned, unsigned, unsigned)>& body);
+
+// Starts fetching a row of pixels that a walk reads next (one request per
+// 64-byte line): kernels that read several rows at once otherwise stall on
+// each row as it enters their window.
+inline void Ipg_PrefetchRow(const int* row, int cols)
+{
+  for (int c = 0; c < cols; c += 16)
+    __builtin_prefetch(row + c);
+}
