@@ -169,13 +169,19 @@ void AddLeePair(std::vector<Pair>& pairs, DCM_STRUCT& in, DCM_STRUCT& out, const
                      lee.Apply();
                    },
                    [&] {
-                     cv::Mat f, mean, meanSq, variance, gain;
+                     // Buffers kept from run to run, so that OpenCV allocates nothing while timed.
+                     static cv::Mat f, squares, mean, meanSq, variance, gain, detail;
                      src.convertTo(f, CV_32F);
                      cv::boxFilter(f, mean, CV_32F, cv::Size(7, 7));
-                     cv::boxFilter(f.mul(f), meanSq, CV_32F, cv::Size(7, 7));
-                     variance = meanSq - mean.mul(mean);
-                     gain = variance / (variance + 100.0f);
-                     dst = mean + gain.mul(f - mean);
+                     cv::multiply(f, f, squares);
+                     cv::boxFilter(squares, meanSq, CV_32F, cv::Size(7, 7));
+                     cv::multiply(mean, mean, variance);
+                     cv::subtract(meanSq, variance, variance);
+                     cv::add(variance, cv::Scalar(100.0), gain);
+                     cv::divide(variance, gain, gain);
+                     cv::subtract(f, mean, detail);
+                     cv::multiply(gain, detail, detail);
+                     cv::add(mean, detail, dst);
                    },
                    [] { return std::string("(different filters)"); }});
 }
