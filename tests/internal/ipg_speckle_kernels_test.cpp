@@ -22,6 +22,7 @@
 #include <functional>
 #include <memory>
 #include <random>
+#include <span>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -508,12 +509,15 @@ TEST(SpeckleKernels, FastPassesKeepEveryBitOfRealValues)
 {
   std::mt19937 random(11);
   std::gamma_distribution<double> speckle(1.0, 1.0);
-  for (const auto& [cols, rows, threads] : {std::tuple{37, 29, 1}, std::tuple{90, 93, 2}}) {
+  // The last image is large enough for the diffusion steps (the first four
+  // filters) to split into bands; the other filters skip it.
+  for (const auto& [cols, rows, threads] : {std::tuple{37, 29, 1}, std::tuple{90, 93, 2}, std::tuple{512, 257, 2}}) {
     std::vector<double> image(static_cast<std::size_t>(cols) * rows);
     for (std::size_t i = 0; i < image.size(); ++i)
       image[i] = (i % cols < 20 ? 123.4 : 901.7) * speckle(random);
     Ipg_SetNumThreads(threads);
-    for (const Filter& filter : Filters()) {
+    const std::vector<Filter> filters = Filters();
+    for (const Filter& filter : std::span(filters).first(cols > 256 ? 4 : filters.size())) {
       SCOPED_TRACE(testing::Message() << cols << "x" << rows << " params " << filter.First << "," << filter.Real);
       std::vector<double> fast = image, plain = image, fastNext(image.size()), plainNext(image.size());
       for (int pass = 0; pass < 3; ++pass) {
