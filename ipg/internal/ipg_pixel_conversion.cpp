@@ -14,13 +14,3 @@ int Ipg_RoundHalfAwayThroughDouble(long double t)
   return Ipg_TruncateTowardZero(static_cast<double>(rounded));
 }
 
-int Ipg_RoundToNearest(double v)
-{
-  if (std::isnan(v))
-    return 0;
-  if (v >= static_cast<double>(INT_MAX))
-    return INT_MAX;
-  if (v <= static_cast<double>(INT_MIN))
-    return INT_MIN;
-  return static_cast<int>(std::lround(v));
-}

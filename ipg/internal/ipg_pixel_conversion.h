@@ -62,9 +62,18 @@ inline int Ipg_RoundHalfAwayFromZero(Real t)
 // has always re-scaled. Saturates; NaN gives 0.
 int Ipg_RoundHalfAwayThroughDouble(long double t);
 
-// Nearest integer, halves away from zero, computed exactly (std::lround),
-// saturating at the 32-bit bounds; NaN gives 0.
-int Ipg_RoundToNearest(double v);
+// Nearest integer, halves away from zero, computed exactly, saturating at the
+// 32-bit bounds; NaN gives 0. Written as selects, without a call, so that
+// loops over it vectorise: the distance of v to its truncation is exact, so a
+// half is recognised as std::lround recognises it.
+inline int Ipg_RoundToNearest(double v)
+{
+  const double whole = std::trunc(v);
+  const double rounded = std::fabs(v - whole) >= 0.5 ? whole + std::copysign(1.0, v) : whole;
+  double r = v >= 2147483647.0 ? 2147483647.0 : rounded;
+  r = v <= -2147483648.0 ? -2147483648.0 : r;
+  return static_cast<int>(v == v ? r : 0.0);
+}
 
 // A 64-bit count or difference saturated to the 32-bit range.
 inline int Ipg_SaturateToInt(std::int64_t v)
