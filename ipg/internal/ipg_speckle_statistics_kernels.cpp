@@ -90,19 +90,28 @@ namespace {
 
 // Lee's update of work[idx], on one pixel or (T a vector) on a lane per pixel:
 // the 3x3 moments, the weight and the blend in the order of a per-pixel loop.
+// Mean and population variance of a 3x3 window, on one pixel or (T a vector)
+// on a lane per pixel, summed in the order of a per-pixel loop.
+template <typename T>
+[[gnu::always_inline]] inline void WindowMoments(const T (&window)[9], T& mean, T& variance)
+{
+  T sum{}; // +0.0 in every lane
+  for (int k = 0; k < 9; ++k)
+    sum = sum + window[k];
+  mean = sum * kNinth;
+  T squares{};
+  for (int k = 0; k < 9; ++k)
+    squares = squares + (window[k] - mean) * (window[k] - mean);
+  variance = kNinth * squares;
+}
+
 template <typename T>
 [[gnu::always_inline]] inline void LeeValue(const T (&window)[9], const T& centre, double noiseVariance, T& updated)
 {
   const T zero{}; // +0.0 in every lane
   const T one = zero + 1.0;
-  T sum = zero;
-  for (int k = 0; k < 9; ++k)
-    sum = sum + window[k];
-  const T mean = sum * kNinth;
-  T squares = zero;
-  for (int k = 0; k < 9; ++k)
-    squares = squares + (window[k] - mean) * (window[k] - mean);
-  const T variance = kNinth * squares;
+  T mean, variance;
+  WindowMoments(window, mean, variance);
   // The weight clipped to [0, 1]; a flat neighbourhood keeps its mean.
   T w = (variance - noiseVariance) / variance;
   w = w < zero ? zero : w;
@@ -206,14 +215,8 @@ template <typename T>
 [[gnu::always_inline]] inline void KuanValue(const T (&window)[9], const T& centre, T& updated)
 {
   const T zero{};
-  T sum = zero;
-  for (int k = 0; k < 9; ++k)
-    sum = sum + window[k];
-  const T mean = sum * kNinth;
-  T squares = zero;
-  for (int k = 0; k < 9; ++k)
-    squares = squares + (window[k] - mean) * (window[k] - mean);
-  const T variance = kNinth * squares;
+  T mean, variance;
+  WindowMoments(window, mean, variance);
   // Unclipped, as existing results were computed; a flat neighbourhood keeps its mean.
   const T w = variance > zero ? 0.5 * (1.0 - mean / variance) : zero;
   updated = (1.0 - w) * mean + w * centre;
