@@ -14,6 +14,9 @@ namespace {
 // pixel: little, since the passes of a job each wake the threads.
 constexpr std::size_t kMomentWork = 1;
 
+// Up to this many values, the middle one is selected without radix buckets.
+constexpr std::size_t kDirectSelection = 16384;
+
 } // namespace
 
 void Ipg_WindowTables::Build(const double* in, int cols, int rows)
@@ -97,6 +100,13 @@ double Ipg_MiddleElement(std::vector<double>& values, std::vector<unsigned long 
   if (values.empty())
     return 0.0;
   std::size_t rank = values.size() / 2;
+  // A short list is selected directly: the radix buckets below cost more to
+  // clear than it takes to order a few thousand values.
+  if (values.size() <= kDirectSelection) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(rank);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+  }
   // Non-negative doubles order as their bit patterns (+inf included): count
   // them by their top 16 bits, keep the bucket of the middle one and narrow
   // it 12 bits at a time. A negative value or a NaN has a larger pattern than +inf.

@@ -424,6 +424,7 @@ std::vector<Filter> Filters(const DCM_STRUCT* roi = nullptr)
       {5, 99, 0.0, &F::AWMF, Awmf(2, 99), FastAwmf(2, 99)},
       {3, 10, 0.0, &F::AWMF, Awmf(1, 10), FastAwmf(1, 10)},
       {7, 20, 0.8, &F::AWMF, Awmf(3, 20, 0.8), FastAwmf(3, 20, 0.8)},
+      {17, 30, 0.0, &F::AWMF, Awmf(8, 30), FastAwmf(8, 30)}, // selected rather than counted
       {49, 0, 2.0, &F::N_B_Filter, Neighbourhood(49, 2.0), FastNeighbourhood(49, 2.0)},
       {9, 0, 1.0, &F::N_B_Filter, Neighbourhood(9, 1.0), FastNeighbourhood(9, 1.0)},
       {7, 0, 1.5, &F::SBF_DVW, SbfDvw(3, 1.5), FastSbfDvw(3, 1.5)},
