@@ -10,6 +10,7 @@
 #include "cli/cli_pipeline.h"
 #include "cli/operator_registry.h"
 #include "fuzz/fuzz_input.h"
+#include "ipg/internal/ipg_guard.h"
 
 #include <climits>
 #include <cmath>
@@ -69,6 +70,20 @@ std::string KernelText(FuzzInput& in)
   for (int i = 0; i < count; ++i)
     text += (i ? "," : "") + (in.Chance(4) ? std::to_string(in.Pick(kExtremeInts)) : std::to_string(in.Range(-2, 9)));
   return text;
+}
+
+bool CountsPasses(const std::string& name)
+{
+  return name == "NbIter" || name == "Iterations" || name == "GvfIterations";
+}
+
+// Thousands of valid passes only repeat the first few, at a cost that would
+// hide everything else: a valid count is brought under 5, a refused one kept.
+// The input's bytes are read as before: kept inputs still decode to the same run.
+std::string FewPasses(const std::string& text)
+{
+  const long long count = std::strtoll(text.c_str(), nullptr, 10);
+  return count > 4 && count <= kIpgMaxPasses ? std::to_string(count % 5) : text;
 }
 
 // The text of a parameter of that type; empty when the fuzzer must not set it
@@ -171,6 +186,8 @@ void AddParameters(FuzzInput& in, const CliOperator& op, CliSettings& settings)
     if (p.name == "ClassType")
       continue;
     std::string text = ValueText(in, p.type);
+    if (CountsPasses(p.name))
+      text = FewPasses(text);
     if (!text.empty() || p.type == "text")
       settings.values.emplace_back(p.name, std::move(text));
   }
