@@ -328,10 +328,11 @@ bool IPG_FILTER_PROCESSING::AdaptativeDenoise()
   if (!WindowSideValid(side, "AdaptativeDenoise") ||
       !ParameterValid(fewest > 0 && range > 0.0 && std::isfinite(range), "AdaptativeDenoise"))
     return false;
+  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAdaptive, "AdaptativeDenoise", side},
-                           [roi = Ipg_RoiRowsOf(Roi), half = side / 2, fewest, range](const double* in, double* out,
-                                                                                     int cols, int rows) {
-                             Ipg_SigmaFilterPass(in, out, cols, rows, roi, half, fewest, range);
+                           [roi = Ipg_RoiRowsOf(Roi), half = side / 2, fewest, range,
+                            &buffers](const double* in, double* out, int cols, int rows) {
+                             Ipg_SigmaFilterPass(in, out, cols, rows, roi, half, fewest, range, &buffers);
                            });
 }
 

@@ -174,5 +174,6 @@ void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan s
 // variation of in, estimated on 5x5 windows). With at least fewest neighbours
 // listed it takes the mean of the listed values; otherwise it is an impulse
 // and takes the mean of its 8 neighbours in in. Pixels outside roi keep in.
+// Buffers given from pass to pass keep the speckle level's tables.
 void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, const Ipg_RoiRows& roi, int half,
-                         int fewest, double range);
+                         int fewest, double range, Ipg_SpeckleBuffers* buffers = nullptr);
