@@ -95,13 +95,14 @@ inline double BorderFlux(const double* in, const double* c, int cols, int rows, 
 }
 
 // The divergence step shared by SRAD and DPAD: out = in + dt / 4 (flux).
-// Inner pixels have all four neighbours: the same sum without the tests.
+// Inner pixels have all four neighbours: the same sum without the tests
+// (rows of three columns or more have some).
 void DiffusionStep(const double* in, double* out, int cols, int rows, const std::vector<double>& coefficient, double dt)
 {
   const double* c = coefficient.data();
   const std::size_t stride = static_cast<std::size_t>(cols);
   Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kStepWork, [&](int r, NoScratch&) {
-    const bool innerRow = r > 0 && r + 1 < rows;
+    const bool innerRow = r > 0 && r + 1 < rows && cols > 2;
     for (int col = 0; col < cols; ++col) {
       if (innerRow && col == 1) {
         const std::size_t begin = At(1, r, cols), end = At(cols - 1, r, cols);

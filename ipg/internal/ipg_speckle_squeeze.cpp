@@ -141,7 +141,8 @@ void SqueezeRows(const double* in, double* out, int cols, int rows, int half, Sq
       const double v = line[c];
       target[c] = v;
       extrema[count] = c;
-      count += (v > bounds.High[static_cast<std::size_t>(c)]) | (v < bounds.Low[static_cast<std::size_t>(c)]);
+      count += static_cast<int>(v > bounds.High[static_cast<std::size_t>(c)]) |
+               static_cast<int>(v < bounds.Low[static_cast<std::size_t>(c)]);
     }
     for (int k = 0; k < count; ++k)
       target[extrema[k]] = squeezed(extrema[k], r, line[extrema[k]]);
