@@ -6,6 +6,7 @@
 #include "dcm/internal/frame_decoder.h"
 #include "dcm/internal/isolated_call.h"
 
+#include <gdcmByteValue.h>
 #include <gdcmTrace.h>
 #include <gdcmUIDGenerator.h>
 #include <gdcmUIDs.h>
@@ -239,13 +240,13 @@ bool Decode(const DicomFrame& f, DecodedFormat& format, int* pixels, std::string
     return FrameDecoder::Decode(f, pixels, reason, format.BitsAllocated, format.BitsStored,
                                 format.PixelRepresentation);
   const DCM_READ_LIMITS limits = Dcm_GetReadLimits();
-  std::vector<unsigned char> result(sizeof(DecodedFormat) + pixelBytes);
   const std::size_t childBytes = 4 * std::max(limits.MaxDecodedBytes, pixelBytes) + (std::size_t{512} << 20);
-  if (!IsolatedCall(result.size(), limits.MaxSeconds, childBytes).Run(job, result.data(), reason))
-    return false;
-  std::memcpy(&format, result.data(), sizeof format);
-  std::memcpy(pixels, result.data() + sizeof format, pixelBytes);
-  return true;
+  // Straight from the shared area into the image: no third copy of the pixels.
+  const auto take = [&](const void* result) {
+    std::memcpy(&format, result, sizeof format);
+    std::memcpy(pixels, static_cast<const unsigned char*>(result) + sizeof format, pixelBytes);
+  };
+  return IsolatedCall(sizeof(DecodedFormat) + pixelBytes, limits.MaxSeconds, childBytes).Run(job, take, reason);
 }
 
 std::unique_ptr<DCM_STRUCT> ReadBytes(const unsigned char* data, std::size_t size, unsigned frame,
@@ -443,16 +444,23 @@ StoredFormat ChooseFormat(const DCM_HEADER& h, int mn, int mx)
   return {32, 32, 1};
 }
 
-std::vector<char> PackPixels(const DCM_DATA& data, unsigned bytes)
+// The pixels little-endian in bytes per pixel, padded to an even length,
+// packed straight into the value the writer will own (no second copy).
+gdcm::SmartPointer<gdcm::ByteValue> PackPixels(const DCM_DATA& data, unsigned bytes)
 {
-  std::vector<char> out(data.GetSize() * bytes + (data.GetSize() * bytes) % 2, 0);
+  const std::size_t length = data.GetSize() * bytes + (data.GetSize() * bytes) % 2;
+  std::vector<char> empty; // (the default constructor copies from a null range)
+  gdcm::SmartPointer<gdcm::ByteValue> value = new gdcm::ByteValue(empty);
+  value->SetLength(static_cast<uint32_t>(length));
+  char* out = static_cast<char*>(value->GetVoidPointer());
+  std::fill(out, out + length, 0);
   const int* p = data.GetIDataAddress();
   for (std::size_t i = 0; i < data.GetSize(); ++i) {
     const auto v = static_cast<uint32_t>(p[i]);
     for (unsigned b = 0; b < bytes; ++b)
       out[i * bytes + b] = static_cast<char>((v >> (8 * b)) & 0xff);
   }
-  return out;
+  return value;
 }
 
 // The Rescale Slope that carries the precision; a header slope that would read
@@ -544,10 +552,9 @@ bool Dcm_WriteFile(const DCM_STRUCT& image, const std::string& path, std::string
   PutString(ds, 0x0028, 0x1053, gdcm::VR::DS, Decimal(SlopeToWrite(h, data.GetPrecision())));
   PutString(ds, 0x0028, 0x1054, gdcm::VR::LO, "US"); // unspecified units
 
-  const std::vector<char> pixels = PackPixels(data, format.allocated / 8u);
   gdcm::DataElement pixelData(gdcm::Tag(0x7fe0, 0x0010));
   pixelData.SetVR(format.allocated == 8 ? gdcm::VR::OB : gdcm::VR::OW);
-  pixelData.SetByteValue(pixels.data(), static_cast<uint32_t>(pixels.size()));
+  pixelData.SetValue(*PackPixels(data, format.allocated / 8u));
   ds.Replace(pixelData);
 
   if (!writer.Write() || !out.flush())

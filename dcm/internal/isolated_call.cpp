@@ -126,6 +126,11 @@ bool WaitFor(pid_t child, int endOfChild, double maxSeconds, int& status)
 
 bool IsolatedCall::Run(const Job& job, void* result, std::string& error) const
 {
+  return Run(job, [this, result](const void* area) { std::memcpy(result, area, ResultBytes); }, error);
+}
+
+bool IsolatedCall::Run(const Job& job, const Take& take, std::string& error) const
+{
   const std::size_t bytes = PageRound(sizeof(ChildReport) + ResultBytes);
   void* shared = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (shared == MAP_FAILED) {
@@ -161,7 +166,7 @@ bool IsolatedCall::Run(const Job& job, void* result, std::string& error) const
   if (!ended)
     error = "the decoder took longer than " + std::to_string(static_cast<int>(MaxSeconds)) + " s and was stopped";
   else if (report->Done == 1) {
-    std::memcpy(result, area, ResultBytes);
+    take(area);
     ok = true;
   } else if (report->Done == 2)
     error = report->Reason;

@@ -20,9 +20,14 @@ public:
   {
   }
 
+  // Reads the child's result (resultBytes bytes) where the child left it.
+  using Take = std::function<void(const void* result)>;
+
   // Runs job in a child; on success copies its result into result (resultBytes
   // bytes). False with a reason: the job's own, or how the child ended.
   bool Run(const Job& job, void* result, std::string& error) const;
+  // The same, handing the result to take instead of copying it.
+  bool Run(const Job& job, const Take& take, std::string& error) const;
 
 private:
   std::size_t ResultBytes;
