@@ -449,7 +449,7 @@ StoredFormat ChooseFormat(const DCM_HEADER& h, int mn, int mx)
 gdcm::SmartPointer<gdcm::ByteValue> PackPixels(const DCM_DATA& data, unsigned bytes)
 {
   const std::size_t length = data.GetSize() * bytes + (data.GetSize() * bytes) % 2;
-  std::vector<char> empty; // (the default constructor copies from a null range)
+  std::vector<char> empty; // the default constructor copies a null range, which compilers flag
   gdcm::SmartPointer<gdcm::ByteValue> value = new gdcm::ByteValue(empty);
   value->SetLength(static_cast<uint32_t>(length));
   char* out = static_cast<char*>(value->GetVoidPointer());

@@ -65,9 +65,12 @@ using Mask4 = long long __attribute__((vector_size(32)));
 // (Hoare's FIND with a three-way split): the values below a pivot, equal to
 // it and above it, then the part where the weight up to the element, its
 // equals included, first exceeds half. The range always weighs more than
-// half, and shrinks by the pivot's cells at least.
+// half, and shrinks by the pivot's cells at least. A value that equals
+// nothing, not even itself (NaN), would stop the shrinking: such a window
+// goes back to counting.
 double SelectedWeightedMedian(Cells& cells, long long half)
 {
+  const long long wholeHalf = half;
   auto& pending = cells.Pending;
   pending.clear();
   for (int i = 0; i < cells.Count; ++i)
@@ -77,6 +80,8 @@ double SelectedWeightedMedian(Cells& cells, long long half)
     const double pivot = first[(last - first) / 2].first;
     const auto lessEnd = std::partition(first, last, [pivot](const auto& cell) { return cell.first < pivot; });
     const auto equalEnd = std::partition(lessEnd, last, [pivot](const auto& cell) { return cell.first == pivot; });
+    if (equalEnd == lessEnd)
+      return WeightedMedianBody(cells, wholeHalf);
     long long less = 0, equal = 0;
     for (auto cell = first; cell != lessEnd; ++cell)
       less += cell->second;

@@ -73,9 +73,10 @@ struct Ipg_SpeckleBuffers {
 };
 
 // Element size / 2 of values in ascending order (0 for none), the value
-// std::nth_element gives; values is reordered. Non-negative values are
-// selected by their bit patterns, a few counting passes instead of
-// comparisons; a list with a negative value or a NaN goes to std::nth_element.
+// std::nth_element gives; values is reordered. Long lists of non-negative
+// values are selected by their bit patterns, a few counting passes instead of
+// comparisons; short lists, and those with a negative value or a NaN, go to
+// std::nth_element.
 double Ipg_MiddleElement(std::vector<double>& values, std::vector<unsigned long long>& keys);
 
 // Local moments of in's windows of half size into buffers.Mean and Variance,
