@@ -239,11 +239,11 @@ bool IPG_FILTER_PROCESSING::SBF_DVW()
   const double factor = OrDefault(AdaptatifReal, 1.5);
   if (!WindowSideValid(side, "SBF_DVW") || !ParameterValid(factor > 0.0 && std::isfinite(factor), "SBF_DVW"))
     return false;
-  Ipg_SpeckleBuffers buffers;
+  // Each pass's output holds the speckle level's list until the pass writes it.
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbfDvw, "SBF_DVW", side},
-                           [half = side / 2, factor, &buffers](const double* in, double* out, int cols, int rows) {
-                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf, &buffers);
-                             Ipg_SbfDvwPass(in, out, cols, rows, half, factor, cu2, &buffers);
+                           [half = side / 2, factor](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf);
+                             Ipg_SbfDvwPass(in, out, cols, rows, half, factor, cu2);
                            });
 }
 
@@ -252,11 +252,10 @@ bool IPG_FILTER_PROCESSING::SRAD()
   const double dt = OrDefault(AdaptatifReal, 0.2);
   if (!ParameterValid(dt > 0.0 && dt <= 1.0, "SRAD"))
     return false;
-  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSrad, "SRAD", 1},
-                           [dt, &buffers](const double* in, double* out, int cols, int rows) {
-                             const double q0sq = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf, &buffers);
-                             Ipg_SradPass(in, out, cols, rows, dt, q0sq, &buffers);
+                           [dt](const double* in, double* out, int cols, int rows) {
+                             const double q0sq = Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf);
+                             Ipg_SradPass(in, out, cols, rows, dt, q0sq);
                            });
 }
 
@@ -267,13 +266,11 @@ bool IPG_FILTER_PROCESSING::AWMF()
   const double scale = AdaptatifReal;
   if (!WindowSideValid(side, "AWMF") || !ParameterValid(centreWeight > 0 && scale >= 0.0 && std::isfinite(scale), "AWMF"))
     return false;
-  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAwmf, "AWMF", side},
-                           [half = side / 2, centreWeight, scale, &buffers](const double* in, double* out, int cols,
-                                                                          int rows) {
+                           [half = side / 2, centreWeight, scale](const double* in, double* out, int cols, int rows) {
                              const double b = scale > 0.0 ? scale
-                                                          : Ipg_AwmfAutoScale(in, cols, rows, half, centreWeight, &buffers);
-                             Ipg_AwmfPass(in, out, cols, rows, half, centreWeight, b, &buffers);
+                                                          : Ipg_AwmfAutoScale(in, out, cols, rows, half, centreWeight);
+                             Ipg_AwmfPass(in, out, cols, rows, half, centreWeight, b);
                            });
 }
 
@@ -288,7 +285,7 @@ bool IPG_FILTER_PROCESSING::N_B_Filter()
   Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelNeighbourhood, "N_B_Filter", 1},
                            [area, k, &buffers](const double* in, double* out, int cols, int rows) {
-                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf, &buffers);
+                             const double cu2 = Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf);
                              Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, cu2, &buffers);
                            });
 }
@@ -299,13 +296,10 @@ bool IPG_FILTER_PROCESSING::ADespeckling()
   const double dt = OrDefault(AdaptatifReal, 0.2);
   if (!WindowSideValid(side, "ADespeckling") || !ParameterValid(dt > 0.0 && dt <= 1.0, "ADespeckling"))
     return false;
-  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelDespeckling, "ADespeckling", side},
-                           [half = side / 2, dt, &buffers](const double* in, double* out, int cols, int rows) {
-                             // The speckle level and the coefficients share the window moments.
-                             buffers.KeepMoments = true;
-                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, half, &buffers);
-                             Ipg_DpadPass(in, out, cols, rows, half, dt, cu2, &buffers);
+                           [half = side / 2, dt](const double* in, double* out, int cols, int rows) {
+                             const double cu2 = Ipg_SpeckleCu2(in, out, cols, rows, half);
+                             Ipg_DpadPass(in, out, cols, rows, half, dt, cu2);
                            });
 }
 
@@ -328,11 +322,10 @@ bool IPG_FILTER_PROCESSING::AdaptativeDenoise()
   if (!WindowSideValid(side, "AdaptativeDenoise") ||
       !ParameterValid(fewest > 0 && range > 0.0 && std::isfinite(range), "AdaptativeDenoise"))
     return false;
-  Ipg_SpeckleBuffers buffers;
   return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAdaptive, "AdaptativeDenoise", side},
-                           [roi = Ipg_RoiRowsOf(Roi), half = side / 2, fewest, range,
-                            &buffers](const double* in, double* out, int cols, int rows) {
-                             Ipg_SigmaFilterPass(in, out, cols, rows, roi, half, fewest, range, &buffers);
+                           [roi = Ipg_RoiRowsOf(Roi), half = side / 2, fewest, range](const double* in, double* out,
+                                                                                      int cols, int rows) {
+                             Ipg_SigmaFilterPass(in, out, cols, rows, roi, half, fewest, range);
                            });
 }
 

@@ -4,7 +4,6 @@
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_windows.h"
-#include "ipg/internal/ipg_summed_area.h"
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
@@ -29,44 +28,6 @@ struct NoScratch {};
 constexpr std::size_t kStepWork = 1;
 constexpr std::size_t kWindowWork = 16; // a window statistic per pixel
 
-// Window sums of the values and their squares from summed-area tables: any
-// window costs four reads.
-class WindowSums {
-public:
-  WindowSums(const double* in, int cols, int rows)
-      : Cols(cols), Rows(rows),
-        Sum(Ipg_SummedArea<double>::ByRowRuns(cols, rows, [&](int c, int r) { return in[At(c, r, cols)]; })),
-        Squares(Ipg_SummedArea<double>::ByRowRuns(cols, rows, [&](int c, int r) {
-          const double v = in[At(c, r, cols)];
-          return v * v;
-        }))
-  {
-  }
-
-  // Count, sum and sum of squares of the window of half size around (col, row), clipped.
-  void Window(int col, int row, int half, double& count, double& sum, double& squares) const
-  {
-    const Ipg_Rect window = Ipg_ClippedWindow(col, row, half, Cols, Rows);
-    count = window.Area();
-    sum = Sum.Over(window);
-    squares = Squares.Over(window);
-  }
-
-  void Moments(int col, int row, int half, double& mean, double& variance) const
-  {
-    double count = 0.0, sum = 0.0, squares = 0.0;
-    Window(col, row, half, count, sum, squares);
-    mean = sum / count;
-    variance = std::max(0.0, squares / count - mean * mean);
-  }
-
-private:
-  int Cols;
-  int Rows;
-  Ipg_SummedArea<double> Sum;
-  Ipg_SummedArea<double> Squares;
-};
-
 double Median(std::vector<double>& values)
 {
   if (values.empty())
@@ -77,50 +38,74 @@ double Median(std::vector<double>& values)
 }
 
 // The flux of (col, r) with zero flux across the border:
-// dt / 4 (c_E dE + c dW + c_S dS + c dN), the terms added in that order.
-inline double BorderFlux(const double* in, const double* c, int cols, int rows, int col, int r)
+// dt / 4 (c_E dE + c dW + c_S dS + c dN), the terms added in that order;
+// here holds the coefficients of row r, below those of row r + 1.
+inline double BorderFlux(const double* in, const double* here, const double* below, int cols, int rows, int col, int r)
 {
   const std::size_t i = At(col, r, cols);
   const double v = in[i];
   double flux = 0.0;
   if (col + 1 < cols)
-    flux += c[i + 1] * (in[i + 1] - v);
+    flux += here[col + 1] * (in[i + 1] - v);
   if (col > 0)
-    flux += c[i] * (in[i - 1] - v);
+    flux += here[col] * (in[i - 1] - v);
   if (r + 1 < rows)
-    flux += c[i + static_cast<std::size_t>(cols)] * (in[i + static_cast<std::size_t>(cols)] - v);
+    flux += below[col] * (in[i + static_cast<std::size_t>(cols)] - v);
   if (r > 0)
-    flux += c[i] * (in[i - static_cast<std::size_t>(cols)] - v);
+    flux += here[col] * (in[i - static_cast<std::size_t>(cols)] - v);
   return flux;
 }
 
-// The divergence step shared by SRAD and DPAD: out = in + dt / 4 (flux).
+// One row of the divergence step shared by SRAD and DPAD: out = in + dt / 4 (flux).
 // Inner pixels have all four neighbours: the same sum without the tests
 // (rows of three columns or more have some).
-void DiffusionStep(const double* in, double* out, int cols, int rows, const std::vector<double>& coefficient, double dt)
+void DiffusionRow(const double* in, double* out, int cols, int rows, int r, const double* here, const double* below,
+                  double dt)
 {
-  const double* c = coefficient.data();
   const std::size_t stride = static_cast<std::size_t>(cols);
-  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kStepWork, [&](int r, NoScratch&) {
-    const bool innerRow = r > 0 && r + 1 < rows && cols > 2;
-    for (int col = 0; col < cols; ++col) {
-      if (innerRow && col == 1) {
-        const std::size_t begin = At(1, r, cols), end = At(cols - 1, r, cols);
-        for (std::size_t i = begin; i < end; ++i) {
-          const double v = in[i];
-          double flux = 0.0;
-          flux += c[i + 1] * (in[i + 1] - v);
-          flux += c[i] * (in[i - 1] - v);
-          flux += c[i + stride] * (in[i + stride] - v);
-          flux += c[i] * (in[i - stride] - v);
-          out[i] = v + 0.25 * dt * flux;
-        }
-        col = cols - 2;
-        continue;
+  const bool innerRow = r > 0 && r + 1 < rows && cols > 2;
+  for (int col = 0; col < cols; ++col) {
+    if (innerRow && col == 1) {
+      const std::size_t start = At(0, r, cols);
+      for (int x = 1; x + 1 < cols; ++x) {
+        const std::size_t i = start + static_cast<std::size_t>(x);
+        const double v = in[i];
+        double flux = 0.0;
+        flux += here[x + 1] * (in[i + 1] - v);
+        flux += here[x] * (in[i - 1] - v);
+        flux += below[x] * (in[i + stride] - v);
+        flux += here[x] * (in[i - stride] - v);
+        out[i] = v + 0.25 * dt * flux;
       }
-      const std::size_t i = At(col, r, cols);
-      out[i] = in[i] + 0.25 * dt * BorderFlux(in, c, cols, rows, col, r);
+      col = cols - 2;
+      continue;
     }
+    const std::size_t i = At(col, r, cols);
+    out[i] = in[i] + 0.25 * dt * BorderFlux(in, here, below, cols, rows, col, r);
+  }
+}
+
+// The divergence step, the coefficients made a row ahead in each band:
+// coefficientRow(r, tables, target, mean, variance) writes row r's into
+// target, with the band's window tables (of windows up to reach; none below 0)
+// and two rows of scratch.
+template <typename CoefficientRow>
+void DiffusionStep(const double* in, double* out, int cols, int rows, int reach, double dt, CoefficientRow coefficientRow)
+{
+  struct Band {
+    std::vector<double> Here, Below, Mean, Variance;
+  };
+  const std::size_t width = static_cast<std::size_t>(cols);
+  Ipg_WindowRowsInBands<Band>(in, cols, rows, reach, kStepWork, [&](int r, Ipg_WindowTables& tables, Band& band) {
+    if (band.Here.empty()) { // the band's first row
+      for (std::vector<double>* line : {&band.Here, &band.Below, &band.Mean, &band.Variance})
+        line->resize(width);
+      coefficientRow(r, tables, band.Here.data(), band.Mean.data(), band.Variance.data());
+    }
+    if (r + 1 < rows)
+      coefficientRow(r + 1, tables, band.Below.data(), band.Mean.data(), band.Variance.data());
+    DiffusionRow(in, out, cols, rows, r, band.Here.data(), band.Below.data(), dt);
+    band.Here.swap(band.Below);
   });
 }
 
@@ -152,7 +137,8 @@ using Lanes4d = double __attribute__((vector_size(32)));
 
 [[gnu::always_inline]] inline void Load(const double* p, Lanes4d& v) { std::memcpy(&v, p, sizeof v); }
 
-// Coefficients of the pixels [begin, end) of an inner row, four at a time.
+// Coefficients of the pixels [begin, end) of an inner row, four at a time,
+// into c[0 .. end - begin).
 [[gnu::always_inline]] inline void SradInnerBody(const double* in, double* c, std::size_t begin, std::size_t end,
                                                  std::size_t stride, double q0sq)
 {
@@ -165,11 +151,11 @@ using Lanes4d = double __attribute__((vector_size(32)));
     Load(in + i - 1, west);
     Load(in + i + 1, east);
     SradCoefficient<Lanes4d>(v, north - v, south - v, west - v, east - v, q0sq, coefficient);
-    std::memcpy(c + i, &coefficient, sizeof coefficient);
+    std::memcpy(c + (i - begin), &coefficient, sizeof coefficient);
   }
   for (; i < end; ++i) {
     const double v = in[i];
-    SradCoefficient<double>(v, in[i - stride] - v, in[i + stride] - v, in[i - 1] - v, in[i + 1] - v, q0sq, c[i]);
+    SradCoefficient<double>(v, in[i - stride] - v, in[i + stride] - v, in[i - 1] - v, in[i + 1] - v, q0sq, c[i - begin]);
   }
 }
 
@@ -186,6 +172,7 @@ void SradInnerPlain(const double* in, double* c, std::size_t begin, std::size_t 
 }
 #endif
 
+// Row r's coefficients into c[0 .. cols).
 void SradRow(const double* in, double* c, int cols, int rows, int r, double q0sq)
 {
   const std::size_t stride = static_cast<std::size_t>(cols);
@@ -197,7 +184,7 @@ void SradRow(const double* in, double* c, int cols, int rows, int r, double q0sq
     const double dS = r + 1 < rows ? in[i + stride] - v : 0.0;
     const double dW = col > 0 ? in[i - 1] - v : 0.0;
     const double dE = col + 1 < cols ? in[i + 1] - v : 0.0;
-    SradCoefficient<double>(v, dN, dS, dW, dE, q0sq, c[i]);
+    SradCoefficient<double>(v, dN, dS, dW, dE, q0sq, c[col]);
   };
   if (r == 0 || r + 1 >= rows || cols < 3) {
     for (int col = 0; col < cols; ++col)
@@ -207,74 +194,40 @@ void SradRow(const double* in, double* c, int cols, int rows, int r, double q0sq
   border(0);
 #if defined(__x86_64__)
   if (Ipg_UseAvx2())
-    SradInnerAvx2(in, c, At(1, r, cols), At(cols - 1, r, cols), stride, q0sq);
+    SradInnerAvx2(in, c + 1, At(1, r, cols), At(cols - 1, r, cols), stride, q0sq);
   else
 #endif
-    SradInnerPlain(in, c, At(1, r, cols), At(cols - 1, r, cols), stride, q0sq);
+    SradInnerPlain(in, c + 1, At(1, r, cols), At(cols - 1, r, cols), stride, q0sq);
   border(cols - 1);
-}
-
-Ipg_SpeckleBuffers& BuffersOr(Ipg_SpeckleBuffers* buffers, Ipg_SpeckleBuffers& local)
-{
-  return buffers != nullptr ? *buffers : local;
 }
 
 } // namespace
 
-void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vector<double>& mean,
-                      std::vector<double>& variance)
+double Ipg_SpeckleCu2(const double* in, double* scratch, int cols, int rows, int half)
 {
-  const std::size_t n = static_cast<std::size_t>(std::max(0, cols)) * static_cast<std::size_t>(std::max(0, rows));
-  mean.assign(n, 0.0);
-  variance.assign(n, 0.0);
-  if (n == 0)
-    return;
-  const WindowSums area(in, cols, rows);
-  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kWindowWork, [&](int r, NoScratch&) {
-    for (int c = 0; c < cols; ++c)
-      area.Moments(c, r, half, mean[At(c, r, cols)], variance[At(c, r, cols)]);
+  return Ipg_MedianLocalRatio(in, scratch, cols, rows, half, 2);
+}
+
+void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq)
+{
+  DiffusionStep(in, out, cols, rows, -1, dt, [&](int r, Ipg_WindowTables&, double* c, double*, double*) {
+    SradRow(in, c, cols, rows, r, q0sq);
   });
 }
 
-double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half, Ipg_SpeckleBuffers* buffers)
+void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2)
 {
-  Ipg_SpeckleBuffers local;
-  return Ipg_MedianLocalRatio(in, cols, rows, half, 2, BuffersOr(buffers, local));
-}
-
-void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq, Ipg_SpeckleBuffers* buffers)
-{
-  Ipg_SpeckleBuffers local;
-  Ipg_SpeckleBuffers& b = BuffersOr(buffers, local);
-  b.Release();
-  std::vector<double>& c = b.Coefficient;
-  c.resize(static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows));
-  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kStepWork, [&](int r, NoScratch&) { SradRow(in, c.data(), cols, rows, r, q0sq); });
-  DiffusionStep(in, out, cols, rows, c, dt);
-}
-
-void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2,
-                  Ipg_SpeckleBuffers* buffers)
-{
-  Ipg_SpeckleBuffers local;
-  Ipg_SpeckleBuffers& b = BuffersOr(buffers, local);
-  if (b.MomentsOf != in || b.MomentsHalf != half)
-    Ipg_LocalMomentsInto(in, cols, rows, half, b);
-  b.Release();
-  std::vector<double>& c = b.Coefficient;
-  c.resize(b.Mean.size());
-  const double* mean = b.Mean.data();
-  const double* variance = b.Variance.data();
-  Ipg_SpeckleRowsInBands<NoScratch>(cols, rows, kStepWork, [&](int r, NoScratch&) {
-    for (std::size_t i = At(0, r, cols); i < At(0, r + 1, cols); ++i) {
-      const double ci2 = variance[i] / (mean[i] * mean[i]);
-      const double kuan = std::clamp((1.0 + 1.0 / ci2) / (1.0 + 1.0 / cu2), 0.0, 1.0);
-      // Flat or empty: full diffusion; no speckle to remove: none.
-      const double speckled = cu2 <= 0.0 ? 0.0 : kuan;
-      c[i] = (mean[i] <= 0.0 || variance[i] <= 0.0) ? 1.0 : speckled;
-    }
-  });
-  DiffusionStep(in, out, cols, rows, c, dt);
+  DiffusionStep(in, out, cols, rows, half, dt,
+                [&](int r, Ipg_WindowTables& tables, double* c, double* mean, double* variance) {
+                  tables.RowMoments(r, half, mean, variance);
+                  for (int i = 0; i < cols; ++i) {
+                    const double ci2 = variance[i] / (mean[i] * mean[i]);
+                    const double kuan = std::clamp((1.0 + 1.0 / ci2) / (1.0 + 1.0 / cu2), 0.0, 1.0);
+                    // Flat or empty: full diffusion; no speckle to remove: none.
+                    const double speckled = cu2 <= 0.0 ? 0.0 : kuan;
+                    c[i] = (mean[i] <= 0.0 || variance[i] <= 0.0) ? 1.0 : speckled;
+                  }
+                });
 }
 
 namespace {

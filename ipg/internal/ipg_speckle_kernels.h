@@ -23,24 +23,20 @@ struct Ipg_SpeckleBuffers; // ipg_speckle_windows.h: buffers a job reuses from p
 // variation (standard deviation / mean) is a constant Cu of the image, which
 // Ipg_SpeckleCu2 estimates.
 //
-// A pass given Ipg_SpeckleBuffers keeps its work arrays there between passes
-// (one job, one thread at a time); without, it allocates its own.
+// Window statistics come from summed-area tables kept a few rows at a time
+// (ipg_speckle_windows.h), so a pass needs little memory beyond its two images.
 //
 // The passes whose cost grows with the window poll Ipg_CancelRequested() once
 // per row and stop early when the host cancels; the frame then drops that pass.
-
-// Local mean and population variance of the (2 half + 1)^2 window around every
-// pixel, clipped to the image; summed-area tables, so any window costs the same.
-void Ipg_LocalMoments(const double* in, int cols, int rows, int half, std::vector<double>& mean,
-                      std::vector<double>& variance);
 
 // Squared speckle coefficient of variation Cu^2: the median, over the pixels
 // whose local mean is positive, of the local variance / mean^2 in windows of
 // the given half size. The median of the local statistic is the estimator of
 // Aja-Fernandez and Alberola-Lopez (IEEE TIP 15(9), 2006): homogeneous areas
 // dominate an ultrasound image, so edges do not move it. 0 for an image
-// without a positive local mean.
-double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half, Ipg_SpeckleBuffers* buffers = nullptr);
+// without a positive local mean. scratch holds cols x rows values the call
+// overwrites (the pass's output before it is written), not in.
+double Ipg_SpeckleCu2(const double* in, double* scratch, int cols, int rows, int half);
 
 // Squeeze box filter, one iteration (P. C. Tay, S. T. Acton, J. A. Hossack,
 // "A stochastic approach to ultrasound despeckling", Proc. IEEE ISBI 2006,
@@ -69,9 +65,7 @@ void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half);
 // M. Park, W. Song, W. Pearlman, "Speckle filtering of SAR images based on
 // adaptive windowing", IEE Proc. Vision Image Signal Process. 146(4), 1999).
 // Flat speckle gets wide windows, edges and small structures 3x3 ones.
-// Buffers just given to Ipg_SpeckleCu2 on the same in lend their tables.
-void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2,
-                    Ipg_SpeckleBuffers* buffers = nullptr);
+void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2);
 
 // Speckle reducing anisotropic diffusion, one explicit step of time step dt
 // (Y. Yu, S. T. Acton, "Speckle reducing anisotropic diffusion", IEEE TIP
@@ -82,8 +76,7 @@ void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHa
 // coefficient c = 1 / (1 + (q^2 - q0^2) / (q0^2 (1 + q0^2))) clipped to [0, 1],
 // and I += dt / 4 (c_E dE + c dW + c_S dS + c dN) (d: neighbour minus centre).
 // Mirror (zero-flux) boundaries. q0sq is the speckle scale q0^2.
-void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq,
-                  Ipg_SpeckleBuffers* buffers = nullptr);
+void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq);
 
 // Detail preserving anisotropic diffusion, one step (S. Aja-Fernandez,
 // C. Alberola-Lopez, "On the estimation of the coefficient of variation for
@@ -91,10 +84,8 @@ void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, 
 // 2694-2701): SRAD's scheme, but the coefficient of variation C_I^2 is the
 // local variance / mean^2 over a (2 half + 1)^2 window, and the diffusion
 // coefficient is the Kuan filter's c = (1 + 1 / C_I^2) / (1 + 1 / Cu^2),
-// clipped to [0, 1] (1 where C_I is 0). cu2 is the noise Cu^2. Buffers just
-// given to Ipg_SpeckleCu2 on the same in and half lend their window moments.
-void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2,
-                  Ipg_SpeckleBuffers* buffers = nullptr);
+// clipped to [0, 1] (1 where C_I is 0). cu2 is the noise Cu^2.
+void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2);
 
 // Adaptive weighted median filter, one iteration (T. Loupas, W. N. McDicken,
 // P. L. Allan, "An adaptive weighted median filter for speckle suppression in
@@ -105,15 +96,13 @@ void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, d
 // weighted median. Homogeneous speckle (low var / mean) gives nearly equal
 // weights, a plain median; edges and bright structures (high var / mean)
 // concentrate the weight on the centre, which is kept.
-// Buffers just given to Ipg_AwmfAutoScale on the same in and half lend their window moments.
-void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b,
-                  Ipg_SpeckleBuffers* buffers = nullptr);
+void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b);
 
 // The scale b of the AWMF that makes the farthest cell of the window weigh
 // half the centre in a typical speckle area: b = centreWeight / (2 dmax r),
-// where r is the median over the image of the local variance / mean.
-double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight,
-                         Ipg_SpeckleBuffers* buffers = nullptr);
+// where r is the median over the image of the local variance / mean;
+// scratch as for Ipg_SpeckleCu2.
+double Ipg_AwmfAutoScale(const double* in, double* scratch, int cols, int rows, int half, int centreWeight);
 
 // Adaptive-neighbourhood speckle filter, one iteration, after R. M. Rangayyan,
 // M. Ciuc, F. Faghih, "Adaptive-neighborhood filtering of images corrupted by
@@ -130,7 +119,7 @@ double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int cen
 //   x = m + w (centre - m), w = (1 - Cu2 / C2) / (1 + Cu2) clipped to [0, 1],
 // with C2 = var / m^2 of the region: homogeneous regions are replaced by their
 // mean, textured ones keep their detail.
-// Buffers just given to Ipg_SpeckleCu2 on the same in lend their tables.
+// Buffers given from pass to pass keep the band's work arrays.
 void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int rows, int maxArea, double k,
                                    double cu2, Ipg_SpeckleBuffers* buffers = nullptr);
 
@@ -174,6 +163,5 @@ void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan s
 // variation of in, estimated on 5x5 windows). With at least fewest neighbours
 // listed it takes the mean of the listed values; otherwise it is an impulse
 // and takes the mean of its 8 neighbours in in. Pixels outside roi keep in.
-// Buffers given from pass to pass keep the speckle level's tables.
 void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, const Ipg_RoiRows& roi, int half,
-                         int fewest, double range, Ipg_SpeckleBuffers* buffers = nullptr);
+                         int fewest, double range);

@@ -87,7 +87,6 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
     return;
   Ipg_SpeckleBuffers local;
   Ipg_SpeckleBuffers& b = buffers != nullptr ? *buffers : local;
-  const Ipg_WindowTables& tables = b.TablesFor(in, cols, rows);
   const double cu = std::sqrt(std::max(0.0, cu2));
 
   const std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(cols) + 2;
@@ -98,10 +97,11 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   const Framed image{b.Padded.data(), stride, {-stride, 1 - stride, 1, stride + 1, stride, stride - 1, -1, -stride - 1}};
 
   const std::size_t limit = static_cast<std::size_t>(std::max(1, maxArea));
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kRegionWork);
-  b.Bands.resize(std::max<std::size_t>(b.Bands.size(), bands.Count));
+  const unsigned most = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kRegionWork).Count;
+  b.Bands.resize(std::max<std::size_t>(b.Bands.size(), most));
   std::atomic<bool> stop{false};
-  Ipg_RunBands(bands, [&](unsigned index, unsigned begin, unsigned end) {
+  Ipg_RunWindowBands(in, cols, rows, 1, kRegionWork,
+                     [&](unsigned index, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
     Ipg_SpeckleBand& band = b.Bands[index];
     FrameStamps(band.Stamps, cols, rows);
     band.Region.resize(limit + 1);
@@ -144,5 +144,4 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
       }
     }
   });
-  b.Release();
 }

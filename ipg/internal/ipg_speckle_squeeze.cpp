@@ -107,47 +107,54 @@ void InnerBoundsPlain(const double* in, int cols, int row, int half, int begin, 
 }
 #endif
 
-// The squeeze frame: every pixel of the row that is a strict extremum of its
-// window (half) gets squeezed(col, row, value); every other keeps its value.
+// The squeeze frame on row r: every pixel that is a strict extremum of its
+// window (half) gets squeezed(col, value); every other keeps its value.
+template <typename Squeezed>
+void SqueezeRow(const double* in, double* out, int cols, int rows, int half, int r, Bounds& bounds, Squeezed squeezed)
+{
+  bounds.Low.resize(static_cast<std::size_t>(cols));
+  bounds.High.resize(static_cast<std::size_t>(cols));
+  bounds.Extrema.resize(static_cast<std::size_t>(cols) + 1);
+  const bool innerRow = half > 0 && r >= half && r + half < rows;
+  const int begin = innerRow ? std::min(half, cols) : cols;
+  const int end = innerRow ? std::max(begin, cols - half) : cols;
+  if (begin < end) {
+#if defined(__x86_64__)
+    if (Ipg_UseAvx2())
+      InnerBoundsAvx2(in, cols, r, half, begin, end, bounds.Low.data(), bounds.High.data());
+    else
+#endif
+      InnerBoundsPlain(in, cols, r, half, begin, end, bounds.Low.data(), bounds.High.data());
+  }
+  const double* line = in + At(0, r, cols);
+  double* target = out + At(0, r, cols);
+  const auto border = [&](int c) {
+    target[c] = StrictExtremum(line[c], OthersOf(in, cols, rows, c, r, half)) ? squeezed(c, line[c]) : line[c];
+  };
+  for (int c = 0; c < begin; ++c)
+    border(c);
+  // Inner pixels: the extrema listed first, without a branch on each pixel.
+  int* extrema = bounds.Extrema.data();
+  int count = 0;
+  for (int c = begin; c < end; ++c) {
+    const double v = line[c];
+    target[c] = v;
+    extrema[count] = c;
+    count += static_cast<int>(v > bounds.High[static_cast<std::size_t>(c)]) |
+             static_cast<int>(v < bounds.Low[static_cast<std::size_t>(c)]);
+  }
+  for (int k = 0; k < count; ++k)
+    target[extrema[k]] = squeezed(extrema[k], line[extrema[k]]);
+  for (int c = std::max(begin, end); c < cols; ++c)
+    border(c);
+}
+
+// The squeeze frame on every row: squeezed(col, row, value).
 template <typename Squeezed>
 void SqueezeRows(const double* in, double* out, int cols, int rows, int half, Squeezed squeezed)
 {
   Ipg_SpeckleRowsInBands<Bounds>(cols, rows, kWindowWork, [&](int r, Bounds& bounds) {
-    bounds.Low.resize(static_cast<std::size_t>(cols));
-    bounds.High.resize(static_cast<std::size_t>(cols));
-    bounds.Extrema.resize(static_cast<std::size_t>(cols) + 1);
-    const bool innerRow = half > 0 && r >= half && r + half < rows;
-    const int begin = innerRow ? std::min(half, cols) : cols;
-    const int end = innerRow ? std::max(begin, cols - half) : cols;
-    if (begin < end) {
-#if defined(__x86_64__)
-      if (Ipg_UseAvx2())
-        InnerBoundsAvx2(in, cols, r, half, begin, end, bounds.Low.data(), bounds.High.data());
-      else
-#endif
-        InnerBoundsPlain(in, cols, r, half, begin, end, bounds.Low.data(), bounds.High.data());
-    }
-    const double* line = in + At(0, r, cols);
-    double* target = out + At(0, r, cols);
-    const auto border = [&](int c) {
-      target[c] = StrictExtremum(line[c], OthersOf(in, cols, rows, c, r, half)) ? squeezed(c, r, line[c]) : line[c];
-    };
-    for (int c = 0; c < begin; ++c)
-      border(c);
-    // Inner pixels: the extrema listed first, without a branch on each pixel.
-    int* extrema = bounds.Extrema.data();
-    int count = 0;
-    for (int c = begin; c < end; ++c) {
-      const double v = line[c];
-      target[c] = v;
-      extrema[count] = c;
-      count += static_cast<int>(v > bounds.High[static_cast<std::size_t>(c)]) |
-               static_cast<int>(v < bounds.Low[static_cast<std::size_t>(c)]);
-    }
-    for (int k = 0; k < count; ++k)
-      target[extrema[k]] = squeezed(extrema[k], r, line[extrema[k]]);
-    for (int c = std::max(begin, end); c < cols; ++c)
-      border(c);
+    SqueezeRow(in, out, cols, rows, half, r, bounds, [&](int c, double v) { return squeezed(c, r, v); });
   });
 }
 
@@ -221,28 +228,26 @@ void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
   });
 }
 
-void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2,
-                    Ipg_SpeckleBuffers* buffers)
+void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2)
 {
-  Ipg_SpeckleBuffers local;
-  Ipg_SpeckleBuffers& b = buffers != nullptr ? *buffers : local;
-  const Ipg_WindowTables& area = b.TablesFor(in, cols, rows);
   const double limit = factor * factor * cu2;
-  SqueezeRows(in, out, cols, rows, 1, [&](int c, int r, double v) {
-    // The largest homogeneous window, 3x3 at least.
-    double count = 0.0, sum = 0.0, squares = 0.0;
-    area.Window(c, r, 1, count, sum, squares);
-    for (int h = 2; h <= maxHalf; ++h) {
-      double n = 0.0, s = 0.0, q = 0.0;
-      area.Window(c, r, h, n, s, q);
-      const double mean = s / n;
-      const double variance = std::max(0.0, q / n - mean * mean);
-      if (mean <= 0.0 || variance > limit * mean * mean)
-        break;
-      count = n;
-      sum = s;
-    }
-    return count > 1.0 ? (sum - v) / (count - 1.0) : v;
+  Ipg_WindowRowsInBands<Bounds>(in, cols, rows, std::max(1, maxHalf), kWindowWork,
+                                [&](int r, Ipg_WindowTables& area, Bounds& bounds) {
+    SqueezeRow(in, out, cols, rows, 1, r, bounds, [&](int c, double v) {
+      // The largest homogeneous window, 3x3 at least.
+      double count = 0.0, sum = 0.0, squares = 0.0;
+      area.Window(c, r, 1, count, sum, squares);
+      for (int h = 2; h <= maxHalf; ++h) {
+        double n = 0.0, s = 0.0, q = 0.0;
+        area.Window(c, r, h, n, s, q);
+        const double mean = s / n;
+        const double variance = std::max(0.0, q / n - mean * mean);
+        if (mean <= 0.0 || variance > limit * mean * mean)
+          break;
+        count = n;
+        sum = s;
+      }
+      return count > 1.0 ? (sum - v) / (count - 1.0) : v;
+    });
   });
-  b.Release();
 }

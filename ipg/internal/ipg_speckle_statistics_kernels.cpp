@@ -384,7 +384,7 @@ struct SigmaRow {
 } // namespace
 
 void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, const Ipg_RoiRows& roi, int half,
-                         int fewest, double range, Ipg_SpeckleBuffers* buffers)
+                         int fewest, double range)
 {
   const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
   std::vector<int> pixels(n);
@@ -397,7 +397,8 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
       eligible[at] = Ipg_IsGreyLevel(pixels[at]) && roi.Inside(col, row);
       usable[at] = eligible[at] != 0 ? pixels[at] : NAN;
     }
-  const double cu = std::sqrt(Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf, buffers));
+  // out is written only below: until then it holds the speckle level's list.
+  const double cu = std::sqrt(Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf));
   const auto toleranceOf = [&](int reference) {
     return Ipg_TruncateTowardZero<double>(std::lround(range * cu * std::fabs(static_cast<double>(reference))));
   };

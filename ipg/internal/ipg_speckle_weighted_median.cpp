@@ -127,20 +127,29 @@ struct AwmfJob {
   int Half;
   int CentreWeight;
   double B;
-  const double* Means;
-  const double* Variances;
   const DistanceClasses* Classes;
 };
 
-[[gnu::always_inline]] inline void AwmfRowBody(const AwmfJob& job, int row, Cells& cells, std::vector<long long>& weightOf)
+// What one band works with: the cells of a window, the weight of each
+// distance class, and the window moments of the row.
+struct AwmfBand {
+  Cells Window;
+  std::vector<long long> WeightOf;
+  std::vector<double> Mean;
+  std::vector<double> Variance;
+};
+
+[[gnu::always_inline]] inline void AwmfRowBody(const AwmfJob& job, int row, AwmfBand& band)
 {
+  Cells& cells = band.Window;
+  std::vector<long long>& weightOf = band.WeightOf;
   const int half = job.Half, side = 2 * half + 1, cols = job.Cols;
   const std::vector<double>& distance = job.Classes->Distance;
   const int* classOf = job.Classes->ClassOf.data();
   for (int c = 0; c < cols; ++c) {
     const std::size_t at = static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(c);
-    const double mean = job.Means[at];
-    const double ratio = mean > 0.0 ? job.Variances[at] / mean : 0.0;
+    const double mean = band.Mean[static_cast<std::size_t>(c)];
+    const double ratio = mean > 0.0 ? band.Variance[static_cast<std::size_t>(c)] / mean : 0.0;
     for (std::size_t k = 0; k < weightOf.size(); ++k) {
       const double w = std::round(job.CentreWeight - job.B * distance[k] * ratio);
       weightOf[k] = w > 0.0 ? static_cast<long long>(std::min(w, 1e9)) : 0LL;
@@ -170,44 +179,35 @@ struct AwmfJob {
   }
 }
 
-void AwmfRowPlain(const AwmfJob& job, int row, Cells& cells, std::vector<long long>& weightOf)
+void AwmfRowPlain(const AwmfJob& job, int row, AwmfBand& band)
 {
-  AwmfRowBody(job, row, cells, weightOf);
+  AwmfRowBody(job, row, band);
 }
 
 #if defined(__x86_64__)
-[[gnu::target("avx2")]] void AwmfRowAvx2(const AwmfJob& job, int row, Cells& cells, std::vector<long long>& weightOf)
+[[gnu::target("avx2")]] void AwmfRowAvx2(const AwmfJob& job, int row, AwmfBand& band)
 {
-  AwmfRowBody(job, row, cells, weightOf);
+  AwmfRowBody(job, row, band);
 }
 #endif
 
 } // namespace
 
-double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight, Ipg_SpeckleBuffers* buffers)
+double Ipg_AwmfAutoScale(const double* in, double* scratch, int cols, int rows, int half, int centreWeight)
 {
-  Ipg_SpeckleBuffers local;
-  Ipg_SpeckleBuffers& b = buffers != nullptr ? *buffers : local;
-  b.KeepMoments = true; // for the pass
-  const double typical = Ipg_MedianLocalRatio(in, cols, rows, half, 1, b);
+  const double typical = Ipg_MedianLocalRatio(in, scratch, cols, rows, half, 1);
   const double farthest = half * std::sqrt(2.0);
   if (typical <= 0.0 || farthest <= 0.0)
     return 0.0;
   return centreWeight / (2.0 * farthest * typical);
 }
 
-void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b,
-                  Ipg_SpeckleBuffers* buffers)
+void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, int centreWeight, double b)
 {
   if (cols <= 0 || rows <= 0)
     return;
-  Ipg_SpeckleBuffers local;
-  Ipg_SpeckleBuffers& buffer = buffers != nullptr ? *buffers : local;
-  if (buffer.MomentsOf != in || buffer.MomentsHalf != half)
-    Ipg_LocalMomentsInto(in, cols, rows, half, buffer);
-  buffer.Release();
   const DistanceClasses classes(half);
-  const AwmfJob job{in, out, cols, rows, half, centreWeight, b, buffer.Mean.data(), buffer.Variance.data(), &classes};
+  const AwmfJob job{in, out, cols, rows, half, centreWeight, b, &classes};
   const int side = 2 * half + 1;
   const std::size_t window = static_cast<std::size_t>(side) * static_cast<std::size_t>(side) + kLanes;
 #if defined(__x86_64__)
@@ -215,19 +215,15 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
 #else
   const auto row = AwmfRowPlain;
 #endif
-  std::atomic<bool> stop{false};
-  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kMedianWork),
-               [&](unsigned band, unsigned begin, unsigned end) {
-                 Cells cells;
-                 cells.Values.resize(window);
-                 cells.Weights.resize(window);
-                 std::vector<long long> weightOf(classes.Distance.size());
-                 for (unsigned r = begin; r < end; ++r) {
-                   if (band == 0 && Ipg_CancelRequested())
-                     stop = true;
-                   if (stop.load(std::memory_order_relaxed))
-                     return;
-                   row(job, static_cast<int>(r), cells, weightOf);
-                 }
-               });
+  Ipg_WindowRowsInBands<AwmfBand>(in, cols, rows, half, kMedianWork, [&](int r, Ipg_WindowTables& tables, AwmfBand& band) {
+    if (band.Mean.empty()) { // the band's first row
+      band.Window.Values.resize(window);
+      band.Window.Weights.resize(window);
+      band.WeightOf.resize(classes.Distance.size());
+      band.Mean.resize(static_cast<std::size_t>(cols));
+      band.Variance.resize(static_cast<std::size_t>(cols));
+    }
+    tables.RowMoments(r, half, band.Mean.data(), band.Variance.data());
+    row(job, r, band);
+  });
 }

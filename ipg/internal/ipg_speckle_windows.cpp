@@ -17,58 +17,91 @@ constexpr std::size_t kMomentWork = 1;
 // Up to this many values, the middle one is selected without radix buckets.
 constexpr std::size_t kDirectSelection = 16384;
 
+// Marks a pixel without a positive local mean in the list of ratios (never a ratio).
+constexpr double kNoRatio = -1.0;
+
 } // namespace
 
-void Ipg_WindowTables::Build(const double* in, int cols, int rows)
+void Ipg_WindowTables::Start(const double* in, int cols, int rows, int reach, int first, int end, const double* seed)
 {
+  In = in;
   Cols = std::max(0, cols);
   Rows = std::max(0, rows);
+  Half = std::max(0, reach);
   Width = static_cast<std::size_t>(Cols) + 1;
-  const std::size_t size = Width * (static_cast<std::size_t>(Rows) + 1);
-  Sum.resize(size);
-  Squares.resize(size);
-  Spare.resize(2 * Width);
-  std::fill(Sum.begin(), Sum.begin() + static_cast<std::ptrdiff_t>(Width), 0.0);
-  std::fill(Squares.begin(), Squares.begin() + static_cast<std::ptrdiff_t>(Width), 0.0);
-  // Entry (c + 1, r + 1) is the entry above plus the running sum of row r up
-  // to c, as row by row; two rows at a time, whose chains the processor overlaps.
-  for (int r = 0; r < Rows; r += 2) {
-    const bool pair = r + 1 < Rows;
-    const double* first = in + static_cast<std::size_t>(r) * static_cast<std::size_t>(Cols);
-    const double* second = pair ? first + Cols : first;
-    double* sums = Sum.data() + static_cast<std::size_t>(r + 1) * Width;
-    double* squares = Squares.data() + static_cast<std::size_t>(r + 1) * Width;
-    // Without a second row, its results go to a scratch line.
-    double* nextSums = pair ? sums + Width : Spare.data();
-    double* nextSquares = pair ? squares + Width : Spare.data() + Width;
-    sums[0] = squares[0] = nextSums[0] = nextSquares[0] = 0.0;
-    double line = 0.0, lineSquares = 0.0, nextLine = 0.0, nextLineSquares = 0.0;
-    for (int c = 0; c < Cols; ++c) {
-      line += first[c];
-      lineSquares += first[c] * first[c];
-      nextLine += second[c];
-      nextLineSquares += second[c] * second[c];
-      sums[c + 1] = sums[c + 1 - static_cast<std::ptrdiff_t>(Width)] + line;
-      squares[c + 1] = squares[c + 1 - static_cast<std::ptrdiff_t>(Width)] + lineSquares;
-      nextSums[c + 1] = sums[c + 1] + nextLine;
-      nextSquares[c + 1] = squares[c + 1] + nextLineSquares;
-    }
+  const long top = std::max(0, first - Half);
+  const long bottom = std::min<long>(Rows, static_cast<long>(end) + Half);
+  // The rows within reach of one image row, and one built ahead.
+  Capacity = std::max(2L, std::min(bottom - top + 1, 2L * Half + 3));
+  Sum.resize(static_cast<std::size_t>(Capacity) * Width);
+  Squares.resize(Sum.size());
+  Built = top;
+  double* sums = Sum.data() + static_cast<std::size_t>(top % Capacity) * Width;
+  double* squares = Squares.data() + static_cast<std::size_t>(top % Capacity) * Width;
+  if (seed == nullptr) {
+    std::fill(sums, sums + Width, 0.0);
+    std::fill(squares, squares + Width, 0.0);
+  } else {
+    std::copy(seed, seed + Width, sums);
+    std::copy(seed + Width, seed + 2 * Width, squares);
   }
 }
 
-void Ipg_WindowTables::Window(int col, int row, int half, double& count, double& sum, double& squares) const
+void Ipg_WindowTables::Extend(int row)
 {
+  const long needed = std::min<long>(Rows, row + Half + 1L);
+  const long kept = std::max(0L, static_cast<long>(row) - Half); // the top row still read
+  while (Built < needed) {
+    // Two rows at a time when the second fits: the processor overlaps their chains.
+    const bool pair = Capacity >= 3 && Built + 2 <= Rows && Built + 2 < kept + Capacity;
+    BuildRows(Built + 1, pair);
+    Built += pair ? 2 : 1;
+  }
+}
+
+void Ipg_WindowTables::BuildRows(long first, bool pair)
+{
+  // Entry (c + 1, t) is the entry above plus the running sum of image row t - 1 up to c.
+  const double* firstLine = In + static_cast<std::size_t>(first - 1) * static_cast<std::size_t>(Cols);
+  const double* secondLine = pair ? firstLine + Cols : firstLine;
+  const double* above = SumLine(first - 1);
+  const double* aboveSquares = SquaresLine(first - 1);
+  double* sums = const_cast<double*>(SumLine(first));
+  double* squares = const_cast<double*>(SquaresLine(first));
+  // Without a second row, its results are written over the first's, then again.
+  double* nextSums = pair ? const_cast<double*>(SumLine(first + 1)) : sums;
+  double* nextSquares = pair ? const_cast<double*>(SquaresLine(first + 1)) : squares;
+  nextSums[0] = nextSquares[0] = 0.0;
+  double line = 0.0, lineSquares = 0.0, nextLine = 0.0, nextLineSquares = 0.0;
+  for (int c = 0; c < Cols; ++c) {
+    line += firstLine[c];
+    lineSquares += firstLine[c] * firstLine[c];
+    nextLine += secondLine[c];
+    nextLineSquares += secondLine[c] * secondLine[c];
+    const double sum = above[c + 1] + line, square = aboveSquares[c + 1] + lineSquares;
+    nextSums[c + 1] = sum + nextLine;
+    nextSquares[c + 1] = square + nextLineSquares;
+    sums[c + 1] = sum;
+    squares[c + 1] = square;
+  }
+  sums[0] = squares[0] = 0.0;
+}
+
+void Ipg_WindowTables::Window(int col, int row, int half, double& count, double& sum, double& squares)
+{
+  Reach(row);
   const long c0 = std::max(0, col - half), c1 = std::min(Cols, col + half + 1);
   const long r0 = std::max(0, row - half), r1 = std::min(Rows, row + half + 1);
   count = static_cast<double>(c1 - c0) * static_cast<double>(r1 - r0);
-  const double *sumTop = Line(Sum, r0), *sumBottom = Line(Sum, r1);
-  const double *squareTop = Line(Squares, r0), *squareBottom = Line(Squares, r1);
+  const double *sumTop = SumLine(r0), *sumBottom = SumLine(r1);
+  const double *squareTop = SquaresLine(r0), *squareBottom = SquaresLine(r1);
   sum = sumBottom[c1] - sumBottom[c0] - sumTop[c1] + sumTop[c0];
   squares = squareBottom[c1] - squareBottom[c0] - squareTop[c1] + squareTop[c0];
 }
 
-void Ipg_WindowTables::RowMoments(int row, int half, double* mean, double* variance) const
+void Ipg_WindowTables::RowMoments(int row, int half, double* mean, double* variance)
 {
+  Reach(row);
   const auto clipped = [&](int c) {
     double count = 0.0, sum = 0.0, squares = 0.0;
     Window(c, row, half, count, sum, squares);
@@ -81,12 +114,12 @@ void Ipg_WindowTables::RowMoments(int row, int half, double* mean, double* varia
     clipped(c);
   const long r0 = std::max(0, row - half), r1 = std::min(Rows, row + half + 1);
   const double count = static_cast<double>(2 * half + 1) * static_cast<double>(r1 - r0);
-  const double *sumTop = Line(Sum, r0) - half, *sumBottom = Line(Sum, r1) - half;
-  const double *squareTop = Line(Squares, r0) - half, *squareBottom = Line(Squares, r1) - half;
-  const int span = 2 * half + 1;
+  const double *sumTop = SumLine(r0), *sumBottom = SumLine(r1);
+  const double *squareTop = SquaresLine(r0), *squareBottom = SquaresLine(r1);
   for (int c = innerBegin; c < innerEnd; ++c) {
-    const double sum = sumBottom[c + span] - sumBottom[c] - sumTop[c + span] + sumTop[c];
-    const double squares = squareBottom[c + span] - squareBottom[c] - squareTop[c + span] + squareTop[c];
+    const int left = c - half, right = c + half + 1;
+    const double sum = sumBottom[right] - sumBottom[left] - sumTop[right] + sumTop[left];
+    const double squares = squareBottom[right] - squareBottom[left] - squareTop[right] + squareTop[left];
     const double m = sum / count;
     mean[c] = m;
     variance[c] = std::max(0.0, squares / count - m * m);
@@ -95,132 +128,123 @@ void Ipg_WindowTables::RowMoments(int row, int half, double* mean, double* varia
     clipped(c);
 }
 
-double Ipg_MiddleElement(std::vector<double>& values, std::vector<unsigned long long>& keys)
+void Ipg_WindowTables::CopyRow(long t, double* target)
 {
-  if (values.empty())
+  Reach(static_cast<int>(std::max(0L, t - Half - 1)));
+  std::copy_n(SumLine(t), Width, target);
+  std::copy_n(SquaresLine(t), Width, target + Width);
+}
+
+void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::size_t work,
+                        const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body)
+{
+  if (cols <= 0 || rows <= 0)
+    return;
+  IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * work);
+  if (reach >= 0) {
+    const long ring = std::min(static_cast<long>(rows) + 1, 2L * reach + 3);
+    bands.Count = static_cast<unsigned>(std::clamp<long>((rows + 1L) / ring, 1L, bands.Count));
+  }
+  // Each band's seed, the table row above its first window, by one walk from the top.
+  const std::size_t width = static_cast<std::size_t>(cols) + 1;
+  std::vector<double> seeds(2 * width * bands.Count);
+  std::vector<bool> seeded(bands.Count, false);
+  if (bands.Count > 1 && reach >= 0) {
+    Ipg_WindowTables walk;
+    walk.Start(in, cols, rows, 0, 0, rows, nullptr);
+    for (unsigned band = 1; band < bands.Count; ++band) {
+      const long top = std::max(0L, static_cast<long>(bands.Begin(band)) - reach);
+      if (top == 0)
+        continue;
+      walk.CopyRow(top, seeds.data() + 2 * width * band);
+      seeded[band] = true;
+    }
+  }
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    Ipg_WindowTables tables;
+    if (reach >= 0)
+        tables.Start(in, cols, rows, reach, static_cast<int>(begin), static_cast<int>(end),
+                   seeded[band] ? seeds.data() + 2 * width * band : nullptr);
+    body(band, begin, end, tables);
+  });
+}
+
+double Ipg_MiddleElement(double* values, std::size_t count)
+{
+  if (count == 0)
     return 0.0;
-  std::size_t rank = values.size() / 2;
+  std::size_t rank = count / 2;
+  double* end = values + count;
+  const auto select = [&] {
+    std::nth_element(values, values + rank, end);
+    return values[rank];
+  };
   // A short list is selected directly: the radix buckets below cost more to
   // clear than it takes to order a few thousand values.
-  if (values.size() <= kDirectSelection) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(rank);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-  }
+  if (count <= kDirectSelection)
+    return select();
   // Non-negative doubles order as their bit patterns (+inf included): count
   // them by their top 16 bits, keep the bucket of the middle one and narrow
-  // it 12 bits at a time. A negative value or a NaN has a larger pattern than +inf.
+  // it 12 bits at a time, moving the values kept to the front. A negative
+  // value or a NaN has a larger pattern than +inf.
   constexpr std::uint64_t kInfinity = 0x7FF0000000000000ULL;
   constexpr int kTopShift = 48;
   std::vector<std::uint32_t> top(std::size_t{1} << (64 - kTopShift), 0);
   bool ordered = true;
-  for (const double v : values) {
-    const std::uint64_t key = std::bit_cast<std::uint64_t>(v);
+  for (const double* v = values; v < end; ++v) {
+    const std::uint64_t key = std::bit_cast<std::uint64_t>(*v);
     ordered &= key <= kInfinity;
     ++top[key >> kTopShift];
   }
-  if (!ordered) {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(rank);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-  }
+  if (!ordered)
+    return select();
   std::uint64_t bucket = 0;
   while (rank >= top[bucket])
     rank -= top[bucket++];
-  keys.clear();
-  for (const double v : values)
-    if ((std::bit_cast<std::uint64_t>(v) >> kTopShift) == bucket)
-      keys.push_back(std::bit_cast<std::uint64_t>(v));
+  end = std::partition(values, end, [&](double v) { return (std::bit_cast<std::uint64_t>(v) >> kTopShift) == bucket; });
   constexpr int kDigit = 12;
   std::vector<std::size_t> histogram(std::size_t{1} << kDigit);
-  for (int shift = kTopShift - kDigit; keys.size() > 64 && shift > -kDigit; shift -= kDigit) {
+  for (int shift = kTopShift - kDigit; end - values > 64 && shift > -kDigit; shift -= kDigit) {
     const int low = std::max(0, shift);
-    const unsigned long long mask = (1ULL << (kDigit - (low - shift))) - 1;
+    const std::uint64_t mask = (1ULL << (kDigit - (low - shift))) - 1;
+    const auto digitOf = [&](double v) { return (std::bit_cast<std::uint64_t>(v) >> low) & mask; };
     std::fill(histogram.begin(), histogram.end(), 0);
-    for (const unsigned long long key : keys)
-      ++histogram[(key >> low) & mask];
-    std::size_t digit = 0;
+    for (const double* v = values; v < end; ++v)
+      ++histogram[digitOf(*v)];
+    std::uint64_t digit = 0;
     while (rank >= histogram[digit])
       rank -= histogram[digit++];
-    std::erase_if(keys, [&](unsigned long long key) { return ((key >> low) & mask) != digit; });
+    end = std::partition(values, end, [&](double v) { return digitOf(v) == digit; });
   }
-  const auto middle = keys.begin() + static_cast<std::ptrdiff_t>(rank);
-  std::nth_element(keys.begin(), middle, keys.end());
-  return std::bit_cast<double>(*middle);
+  return select();
 }
 
-void Ipg_LocalMomentsInto(const double* in, int cols, int rows, int half, Ipg_SpeckleBuffers& buffers)
+double Ipg_MedianLocalRatio(const double* in, double* scratch, int cols, int rows, int half, int power)
 {
-  // Always built: the same address may hold new values since the last pass.
-  buffers.Tables.Build(in, cols, rows);
-  buffers.TablesOf = in;
-  const Ipg_WindowTables& tables = buffers.Tables;
-  const std::size_t n = static_cast<std::size_t>(std::max(0, cols)) * static_cast<std::size_t>(std::max(0, rows));
-  buffers.Mean.resize(n);
-  buffers.Variance.resize(n);
-  if (n > 0)
-    Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kMomentWork),
-                 [&](unsigned, unsigned begin, unsigned end) {
-                   for (unsigned r = begin; r < end; ++r) {
-                     const std::size_t at = static_cast<std::size_t>(r) * static_cast<std::size_t>(cols);
-                     tables.RowMoments(static_cast<int>(r), half, buffers.Mean.data() + at, buffers.Variance.data() + at);
-                   }
-                 });
-  buffers.MomentsOf = in;
-  buffers.MomentsHalf = half;
-}
-
-double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers)
-{
-  buffers.Tables.Build(in, cols, rows);
-  buffers.TablesOf = in;
-  const std::size_t n = static_cast<std::size_t>(std::max(0, cols)) * static_cast<std::size_t>(std::max(0, rows));
-  const bool keep = buffers.KeepMoments;
-  if (keep) {
-    buffers.Mean.resize(n);
-    buffers.Variance.resize(n);
-  }
-  if (n == 0)
+  if (cols <= 0 || rows <= 0)
     return 0.0;
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kMomentWork);
-  buffers.BandRatios.resize(bands.Count);
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    std::vector<double>& ratios = buffers.BandRatios[band];
-    ratios.clear();
-    std::vector<double> line(3 * static_cast<std::size_t>(cols)); // ratio, and mean and variance unless kept
-    for (unsigned r = begin; r < end; ++r) {
-      const std::size_t at = static_cast<std::size_t>(r) * static_cast<std::size_t>(cols);
-      double* ratio = line.data();
-      double* mean = keep ? buffers.Mean.data() + at : ratio + cols;
-      double* variance = keep ? buffers.Variance.data() + at : ratio + 2 * cols;
-      buffers.Tables.RowMoments(static_cast<int>(r), half, mean, variance);
-      if (power == 2)
-        for (int c = 0; c < cols; ++c)
-          ratio[c] = variance[c] / (mean[c] * mean[c]);
-      else
-        for (int c = 0; c < cols; ++c)
-          ratio[c] = variance[c] / mean[c];
+  struct Line {
+    std::vector<double> Mean, Variance;
+  };
+  // Every pixel's ratio in its place, then those with a positive mean moved
+  // together in row-major order.
+  Ipg_WindowRowsInBands<Line>(in, cols, rows, half, kMomentWork, [&](int r, Ipg_WindowTables& tables, Line& line) {
+    line.Mean.resize(static_cast<std::size_t>(cols));
+    line.Variance.resize(static_cast<std::size_t>(cols));
+    double* mean = line.Mean.data();
+    double* variance = line.Variance.data();
+    tables.RowMoments(r, half, mean, variance);
+    double* ratio = scratch + static_cast<std::size_t>(r) * static_cast<std::size_t>(cols);
+    if (power == 2)
       for (int c = 0; c < cols; ++c)
-        if (mean[c] > 0.0)
-          ratios.push_back(ratio[c]);
-    }
+        ratio[c] = variance[c] / (mean[c] * mean[c]);
+    else
+      for (int c = 0; c < cols; ++c)
+        ratio[c] = variance[c] / mean[c];
+    for (int c = 0; c < cols; ++c)
+      ratio[c] = mean[c] > 0.0 ? ratio[c] : kNoRatio;
   });
-  if (keep) {
-    buffers.MomentsOf = in;
-    buffers.MomentsHalf = half;
-  }
-  // The bands' lists one after the other: the pixels in row-major order.
-  std::vector<double>& ratios = buffers.BandRatios[0];
-  for (std::size_t band = 1; band < bands.Count; ++band)
-    ratios.insert(ratios.end(), buffers.BandRatios[band].begin(), buffers.BandRatios[band].end());
-  return Ipg_MiddleElement(ratios, buffers.Keys);
-}
-
-const Ipg_WindowTables& Ipg_SpeckleBuffers::TablesFor(const double* in, int cols, int rows)
-{
-  if (TablesOf != in) {
-    Tables.Build(in, cols, rows);
-    TablesOf = in;
-  }
-  return Tables;
+  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  double* end = std::remove(scratch, scratch + n, kNoRatio);
+  return Ipg_MiddleElement(scratch, static_cast<std::size_t>(end - scratch));
 }

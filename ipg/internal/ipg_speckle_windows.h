@@ -14,34 +14,65 @@
 // squares (Ipg_SummedArea::ByRowRuns), and a window's sums are read with the
 // left strip subtracted first (Ipg_SummedArea::Over): every sum, mean and
 // variance is bit for bit the one those give, only without clipping the
-// windows of inner pixels one at a time. The buffers are kept between passes.
+// windows of inner pixels one at a time.
+//
+// A band of rows keeps only the table rows its windows reach, in a ring that
+// is extended as the band walks down: a few rows instead of two images of
+// doubles. Table row t is the row above plus the running sums of image row
+// t - 1, so a band that starts lower down is seeded with the table row above
+// its first window, computed by a walk from the top (Ipg_RunWindowBands):
+// every band adds in the same order as one walk over the whole image.
 class Ipg_WindowTables {
 public:
-  // Tables of a cols x rows image.
-  void Build(const double* in, int cols, int rows);
+  // A band of the rows [first, end) of a cols x rows image whose windows have
+  // half sizes up to reach. seed holds table row max(0, first - reach), its
+  // sums then its sums of squares (cols + 1 values each); null when that is row 0.
+  void Start(const double* in, int cols, int rows, int reach, int first, int end, const double* seed);
 
-  // Count, sum and sum of squares of the window of half size around (col, row), clipped.
-  void Window(int col, int row, int half, double& count, double& sum, double& squares) const;
+  // Count, sum and sum of squares of the window of half size (at most reach)
+  // around (col, row), clipped. Rows come in increasing order.
+  void Window(int col, int row, int half, double& count, double& sum, double& squares);
 
   // Mean and population variance (max(0, squares / count - mean^2)) of the
   // clipped windows of every pixel of row, into mean[0 .. cols) and variance[0 .. cols).
-  void RowMoments(int row, int half, double* mean, double* variance) const;
+  void RowMoments(int row, int half, double* mean, double* variance);
+
+  // Table row t, sums then sums of squares, into target (2 (cols + 1) values);
+  // t must be within reach of the last row visited.
+  void CopyRow(long t, double* target);
 
 private:
-  const double* Line(const std::vector<double>& table, long row) const
+  // Builds the table rows the windows of row reach, the ones above them dropped.
+  void Reach(int row)
   {
-    return table.data() + static_cast<std::size_t>(row) * Width;
+    if (row + Half + 1L > Built && Built < Rows)
+      Extend(row);
   }
+  void Extend(int row);
+  void BuildRows(long first, bool pair);
+  const double* SumLine(long t) const { return Sum.data() + static_cast<std::size_t>(t % Capacity) * Width; }
+  const double* SquaresLine(long t) const { return Squares.data() + static_cast<std::size_t>(t % Capacity) * Width; }
 
+  const double* In = nullptr;
   int Cols = 0;
   int Rows = 0;
+  int Half = 0;
+  long Capacity = 1; // table rows in the ring
+  long Built = 0;    // the last table row built
   std::size_t Width = 0;
   std::vector<double> Sum;
   std::vector<double> Squares;
-  std::vector<double> Spare;
 };
 
-// What one band of rows works with.
+// Bands of rows for windows of half sizes up to reach, each with its own
+// tables: body(band, firstRow, endRow, tables) in parallel when there are
+// several. Windows near the image's size keep the bands few, so that the
+// rings together hold at most about one table. A reach below 0 builds no
+// tables (the body must not read them).
+void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::size_t work,
+                        const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body);
+
+// Buffers one job of the adaptive-neighbourhood filter reuses from pass to pass.
 struct Ipg_SpeckleBand {
   std::vector<unsigned> Stamps;
   std::vector<std::size_t> Region;
@@ -49,68 +80,53 @@ struct Ipg_SpeckleBand {
   std::vector<double> Variance;
 };
 
-// Buffers one despeckling job reuses from pass to pass.
 struct Ipg_SpeckleBuffers {
-  Ipg_WindowTables Tables;
-  std::vector<double> Mean;     // a per-pixel statistic
-  std::vector<double> Variance; // another
-  std::vector<double> Coefficient;
-  std::vector<std::vector<double>> BandRatios; // one list per band
-  std::vector<unsigned long long> Keys;
   std::vector<double> Padded;
   std::vector<Ipg_SpeckleBand> Bands;
-  // Tables are those of TablesOf (null: of no image yet); Mean and Variance hold the windows of MomentsHalf around every pixel of
-  // MomentsOf, as Ipg_MedianLocalRatio left them; a pass that uses them resets these.
-  bool KeepMoments = false; // whether Ipg_MedianLocalRatio leaves its moments for the pass
-  const double* TablesOf = nullptr;
-  const double* MomentsOf = nullptr;
-  int MomentsHalf = -1;
-
-  // Tables of in, built unless they are already in's.
-  const Ipg_WindowTables& TablesFor(const double* in, int cols, int rows);
-  // Forgets whose tables and moments these are: the next pass may bring new values at the same address.
-  void Release() { TablesOf = MomentsOf = nullptr; MomentsHalf = -1; }
 };
 
-// Element size / 2 of values in ascending order (0 for none), the value
-// std::nth_element gives; values is reordered. Long lists of non-negative
-// values are selected by their bit patterns, a few counting passes instead of
-// comparisons; short lists, and those with a negative value or a NaN, go to
-// std::nth_element.
-double Ipg_MiddleElement(std::vector<double>& values, std::vector<unsigned long long>& keys);
-
-// Local moments of in's windows of half size into buffers.Mean and Variance,
-// the tables built anew.
-void Ipg_LocalMomentsInto(const double* in, int cols, int rows, int half, Ipg_SpeckleBuffers& buffers);
+// Element size / 2 of values[0 .. count) in ascending order (0 for none), the
+// value std::nth_element gives; the values are reordered. Long lists of
+// non-negative values are narrowed by their bit patterns, a few counting
+// passes instead of comparisons; short lists, and those with a negative value
+// or a NaN, go to std::nth_element.
+double Ipg_MiddleElement(double* values, std::size_t count);
 
 // Median over the pixels whose local mean m (windows of half size) is positive
-// of variance / m^power (power 1 or 2), the pixels taken in row-major order.
-// Builds buffers.Tables on in; leaves the moments in buffers.Mean and Variance
-// when buffers.KeepMoments.
-double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power, Ipg_SpeckleBuffers& buffers);
+// of variance / m^power (power 1 or 2). scratch holds cols x rows values that
+// the call overwrites (a pass's output before it is written), not in.
+double Ipg_MedianLocalRatio(const double* in, double* scratch, int cols, int rows, int half, int power);
 
-// Rows of a pass that reads one image and writes another, in parallel bands:
-// row(r, scratch) with a Scratch of its own per band. work weighs a pixel
-// against a plain copy, so that costly filters split smaller images too. Only
-// the calling thread's band asks the host whether to stop (a host's progress
-// sink is not called from other threads); the other bands see its answer and
-// stop at their next row.
+// Rows of a pass that reads one image and writes another, in parallel bands,
+// each with its window tables (windows up to half reach; none below 0):
+// row(r, tables, scratch) with a Scratch of its own per band. work weighs a
+// pixel against a plain copy, so that costly filters split smaller images
+// too. Only the calling thread's band asks the host whether to stop (a host's
+// progress sink is not called from other threads); the other bands see its
+// answer and stop at their next row.
 template <typename Scratch, typename Row>
-void Ipg_SpeckleRowsInBands(int cols, int rows, std::size_t work, Row row)
+void Ipg_WindowRowsInBands(const double* in, int cols, int rows, int reach, std::size_t work, Row row)
 {
   if (cols <= 0 || rows <= 0)
     return;
   std::atomic<bool> stop{false};
-  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * work),
-               [&](unsigned band, unsigned begin, unsigned end) {
-                 Scratch scratch{};
-                 for (unsigned r = begin; r < end; ++r) {
-                   if (band == 0 && Ipg_CancelRequested())
-                     stop = true;
-                   if (stop.load(std::memory_order_relaxed))
-                     return;
-                   row(static_cast<int>(r), scratch);
-                 }
-               });
+  Ipg_RunWindowBands(in, cols, rows, reach, work,
+                     [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
+                       Scratch scratch{};
+                       for (unsigned r = begin; r < end; ++r) {
+                         if (band == 0 && Ipg_CancelRequested())
+                           stop = true;
+                         if (stop.load(std::memory_order_relaxed))
+                           return;
+                         row(static_cast<int>(r), tables, scratch);
+                       }
+                     });
 }
 
+// The same without tables: row(r, scratch).
+template <typename Scratch, typename Row>
+void Ipg_SpeckleRowsInBands(int cols, int rows, std::size_t work, Row row)
+{
+  Ipg_WindowRowsInBands<Scratch>(nullptr, cols, rows, -1, work,
+                                 [&](int r, Ipg_WindowTables&, Scratch& scratch) { row(r, scratch); });
+}

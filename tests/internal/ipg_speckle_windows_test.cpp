@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ipg/framework/ipg_threads.h"
+#include "ipg/internal/ipg_speckle_windows.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <vector>
+
+namespace {
+
+double NthElement(std::vector<double> values)
+{
+  const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+  std::nth_element(values.begin(), middle, values.end());
+  return *middle;
+}
+
+// Lists long enough to be narrowed by bit patterns: heavy ties (all in one
+// bucket), zeros, +inf, and a negative value that sends the list to nth_element.
+TEST(SpeckleWindows, MiddleElementIsTheElementNthElementSelects)
+{
+  std::mt19937 random(5);
+  std::gamma_distribution<double> spread(0.7, 2.0);
+  std::uniform_int_distribution<int> level(0, 9);
+  for (const std::size_t size : {1u, 2u, 16384u, 16385u, 100001u}) {
+    std::vector<std::vector<double>> lists(5, std::vector<double>(size));
+    for (std::size_t i = 0; i < size; ++i) {
+      lists[0][i] = spread(random);
+      lists[1][i] = 0.25;                                // one value
+      lists[2][i] = level(random) * 1e-3;                // few values, zeros among them
+      lists[3][i] = i % 7 == 0 ? INFINITY : spread(random);
+      lists[4][i] = i == size / 3 ? -1.5 : spread(random);
+    }
+    for (std::vector<double>& list : lists) {
+      const double expected = NthElement(list);
+      EXPECT_EQ(expected, Ipg_MiddleElement(list.data(), list.size())) << size;
+    }
+  }
+  EXPECT_EQ(0.0, Ipg_MiddleElement(nullptr, 0));
+}
+
+// The rings of table rows give every band the moments of tables built over
+// the whole image, at any thread count and window size.
+TEST(SpeckleWindows, BandedTablesGiveTheWholeImageMoments)
+{
+  std::mt19937 random(9);
+  std::gamma_distribution<double> speckle(1.0, 1.0);
+  const int cols = 301, rows = 517;
+  std::vector<double> in(static_cast<std::size_t>(cols) * rows);
+  for (double& v : in)
+    v = 400.0 * speckle(random);
+  for (const int half : {0, 1, 3, 40, 600}) {
+    // One band, built row after row from the top: the reference.
+    Ipg_SetNumThreads(1);
+    std::vector<double> mean(in.size()), variance(in.size());
+    Ipg_RunWindowBands(in.data(), cols, rows, half, 1, [&](unsigned, unsigned begin, unsigned end, Ipg_WindowTables& t) {
+      for (unsigned r = begin; r < end; ++r)
+        t.RowMoments(static_cast<int>(r), half, &mean[r * cols], &variance[r * cols]);
+    });
+    for (const int threads : {2, 7}) {
+      Ipg_SetNumThreads(threads);
+      std::vector<double> bandMean(in.size()), bandVariance(in.size());
+      Ipg_RunWindowBands(in.data(), cols, rows, half, 1, [&](unsigned, unsigned begin, unsigned end, Ipg_WindowTables& t) {
+        for (unsigned r = begin; r < end; r += 1 + r % 3) // rows skipped, as a sparse walk does
+          t.RowMoments(static_cast<int>(r), half, &bandMean[r * cols], &bandVariance[r * cols]);
+      });
+      for (unsigned r = 0; r < static_cast<unsigned>(rows); ++r) {
+        if (bandMean[r * cols] == 0.0 && bandVariance[r * cols] == 0.0)
+          continue; // skipped
+        ASSERT_TRUE(std::equal(mean.begin() + r * cols, mean.begin() + (r + 1) * cols, bandMean.begin() + r * cols))
+            << half << " " << threads << " row " << r;
+        ASSERT_TRUE(std::equal(variance.begin() + r * cols, variance.begin() + (r + 1) * cols,
+                               bandVariance.begin() + r * cols));
+      }
+      // A window read whole: the clipped sums of the plain loops.
+      double count = 0.0, sum = 0.0, squares = 0.0;
+      Ipg_RunWindowBands(in.data(), cols, rows, half, 1, [&](unsigned band, unsigned, unsigned, Ipg_WindowTables& t) {
+        if (band == 0)
+          t.Window(5, 2, half, count, sum, squares);
+      });
+      double plain = 0.0;
+      for (int y = std::max(0, 2 - half); y <= std::min(rows - 1, 2 + half); ++y)
+        for (int x = std::max(0, 5 - half); x <= std::min(cols - 1, 5 + half); ++x)
+          plain += in[static_cast<std::size_t>(y) * cols + x];
+      EXPECT_NEAR(plain, sum, 1e-9 * plain);
+      EXPECT_EQ((std::min(rows - 1, 2 + half) - std::max(0, 2 - half) + 1.0) *
+                    (std::min(cols - 1, 5 + half) - std::max(0, 5 - half) + 1.0),
+                count);
+    }
+  }
+  Ipg_SetNumThreads(0);
+}
+
+} // namespace
