@@ -387,16 +387,17 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
                          int fewest, double range)
 {
   const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
-  std::vector<int> pixels(n);
-  std::vector<unsigned char> eligible(n); // grey levels inside roi
-  std::vector<double> usable(n);          // their levels, NaN elsewhere
+  // The pixels rounded to whole levels where they are grey levels inside roi
+  // (those that are filtered and listed), NaN elsewhere.
+  std::vector<double> usable(n);
   for (int row = 0; row < rows; ++row)
     for (int col = 0; col < cols; ++col) {
       const std::size_t at = At(col, row, cols);
-      pixels[at] = Ipg_RoundToNearest(in[at]);
-      eligible[at] = Ipg_IsGreyLevel(pixels[at]) && roi.Inside(col, row);
-      usable[at] = eligible[at] != 0 ? pixels[at] : NAN;
+      const int level = Ipg_RoundToNearest(in[at]);
+      usable[at] = Ipg_IsGreyLevel(level) && roi.Inside(col, row) ? static_cast<double>(level) : NAN;
     }
+  const auto eligible = [&](std::size_t at) { return !std::isnan(usable[at]); };
+  const auto levelAt = [&](std::size_t at) { return static_cast<int>(usable[at]); };
   // out is written only below: until then it holds the speckle level's list.
   const double cu = std::sqrt(Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf));
   const auto toleranceOf = [&](int reference) {
@@ -407,21 +408,21 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
   const auto finish = [&](std::size_t at, int col, int row, double sum, int similar) {
     double impulseMean = 0.0;
     if (similar >= fewest)
-      out[at] = (pixels[at] + sum) / (similar + 1);
+      out[at] = (levelAt(at) + sum) / (similar + 1);
     else if (NeighbourMean(in, cols, rows, col, row, impulseMean))
       out[at] = impulseMean; // too few look alike: an impulse
   };
   const auto clipped = [&](int col, int row) {
     const std::size_t at = At(col, row, cols);
-    const int reference = pixels[at];
+    const int reference = levelAt(at);
     const int tolerance = toleranceOf(reference);
     double sum = 0.0;
     int similar = 0;
     for (int y = std::max(0, row - half); y <= std::min(rows - 1, row + half); ++y)
       for (int x = std::max(0, col - half); x <= std::min(cols - 1, col + half); ++x)
-        if ((x != col || y != row) && eligible[At(x, y, cols)] != 0 &&
-            std::labs(static_cast<long>(pixels[At(x, y, cols)]) - reference) <= tolerance) {
-          sum += pixels[At(x, y, cols)];
+        if ((x != col || y != row) && eligible(At(x, y, cols)) &&
+            std::labs(static_cast<long>(levelAt(At(x, y, cols))) - reference) <= tolerance) {
+          sum += levelAt(At(x, y, cols));
           ++similar;
         }
     finish(at, col, row, sum, similar);
@@ -438,7 +439,7 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
       // The centres are read from usable too: those that are not are never filtered.
       for (int col = begin; col < end; ++col)
         line.Tolerance[static_cast<std::size_t>(col)] =
-            eligible[At(col, row, cols)] != 0 ? toleranceOf(pixels[At(col, row, cols)]) : 0.0;
+            eligible(At(col, row, cols)) ? toleranceOf(levelAt(At(col, row, cols))) : 0.0;
 #if defined(__x86_64__)
       if (Ipg_UseAvx2())
         SimilarAvx2(usable.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(), line.Sum.data(),
@@ -450,7 +451,7 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
     }
     for (int col = 0; col < cols; ++col) {
       const std::size_t at = At(col, row, cols);
-      if (eligible[at] == 0)
+      if (!eligible(at))
         continue;
       if (col < begin || col >= end) {
         clipped(col, row);

@@ -440,7 +440,7 @@ std::vector<Filter> Filters(const DCM_STRUCT* roi = nullptr)
 }
 
 // Gamma speckle of one look over two levels, with zero patches, a few
-// negative levels and marks: every path of the windows gets exercised.
+// negative levels (one beyond a float's whole numbers) and marks: every path of the windows gets exercised.
 std::unique_ptr<DCM_STRUCT> Speckled(std::mt19937& random, unsigned cols, unsigned rows)
 {
   std::exponential_distribution<double> speckle(1.0);
@@ -452,6 +452,8 @@ std::unique_ptr<DCM_STRUCT> Speckled(std::mt19937& random, unsigned cols, unsign
           return 17000000 + k;
         if (k < 4)
           return -k * 40;
+        if (k == 4)
+          return -33554433; // below -2^24: not a float
         if ((c / 5 + r / 7) % 9 == 4)
           return 0;
         return static_cast<int>((c * 3 > cols ? 900.0 : 250.0) * speckle(random));
