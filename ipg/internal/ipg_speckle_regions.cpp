@@ -26,35 +26,38 @@ struct Framed {
   std::ptrdiff_t Step[8]; // N, NE, E, SE, S, SW, W, NW
 };
 
-void FrameStamps(std::vector<unsigned>& stamps, int cols, int rows)
+// The stamps of the framed rows [top, bottom): 0, but kOutside on the frame.
+void FrameStamps(std::vector<unsigned>& stamps, int cols, int rows, std::size_t top, std::size_t bottom)
 {
   const std::size_t stride = static_cast<std::size_t>(cols) + 2;
-  stamps.assign(stride * (static_cast<std::size_t>(rows) + 2), 0);
-  std::fill(stamps.begin(), stamps.begin() + static_cast<std::ptrdiff_t>(stride), kOutside);
-  std::fill(stamps.end() - static_cast<std::ptrdiff_t>(stride), stamps.end(), kOutside);
-  for (std::size_t r = 1; r <= static_cast<std::size_t>(rows); ++r)
-    stamps[r * stride] = stamps[r * stride + stride - 1] = kOutside;
+  stamps.assign(stride * (bottom - top), 0);
+  for (std::size_t r = top; r < bottom; ++r) {
+    unsigned* line = stamps.data() + (r - top) * stride;
+    if (r == 0 || r == static_cast<std::size_t>(rows) + 1)
+      std::fill(line, line + stride, kOutside);
+    line[0] = line[stride - 1] = kOutside;
+  }
 }
 
 // Breadth-first growth from seed (framed index), in the order of Step, into
-// band.Region; returns the region's size. Every visited pixel is stamped with
-// generation, so it is tested once: a fresh pixel (neither this region's nor
+// band.Region; returns the region's size. The band's stamps start at framed
+// index first. Every visited pixel is stamped with generation, so it is tested once: a fresh pixel (neither this region's nor
 // the frame) is stamped, and joins when it is near m0. The tests are data, not
 // branches: which neighbours join follows the speckle, beyond any prediction.
 std::size_t Grow(const Framed& image, std::size_t seed, double m0, double tolerance, std::size_t limit,
-                 unsigned generation, Ipg_SpeckleBand& band)
+                 unsigned generation, Ipg_SpeckleBand& band, std::size_t first)
 {
   std::size_t* region = band.Region.data();
   unsigned* stamps = band.Stamps.data();
   const double* values = image.Values;
   const std::ptrdiff_t stride = image.Stride;
   region[0] = seed;
-  stamps[seed] = generation;
+  stamps[seed - first] = generation;
   std::size_t size = 1;
   const auto test = [&](std::size_t q) {
-    const unsigned stamp = stamps[q];
+    const unsigned stamp = stamps[q - first];
     const bool fresh = stamp < generation;
-    stamps[q] = fresh ? generation : stamp;
+    stamps[q - first] = fresh ? generation : stamp;
     const bool near = !(std::fabs(values[q] - m0) > tolerance);
     region[size] = q;
     size += static_cast<std::size_t>(fresh & near);
@@ -103,7 +106,12 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   Ipg_RunWindowBands(in, cols, rows, 1, kRegionWork,
                      [&](unsigned index, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
     Ipg_SpeckleBand& band = b.Bands[index];
-    FrameStamps(band.Stamps, cols, rows);
+    // A region of at most limit pixels stays within limit - 1 rows of its
+    // seed, and its neighbours within limit: the band's stamps cover those rows.
+    const std::size_t top = begin + 1 - std::min<std::size_t>(begin + 1, limit);
+    const std::size_t bottom = std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, end + 1 + limit);
+    FrameStamps(band.Stamps, cols, rows, top, bottom);
+    const std::size_t first = top * static_cast<std::size_t>(stride);
     band.Region.resize(limit + 1);
     band.Mean.resize(static_cast<std::size_t>(cols));
     band.Variance.resize(static_cast<std::size_t>(cols));
@@ -118,7 +126,7 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
       for (int c = 0; c < cols; ++c) {
         const double m0 = band.Mean[static_cast<std::size_t>(c)];
         const std::size_t seed = static_cast<std::size_t>((static_cast<std::ptrdiff_t>(r) + 1) * stride + c + 1);
-        const std::size_t size = Grow(image, seed, m0, k * cu * std::fabs(m0), limit, ++generation, band);
+        const std::size_t size = Grow(image, seed, m0, k * cu * std::fabs(m0), limit, ++generation, band, first);
         // The values summed in the order they joined.
         double sum = 0.0, squares = 0.0;
         for (std::size_t i = 0; i < size; ++i) {
