@@ -29,8 +29,9 @@ void Ipg_WindowTables::Start(const double* in, int cols, int rows, int reach, in
   Rows = std::max(0, rows);
   Half = std::max(0, reach);
   Width = static_cast<std::size_t>(Cols) + 1;
+  // Windows of the band's rows, and of the row after it (a pass may look one row ahead).
   const long top = std::max(0, first - Half);
-  const long bottom = std::min<long>(Rows, static_cast<long>(end) + Half);
+  const long bottom = std::min<long>(Rows, static_cast<long>(end) + Half + 1);
   // The rows within reach of one image row, and one built ahead.
   Capacity = std::max(2L, std::min(bottom - top + 1, 2L * Half + 3));
   Sum.resize(static_cast<std::size_t>(Capacity) * Width);

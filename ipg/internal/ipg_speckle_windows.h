@@ -24,8 +24,8 @@
 // every band adds in the same order as one walk over the whole image.
 class Ipg_WindowTables {
 public:
-  // A band of the rows [first, end) of a cols x rows image whose windows have
-  // half sizes up to reach. seed holds table row max(0, first - reach), its
+  // A band of the rows [first, end) of a cols x rows image (and of row end,
+  // for a pass that looks one row ahead) whose windows have half sizes up to reach. seed holds table row max(0, first - reach), its
   // sums then its sums of squares (cols + 1 values each); null when that is row 0.
   void Start(const double* in, int cols, int rows, int reach, int first, int end, const double* seed);
 
