@@ -2,6 +2,7 @@
 #include "ipg/internal/ipg_speckle_windows.h"
 
 #include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
 #include <bit>
@@ -100,6 +101,44 @@ void Ipg_WindowTables::Window(int col, int row, int half, double& count, double&
   squares = squareBottom[c1] - squareBottom[c0] - squareTop[c1] + squareTop[c0];
 }
 
+namespace {
+
+// Mean and variance of the windows of the columns [begin, end), all of whose
+// windows span 2 half + 1 columns: the four table reads of each window. The
+// divisions are exact in any lane width, so both copies give the same values.
+[[gnu::always_inline]] inline void InnerMomentsBody(const double* sumTop, const double* sumBottom,
+                                                    const double* squareTop, const double* squareBottom, int half,
+                                                    double count, int begin, int end, double* mean, double* variance)
+{
+  for (int c = begin; c < end; ++c) {
+    const int left = c - half, right = c + half + 1;
+    const double sum = sumBottom[right] - sumBottom[left] - sumTop[right] + sumTop[left];
+    const double squares = squareBottom[right] - squareBottom[left] - squareTop[right] + squareTop[left];
+    const double m = sum / count;
+    mean[c] = m;
+    const double v = squares / count - m * m;
+    variance[c] = v > 0.0 ? v : 0.0; // max(0, v): NaN gives 0, as std::max(0.0, v)
+  }
+}
+
+void InnerMomentsPlain(const double* sumTop, const double* sumBottom, const double* squareTop,
+                       const double* squareBottom, int half, double count, int begin, int end, double* mean,
+                       double* variance)
+{
+  InnerMomentsBody(sumTop, sumBottom, squareTop, squareBottom, half, count, begin, end, mean, variance);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void InnerMomentsAvx2(const double* sumTop, const double* sumBottom, const double* squareTop,
+                                              const double* squareBottom, int half, double count, int begin, int end,
+                                              double* mean, double* variance)
+{
+  InnerMomentsBody(sumTop, sumBottom, squareTop, squareBottom, half, count, begin, end, mean, variance);
+}
+#endif
+
+} // namespace
+
 void Ipg_WindowTables::RowMoments(int row, int half, double* mean, double* variance)
 {
   Reach(row);
@@ -115,16 +154,12 @@ void Ipg_WindowTables::RowMoments(int row, int half, double* mean, double* varia
     clipped(c);
   const long r0 = std::max(0, row - half), r1 = std::min(Rows, row + half + 1);
   const double count = static_cast<double>(2 * half + 1) * static_cast<double>(r1 - r0);
-  const double *sumTop = SumLine(r0), *sumBottom = SumLine(r1);
-  const double *squareTop = SquaresLine(r0), *squareBottom = SquaresLine(r1);
-  for (int c = innerBegin; c < innerEnd; ++c) {
-    const int left = c - half, right = c + half + 1;
-    const double sum = sumBottom[right] - sumBottom[left] - sumTop[right] + sumTop[left];
-    const double squares = squareBottom[right] - squareBottom[left] - squareTop[right] + squareTop[left];
-    const double m = sum / count;
-    mean[c] = m;
-    variance[c] = std::max(0.0, squares / count - m * m);
-  }
+#if defined(__x86_64__)
+  const auto inner = Ipg_UseAvx2() ? InnerMomentsAvx2 : InnerMomentsPlain;
+#else
+  const auto inner = InnerMomentsPlain;
+#endif
+  inner(SumLine(r0), SumLine(r1), SquaresLine(r0), SquaresLine(r1), half, count, innerBegin, innerEnd, mean, variance);
   for (int c = innerEnd; c < Cols; ++c)
     clipped(c);
 }
