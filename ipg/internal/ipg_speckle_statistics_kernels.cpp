@@ -377,8 +377,20 @@ void SimilarPlain(const double* levels, const double* usable, int cols, int row,
 }
 #endif
 
+// What one band of the sigma filter works with: the usable levels of the rows
+// its windows read (grey levels inside the ROI rounded to whole numbers, NaN
+// elsewhere) in a buffer of twice a window's rows, each row filled once or
+// twice, and the sums of a row.
 struct SigmaRow {
+  std::vector<double> Levels;
+  int First = 0; // the image row of Levels' first row
+  int Held = 0;  // rows held
   std::vector<double> Tolerance, Sum, Count;
+
+  const double* Row(int r, int cols) const
+  {
+    return Levels.data() + static_cast<std::size_t>(r - First) * static_cast<std::size_t>(cols);
+  }
 };
 
 } // namespace
@@ -386,18 +398,28 @@ struct SigmaRow {
 void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, const Ipg_RoiRows& roi, int half,
                          int fewest, double range)
 {
-  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
-  // The pixels rounded to whole levels where they are grey levels inside roi
-  // (those that are filtered and listed), NaN elsewhere.
-  std::vector<double> usable(n);
-  for (int row = 0; row < rows; ++row)
-    for (int col = 0; col < cols; ++col) {
-      const std::size_t at = At(col, row, cols);
-      const int level = Ipg_RoundToNearest(in[at]);
-      usable[at] = Ipg_IsGreyLevel(level) && roi.Inside(col, row) ? static_cast<double>(level) : NAN;
+  const int windowRows = std::min(rows, 2 * half + 1);
+  // Holds the rows [top, bottom) of in's usable levels in line's buffer.
+  const auto cover = [&](SigmaRow& line, int top, int bottom) {
+    const int capacity = std::min(rows, 2 * windowRows);
+    if (line.Levels.empty())
+      line.Levels.resize(static_cast<std::size_t>(capacity) * static_cast<std::size_t>(cols));
+    if (line.Held == 0 || bottom > line.First + capacity) { // keep the rows still read, at the front
+      const int kept = std::max(0, line.First + line.Held - top);
+      std::copy_n(line.Row(line.First + line.Held - kept, cols), static_cast<std::size_t>(kept) * cols, line.Levels.data());
+      line.First = top;
+      line.Held = kept;
     }
-  const auto eligible = [&](std::size_t at) { return !std::isnan(usable[at]); };
-  const auto levelAt = [&](std::size_t at) { return static_cast<int>(usable[at]); };
+    for (int r = line.First + line.Held; r < bottom; ++r, ++line.Held) {
+      double* target = const_cast<double*>(line.Row(r, cols));
+      for (int col = 0; col < cols; ++col) {
+        const int level = Ipg_RoundToNearest(in[At(col, r, cols)]);
+        target[col] = Ipg_IsGreyLevel(level) && roi.Inside(col, r) ? static_cast<double>(level) : NAN;
+      }
+    }
+  };
+  const auto usable = [&](const SigmaRow& line, int col, int row) { return line.Row(row, cols)[col]; };
+  const auto levelOf = [](double usableLevel) { return static_cast<int>(usableLevel); };
   // out is written only below: until then it holds the speckle level's list.
   const double cu = std::sqrt(Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf));
   const auto toleranceOf = [&](int reference) {
@@ -405,29 +427,32 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
   };
   // A grey level inside roi takes the mean of itself and its similar
   // neighbours, or, with too few of them, that of its 8 neighbours in in.
-  const auto finish = [&](std::size_t at, int col, int row, double sum, int similar) {
+  const auto finish = [&](const SigmaRow& line, int col, int row, double sum, int similar) {
     double impulseMean = 0.0;
     if (similar >= fewest)
-      out[at] = (levelAt(at) + sum) / (similar + 1);
+      out[At(col, row, cols)] = (levelOf(usable(line, col, row)) + sum) / (similar + 1);
     else if (NeighbourMean(in, cols, rows, col, row, impulseMean))
-      out[at] = impulseMean; // too few look alike: an impulse
+      out[At(col, row, cols)] = impulseMean; // too few look alike: an impulse
   };
-  const auto clipped = [&](int col, int row) {
-    const std::size_t at = At(col, row, cols);
-    const int reference = levelAt(at);
+  const auto clipped = [&](const SigmaRow& line, int col, int row) {
+    const int reference = levelOf(usable(line, col, row));
     const int tolerance = toleranceOf(reference);
     double sum = 0.0;
     int similar = 0;
     for (int y = std::max(0, row - half); y <= std::min(rows - 1, row + half); ++y)
-      for (int x = std::max(0, col - half); x <= std::min(cols - 1, col + half); ++x)
-        if ((x != col || y != row) && eligible(At(x, y, cols)) &&
-            std::labs(static_cast<long>(levelAt(At(x, y, cols))) - reference) <= tolerance) {
-          sum += levelAt(At(x, y, cols));
+      for (int x = std::max(0, col - half); x <= std::min(cols - 1, col + half); ++x) {
+        const double level = usable(line, x, y);
+        if ((x != col || y != row) && !std::isnan(level) &&
+            std::labs(static_cast<long>(levelOf(level)) - reference) <= tolerance) {
+          sum += levelOf(level);
           ++similar;
         }
-    finish(at, col, row, sum, similar);
+      }
+    finish(line, col, row, sum, similar);
   };
   Ipg_SpeckleRowsInBands<SigmaRow>(cols, rows, kSigmaWork, [&](int row, SigmaRow& line) {
+    cover(line, std::max(0, row - half), std::min(rows, row + half + 1));
+    const double* levels = line.Row(row, cols);
     for (int col = 0; col < cols; ++col)
       out[At(col, row, cols)] = in[At(col, row, cols)];
     const bool innerRow = half > 0 && row >= half && row + half < rows;
@@ -436,29 +461,27 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
       line.Tolerance.resize(static_cast<std::size_t>(cols));
       line.Sum.resize(static_cast<std::size_t>(cols));
       line.Count.resize(static_cast<std::size_t>(cols));
-      // The centres are read from usable too: those that are not are never filtered.
+      // The centres are read from the usable levels too: those that are not are never filtered.
       for (int col = begin; col < end; ++col)
-        line.Tolerance[static_cast<std::size_t>(col)] =
-            eligible(At(col, row, cols)) ? toleranceOf(levelAt(At(col, row, cols))) : 0.0;
+        line.Tolerance[static_cast<std::size_t>(col)] = std::isnan(levels[col]) ? 0.0 : toleranceOf(levelOf(levels[col]));
+      // The row's window rows lie around it in the buffer.
 #if defined(__x86_64__)
       if (Ipg_UseAvx2())
-        SimilarAvx2(usable.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(), line.Sum.data(),
-                    line.Count.data());
+        SimilarAvx2(levels, levels, cols, 0, half, begin, end, line.Tolerance.data(), line.Sum.data(), line.Count.data());
       else
 #endif
-        SimilarPlain(usable.data(), usable.data(), cols, row, half, begin, end, line.Tolerance.data(),
-                     line.Sum.data(), line.Count.data());
+        SimilarPlain(levels, levels, cols, 0, half, begin, end, line.Tolerance.data(), line.Sum.data(),
+                     line.Count.data());
     }
     for (int col = 0; col < cols; ++col) {
-      const std::size_t at = At(col, row, cols);
-      if (!eligible(at))
+      if (std::isnan(levels[col]))
         continue;
       if (col < begin || col >= end) {
-        clipped(col, row);
+        clipped(line, col, row);
         continue;
       }
       const std::size_t k = static_cast<std::size_t>(col);
-      finish(at, col, row, line.Sum[k], static_cast<int>(line.Count[k]));
+      finish(line, col, row, line.Sum[k], static_cast<int>(line.Count[k]));
     }
   });
 }
