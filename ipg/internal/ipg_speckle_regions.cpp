@@ -26,38 +26,53 @@ struct Framed {
   std::ptrdiff_t Step[8]; // N, NE, E, SE, S, SW, W, NW
 };
 
-// The stamps of the framed rows [top, bottom): 0, but kOutside on the frame.
-void FrameStamps(std::vector<unsigned>& stamps, int cols, int rows, std::size_t top, std::size_t bottom)
+// Holds the framed rows [top, bottom) of in (values, and stamps: 0, but
+// kOutside on the frame) in band's buffers of capacity framed rows, as rows
+// [First, First + Held). Rows come down the image: the rows still needed move
+// to the front when the buffers are full.
+void Cover(Ipg_SpeckleBand& band, const double* in, int cols, int rows, std::size_t capacity, std::size_t top,
+           std::size_t bottom)
 {
   const std::size_t stride = static_cast<std::size_t>(cols) + 2;
-  stamps.assign(stride * (bottom - top), 0);
-  for (std::size_t r = top; r < bottom; ++r) {
-    unsigned* line = stamps.data() + (r - top) * stride;
-    if (r == 0 || r == static_cast<std::size_t>(rows) + 1)
-      std::fill(line, line + stride, kOutside);
-    line[0] = line[stride - 1] = kOutside;
+  if (band.Held == 0 || bottom > band.First + capacity) {
+    const std::size_t end = band.First + band.Held;
+    const std::size_t kept = end > top ? end - top : 0;
+    const std::size_t from = (band.Held - kept) * stride;
+    std::copy_n(band.Values.begin() + static_cast<std::ptrdiff_t>(from), kept * stride, band.Values.begin());
+    std::copy_n(band.Stamps.begin() + static_cast<std::ptrdiff_t>(from), kept * stride, band.Stamps.begin());
+    band.First = top;
+    band.Held = kept;
+  }
+  for (std::size_t r = band.First + band.Held; r < bottom; ++r, ++band.Held) {
+    double* values = band.Values.data() + (r - band.First) * stride;
+    unsigned* stamps = band.Stamps.data() + (r - band.First) * stride;
+    const bool frame = r == 0 || r == static_cast<std::size_t>(rows) + 1;
+    std::fill_n(stamps, stride, frame ? kOutside : 0u);
+    stamps[0] = stamps[stride - 1] = kOutside;
+    std::fill_n(values, stride, 0.0);
+    if (!frame)
+      std::copy_n(in + (r - 1) * static_cast<std::size_t>(cols), cols, values + 1);
   }
 }
 
 // Breadth-first growth from seed (framed index), in the order of Step, into
-// band.Region; returns the region's size. The band's stamps start at framed
-// index first. Every visited pixel is stamped with generation, so it is tested once: a fresh pixel (neither this region's nor
+// band.Region; returns the region's size. Every visited pixel is stamped with generation, so it is tested once: a fresh pixel (neither this region's nor
 // the frame) is stamped, and joins when it is near m0. The tests are data, not
 // branches: which neighbours join follows the speckle, beyond any prediction.
 std::size_t Grow(const Framed& image, std::size_t seed, double m0, double tolerance, std::size_t limit,
-                 unsigned generation, Ipg_SpeckleBand& band, std::size_t first)
+                 unsigned generation, Ipg_SpeckleBand& band)
 {
   std::size_t* region = band.Region.data();
   unsigned* stamps = band.Stamps.data();
   const double* values = image.Values;
   const std::ptrdiff_t stride = image.Stride;
   region[0] = seed;
-  stamps[seed - first] = generation;
+  stamps[seed] = generation;
   std::size_t size = 1;
   const auto test = [&](std::size_t q) {
-    const unsigned stamp = stamps[q - first];
+    const unsigned stamp = stamps[q];
     const bool fresh = stamp < generation;
-    stamps[q - first] = fresh ? generation : stamp;
+    stamps[q] = fresh ? generation : stamp;
     const bool near = !(std::fabs(values[q] - m0) > tolerance);
     region[size] = q;
     size += static_cast<std::size_t>(fresh & near);
@@ -93,25 +108,24 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   const double cu = std::sqrt(std::max(0.0, cu2));
 
   const std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(cols) + 2;
-  b.Padded.resize(static_cast<std::size_t>(stride) * (static_cast<std::size_t>(rows) + 2));
-  for (int r = 0; r < rows; ++r)
-    std::copy_n(in + static_cast<std::size_t>(r) * static_cast<std::size_t>(cols), cols,
-                b.Padded.begin() + (r + 1) * stride + 1);
-  const Framed image{b.Padded.data(), stride, {-stride, 1 - stride, 1, stride + 1, stride, stride - 1, -1, -stride - 1}};
-
   const std::size_t limit = static_cast<std::size_t>(std::max(1, maxArea));
+  // A region of at most limit pixels stays within limit - 1 rows of its seed,
+  // and its neighbours within limit: a seed's framed rows. A band holds those
+  // of a few seed rows at a time; the window tables of regions' reach keep the
+  // bands few enough that together they hold about one image.
+  const std::size_t reach = std::min<std::size_t>(limit, static_cast<std::size_t>(rows));
+  const std::size_t seedRows = std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, 2 * limit + 1);
+  const std::size_t capacity = std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, seedRows + std::max<std::size_t>(32, seedRows / 4));
   const unsigned most = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kRegionWork).Count;
   b.Bands.resize(std::max<std::size_t>(b.Bands.size(), most));
   std::atomic<bool> stop{false};
-  Ipg_RunWindowBands(in, cols, rows, 1, kRegionWork,
+  Ipg_RunWindowBands(in, cols, rows, static_cast<int>(reach), kRegionWork,
                      [&](unsigned index, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
     Ipg_SpeckleBand& band = b.Bands[index];
-    // A region of at most limit pixels stays within limit - 1 rows of its
-    // seed, and its neighbours within limit: the band's stamps cover those rows.
-    const std::size_t top = begin + 1 - std::min<std::size_t>(begin + 1, limit);
-    const std::size_t bottom = std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, end + 1 + limit);
-    FrameStamps(band.Stamps, cols, rows, top, bottom);
-    const std::size_t first = top * static_cast<std::size_t>(stride);
+    band.Values.resize(capacity * static_cast<std::size_t>(stride));
+    band.Stamps.resize(band.Values.size());
+    band.First = band.Held = 0;
+    const Framed image{band.Values.data(), stride, {-stride, 1 - stride, 1, stride + 1, stride, stride - 1, -1, -stride - 1}};
     band.Region.resize(limit + 1);
     band.Mean.resize(static_cast<std::size_t>(cols));
     band.Variance.resize(static_cast<std::size_t>(cols));
@@ -123,10 +137,12 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
         return;
       // The reference level: the mean of the seed's 3x3 window.
       tables.RowMoments(static_cast<int>(r), 1, band.Mean.data(), band.Variance.data());
+      Cover(band, in, cols, rows, capacity, r + 1 - std::min<std::size_t>(r + 1, limit),
+            std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, r + 2 + limit));
       for (int c = 0; c < cols; ++c) {
         const double m0 = band.Mean[static_cast<std::size_t>(c)];
-        const std::size_t seed = static_cast<std::size_t>((static_cast<std::ptrdiff_t>(r) + 1) * stride + c + 1);
-        const std::size_t size = Grow(image, seed, m0, k * cu * std::fabs(m0), limit, ++generation, band, first);
+        const std::size_t seed = (r + 1 - band.First) * static_cast<std::size_t>(stride) + static_cast<std::size_t>(c) + 1;
+        const std::size_t size = Grow(image, seed, m0, k * cu * std::fabs(m0), limit, ++generation, band);
         // The values summed in the order they joined.
         double sum = 0.0, squares = 0.0;
         for (std::size_t i = 0; i < size; ++i) {

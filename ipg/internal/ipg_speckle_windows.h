@@ -72,16 +72,20 @@ private:
 void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::size_t work,
                         const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body);
 
-// Buffers one job of the adaptive-neighbourhood filter reuses from pass to pass.
+// Buffers one band of the adaptive-neighbourhood filter reuses from pass to
+// pass: framed rows of the image around its seeds (values and stamps), the
+// region grown and the window moments of a row.
 struct Ipg_SpeckleBand {
+  std::vector<double> Values;
   std::vector<unsigned> Stamps;
+  std::size_t First = 0; // the framed row the buffers start with
+  std::size_t Held = 0;  // framed rows held
   std::vector<std::size_t> Region;
   std::vector<double> Mean;
   std::vector<double> Variance;
 };
 
 struct Ipg_SpeckleBuffers {
-  std::vector<double> Padded;
   std::vector<Ipg_SpeckleBand> Bands;
 };
 
