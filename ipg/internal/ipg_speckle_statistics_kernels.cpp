@@ -387,10 +387,8 @@ struct SigmaRow {
   int Held = 0;  // rows held
   std::vector<double> Tolerance, Sum, Count;
 
-  const double* Row(int r, int cols) const
-  {
-    return Levels.data() + static_cast<std::size_t>(r - First) * static_cast<std::size_t>(cols);
-  }
+  double* Row(int r, int cols) { return Levels.data() + static_cast<std::size_t>(r - First) * static_cast<std::size_t>(cols); }
+  const double* Row(int r, int cols) const { return const_cast<SigmaRow*>(this)->Row(r, cols); }
 };
 
 } // namespace
@@ -411,7 +409,7 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
       line.Held = kept;
     }
     for (int r = line.First + line.Held; r < bottom; ++r, ++line.Held) {
-      double* target = const_cast<double*>(line.Row(r, cols));
+      double* target = line.Row(r, cols);
       for (int col = 0; col < cols; ++col) {
         const int level = Ipg_RoundToNearest(in[At(col, r, cols)]);
         target[col] = Ipg_IsGreyLevel(level) && roi.Inside(col, r) ? static_cast<double>(level) : NAN;

@@ -38,8 +38,8 @@ void Ipg_WindowTables::Start(const double* in, int cols, int rows, int reach, in
   Sum.resize(static_cast<std::size_t>(Capacity) * Width);
   Squares.resize(Sum.size());
   Built = top;
-  double* sums = Sum.data() + static_cast<std::size_t>(top % Capacity) * Width;
-  double* squares = Squares.data() + static_cast<std::size_t>(top % Capacity) * Width;
+  double* sums = Line(Sum, top);
+  double* squares = Line(Squares, top);
   if (seed == nullptr) {
     std::fill(sums, sums + Width, 0.0);
     std::fill(squares, squares + Width, 0.0);
@@ -68,11 +68,11 @@ void Ipg_WindowTables::BuildRows(long first, bool pair)
   const double* secondLine = pair ? firstLine + Cols : firstLine;
   const double* above = SumLine(first - 1);
   const double* aboveSquares = SquaresLine(first - 1);
-  double* sums = const_cast<double*>(SumLine(first));
-  double* squares = const_cast<double*>(SquaresLine(first));
+  double* sums = Line(Sum, first);
+  double* squares = Line(Squares, first);
   // Without a second row, its results are written over the first's, then again.
-  double* nextSums = pair ? const_cast<double*>(SumLine(first + 1)) : sums;
-  double* nextSquares = pair ? const_cast<double*>(SquaresLine(first + 1)) : squares;
+  double* nextSums = pair ? Line(Sum, first + 1) : sums;
+  double* nextSquares = pair ? Line(Squares, first + 1) : squares;
   nextSums[0] = nextSquares[0] = 0.0;
   double line = 0.0, lineSquares = 0.0, nextLine = 0.0, nextLineSquares = 0.0;
   for (int c = 0; c < Cols; ++c) {

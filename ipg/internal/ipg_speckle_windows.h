@@ -25,8 +25,9 @@
 class Ipg_WindowTables {
 public:
   // A band of the rows [first, end) of a cols x rows image (and of row end,
-  // for a pass that looks one row ahead) whose windows have half sizes up to reach. seed holds table row max(0, first - reach), its
-  // sums then its sums of squares (cols + 1 values each); null when that is row 0.
+  // for a pass that looks one row ahead) whose windows have half sizes up to
+  // reach. seed holds table row max(0, first - reach), its sums then its sums
+  // of squares (cols + 1 values each); null when that is row 0.
   void Start(const double* in, int cols, int rows, int reach, int first, int end, const double* seed);
 
   // Count, sum and sum of squares of the window of half size (at most reach)
@@ -37,8 +38,8 @@ public:
   // clipped windows of every pixel of row, into mean[0 .. cols) and variance[0 .. cols).
   void RowMoments(int row, int half, double* mean, double* variance);
 
-  // Table row t, sums then sums of squares, into target (2 (cols + 1) values);
-  // t must be within reach of the last row visited.
+  // Table row t, sums then sums of squares, into target (2 (cols + 1) values),
+  // built first when needed; t comes after the rows already read.
   void CopyRow(long t, double* target);
 
 private:
@@ -50,6 +51,8 @@ private:
   }
   void Extend(int row);
   void BuildRows(long first, bool pair);
+  // Table row t in its slot of the ring.
+  double* Line(std::vector<double>& table, long t) { return table.data() + static_cast<std::size_t>(t % Capacity) * Width; }
   const double* SumLine(long t) const { return Sum.data() + static_cast<std::size_t>(t % Capacity) * Width; }
   const double* SquaresLine(long t) const { return Squares.data() + static_cast<std::size_t>(t % Capacity) * Width; }
 
