@@ -7,7 +7,6 @@
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
-#include <atomic>
 #include <climits>
 #include <cmath>
 #include <cstddef>
@@ -21,7 +20,6 @@ std::size_t At(int col, int row, int cols)
   return static_cast<std::size_t>(row) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(col);
 }
 
-struct NoScratch {};
 // The diffusion steps cost little per pixel, and a job makes a pass after
 // another, each waking the threads: they split only images large enough for
 // a band to outweigh the wake-up.

@@ -56,7 +56,8 @@ void Cover(Ipg_SpeckleBand& band, const double* in, int cols, int rows, std::siz
 }
 
 // Breadth-first growth from seed (framed index), in the order of Step, into
-// band.Region; returns the region's size. Every visited pixel is stamped with generation, so it is tested once: a fresh pixel (neither this region's nor
+// band.Region; returns the region's size. Every visited pixel is stamped with
+// generation, so it is tested once: a fresh pixel (neither this region's nor
 // the frame) is stamped, and joins when it is near m0. The tests are data, not
 // branches: which neighbours join follows the speckle, beyond any prediction.
 std::size_t Grow(const Framed& image, std::size_t seed, double m0, double tolerance, std::size_t limit,
@@ -111,11 +112,13 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   const std::size_t limit = static_cast<std::size_t>(std::max(1, maxArea));
   // A region of at most limit pixels stays within limit - 1 rows of its seed,
   // and its neighbours within limit: a seed's framed rows. A band holds those
-  // of a few seed rows at a time; the window tables of regions' reach keep the
-  // bands few enough that together they hold about one image.
+  // of a few seed rows at a time. Bands split as for windows of that reach are
+  // few enough for large regions that together they hold about one image (the
+  // moments below only read 3 x 3 windows).
   const std::size_t reach = std::min<std::size_t>(limit, static_cast<std::size_t>(rows));
   const std::size_t seedRows = std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, 2 * limit + 1);
-  const std::size_t capacity = std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, seedRows + std::max<std::size_t>(32, seedRows / 4));
+  const std::size_t capacity =
+      std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, seedRows + std::max<std::size_t>(32, seedRows / 4));
   const unsigned most = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kRegionWork).Count;
   b.Bands.resize(std::max<std::size_t>(b.Bands.size(), most));
   std::atomic<bool> stop{false};

@@ -7,7 +7,6 @@
 #include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
