@@ -216,7 +216,7 @@ bool IPG_FILTER_PROCESSING::SBF()
   const int side = OrDefault(AdaptatifFirst, 3);
   if (!WindowSideValid(side, "SBF"))
     return false;
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbf, "SBF", side},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbf, "SBF", side, side / 2},
                            [half = side / 2](const double* in, double* out, int cols, int rows) {
                              Ipg_SbfPass(in, out, cols, rows, half);
                            });
@@ -227,7 +227,7 @@ bool IPG_FILTER_PROCESSING::WSBF()
   const int side = OrDefault(AdaptatifFirst, 3);
   if (!WindowSideValid(side, "WSBF"))
     return false;
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelWsbf, "WSBF", side},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelWsbf, "WSBF", side, side / 2},
                            [half = side / 2](const double* in, double* out, int cols, int rows) {
                              Ipg_WsbfPass(in, out, cols, rows, half);
                            });
@@ -239,10 +239,9 @@ bool IPG_FILTER_PROCESSING::SBF_DVW()
   const double factor = OrDefault(AdaptatifReal, 1.5);
   if (!WindowSideValid(side, "SBF_DVW") || !ParameterValid(factor > 0.0 && std::isfinite(factor), "SBF_DVW"))
     return false;
-  // Each pass's output holds the speckle level's list until the pass writes it.
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbfDvw, "SBF_DVW", side},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSbfDvw, "SBF_DVW", side, std::max(1, side / 2)},
                            [half = side / 2, factor](const double* in, double* out, int cols, int rows) {
-                             const double cu2 = Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf);
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
                              Ipg_SbfDvwPass(in, out, cols, rows, half, factor, cu2);
                            });
 }
@@ -252,9 +251,9 @@ bool IPG_FILTER_PROCESSING::SRAD()
   const double dt = OrDefault(AdaptatifReal, 0.2);
   if (!ParameterValid(dt > 0.0 && dt <= 1.0, "SRAD"))
     return false;
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSrad, "SRAD", 1},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelSrad, "SRAD", 1, 2},
                            [dt](const double* in, double* out, int cols, int rows) {
-                             const double q0sq = Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf);
+                             const double q0sq = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
                              Ipg_SradPass(in, out, cols, rows, dt, q0sq);
                            });
 }
@@ -266,10 +265,10 @@ bool IPG_FILTER_PROCESSING::AWMF()
   const double scale = AdaptatifReal;
   if (!WindowSideValid(side, "AWMF") || !ParameterValid(centreWeight > 0 && scale >= 0.0 && std::isfinite(scale), "AWMF"))
     return false;
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAwmf, "AWMF", side},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAwmf, "AWMF", side, side / 2},
                            [half = side / 2, centreWeight, scale](const double* in, double* out, int cols, int rows) {
                              const double b = scale > 0.0 ? scale
-                                                          : Ipg_AwmfAutoScale(in, out, cols, rows, half, centreWeight);
+                                                          : Ipg_AwmfAutoScale(in, cols, rows, half, centreWeight);
                              Ipg_AwmfPass(in, out, cols, rows, half, centreWeight, b);
                            });
 }
@@ -283,9 +282,9 @@ bool IPG_FILTER_PROCESSING::N_B_Filter()
   if (!ParameterValid(area > 0 && (ImaIn == nullptr || area <= pixels) && k > 0.0 && std::isfinite(k), "N_B_Filter"))
     return false;
   Ipg_SpeckleBuffers buffers;
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelNeighbourhood, "N_B_Filter", 1},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelNeighbourhood, "N_B_Filter", 1, area},
                            [area, k, &buffers](const double* in, double* out, int cols, int rows) {
-                             const double cu2 = Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf);
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf);
                              Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, cu2, &buffers);
                            });
 }
@@ -296,9 +295,9 @@ bool IPG_FILTER_PROCESSING::ADespeckling()
   const double dt = OrDefault(AdaptatifReal, 0.2);
   if (!WindowSideValid(side, "ADespeckling") || !ParameterValid(dt > 0.0 && dt <= 1.0, "ADespeckling"))
     return false;
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelDespeckling, "ADespeckling", side},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelDespeckling, "ADespeckling", side, side / 2 + 1},
                            [half = side / 2, dt](const double* in, double* out, int cols, int rows) {
-                             const double cu2 = Ipg_SpeckleCu2(in, out, cols, rows, half);
+                             const double cu2 = Ipg_SpeckleCu2(in, cols, rows, half);
                              Ipg_DpadPass(in, out, cols, rows, half, dt, cu2);
                            });
 }
@@ -308,7 +307,7 @@ bool IPG_FILTER_PROCESSING::Filtre_Impuls()
   const int side = OrDefault(AdaptatifFirst, 7);
   if (!WindowSideValid(side, "Filtre_Impuls") || !ParameterValid(side >= 3, "Filtre_Impuls"))
     return false;
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelImpulse, "Filtre_Impuls", side},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelImpulse, "Filtre_Impuls", side, side / 2},
                            [half = side / 2](const double* in, double* out, int cols, int rows) {
                              Ipg_AdaptiveMedianPass(in, out, cols, rows, half);
                            });
@@ -322,7 +321,7 @@ bool IPG_FILTER_PROCESSING::AdaptativeDenoise()
   if (!WindowSideValid(side, "AdaptativeDenoise") ||
       !ParameterValid(fewest > 0 && range > 0.0 && std::isfinite(range), "AdaptativeDenoise"))
     return false;
-  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAdaptive, "AdaptativeDenoise", side},
+  return Ipg_RunSpeckleJob({ImaIn, ImaOut, Roi, NbIter, kLabelAdaptive, "AdaptativeDenoise", side, std::max(1, side / 2)},
                            [roi = Ipg_RoiRowsOf(Roi), half = side / 2, fewest, range](const double* in, double* out,
                                                                                       int cols, int rows) {
                              Ipg_SigmaFilterPass(in, out, cols, rows, roi, half, fewest, range);

@@ -14,6 +14,7 @@
 #include <climits>
 #include <cmath>
 #include <cstddef>
+#include <cstring>
 #include <vector>
 
 namespace {
@@ -26,11 +27,11 @@ std::size_t At(int col, int row, int cols)
 // Marks are not grey levels: in the working copy each takes the value of the
 // nearest grey level of its row (0 in a row without one), so that the windows
 // around it are not thrown off; the output gets the mark back.
-void FillMarks(std::vector<double>& values, int cols, int rows)
+void FillMarks(double* values, int cols, int rows)
 {
   std::vector<int> left(static_cast<std::size_t>(cols));
   for (int r = 0; r < rows; ++r) {
-    double* line = values.data() + At(0, r, cols);
+    double* line = values + At(0, r, cols);
     int nearest = -1; // the last grey level seen, scanning right
     for (int c = 0; c < cols; ++c) {
       if (Ipg_IsGreyLevel(line[c]))
@@ -102,17 +103,24 @@ bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const v
   const int cols = static_cast<int>(job.In->GetNbOfCols());
   const int rows = static_cast<int>(job.In->GetNbOfRows());
   const int* source = job.In->Data->GetIDataAddress();
-  std::vector<double> current(source, source + job.In->Data->GetSize());
-  std::vector<double> next(current.size());
+  // One working image: each pass writes its rows from gap rows above its
+  // input, over the input rows it no longer reads, and the result moves back.
+  const std::size_t size = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  const std::size_t gap = job.Reach < 0 ? static_cast<std::size_t>(rows)
+                                        : std::min<std::size_t>(static_cast<std::size_t>(job.Reach) + 1, rows);
+  std::vector<double> work(size + gap * static_cast<std::size_t>(cols));
+  double* output = work.data();
+  double* current = output + gap * static_cast<std::size_t>(cols);
+  std::copy(source, source + size, current);
   FillMarks(current, cols, rows);
 
   {
     Ipg_Progress progress(job.Label, job.Iterations);
     for (int iteration = 1; iteration <= job.Iterations; ++iteration) {
-      pass(current.data(), next.data(), cols, rows, context);
+      pass(current, output, cols, rows, context);
       if (Ipg_StopRequested())
         return false; // the output is left as it was
-      current.swap(next);
+      std::memmove(current, output, size * sizeof(double));
       progress.Step(std::to_string(iteration));
     }
   }

@@ -25,6 +25,10 @@ struct Ipg_SpeckleJob {
   std::string Label;  // progress label
   std::string Method; // "SBF": names the method in the messages
   int MinSide = 1;
+  // The rows a pass reads above and below the row it writes: the pass then
+  // runs in place, on one working image. Below 0, each pass writes an image
+  // of its own.
+  int Reach = -1;
 };
 
 using Ipg_SpecklePass = void (*)(const double* in, double* out, int cols, int rows, const void* context);

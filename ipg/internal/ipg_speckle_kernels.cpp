@@ -54,10 +54,10 @@ inline double BorderFlux(const double* in, const double* here, const double* bel
   return flux;
 }
 
-// One row of the divergence step shared by SRAD and DPAD: out = in + dt / 4 (flux).
+// One row of the divergence step shared by SRAD and DPAD: target = in + dt / 4 (flux).
 // Inner pixels have all four neighbours: the same sum without the tests
 // (rows of three columns or more have some).
-void DiffusionRow(const double* in, double* out, int cols, int rows, int r, const double* here, const double* below,
+void DiffusionRow(const double* in, double* target, int cols, int rows, int r, const double* here, const double* below,
                   double dt)
 {
   const std::size_t stride = static_cast<std::size_t>(cols);
@@ -73,28 +73,29 @@ void DiffusionRow(const double* in, double* out, int cols, int rows, int r, cons
         flux += here[x] * (in[i - 1] - v);
         flux += below[x] * (in[i + stride] - v);
         flux += here[x] * (in[i - stride] - v);
-        out[i] = v + 0.25 * dt * flux;
+        target[x] = v + 0.25 * dt * flux;
       }
       col = cols - 2;
       continue;
     }
-    const std::size_t i = At(col, r, cols);
-    out[i] = in[i] + 0.25 * dt * BorderFlux(in, here, below, cols, rows, col, r);
+    target[col] = in[At(col, r, cols)] + 0.25 * dt * BorderFlux(in, here, below, cols, rows, col, r);
   }
 }
 
 // The divergence step, the coefficients made a row ahead in each band:
 // coefficientRow(r, tables, target, mean, variance) writes row r's into
 // target, with the band's window tables (of windows up to reach; none below 0)
-// and two rows of scratch.
+// and two rows of scratch. A row reads in up to readReach rows away.
 template <typename CoefficientRow>
-void DiffusionStep(const double* in, double* out, int cols, int rows, int reach, double dt, CoefficientRow coefficientRow)
+void DiffusionStep(const double* in, double* out, int cols, int rows, int reach, int readReach, double dt,
+                   CoefficientRow coefficientRow)
 {
   struct Band {
     std::vector<double> Here, Below, Mean, Variance;
   };
   const std::size_t width = static_cast<std::size_t>(cols);
-  Ipg_WindowRowsInBands<Band>(in, cols, rows, reach, kStepWork, [&](int r, Ipg_WindowTables& tables, Band& band) {
+  Ipg_PassRowsInBands<Band>(in, out, cols, rows, reach, readReach, kStepWork,
+                            [&](int r, double* target, Ipg_WindowTables& tables, Band& band) {
     if (band.Here.empty()) { // the band's first row
       for (std::vector<double>* line : {&band.Here, &band.Below, &band.Mean, &band.Variance})
         line->resize(width);
@@ -102,7 +103,7 @@ void DiffusionStep(const double* in, double* out, int cols, int rows, int reach,
     }
     if (r + 1 < rows)
       coefficientRow(r + 1, tables, band.Below.data(), band.Mean.data(), band.Variance.data());
-    DiffusionRow(in, out, cols, rows, r, band.Here.data(), band.Below.data(), dt);
+    DiffusionRow(in, target, cols, rows, r, band.Here.data(), band.Below.data(), dt);
     band.Here.swap(band.Below);
   });
 }
@@ -201,21 +202,22 @@ void SradRow(const double* in, double* c, int cols, int rows, int r, double q0sq
 
 } // namespace
 
-double Ipg_SpeckleCu2(const double* in, double* scratch, int cols, int rows, int half)
+double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half)
 {
-  return Ipg_MedianLocalRatio(in, scratch, cols, rows, half, 2);
+  return Ipg_MedianLocalRatio(in, cols, rows, half, 2);
 }
 
 void Ipg_SradPass(const double* in, double* out, int cols, int rows, double dt, double q0sq)
 {
-  DiffusionStep(in, out, cols, rows, -1, dt, [&](int r, Ipg_WindowTables&, double* c, double*, double*) {
+  // The coefficients of the row below read the row below that.
+  DiffusionStep(in, out, cols, rows, -1, 2, dt, [&](int r, Ipg_WindowTables&, double* c, double*, double*) {
     SradRow(in, c, cols, rows, r, q0sq);
   });
 }
 
 void Ipg_DpadPass(const double* in, double* out, int cols, int rows, int half, double dt, double cu2)
 {
-  DiffusionStep(in, out, cols, rows, half, dt,
+  DiffusionStep(in, out, cols, rows, half, half + 1, dt,
                 [&](int r, Ipg_WindowTables& tables, double* c, double* mean, double* variance) {
                   tables.RowMoments(r, half, mean, variance);
                   for (int i = 0; i < cols; ++i) {
@@ -307,7 +309,7 @@ struct MedianRow {
 
 void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, int maxHalf)
 {
-  Ipg_SpeckleRowsInBands<MedianRow>(cols, rows, kWindowWork, [&](int r, MedianRow& row) {
+  Ipg_SpeckleRowsInBands<MedianRow>(in, out, cols, rows, maxHalf, kWindowWork, [&](int r, double* target, MedianRow& row) {
     // Inner pixels start from their 3x3 statistics, computed for the whole row.
     const bool innerRow = maxHalf >= 1 && r >= 1 && r + 1 < rows && cols >= 3;
     const int begin = innerRow ? 1 : cols, end = innerRow ? cols - 1 : cols;
@@ -325,14 +327,14 @@ void Ipg_AdaptiveMedianPass(const double* in, double* out, int cols, int rows, i
     for (int c = 0; c < cols; ++c) {
       const double v = in[At(c, r, cols)];
       if (c < begin || c >= end) {
-        out[At(c, r, cols)] = AdaptiveMedianFrom(in, cols, rows, c, r, 1, maxHalf, v, row.Window);
+        target[c] = AdaptiveMedianFrom(in, cols, rows, c, r, 1, maxHalf, v, row.Window);
         continue;
       }
       const std::size_t k = static_cast<std::size_t>(c);
       const double lowest = row.Low[k], median = row.Median[k], highest = row.High[k];
-      out[At(c, r, cols)] = lowest < median && median < highest
-                                ? ((lowest < v && v < highest) ? v : median)
-                                : AdaptiveMedianFrom(in, cols, rows, c, r, 2, maxHalf, median, row.Window);
+      target[c] = lowest < median && median < highest
+                      ? ((lowest < v && v < highest) ? v : median)
+                      : AdaptiveMedianFrom(in, cols, rows, c, r, 2, maxHalf, median, row.Window);
     }
   });
 }

@@ -13,10 +13,16 @@ struct Ipg_SpeckleBuffers; // ipg_speckle_windows.h: buffers a job reuses from p
 //
 // The despeckling passes:
 // Every pass reads a cols x rows row-major image of reals (in) and writes the
-// filtered image into out (same size, a different buffer): the passes are
-// Jacobi steps, so the result does not depend on the visiting order. Windows
-// are clipped to the image, so every pixel is filtered, the borders included.
-// A window "side" is its odd width; "half" is side / 2.
+// filtered image into out (same size): the passes are Jacobi steps, so the
+// result does not depend on the visiting order. Windows are clipped to the
+// image, so every pixel is filtered, the borders included. A window "side" is
+// its odd width; "half" is side / 2.
+//
+// A row reads the rows up to a reach above and below it: the window's half
+// (maxHalf), at least 1 for the sigma filter, half + 1 for DPAD, 2 for SRAD
+// and maxArea for the adaptive-neighbourhood filter. out is a different
+// buffer, or starts more than that reach of whole rows before in: the pass
+// then runs in place (Ipg_RunPassBands) and needs one image instead of two.
 //
 // Speckle is modelled as multiplicative (Goodman, "Speckle Phenomena in
 // Optics", 2007): in a homogeneous region the grey level's coefficient of
@@ -24,7 +30,7 @@ struct Ipg_SpeckleBuffers; // ipg_speckle_windows.h: buffers a job reuses from p
 // Ipg_SpeckleCu2 estimates.
 //
 // Window statistics come from summed-area tables kept a few rows at a time
-// (ipg_speckle_windows.h), so a pass needs little memory beyond its two images.
+// (ipg_speckle_windows.h), so a pass needs little memory beyond its image.
 //
 // The passes whose cost grows with the window poll Ipg_CancelRequested() once
 // per row and stop early when the host cancels; the frame then drops that pass.
@@ -34,9 +40,8 @@ struct Ipg_SpeckleBuffers; // ipg_speckle_windows.h: buffers a job reuses from p
 // the given half size. The median of the local statistic is the estimator of
 // Aja-Fernandez and Alberola-Lopez (IEEE TIP 15(9), 2006): homogeneous areas
 // dominate an ultrasound image, so edges do not move it. 0 for an image
-// without a positive local mean. scratch holds cols x rows values the call
-// overwrites (the pass's output before it is written), not in.
-double Ipg_SpeckleCu2(const double* in, double* scratch, int cols, int rows, int half);
+// without a positive local mean.
+double Ipg_SpeckleCu2(const double* in, int cols, int rows, int half);
 
 // Squeeze box filter, one iteration (P. C. Tay, S. T. Acton, J. A. Hossack,
 // "A stochastic approach to ultrasound despeckling", Proc. IEEE ISBI 2006,
@@ -100,9 +105,8 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
 
 // The scale b of the AWMF that makes the farthest cell of the window weigh
 // half the centre in a typical speckle area: b = centreWeight / (2 dmax r),
-// where r is the median over the image of the local variance / mean;
-// scratch as for Ipg_SpeckleCu2.
-double Ipg_AwmfAutoScale(const double* in, double* scratch, int cols, int rows, int half, int centreWeight);
+// where r is the median over the image of the local variance / mean.
+double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight);
 
 // Adaptive-neighbourhood speckle filter, one iteration, after R. M. Rangayyan,
 // M. Ciuc, F. Faghih, "Adaptive-neighborhood filtering of images corrupted by

@@ -112,9 +112,8 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   const std::size_t limit = static_cast<std::size_t>(std::max(1, maxArea));
   // A region of at most limit pixels stays within limit - 1 rows of its seed,
   // and its neighbours within limit: a seed's framed rows. A band holds those
-  // of a few seed rows at a time. Bands split as for windows of that reach are
-  // few enough for large regions that together they hold about one image (the
-  // moments below only read 3 x 3 windows).
+  // of a few seed rows at a time. Bands split for rows reading that far are
+  // few enough for large regions that together they hold about one image.
   const std::size_t reach = std::min<std::size_t>(limit, static_cast<std::size_t>(rows));
   const std::size_t seedRows = std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, 2 * limit + 1);
   const std::size_t capacity =
@@ -122,8 +121,8 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   const unsigned most = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kRegionWork).Count;
   b.Bands.resize(std::max<std::size_t>(b.Bands.size(), most));
   std::atomic<bool> stop{false};
-  Ipg_RunWindowBands(in, cols, rows, static_cast<int>(reach), kRegionWork,
-                     [&](unsigned index, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
+  Ipg_RunPassBands(in, out, cols, rows, 1, static_cast<int>(reach), kRegionWork,
+                   [&](unsigned index, unsigned begin, unsigned end, Ipg_WindowTables& tables, Ipg_BandOutput& output) {
     Ipg_SpeckleBand& band = b.Bands[index];
     band.Values.resize(capacity * static_cast<std::size_t>(stride));
     band.Stamps.resize(band.Values.size());
@@ -142,6 +141,7 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
       tables.RowMoments(static_cast<int>(r), 1, band.Mean.data(), band.Variance.data());
       Cover(band, in, cols, rows, capacity, r + 1 - std::min<std::size_t>(r + 1, limit),
             std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, r + 2 + limit));
+      double* target = output.Row(static_cast<int>(r));
       for (int c = 0; c < cols; ++c) {
         const double m0 = band.Mean[static_cast<std::size_t>(c)];
         const std::size_t seed = (r + 1 - band.First) * static_cast<std::size_t>(stride) + static_cast<std::size_t>(c) + 1;
@@ -167,7 +167,7 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
           w = std::clamp((1.0 - cu2 / c2) / (1.0 + cu2), 0.0, 1.0);
         }
         const std::size_t at = static_cast<std::size_t>(r) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(c);
-        out[at] = m + w * (in[at] - m);
+        target[c] = m + w * (in[at] - m);
       }
     }
   });

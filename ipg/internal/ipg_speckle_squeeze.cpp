@@ -110,7 +110,8 @@ void InnerBoundsPlain(const double* in, int cols, int row, int half, int begin, 
 // The squeeze frame on row r: every pixel that is a strict extremum of its
 // window (half) gets squeezed(col, value); every other keeps its value.
 template <typename Squeezed>
-void SqueezeRow(const double* in, double* out, int cols, int rows, int half, int r, Bounds& bounds, Squeezed squeezed)
+void SqueezeRow(const double* in, double* target, int cols, int rows, int half, int r, Bounds& bounds,
+                Squeezed squeezed)
 {
   bounds.Low.resize(static_cast<std::size_t>(cols));
   bounds.High.resize(static_cast<std::size_t>(cols));
@@ -127,7 +128,6 @@ void SqueezeRow(const double* in, double* out, int cols, int rows, int half, int
       InnerBoundsPlain(in, cols, r, half, begin, end, bounds.Low.data(), bounds.High.data());
   }
   const double* line = in + At(0, r, cols);
-  double* target = out + At(0, r, cols);
   const auto border = [&](int c) {
     target[c] = StrictExtremum(line[c], OthersOf(in, cols, rows, c, r, half)) ? squeezed(c, line[c]) : line[c];
   };
@@ -153,8 +153,8 @@ void SqueezeRow(const double* in, double* out, int cols, int rows, int half, int
 template <typename Squeezed>
 void SqueezeRows(const double* in, double* out, int cols, int rows, int half, Squeezed squeezed)
 {
-  Ipg_SpeckleRowsInBands<Bounds>(cols, rows, kWindowWork, [&](int r, Bounds& bounds) {
-    SqueezeRow(in, out, cols, rows, half, r, bounds, [&](int c, double v) { return squeezed(c, r, v); });
+  Ipg_SpeckleRowsInBands<Bounds>(in, out, cols, rows, half, kWindowWork, [&](int r, double* target, Bounds& bounds) {
+    SqueezeRow(in, target, cols, rows, half, r, bounds, [&](int c, double v) { return squeezed(c, r, v); });
   });
 }
 
@@ -231,9 +231,10 @@ void Ipg_WsbfPass(const double* in, double* out, int cols, int rows, int half)
 void Ipg_SbfDvwPass(const double* in, double* out, int cols, int rows, int maxHalf, double factor, double cu2)
 {
   const double limit = factor * factor * cu2;
-  Ipg_WindowRowsInBands<Bounds>(in, cols, rows, std::max(1, maxHalf), kWindowWork,
-                                [&](int r, Ipg_WindowTables& area, Bounds& bounds) {
-    SqueezeRow(in, out, cols, rows, 1, r, bounds, [&](int c, double v) {
+  const int reach = std::max(1, maxHalf);
+  Ipg_PassRowsInBands<Bounds>(in, out, cols, rows, reach, reach, kWindowWork,
+                              [&](int r, double* target, Ipg_WindowTables& area, Bounds& bounds) {
+    SqueezeRow(in, target, cols, rows, 1, r, bounds, [&](int c, double v) {
       // The largest homogeneous window, 3x3 at least.
       double count = 0.0, sum = 0.0, squares = 0.0;
       area.Window(c, r, 1, count, sum, squares);

@@ -418,21 +418,20 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
   };
   const auto usable = [&](const SigmaRow& line, int col, int row) { return line.Row(row, cols)[col]; };
   const auto levelOf = [](double usableLevel) { return static_cast<int>(usableLevel); };
-  // out is written only below: until then it holds the speckle level's list.
-  const double cu = std::sqrt(Ipg_SpeckleCu2(in, out, cols, rows, kSpeckleHalf));
+  const double cu = std::sqrt(Ipg_SpeckleCu2(in, cols, rows, kSpeckleHalf));
   const auto toleranceOf = [&](int reference) {
     return Ipg_TruncateTowardZero<double>(std::lround(range * cu * std::fabs(static_cast<double>(reference))));
   };
   // A grey level inside roi takes the mean of itself and its similar
   // neighbours, or, with too few of them, that of its 8 neighbours in in.
-  const auto finish = [&](const SigmaRow& line, int col, int row, double sum, int similar) {
+  const auto finish = [&](const SigmaRow& line, double* target, int col, int row, double sum, int similar) {
     double impulseMean = 0.0;
     if (similar >= fewest)
-      out[At(col, row, cols)] = (levelOf(usable(line, col, row)) + sum) / (similar + 1);
+      target[col] = (levelOf(usable(line, col, row)) + sum) / (similar + 1);
     else if (NeighbourMean(in, cols, rows, col, row, impulseMean))
-      out[At(col, row, cols)] = impulseMean; // too few look alike: an impulse
+      target[col] = impulseMean; // too few look alike: an impulse
   };
-  const auto clipped = [&](const SigmaRow& line, int col, int row) {
+  const auto clipped = [&](const SigmaRow& line, double* target, int col, int row) {
     const int reference = levelOf(usable(line, col, row));
     const int tolerance = toleranceOf(reference);
     double sum = 0.0;
@@ -446,13 +445,14 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
           ++similar;
         }
       }
-    finish(line, col, row, sum, similar);
+    finish(line, target, col, row, sum, similar);
   };
-  Ipg_SpeckleRowsInBands<SigmaRow>(cols, rows, kSigmaWork, [&](int row, SigmaRow& line) {
+  // The impulses' means read the rows next to theirs.
+  const int readReach = std::max(half, 1);
+  Ipg_SpeckleRowsInBands<SigmaRow>(in, out, cols, rows, readReach, kSigmaWork, [&](int row, double* target, SigmaRow& line) {
     cover(line, std::max(0, row - half), std::min(rows, row + half + 1));
     const double* levels = line.Row(row, cols);
-    for (int col = 0; col < cols; ++col)
-      out[At(col, row, cols)] = in[At(col, row, cols)];
+    std::copy_n(in + At(0, row, cols), cols, target);
     const bool innerRow = half > 0 && row >= half && row + half < rows;
     const int begin = innerRow ? std::min(half, cols) : cols, end = innerRow ? std::max(begin, cols - half) : cols;
     if (begin < end) {
@@ -475,11 +475,11 @@ void Ipg_SigmaFilterPass(const double* in, double* out, int cols, int rows, cons
       if (std::isnan(levels[col]))
         continue;
       if (col < begin || col >= end) {
-        clipped(line, col, row);
+        clipped(line, target, col, row);
         continue;
       }
       const std::size_t k = static_cast<std::size_t>(col);
-      finish(line, col, row, line.Sum[k], static_cast<int>(line.Count[k]));
+      finish(line, target, col, row, line.Sum[k], static_cast<int>(line.Count[k]));
     }
   });
 }

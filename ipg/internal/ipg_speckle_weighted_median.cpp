@@ -120,7 +120,6 @@ struct DistanceClasses {
 // What every row of one pass shares.
 struct AwmfJob {
   const double* In;
-  double* Out;
   int Cols;
   int Rows;
   int Half;
@@ -138,7 +137,7 @@ struct AwmfBand {
   std::vector<double> Variance;
 };
 
-[[gnu::always_inline]] inline void AwmfRowBody(const AwmfJob& job, int row, AwmfBand& band)
+[[gnu::always_inline]] inline void AwmfRowBody(const AwmfJob& job, int row, double* target, AwmfBand& band)
 {
   Cells& cells = band.Window;
   std::vector<long long>& weightOf = band.WeightOf;
@@ -166,7 +165,7 @@ struct AwmfBand {
       }
     }
     if (total == 0) {
-      job.Out[at] = job.In[at];
+      target[c] = job.In[at];
       continue;
     }
     for (int k = count; k < count + kLanes; ++k) { // padding: weighs nothing
@@ -174,27 +173,27 @@ struct AwmfBand {
       cells.Weights[static_cast<std::size_t>(k)] = 0;
     }
     cells.Count = count;
-    job.Out[at] = count > kSelectedCells ? SelectedWeightedMedian(cells, total / 2) : WeightedMedianBody(cells, total / 2);
+    target[c] = count > kSelectedCells ? SelectedWeightedMedian(cells, total / 2) : WeightedMedianBody(cells, total / 2);
   }
 }
 
-void AwmfRowPlain(const AwmfJob& job, int row, AwmfBand& band)
+void AwmfRowPlain(const AwmfJob& job, int row, double* target, AwmfBand& band)
 {
-  AwmfRowBody(job, row, band);
+  AwmfRowBody(job, row, target, band);
 }
 
 #if defined(__x86_64__)
-[[gnu::target("avx2")]] void AwmfRowAvx2(const AwmfJob& job, int row, AwmfBand& band)
+[[gnu::target("avx2")]] void AwmfRowAvx2(const AwmfJob& job, int row, double* target, AwmfBand& band)
 {
-  AwmfRowBody(job, row, band);
+  AwmfRowBody(job, row, target, band);
 }
 #endif
 
 } // namespace
 
-double Ipg_AwmfAutoScale(const double* in, double* scratch, int cols, int rows, int half, int centreWeight)
+double Ipg_AwmfAutoScale(const double* in, int cols, int rows, int half, int centreWeight)
 {
-  const double typical = Ipg_MedianLocalRatio(in, scratch, cols, rows, half, 1);
+  const double typical = Ipg_MedianLocalRatio(in, cols, rows, half, 1);
   const double farthest = half * std::sqrt(2.0);
   if (typical <= 0.0 || farthest <= 0.0)
     return 0.0;
@@ -206,7 +205,7 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
   if (cols <= 0 || rows <= 0)
     return;
   const DistanceClasses classes(half);
-  const AwmfJob job{in, out, cols, rows, half, centreWeight, b, &classes};
+  const AwmfJob job{in, cols, rows, half, centreWeight, b, &classes};
   const int side = 2 * half + 1;
   const std::size_t window = static_cast<std::size_t>(side) * static_cast<std::size_t>(side) + kLanes;
 #if defined(__x86_64__)
@@ -214,7 +213,8 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
 #else
   const auto row = AwmfRowPlain;
 #endif
-  Ipg_WindowRowsInBands<AwmfBand>(in, cols, rows, half, kMedianWork, [&](int r, Ipg_WindowTables& tables, AwmfBand& band) {
+  Ipg_PassRowsInBands<AwmfBand>(in, out, cols, rows, half, half, kMedianWork,
+                                [&](int r, double* target, Ipg_WindowTables& tables, AwmfBand& band) {
     if (band.Mean.empty()) { // the band's first row
       band.Window.Values.resize(window);
       band.Window.Weights.resize(window);
@@ -223,6 +223,6 @@ void Ipg_AwmfPass(const double* in, double* out, int cols, int rows, int half, i
       band.Variance.resize(static_cast<std::size_t>(cols));
     }
     tables.RowMoments(r, half, band.Mean.data(), band.Variance.data());
-    row(job, r, band);
+    row(job, r, target, band);
   });
 }

@@ -3,11 +3,14 @@
 
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
+#include "ipg/ui/ipg_progress.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <numeric>
 
 namespace {
 
@@ -171,16 +174,23 @@ void Ipg_WindowTables::CopyRow(long t, double* target)
   std::copy_n(SquaresLine(t), Width, target + Width);
 }
 
-void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::size_t work,
-                        const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body)
+namespace {
+
+// Bands for rows that read up to reach rows above and below them: windows
+// near the image's size keep the bands few.
+IPG_ROW_BANDS SplitForReach(int cols, int rows, int reach, std::size_t work)
 {
-  if (cols <= 0 || rows <= 0)
-    return;
   IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * work);
   if (reach >= 0) {
     const long ring = std::min(static_cast<long>(rows) + 1, 2L * reach + 3);
     bands.Count = static_cast<unsigned>(std::clamp<long>((rows + 1L) / ring, 1L, bands.Count));
   }
+  return bands;
+}
+
+void RunBandsWithTables(const IPG_ROW_BANDS& bands, const double* in, int cols, int rows, int reach,
+                        const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body)
+{
   // Each band's seed, the table row above its first window, by one walk from the top.
   const std::size_t width = static_cast<std::size_t>(cols) + 1;
   std::vector<double> seeds(2 * width * bands.Count);
@@ -199,10 +209,20 @@ void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::si
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     Ipg_WindowTables tables;
     if (reach >= 0)
-        tables.Start(in, cols, rows, reach, static_cast<int>(begin), static_cast<int>(end),
+      tables.Start(in, cols, rows, reach, static_cast<int>(begin), static_cast<int>(end),
                    seeded[band] ? seeds.data() + 2 * width * band : nullptr);
     body(band, begin, end, tables);
   });
+}
+
+} // namespace
+
+void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::size_t work,
+                        const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body)
+{
+  if (cols <= 0 || rows <= 0)
+    return;
+  RunBandsWithTables(SplitForReach(cols, rows, reach, work), in, cols, rows, reach, body);
 }
 
 double Ipg_MiddleElement(double* values, std::size_t count)
@@ -255,32 +275,182 @@ double Ipg_MiddleElement(double* values, std::size_t count)
   return select();
 }
 
-double Ipg_MedianLocalRatio(const double* in, double* scratch, int cols, int rows, int half, int power)
+void Ipg_RunPassBands(const double* in, double* out, int cols, int rows, int reach, int readReach, std::size_t work,
+                      const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&, Ipg_BandOutput&)>& body)
+{
+  if (cols <= 0 || rows <= 0)
+    return;
+  const std::size_t width = static_cast<std::size_t>(cols);
+  const std::size_t size = width * static_cast<std::size_t>(rows);
+  const auto address = [](const double* p) { return reinterpret_cast<std::uintptr_t>(p); };
+  const bool overlap = out != nullptr && address(out) < address(in + size) && address(in) < address(out + size);
+  long gap = 0; // rows from the output's start to the input's
+  if (overlap) {
+    const std::uintptr_t bytes = address(in) - address(out);
+    const bool rowsApart = address(out) < address(in) && bytes % (width * sizeof(double)) == 0;
+    gap = rowsApart ? static_cast<long>(bytes / (width * sizeof(double))) : 0;
+    if (gap <= std::max(0, readReach)) {
+      std::vector<double> copy(size);
+      Ipg_RunPassBands(in, copy.data(), cols, rows, reach, readReach, work, body);
+      std::copy(copy.begin(), copy.end(), out);
+      return;
+    }
+  }
+  // A band's first rows are read by the band above up to its readReach rows
+  // below them, that is up to readReach + gap of the output's rows.
+  const long held = overlap ? std::max(0, readReach) + gap : 0;
+  // Rows read far away keep the bands few, so that their held rows stay few too.
+  const IPG_ROW_BANDS bands = SplitForReach(cols, rows, std::max(reach, readReach), work);
+  std::vector<Ipg_BandOutput> outputs(bands.Count);
+  RunBandsWithTables(bands, in, cols, rows, reach, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
+    Ipg_BandOutput& output = outputs[band];
+    output.Out = out;
+    output.Cols = cols;
+    output.Begin = static_cast<int>(begin);
+    output.HeldEnd = band == 0 ? 0 : static_cast<int>(std::min<long>(end, begin + held));
+    output.Held.resize(static_cast<std::size_t>(output.HeldEnd - output.Begin) * width);
+    body(band, begin, end, tables, output);
+  });
+  for (Ipg_BandOutput& output : outputs)
+    if (!output.Held.empty())
+      std::copy(output.Held.begin(), output.Held.end(), out + static_cast<std::size_t>(output.Begin) * width);
+}
+
+namespace {
+
+// The ratios of Ipg_MedianLocalRatio, a row at a time: visit(band, ratios)
+// with kNoRatio for a pixel without a positive local mean. Bands visit their
+// rows in order, so the bands' visits in turn follow the rows.
+template <typename Visit>
+void RatioRows(const double* in, int cols, int rows, int half, int power, Visit visit)
+{
+  std::atomic<bool> stop{false};
+  Ipg_RunWindowBands(in, cols, rows, half, kMomentWork, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
+    std::vector<double> mean(static_cast<std::size_t>(cols)), ratio(static_cast<std::size_t>(cols));
+    for (unsigned r = begin; r < end; ++r) {
+      if (band == 0 && Ipg_CancelRequested())
+        stop = true; // the pass that asks is dropped
+      if (stop.load(std::memory_order_relaxed))
+        return;
+      tables.RowMoments(static_cast<int>(r), half, mean.data(), ratio.data()); // the variance, then the ratio
+      if (power == 2)
+        for (std::size_t c = 0; c < mean.size(); ++c)
+          ratio[c] = ratio[c] / (mean[c] * mean[c]);
+      else
+        for (std::size_t c = 0; c < mean.size(); ++c)
+          ratio[c] = ratio[c] / mean[c];
+      for (std::size_t c = 0; c < mean.size(); ++c)
+        ratio[c] = mean[c] > 0.0 ? ratio[c] : kNoRatio;
+      visit(band, static_cast<const double*>(ratio.data()));
+    }
+  });
+}
+
+unsigned BandsOfRatios(int cols, int rows)
+{
+  return Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kMomentWork).Count;
+}
+
+// Every ratio listed in row-major order, then the middle one: for small images,
+// and for lists holding a value the bit patterns do not order (a NaN), whose
+// selection depends on the order.
+double MedianOfListedRatios(const double* in, int cols, int rows, int half, int power)
+{
+  std::vector<std::vector<double>> lists(BandsOfRatios(cols, rows));
+  RatioRows(in, cols, rows, half, power, [&](unsigned band, const double* ratio) {
+    for (int c = 0; c < cols; ++c)
+      if (ratio[c] != kNoRatio)
+        lists[band].push_back(ratio[c]);
+  });
+  for (std::size_t band = 1; band < lists.size(); ++band) {
+    lists[0].insert(lists[0].end(), lists[band].begin(), lists[band].end());
+    std::vector<double>().swap(lists[band]);
+  }
+  return Ipg_MiddleElement(lists[0].data(), lists[0].size());
+}
+
+// Non-negative doubles order as their bit patterns (+inf included); a
+// negative value or a NaN has a larger pattern than +inf.
+constexpr std::uint64_t kInfinityPattern = 0x7FF0000000000000ULL;
+constexpr int kDigitBits = 16;
+constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
+// Up to this many candidates are listed and selected among.
+constexpr std::size_t kListedCandidates = std::size_t{1} << 18;
+
+// The candidates of a selection: the ratios whose top Known bits are Prefix.
+struct Candidates {
+  std::uint64_t Prefix = 0;
+  int Known = 0;
+  bool Holds(std::uint64_t key) const { return Known == 0 || (key >> (64 - Known)) == Prefix; }
+};
+
+} // namespace
+
+double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power)
 {
   if (cols <= 0 || rows <= 0)
     return 0.0;
-  struct Line {
-    std::vector<double> Mean, Variance;
-  };
-  // Every pixel's ratio in its place, then those with a positive mean moved
-  // together in row-major order.
-  Ipg_WindowRowsInBands<Line>(in, cols, rows, half, kMomentWork, [&](int r, Ipg_WindowTables& tables, Line& line) {
-    line.Mean.resize(static_cast<std::size_t>(cols));
-    line.Variance.resize(static_cast<std::size_t>(cols));
-    double* mean = line.Mean.data();
-    double* variance = line.Variance.data();
-    tables.RowMoments(r, half, mean, variance);
-    double* ratio = scratch + static_cast<std::size_t>(r) * static_cast<std::size_t>(cols);
-    if (power == 2)
-      for (int c = 0; c < cols; ++c)
-        ratio[c] = variance[c] / (mean[c] * mean[c]);
-    else
-      for (int c = 0; c < cols; ++c)
-        ratio[c] = variance[c] / mean[c];
+  if (static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) <= kDirectSelection)
+    return MedianOfListedRatios(in, cols, rows, half, power);
+  // Count the candidates by their next 16 bits, keep the digit of the middle
+  // one, and so on, until few enough are left to list.
+  const unsigned bands = BandsOfRatios(cols, rows);
+  std::vector<std::vector<std::size_t>> counts(bands);
+  std::vector<std::size_t> total(kDigits);
+  std::atomic<bool> unordered{false};
+  Candidates candidates;
+  std::size_t rank = 0;
+  for (;;) {
+    for (std::vector<std::size_t>& count : counts)
+      count.assign(kDigits, 0);
+    const int shift = 64 - candidates.Known - kDigitBits;
+    RatioRows(in, cols, rows, half, power, [&](unsigned band, const double* ratio) {
+      std::size_t* count = counts[band].data();
+      for (int c = 0; c < cols; ++c) {
+        if (ratio[c] == kNoRatio)
+          continue;
+        const std::uint64_t key = std::bit_cast<std::uint64_t>(ratio[c]);
+        if (key > kInfinityPattern)
+          unordered = true;
+        else if (candidates.Holds(key))
+          ++count[(key >> shift) & (kDigits - 1)];
+      }
+    });
+    if (unordered)
+      return MedianOfListedRatios(in, cols, rows, half, power);
+    std::fill(total.begin(), total.end(), 0);
+    for (const std::vector<std::size_t>& count : counts)
+      for (std::size_t d = 0; d < kDigits; ++d)
+        total[d] += count[d];
+    if (candidates.Known == 0) {
+      const std::size_t listed = std::accumulate(total.begin(), total.end(), std::size_t{0});
+      if (listed == 0)
+        return 0.0;
+      rank = listed / 2;
+    }
+    std::size_t digit = 0;
+    while (digit < kDigits && rank >= total[digit])
+      rank -= total[digit++];
+    if (digit == kDigits)
+      return 0.0; // cancelled during the count: the pass is dropped
+    candidates.Prefix = (candidates.Prefix << kDigitBits) | digit;
+    candidates.Known += kDigitBits;
+    if (candidates.Known == 64)
+      return std::bit_cast<double>(candidates.Prefix);
+    if (total[digit] <= kListedCandidates)
+      break;
+  }
+  std::vector<std::vector<double>> lists(bands);
+  RatioRows(in, cols, rows, half, power, [&](unsigned band, const double* ratio) {
     for (int c = 0; c < cols; ++c)
-      ratio[c] = mean[c] > 0.0 ? ratio[c] : kNoRatio;
+      if (ratio[c] != kNoRatio && candidates.Holds(std::bit_cast<std::uint64_t>(ratio[c])))
+        lists[band].push_back(ratio[c]);
   });
-  const std::size_t n = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
-  double* end = std::remove(scratch, scratch + n, kNoRatio);
-  return Ipg_MiddleElement(scratch, static_cast<std::size_t>(end - scratch));
+  for (std::size_t band = 1; band < lists.size(); ++band)
+    lists[0].insert(lists[0].end(), lists[band].begin(), lists[band].end());
+  std::vector<double>& list = lists[0];
+  if (rank >= list.size())
+    return 0.0; // cancelled during the listing
+  std::nth_element(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(rank), list.end());
+  return list[rank];
 }

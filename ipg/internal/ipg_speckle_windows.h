@@ -75,6 +75,44 @@ private:
 void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::size_t work,
                         const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body);
 
+// Where a band of a pass writes its rows: straight into the output, or, for
+// the rows another band still reads as input, into rows held until every band
+// is done (Ipg_RunPassBands).
+class Ipg_BandOutput {
+public:
+  double* Row(int r)
+  {
+    const std::size_t width = static_cast<std::size_t>(Cols);
+    if (r < HeldEnd)
+      return Held.data() + static_cast<std::size_t>(r - Begin) * width;
+    return Out + static_cast<std::size_t>(r) * width;
+  }
+
+private:
+  friend void Ipg_RunPassBands(const double*, double*, int, int, int, int, std::size_t,
+                               const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&,
+                                                        Ipg_BandOutput&)>&);
+  double* Out = nullptr;
+  int Cols = 0;
+  int Begin = 0;
+  int HeldEnd = 0; // rows [Begin, HeldEnd) are held
+  std::vector<double> Held;
+};
+
+// The bands of a pass that reads in and writes out (cols x rows each), a row
+// reading the rows up to readReach above and below it: Ipg_RunWindowBands
+// with body(band, firstRow, endRow, tables, output), its bands split for the
+// farther of reach and readReach.
+//
+// The pass may run in place, its output starting gap whole rows before its
+// input (out = in - gap * cols) with gap > readReach: then a row written
+// replaces an input row that no later row of its band reads, and the first
+// rows of every band below the first, which the band above still reads, are
+// held until the bands are done. That keeps one image instead of two. An
+// output overlapping the input in any other way goes through a copy.
+void Ipg_RunPassBands(const double* in, double* out, int cols, int rows, int reach, int readReach, std::size_t work,
+                      const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&, Ipg_BandOutput&)>& body);
+
 // Buffers one band of the adaptive-neighbourhood filter reuses from pass to
 // pass: framed rows of the image around its seeds (values and stamps), the
 // region grown and the window moments of a row.
@@ -100,40 +138,45 @@ struct Ipg_SpeckleBuffers {
 double Ipg_MiddleElement(double* values, std::size_t count);
 
 // Median over the pixels whose local mean m (windows of half size) is positive
-// of variance / m^power (power 1 or 2). scratch holds cols x rows values that
-// the call overwrites (a pass's output before it is written), not in.
-double Ipg_MedianLocalRatio(const double* in, double* scratch, int cols, int rows, int half, int power);
+// of variance / m^power (power 1 or 2): the value Ipg_MiddleElement gives for
+// the list of them. The ratios are counted by their bit patterns in passes
+// over the image instead of listed, so the memory used stays small.
+double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power);
 
-// Rows of a pass that reads one image and writes another, in parallel bands,
-// each with its window tables (windows up to half reach; none below 0):
-// row(r, tables, scratch) with a Scratch of its own per band. work weighs a
-// pixel against a plain copy, so that costly filters split smaller images
-// too. Only the calling thread's band asks the host whether to stop (a host's
-// progress sink is not called from other threads); the other bands see its
-// answer and stop at their next row.
+// Rows of a pass from in into out (Ipg_RunPassBands), in parallel bands, each
+// with its window tables (windows up to half reach; none below 0):
+// row(r, target, tables, scratch) writes row r into target, with a Scratch of
+// its own per band. work weighs a pixel against a plain copy, so that costly
+// filters split smaller images too. Only the calling thread's band asks the
+// host whether to stop (a host's progress sink is not called from other
+// threads); the other bands see its answer and stop at their next row.
 template <typename Scratch, typename Row>
-void Ipg_WindowRowsInBands(const double* in, int cols, int rows, int reach, std::size_t work, Row row)
+void Ipg_PassRowsInBands(const double* in, double* out, int cols, int rows, int reach, int readReach,
+                         std::size_t work, Row row)
 {
   if (cols <= 0 || rows <= 0)
     return;
   std::atomic<bool> stop{false};
-  Ipg_RunWindowBands(in, cols, rows, reach, work,
-                     [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
-                       Scratch scratch{};
-                       for (unsigned r = begin; r < end; ++r) {
-                         if (band == 0 && Ipg_CancelRequested())
-                           stop = true;
-                         if (stop.load(std::memory_order_relaxed))
-                           return;
-                         row(static_cast<int>(r), tables, scratch);
-                       }
-                     });
+  Ipg_RunPassBands(in, out, cols, rows, reach, readReach, work,
+                   [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables, Ipg_BandOutput& output) {
+                     Scratch scratch{};
+                     for (unsigned r = begin; r < end; ++r) {
+                       if (band == 0 && Ipg_CancelRequested())
+                         stop = true;
+                       if (stop.load(std::memory_order_relaxed))
+                         return;
+                       row(static_cast<int>(r), output.Row(static_cast<int>(r)), tables, scratch);
+                     }
+                   });
 }
 
-// The same without tables: row(r, scratch).
+// The same without tables: row(r, target, scratch).
 template <typename Scratch, typename Row>
-void Ipg_SpeckleRowsInBands(int cols, int rows, std::size_t work, Row row)
+void Ipg_SpeckleRowsInBands(const double* in, double* out, int cols, int rows, int readReach, std::size_t work,
+                            Row row)
 {
-  Ipg_WindowRowsInBands<Scratch>(nullptr, cols, rows, -1, work,
-                                 [&](int r, Ipg_WindowTables&, Scratch& scratch) { row(r, scratch); });
+  Ipg_PassRowsInBands<Scratch>(in, out, cols, rows, -1, readReach, work,
+                               [&](int r, double* target, Ipg_WindowTables&, Scratch& scratch) {
+                                 row(r, target, scratch);
+                               });
 }

@@ -363,25 +363,25 @@ Pass Sigma(const DCM_STRUCT* roiImage, int half, int fewest, double range)
   };
 }
 
-// The kernels as the filters call them, the speckle level's list in the pass's output.
+// The kernels as the filters call them.
 Pass FastSrad(double dt)
 {
   return [dt](const double* in, double* out, int cols, int rows) {
-    Ipg_SradPass(in, out, cols, rows, dt, Ipg_SpeckleCu2(in, out, cols, rows, 2));
+    Ipg_SradPass(in, out, cols, rows, dt, Ipg_SpeckleCu2(in, cols, rows, 2));
   };
 }
 
 Pass FastDpad(int half, double dt)
 {
   return [=](const double* in, double* out, int cols, int rows) {
-    Ipg_DpadPass(in, out, cols, rows, half, dt, Ipg_SpeckleCu2(in, out, cols, rows, half));
+    Ipg_DpadPass(in, out, cols, rows, half, dt, Ipg_SpeckleCu2(in, cols, rows, half));
   };
 }
 
 Pass FastAwmf(int half, int centre, double scale = 0.0)
 {
   return [=](const double* in, double* out, int cols, int rows) {
-    const double b = scale > 0.0 ? scale : Ipg_AwmfAutoScale(in, out, cols, rows, half, centre);
+    const double b = scale > 0.0 ? scale : Ipg_AwmfAutoScale(in, cols, rows, half, centre);
     Ipg_AwmfPass(in, out, cols, rows, half, centre, b);
   };
 }
@@ -389,7 +389,7 @@ Pass FastAwmf(int half, int centre, double scale = 0.0)
 Pass FastNeighbourhood(int area, double k)
 {
   return [=, buffers = std::make_shared<Ipg_SpeckleBuffers>()](const double* in, double* out, int cols, int rows) {
-    const double cu2 = Ipg_SpeckleCu2(in, out, cols, rows, 2);
+    const double cu2 = Ipg_SpeckleCu2(in, cols, rows, 2);
     Ipg_AdaptiveNeighbourhoodPass(in, out, cols, rows, area, k, cu2, buffers.get());
   };
 }
@@ -397,7 +397,7 @@ Pass FastNeighbourhood(int area, double k)
 Pass FastSbfDvw(int half, double factor)
 {
   return [=](const double* in, double* out, int cols, int rows) {
-    Ipg_SbfDvwPass(in, out, cols, rows, half, factor, Ipg_SpeckleCu2(in, out, cols, rows, 2));
+    Ipg_SbfDvwPass(in, out, cols, rows, half, factor, Ipg_SpeckleCu2(in, cols, rows, 2));
   };
 }
 

@@ -94,4 +94,77 @@ TEST(SpeckleWindows, BandedTablesGiveTheWholeImageMoments)
   Ipg_SetNumThreads(0);
 }
 
+// Ratios counted by their bit patterns give the middle of the listed ratios:
+// speckle (listed after one count), half the image flat (the middle one is 0,
+// in a bucket too full to list: every bit counted), and dark patches without
+// a positive mean.
+TEST(SpeckleWindows, MedianLocalRatioIsTheMiddleOfTheListedRatios)
+{
+  std::mt19937 random(3);
+  std::gamma_distribution<double> speckle(1.0, 1.0);
+  const int cols = 700, rows = 620;
+  for (const int kind : {0, 1, 2}) {
+    std::vector<double> in(static_cast<std::size_t>(cols) * rows);
+    for (std::size_t i = 0; i < in.size(); ++i) {
+      const bool flat = kind == 1 && i % cols < 420;
+      const bool dark = kind == 2 && (i / cols) % 40 < 15;
+      in[i] = flat ? 500.0 : dark ? 0.0 : 300.0 * speckle(random);
+    }
+    for (const int power : {1, 2}) {
+      Ipg_SetNumThreads(1);
+      std::vector<double> mean(in.size()), variance(in.size()), ratios;
+      Ipg_RunWindowBands(in.data(), cols, rows, 2, 1, [&](unsigned, unsigned begin, unsigned end, Ipg_WindowTables& t) {
+        for (unsigned r = begin; r < end; ++r)
+          t.RowMoments(static_cast<int>(r), 2, &mean[r * cols], &variance[r * cols]);
+      });
+      for (std::size_t i = 0; i < in.size(); ++i)
+        if (mean[i] > 0.0)
+          ratios.push_back(variance[i] / (power == 2 ? mean[i] * mean[i] : mean[i]));
+      const double expected = NthElement(ratios);
+      for (const int threads : {1, 2, 7}) {
+        Ipg_SetNumThreads(threads);
+        EXPECT_EQ(expected, Ipg_MedianLocalRatio(in.data(), cols, rows, 2, power)) << kind << " " << threads;
+      }
+    }
+  }
+  Ipg_SetNumThreads(0);
+}
+
+// A pass run in place, its output rows before its input, writes what it
+// writes into an image of its own; so does one whose output overlaps its
+// input too closely (through a copy).
+TEST(SpeckleWindows, PassesInPlaceWriteWhatTheyWriteElsewhere)
+{
+  const int cols = 37, rows = 211, reach = 3;
+  const std::size_t size = static_cast<std::size_t>(cols) * rows;
+  std::vector<double> image(size);
+  for (std::size_t i = 0; i < size; ++i)
+    image[i] = static_cast<double>((i * 7919) % 1009);
+  // Each value: the sum of its column over the rows within reach.
+  const auto pass = [&](const double* in, double* out) {
+    // Weighed as a costly filter, so that the image splits into bands.
+    Ipg_PassRowsInBands<int>(in, out, cols, rows, -1, reach, 4096, [&](int r, double* target, Ipg_WindowTables&, int&) {
+      for (int c = 0; c < cols; ++c) {
+        double sum = 0.0;
+        for (int y = std::max(0, r - reach); y <= std::min(rows - 1, r + reach); ++y)
+          sum += in[static_cast<std::size_t>(y) * cols + c];
+        target[c] = sum;
+      }
+    });
+  };
+  std::vector<double> expected(size);
+  Ipg_SetNumThreads(1);
+  pass(image.data(), expected.data());
+  for (const int threads : {1, 2, 7})
+    for (const std::size_t offset : {static_cast<std::size_t>(reach + 1) * cols, static_cast<std::size_t>(reach) * cols,
+                                     std::size_t{5}}) {
+      Ipg_SetNumThreads(threads);
+      std::vector<double> work(size + offset);
+      std::copy(image.begin(), image.end(), work.begin() + static_cast<std::ptrdiff_t>(offset));
+      pass(work.data() + offset, work.data());
+      EXPECT_TRUE(std::equal(expected.begin(), expected.end(), work.begin())) << threads << " " << offset;
+    }
+  Ipg_SetNumThreads(0);
+}
+
 } // namespace
