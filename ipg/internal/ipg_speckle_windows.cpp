@@ -21,6 +21,10 @@ constexpr std::size_t kMomentWork = 1;
 // Up to this many values, the middle one is selected without radix buckets.
 constexpr std::size_t kDirectSelection = 16384;
 
+// Up to this many pixels, the local ratios are listed (2 MB at most): on small
+// images the counting passes cost more than the list.
+constexpr std::size_t kListedRatios = std::size_t{1} << 18;
+
 // Marks a pixel without a positive local mean in the list of ratios (never a ratio).
 constexpr double kNoRatio = -1.0;
 
@@ -390,7 +394,7 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
 {
   if (cols <= 0 || rows <= 0)
     return 0.0;
-  if (static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) <= kDirectSelection)
+  if (static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) <= kListedRatios)
     return MedianOfListedRatios(in, cols, rows, half, power);
   // Count the candidates by their next 16 bits, keep the digit of the middle
   // one, and so on, until few enough are left to list.
