@@ -104,23 +104,33 @@ bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const v
   const int rows = static_cast<int>(job.In->GetNbOfRows());
   const int* source = job.In->Data->GetIDataAddress();
   // One working image: each pass writes its rows from gap rows above its
-  // input, over the input rows it no longer reads, and the result moves back.
-  const std::size_t size = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  // input, over the input rows it no longer reads, so the image climbs by gap
+  // rows a pass. Spare rows above it let it climb a few passes before it
+  // moves back down.
+  const std::size_t width = static_cast<std::size_t>(cols);
+  const std::size_t size = width * static_cast<std::size_t>(rows);
   const std::size_t gap = job.Reach < 0 ? static_cast<std::size_t>(rows)
                                         : std::min<std::size_t>(static_cast<std::size_t>(job.Reach) + 1, rows);
-  std::vector<double> work(size + gap * static_cast<std::size_t>(cols));
-  double* output = work.data();
-  double* current = output + gap * static_cast<std::size_t>(cols);
+  const std::size_t spare = gap * std::clamp<std::size_t>(static_cast<std::size_t>(rows) / (16 * gap), 1, 64);
+  std::vector<double> work(size + spare * width);
+  std::size_t above = spare; // rows above the current image
+  double* current = work.data() + above * width;
   std::copy(source, source + size, current);
   FillMarks(current, cols, rows);
 
   {
     Ipg_Progress progress(job.Label, job.Iterations);
     for (int iteration = 1; iteration <= job.Iterations; ++iteration) {
-      pass(current, output, cols, rows, context);
+      if (above < gap) {
+        std::memmove(work.data() + spare * width, current, size * sizeof(double));
+        above = spare;
+      }
+      current = work.data() + above * width;
+      pass(current, current - gap * width, cols, rows, context);
       if (Ipg_StopRequested())
         return false; // the output is left as it was
-      std::memmove(current, output, size * sizeof(double));
+      above -= gap;
+      current -= gap * width;
       progress.Step(std::to_string(iteration));
     }
   }

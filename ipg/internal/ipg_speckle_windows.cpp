@@ -322,9 +322,9 @@ void Ipg_RunPassBands(const double* in, double* out, int cols, int rows, int rea
 
 namespace {
 
-// The ratios of Ipg_MedianLocalRatio, a row at a time: visit(band, ratios)
-// with kNoRatio for a pixel without a positive local mean. Bands visit their
-// rows in order, so the bands' visits in turn follow the rows.
+// The ratios of Ipg_MedianLocalRatio, a row at a time: visit(band, row,
+// ratios) with kNoRatio for a pixel without a positive local mean. Bands
+// visit their rows in order, so the bands' visits in turn follow the rows.
 template <typename Visit>
 void RatioRows(const double* in, int cols, int rows, int half, int power, Visit visit)
 {
@@ -345,7 +345,7 @@ void RatioRows(const double* in, int cols, int rows, int half, int power, Visit 
           ratio[c] = ratio[c] / mean[c];
       for (std::size_t c = 0; c < mean.size(); ++c)
         ratio[c] = mean[c] > 0.0 ? ratio[c] : kNoRatio;
-      visit(band, static_cast<const double*>(ratio.data()));
+      visit(band, r, static_cast<const double*>(ratio.data()));
     }
   });
 }
@@ -360,17 +360,13 @@ unsigned BandsOfRatios(int cols, int rows)
 // selection depends on the order.
 double MedianOfListedRatios(const double* in, int cols, int rows, int half, int power)
 {
-  std::vector<std::vector<double>> lists(BandsOfRatios(cols, rows));
-  RatioRows(in, cols, rows, half, power, [&](unsigned band, const double* ratio) {
-    for (int c = 0; c < cols; ++c)
-      if (ratio[c] != kNoRatio)
-        lists[band].push_back(ratio[c]);
+  const std::size_t width = static_cast<std::size_t>(cols);
+  std::vector<double> ratios(width * static_cast<std::size_t>(rows));
+  RatioRows(in, cols, rows, half, power, [&](unsigned, unsigned row, const double* ratio) {
+    std::copy_n(ratio, width, ratios.data() + static_cast<std::size_t>(row) * width);
   });
-  for (std::size_t band = 1; band < lists.size(); ++band) {
-    lists[0].insert(lists[0].end(), lists[band].begin(), lists[band].end());
-    std::vector<double>().swap(lists[band]);
-  }
-  return Ipg_MiddleElement(lists[0].data(), lists[0].size());
+  const auto end = std::remove(ratios.begin(), ratios.end(), kNoRatio);
+  return Ipg_MiddleElement(ratios.data(), static_cast<std::size_t>(end - ratios.begin()));
 }
 
 // Non-negative doubles order as their bit patterns (+inf included); a
@@ -408,7 +404,7 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
     for (std::vector<std::size_t>& count : counts)
       count.assign(kDigits, 0);
     const int shift = 64 - candidates.Known - kDigitBits;
-    RatioRows(in, cols, rows, half, power, [&](unsigned band, const double* ratio) {
+    RatioRows(in, cols, rows, half, power, [&](unsigned band, unsigned, const double* ratio) {
       std::size_t* count = counts[band].data();
       for (int c = 0; c < cols; ++c) {
         if (ratio[c] == kNoRatio)
@@ -445,7 +441,7 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
       break;
   }
   std::vector<std::vector<double>> lists(bands);
-  RatioRows(in, cols, rows, half, power, [&](unsigned band, const double* ratio) {
+  RatioRows(in, cols, rows, half, power, [&](unsigned band, unsigned, const double* ratio) {
     for (int c = 0; c < cols; ++c)
       if (ratio[c] != kNoRatio && candidates.Holds(std::bit_cast<std::uint64_t>(ratio[c])))
         lists[band].push_back(ratio[c]);
