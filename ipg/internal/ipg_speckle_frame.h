@@ -9,7 +9,9 @@ class DCM_STRUCT;
 // the images and the iteration count (showing the method's message and
 // returning false), copies the input into a working image, opens the progress
 // seam with label and maximum iterations, runs pass(in, out) once per
-// iteration with one progress step each (the 1-based iteration as status),
+// iteration with one progress step each (the 1-based iteration as status;
+// with a Reach, out starts Reach + 1 rows before in, in the same image: the
+// pass runs in place as Ipg_RunPassBands describes),
 // then writes the result into the output's pixel array (rounded to the
 // nearest integer), copying the input where the ROI (when set) is not
 // 16777217 and where the input holds a mark (above 16777216), and recomputes
