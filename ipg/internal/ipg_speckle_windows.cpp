@@ -14,9 +14,9 @@
 
 namespace {
 
-// A band of rows per thread once a row costs about this many plain copies per
-// pixel: little, since the passes of a job each wake the threads.
-constexpr std::size_t kMomentWork = 1;
+// A window's moments and ratio cost about this many plain copies per pixel:
+// a band of 128 x 128 pixels outweighs waking a thread for it.
+constexpr std::size_t kMomentWork = 4;
 
 // Up to this many values, the middle one is selected without radix buckets.
 constexpr std::size_t kDirectSelection = 16384;
