@@ -5,6 +5,10 @@
 
 #include <algorithm>
 
+#ifdef _OPENMP
+#include <omp.h>
+#endif
+
 namespace {
 
 // Below this many pixels per band a second thread does not pay for itself.
@@ -30,7 +34,22 @@ void Ipg_RunBands(const IPG_ROW_BANDS& bands, const std::function<void(unsigned,
     body(0, 0, bands.Rows);
     return;
   }
-#pragma omp parallel for num_threads(count) schedule(static, 1)
+  // More bands than threads are dealt in turn: band b on thread b % threads.
+#pragma omp parallel for num_threads(std::min(count, Ipg_GetNumThreads())) schedule(static, 1)
   for (int band = 0; band < count; ++band)
     body(static_cast<unsigned>(band), bands.Begin(static_cast<unsigned>(band)), bands.End(static_cast<unsigned>(band)));
+}
+
+bool Ipg_OnCallingThread()
+{
+  return Ipg_BandThread() == 0;
+}
+
+unsigned Ipg_BandThread()
+{
+#ifdef _OPENMP
+  return static_cast<unsigned>(omp_get_thread_num());
+#else
+  return 0;
+#endif
 }

@@ -19,8 +19,18 @@ struct IPG_ROW_BANDS {
 IPG_ROW_BANDS Ipg_SplitRows(unsigned rows, std::size_t cols);
 
 // Runs body(band, firstRow, endRow) for every band, in parallel when there are
-// several. The body must not throw.
+// several. Bands beyond the thread count are dealt in turn (band b on thread
+// b % threads), band 0 and every threads-th one on the calling thread. The
+// body must not throw.
 void Ipg_RunBands(const IPG_ROW_BANDS& bands, const std::function<void(unsigned, unsigned, unsigned)>& body);
+
+// Whether a band's body runs on the thread that called Ipg_RunBands (the one
+// that may ask the host whether to stop).
+bool Ipg_OnCallingThread();
+
+// The index of the thread running a band's body, below the thread count:
+// bands on the same thread run one after the other.
+unsigned Ipg_BandThread();
 
 // Starts fetching a row of pixels that a walk reads next (one request per
 // 64-byte line): kernels that read several rows at once otherwise stall on

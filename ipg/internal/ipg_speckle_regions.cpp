@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The adaptive-neighbourhood speckle filter (declared in ipg_speckle_kernels.h).
+#include "ipg/framework/ipg_threads.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
 #include "ipg/internal/ipg_speckle_windows.h"
@@ -118,12 +119,14 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
   const std::size_t seedRows = std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, 2 * limit + 1);
   const std::size_t capacity =
       std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, seedRows + std::max<std::size_t>(32, seedRows / 4));
-  const unsigned most = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kRegionWork).Count;
-  b.Bands.resize(std::max<std::size_t>(b.Bands.size(), most));
+  // Buffers per thread: the bands a thread runs come one after the other.
+  b.Bands.resize(std::max<std::size_t>(b.Bands.size(), static_cast<std::size_t>(Ipg_GetNumThreads())));
   std::atomic<bool> stop{false};
   Ipg_RunPassBands(in, out, cols, rows, 1, static_cast<int>(reach), kRegionWork,
-                   [&](unsigned index, unsigned begin, unsigned end, Ipg_WindowTables& tables, Ipg_BandOutput& output) {
-    Ipg_SpeckleBand& band = b.Bands[index];
+                   [&](unsigned, unsigned begin, unsigned end, Ipg_WindowTables& tables, Ipg_BandOutput& output) {
+    Ipg_SpeckleBand own; // for a thread beyond the count read above (changed meanwhile)
+    const unsigned thread = Ipg_BandThread();
+    Ipg_SpeckleBand& band = thread < b.Bands.size() ? b.Bands[thread] : own;
     band.Values.resize(capacity * static_cast<std::size_t>(stride));
     band.Stamps.resize(band.Values.size());
     band.First = band.Held = 0;
@@ -133,7 +136,7 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
     band.Variance.resize(static_cast<std::size_t>(cols));
     unsigned generation = 0;
     for (unsigned r = begin; r < end; ++r) {
-      if (index == 0 && Ipg_CancelRequested())
+      if (Ipg_OnCallingThread() && Ipg_CancelRequested())
         stop = true;
       if (stop.load(std::memory_order_relaxed))
         return;

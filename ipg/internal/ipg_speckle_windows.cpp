@@ -192,6 +192,23 @@ IPG_ROW_BANDS SplitForReach(int cols, int rows, int reach, std::size_t work)
   return bands;
 }
 
+// A pass whose cost follows the image (windows that grow, impulses) costs
+// more in some bands than in others: a few bands per thread, dealt in turn,
+// even that out. Each band stays at least this many times the rows a row
+// reads, so that its held rows stay few. Passes with tables keep one band per
+// thread: each band would build the table rows around it again.
+constexpr unsigned kBandsPerThread = 4;
+constexpr long kBandRowsPerReach = 8;
+
+IPG_ROW_BANDS DealtInTurn(IPG_ROW_BANDS bands, int reach, int readReach)
+{
+  if (bands.Count <= 1 || reach >= 0)
+    return bands;
+  const long tallest = static_cast<long>(bands.Rows) / (kBandRowsPerReach * (2L * std::max(0, readReach) + 1));
+  bands.Count = static_cast<unsigned>(std::max<long>(bands.Count, std::min<long>(bands.Count * kBandsPerThread, tallest)));
+  return bands;
+}
+
 void RunBandsWithTables(const IPG_ROW_BANDS& bands, const double* in, int cols, int rows, int reach,
                         const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body)
 {
@@ -304,7 +321,7 @@ void Ipg_RunPassBands(const double* in, double* out, int cols, int rows, int rea
   // below them, that is up to readReach + gap of the output's rows.
   const long held = overlap ? std::max(0, readReach) + gap : 0;
   // Rows read far away keep the bands few, so that their held rows stay few too.
-  const IPG_ROW_BANDS bands = SplitForReach(cols, rows, std::max(reach, readReach), work);
+  const IPG_ROW_BANDS bands = DealtInTurn(SplitForReach(cols, rows, std::max(reach, readReach), work), reach, readReach);
   std::vector<Ipg_BandOutput> outputs(bands.Count);
   RunBandsWithTables(bands, in, cols, rows, reach, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
     Ipg_BandOutput& output = outputs[band];
@@ -332,7 +349,7 @@ void RatioRows(const double* in, int cols, int rows, int half, int power, Visit 
   Ipg_RunWindowBands(in, cols, rows, half, kMomentWork, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
     std::vector<double> mean(static_cast<std::size_t>(cols)), ratio(static_cast<std::size_t>(cols));
     for (unsigned r = begin; r < end; ++r) {
-      if (band == 0 && Ipg_CancelRequested())
+      if (Ipg_OnCallingThread() && Ipg_CancelRequested())
         stop = true; // the pass that asks is dropped
       if (stop.load(std::memory_order_relaxed))
         return;

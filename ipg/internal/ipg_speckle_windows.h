@@ -102,7 +102,8 @@ private:
 // The bands of a pass that reads in and writes out (cols x rows each), a row
 // reading the rows up to readReach above and below it: Ipg_RunWindowBands
 // with body(band, firstRow, endRow, tables, output), its bands split for the
-// farther of reach and readReach.
+// farther of reach and readReach; without tables, a few per thread where they
+// are tall enough (Ipg_RunBands deals them in turn).
 //
 // The pass may run in place, its output starting gap whole rows before its
 // input (out = in - gap * cols) with gap > readReach: then a row written
@@ -113,9 +114,9 @@ private:
 void Ipg_RunPassBands(const double* in, double* out, int cols, int rows, int reach, int readReach, std::size_t work,
                       const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&, Ipg_BandOutput&)>& body);
 
-// Buffers one band of the adaptive-neighbourhood filter reuses from pass to
-// pass: framed rows of the image around its seeds (values and stamps), the
-// region grown and the window moments of a row.
+// Buffers one thread of the adaptive-neighbourhood filter reuses from band
+// to band and from pass to pass: framed rows of the image around its seeds
+// (values and stamps), the region grown and the window moments of a row.
 struct Ipg_SpeckleBand {
   std::vector<double> Values;
   std::vector<unsigned> Stamps;
@@ -147,7 +148,7 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
 // with its window tables (windows up to half reach; none below 0):
 // row(r, target, tables, scratch) writes row r into target, with a Scratch of
 // its own per band. work weighs a pixel against a plain copy, so that costly
-// filters split smaller images too. Only the calling thread's band asks the
+// filters split smaller images too. Only the calling thread's bands ask the
 // host whether to stop (a host's progress sink is not called from other
 // threads); the other bands see its answer and stop at their next row.
 template <typename Scratch, typename Row>
@@ -158,10 +159,10 @@ void Ipg_PassRowsInBands(const double* in, double* out, int cols, int rows, int 
     return;
   std::atomic<bool> stop{false};
   Ipg_RunPassBands(in, out, cols, rows, reach, readReach, work,
-                   [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables, Ipg_BandOutput& output) {
+                   [&](unsigned, unsigned begin, unsigned end, Ipg_WindowTables& tables, Ipg_BandOutput& output) {
                      Scratch scratch{};
                      for (unsigned r = begin; r < end; ++r) {
-                       if (band == 0 && Ipg_CancelRequested())
+                       if (Ipg_OnCallingThread() && Ipg_CancelRequested())
                          stop = true;
                        if (stop.load(std::memory_order_relaxed))
                          return;
