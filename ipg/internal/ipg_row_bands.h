@@ -28,8 +28,8 @@ void Ipg_RunBands(const IPG_ROW_BANDS& bands, const std::function<void(unsigned,
 // that may ask the host whether to stop).
 bool Ipg_OnCallingThread();
 
-// The index of the thread running a band's body, below the thread count:
-// bands on the same thread run one after the other.
+// The index of the thread running a band's body, below the thread count (0
+// outside a body): bands on the same thread run one after the other.
 unsigned Ipg_BandThread();
 
 // Starts fetching a row of pixels that a walk reads next (one request per

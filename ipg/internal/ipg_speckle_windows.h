@@ -140,8 +140,9 @@ double Ipg_MiddleElement(double* values, std::size_t count);
 
 // Median over the pixels whose local mean m (windows of half size) is positive
 // of variance / m^power (power 1 or 2): the value Ipg_MiddleElement gives for
-// the list of them. The ratios are counted by their bit patterns in passes
-// over the image instead of listed, so the memory used stays small.
+// the list of them. On images above 512 x 512 the ratios are counted by their
+// bit patterns in passes over the image instead of listed, so the memory used
+// stays small.
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power);
 
 // Rows of a pass from in into out (Ipg_RunPassBands), in parallel bands, each
