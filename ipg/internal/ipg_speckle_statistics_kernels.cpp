@@ -1,17 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 // The local-statistics members of the speckle family: Lee, Kuan, Frost and
 // the sigma filter (declared in ipg_speckle_kernels.h with the others).
+#include "ipg/framework/ipg_threads.h"
 #include "ipg/internal/ipg_local_kernels.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
 #include "ipg/internal/ipg_speckle_windows.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -123,25 +127,52 @@ template <typename T>
 using Lanes4d = double __attribute__((vector_size(32)));
 constexpr int kLeeLanes = 4;
 
-// One step of the wavefront for kLeeLanes rows whose pixels all lie inside:
-// lane i updates (col - 2 i, first + i). Every lane reads only cells that no
-// other lane of the step writes, so computing them together changes nothing.
-[[gnu::always_inline]] inline void LeeLanes(double* work, int cols, int first, int col, double noiseVariance)
+// The 3x3 windows of kLeeLanes rows along the wavefront: lane i updates
+// (col - 2 i, first + i). Every lane reads only cells that no other lane of the
+// step writes, so computing them together changes nothing. From one step to
+// the next the windows move one column right; the cells they keep are carried
+// over, so only the column entering them is read: its upper cell is what the
+// lane above wrote at the last step, the other two are still as they were.
+struct LeeLaneWindows {
+  Lanes4d AboveMiddle, AboveRight, Right, BelowMiddle, BelowRight, Updated;
+  bool Carried = false; // false: read every cell
+};
+
+// The values of rows first .. first + 3 at columns col, col - 2, col - 4, col - 6.
+[[gnu::always_inline]] inline void LeeColumn(const double* work, int cols, int first, int col, Lanes4d& column)
+{
+  const double* p = work + At(col, first, cols);
+  const std::ptrdiff_t down = static_cast<std::ptrdiff_t>(cols) - 2;
+  column = Lanes4d{p[0], p[down], p[2 * down], p[3 * down]};
+}
+
+[[gnu::always_inline]] inline void LeeLanes(double* work, int cols, int first, int col, double noiseVariance,
+                                            LeeLaneWindows& kept)
 {
   Lanes4d window[9] = {};
-  Lanes4d centre = {};
-  for (int i = 0; i < kLeeLanes; ++i) {
-    const std::size_t idx = At(col - 2 * i, first + i, cols);
-    int k = 0;
-    for (int dy = -1; dy <= 1; ++dy)
-      for (int dx = -1; dx <= 1; ++dx)
-        window[k++][i] = work[idx + static_cast<std::ptrdiff_t>(dy) * cols + dx];
-    centre[i] = work[idx];
+  if (kept.Carried) {
+    const Lanes4d& last = kept.Updated;
+    window[0] = kept.AboveMiddle;
+    window[1] = kept.AboveRight;
+    window[2] = Lanes4d{work[At(col + 1, first - 1, cols)], last[0], last[1], last[2]};
+    window[3] = last;
+    window[4] = kept.Right;
+    window[6] = kept.BelowMiddle;
+    window[7] = kept.BelowRight;
+  } else {
+    for (int k = 0; k < 9; ++k)
+      if (k != 5 && k != 8)
+        LeeColumn(work, cols, first + k / 3 - 1, col + k % 3 - 1, window[k]);
   }
+  LeeColumn(work, cols, first, col + 1, window[5]);
+  LeeColumn(work, cols, first + 1, col + 1, window[8]);
   Lanes4d updated;
-  LeeValue(window, centre, noiseVariance, updated);
+  LeeValue(window, window[4], noiseVariance, updated);
+  kept = LeeLaneWindows{window[1], window[2], window[5], window[7], window[8], updated, true};
+  double* p = work + At(col, first, cols);
+  const std::ptrdiff_t down = static_cast<std::ptrdiff_t>(cols) - 2;
   for (int i = 0; i < kLeeLanes; ++i)
-    work[At(col - 2 * i, first + i, cols)] = updated[i];
+    p[i * down] = updated[i];
 }
 
 void LeeOne(double* work, int cols, int col, int row, double noiseVariance)
@@ -157,53 +188,126 @@ void LeeOne(double* work, int cols, int col, int row, double noiseVariance)
 }
 
 // Each value depends on its left neighbour and on the row above as already
-// updated, so a row is a chain of dependent pixels. Rows are taken eight at a
-// time along a diagonal wavefront, each two columns behind the row above: a
-// pixel then finds its left neighbour and the three cells above it updated and
-// the row below untouched, exactly as in a row-by-row pass. The pixels of one
-// step are independent: two vectors of four, whose chains the processor overlaps.
-constexpr int kLeeRowsInFlight = 2 * kLeeLanes;
+// updated, so a row is a chain of dependent pixels. Rows are taken in groups
+// along a diagonal wavefront, each two columns behind the row above: a pixel
+// then finds its left neighbour and the three cells above it updated and the
+// row below untouched, exactly as in a row-by-row pass. The pixels of one step
+// are independent: four vectors of four, whose chains the processor overlaps.
+constexpr int kLeeGroupRows = 4 * kLeeLanes;
 
-[[gnu::always_inline]] inline void LeePassBody(double* work, int cols, int rows, double noiseVariance)
+// Steps a group of count rows takes to cross an image cols wide.
+int LeeSteps(int cols, int count) { return cols - 2 + 2 * (count - 1); }
+
+// One step of a group: row first + i updates column 1 + step - 2 i.
+[[gnu::always_inline]] inline void LeeStep(double* work, int cols, int first, int count, int step, double noiseVariance,
+                                           LeeLaneWindows (&kept)[kLeeGroupRows / kLeeLanes])
 {
-  for (int first = 1; first < rows - 1; first += kLeeRowsInFlight) {
-    const int count = std::min(kLeeRowsInFlight, rows - 1 - first);
-    for (int step = 0; step < cols - 2 + 2 * (count - 1); ++step) {
-      const int lastCol = 1 + step - 2 * (count - 1); // of the lowest row
-      if (count == kLeeRowsInFlight && lastCol >= 1 && 1 + step < cols - 1) {
-        LeeLanes(work, cols, first, 1 + step, noiseVariance);
-        LeeLanes(work, cols, first + kLeeLanes, 1 + step - 2 * kLeeLanes, noiseVariance);
-        continue;
-      }
-      for (int i = 0; i < count; ++i) {
-        const int col = 1 + step - 2 * i;
-        if (col >= 1 && col < cols - 1)
-          LeeOne(work, cols, col, first + i, noiseVariance);
-      }
+  for (int v = 0; v < count; v += kLeeLanes) {
+    const int col = 1 + step - 2 * v; // of the vector's first row
+    if (v + kLeeLanes <= count && col < cols - 1 && col - 2 * (kLeeLanes - 1) >= 1) {
+      LeeLanes(work, cols, first + v, col, noiseVariance, kept[v / kLeeLanes]);
+      continue;
+    }
+    for (int i = v; i < std::min(count, v + kLeeLanes); ++i) {
+      const int c = 1 + step - 2 * i;
+      if (c >= 1 && c < cols - 1)
+        LeeOne(work, cols, c, first + i, noiseVariance);
     }
   }
 }
 
-void LeePassPlain(double* work, int cols, int rows, double noiseVariance) { LeePassBody(work, cols, rows, noiseVariance); }
+// How far a group has gone, for the group below it, on its own cache line.
+struct alignas(64) LeeProgress {
+  std::atomic<int> Steps{0};
+};
+// Steps between two publications of a group's progress.
+constexpr int kLeePublishEvery = 16;
+
+int WaitForSteps(const std::atomic<int>& steps, int needed)
+{
+  for (int spins = 0;; ++spins) {
+    const int seen = steps.load(std::memory_order_acquire);
+    if (seen >= needed)
+      return seen;
+    if (spins >= 64)
+      std::this_thread::yield(); // the group above may share this core
+  }
+}
+
+// The group of count rows from first. With groups on several threads, the
+// group above (aboveCount rows) must have finished the three cells over each
+// pixel before the pixel is updated, and read the pixel's old value before it
+// is overwritten: both hold once its lowest row is past the next column.
+struct LeeGroup {
+  int First, Count;
+  const std::atomic<int>* Above; // nullptr: the group above is done
+  int AboveCount;
+  std::atomic<int>* Own;
+};
+
+[[gnu::always_inline]] inline void LeeGroupBody(double* work, int cols, const LeeGroup& group, double noiseVariance)
+{
+  const int steps = LeeSteps(cols, group.Count);
+  const int aboveSteps = LeeSteps(cols, group.AboveCount);
+  int seen = 0;
+  LeeLaneWindows kept[kLeeGroupRows / kLeeLanes];
+  for (int step = 0; step < steps; ++step) {
+    const int needed = std::min(step + 2 * group.AboveCount, aboveSteps);
+    if (group.Above != nullptr && seen < needed)
+      seen = WaitForSteps(*group.Above, needed);
+    LeeStep(work, cols, group.First, group.Count, step, noiseVariance, kept);
+    if (group.Own != nullptr && (step + 1) % kLeePublishEvery == 0)
+      group.Own->store(step + 1, std::memory_order_release);
+  }
+  if (group.Own != nullptr)
+    group.Own->store(steps, std::memory_order_release);
+}
+
+void LeeGroupPlain(double* work, int cols, const LeeGroup& group, double noiseVariance)
+{
+  LeeGroupBody(work, cols, group, noiseVariance);
+}
 
 #if defined(__x86_64__)
-[[gnu::target("avx2")]] void LeePassAvx2(double* work, int cols, int rows, double noiseVariance)
+[[gnu::target("avx2")]] void LeeGroupAvx2(double* work, int cols, const LeeGroup& group, double noiseVariance)
 {
-  LeePassBody(work, cols, rows, noiseVariance);
+  LeeGroupBody(work, cols, group, noiseVariance);
 }
 #endif
+
+// Below this many pixels a second thread does not pay for its waits.
+constexpr std::size_t kLeeMinPixelsToShare = std::size_t{1} << 17;
 
 } // namespace
 
 void Ipg_LeePass(double* work, int cols, int rows, double noiseVariance)
 {
+  if (cols < 3 || rows < 3)
+    return;
+  auto* groupPass = &LeeGroupPlain;
 #if defined(__x86_64__)
-  if (Ipg_UseAvx2()) {
-    LeePassAvx2(work, cols, rows, noiseVariance);
+  if (Ipg_UseAvx2())
+    groupPass = &LeeGroupAvx2;
+#endif
+  const int groups = (rows - 2 + kLeeGroupRows - 1) / kLeeGroupRows;
+  const auto countOf = [&](int g) { return std::min(kLeeGroupRows, rows - 2 - g * kLeeGroupRows); };
+  const bool share = Ipg_GetNumThreads() > 1 && groups > 1 &&
+                     static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) >= kLeeMinPixelsToShare;
+  if (!share) {
+    for (int g = 0; g < groups; ++g)
+      groupPass(work, cols, LeeGroup{1 + g * kLeeGroupRows, countOf(g), nullptr, kLeeGroupRows, nullptr}, noiseVariance);
     return;
   }
-#endif
-  LeePassPlain(work, cols, rows, noiseVariance);
+  // Groups dealt to the threads in turn, each following the one above it.
+  std::vector<LeeProgress> progress(static_cast<std::size_t>(groups));
+  IPG_ROW_BANDS bands;
+  bands.Count = bands.Rows = static_cast<unsigned>(groups);
+  Ipg_RunBands(bands, [&](unsigned band, unsigned, unsigned) {
+    const int g = static_cast<int>(band);
+    const std::atomic<int>* above = g > 0 ? &progress[static_cast<std::size_t>(g) - 1].Steps : nullptr;
+    groupPass(work, cols, LeeGroup{1 + g * kLeeGroupRows, countOf(g), above, kLeeGroupRows, &progress[band].Steps},
+              noiseVariance);
+  });
 }
 
 namespace {
