@@ -9,6 +9,7 @@
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_kernel_images.h"
+#include "ipg/internal/ipg_large_block.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_row_bands.h"
@@ -24,6 +25,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -81,22 +83,32 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
   const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   const std::size_t size = ImaIn->Data->GetSize();
   const int* src = ImaIn->Data->GetIDataAddress();
-  std::vector<double> work(src, src + size);
-  Ipg_CopyPixelsInto(src, size, ImaOut);
-
+  // The output holds a copy of the input until the passes are done, which is
+  // what a refused or stopped run leaves there; the last write covers it.
   const int passes = std::max(0, NbIter);
-  if (!Ipg_FilterPassesInRange(passes))
+  if (!Ipg_FilterPassesInRange(passes)) {
+    Ipg_CopyPixelsInto(src, size, ImaOut);
     return false;
+  }
+  IPG_LARGE_ARRAY<double> work(size);
+  if (work.Empty())
+    throw std::bad_alloc();
+  std::copy(src, src + size, work.Data());
+
   Ipg_Progress progress(kLabelLee, passes);
   for (int pass = 1; pass <= passes; ++pass) {
-    Ipg_LeePass(work.data(), cols, rows, noiseVariance);
+    Ipg_LeePass(work.Data(), cols, rows, noiseVariance);
     progress.Step(std::to_string(pass));
-    if (Ipg_StopRequested())
+    if (Ipg_StopRequested()) {
+      Ipg_CopyPixelsInto(src, size, ImaOut);
       return false;
+    }
   }
   const Ipg_KernelImages out = Ipg_KernelImagesOf(nullptr, ImaOut, nullptr);
-  for (std::size_t i = 0; i < size; ++i)
-    out.Write(i, Ipg_TruncateTowardZero<double>(work[i]));
+  const std::size_t written = out.Out != nullptr ? std::min(size, out.OutSize) : 0;
+  const double* values = work.Data();
+  for (std::size_t i = 0; i < written; ++i)
+    out.Out[i] = Ipg_TruncateTowardZero<double>(values[i]);
   return true;
 }
 
