@@ -1,21 +1,19 @@
 // SPDX-License-Identifier: Apache-2.0
-// The local-statistics members of the speckle family: Lee, Kuan, Frost and
-// the sigma filter (declared in ipg_speckle_kernels.h with the others).
-#include "ipg/framework/ipg_threads.h"
+// The local-statistics members of the speckle family: Lee, Kuan and the
+// sigma filter (declared in ipg_speckle_kernels.h with the others; Frost has
+// a file of its own).
 #include "ipg/internal/ipg_local_kernels.h"
 #include "ipg/internal/ipg_roi_mask.h"
-#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
 #include "ipg/internal/ipg_speckle_windows.h"
+#include "ipg/internal/ipg_wavefront.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
-#include <thread>
 #include <vector>
 
 namespace {
@@ -25,46 +23,6 @@ constexpr double kNinth = 1.0 / 9.0;
 constexpr int kSpeckleHalf = 2;
 // A sigma filter pixel costs about this many plain copies.
 constexpr std::size_t kSigmaWork = 32;
-
-// The distances of the cells of a 5x5 window to its centre: sqrt of 0, 1, 2, 4, 5, 8.
-constexpr int kFrostDistances = 6;
-const double kFrostDistance[kFrostDistances] = {0.0, 1.0, std::sqrt(2.0), 2.0, std::sqrt(5.0), std::sqrt(8.0)};
-
-// Frost's value for the sheared window written at w.
-int FrostPixel(const int* work, std::ptrdiff_t w, int cols, double damping, const int* distanceClass)
-{
-  double values[25];
-  double sum = 0.0;
-  for (int dr = -2; dr <= 2; ++dr) {
-    const int* run = work + Ipg_ShearedRunStart(w, dr, cols);
-    for (int k = 0; k < 5; ++k) {
-      values[(dr + 2) * 5 + k] = run[k];
-      sum += run[k];
-    }
-  }
-  const double mean = sum * 0.04;
-  double squares = 0.0;
-  for (double v : values)
-    squares += (v - mean) * (v - mean);
-  const double variance = squares * 0.04;
-  // Squared coefficient of variation; a window of mean 0 is averaged evenly.
-  const double spread = mean != 0.0 ? variance / (mean * mean) : 0.0;
-  // The 25 cells lie at six distinct distances: one exponential each, the
-  // very values a call per cell gives.
-  double byDistance[kFrostDistances];
-  for (int d = 0; d < kFrostDistances; ++d) {
-    const double exponent = -damping * spread * kFrostDistance[d];
-    byDistance[d] = exponent == 0.0 ? 1.0 : std::exp(exponent); // exp(+-0) is exactly 1
-  }
-  double weighted = 0.0, weights = 0.0;
-  for (int k = 0; k < 25; ++k) {
-    const double weight = byDistance[distanceClass[k]];
-    weighted += weight * values[k];
-    weights += weight;
-  }
-  // The centre cell weighs exp(0) = 1, so weights is never 0.
-  return Ipg_TruncateTowardZero<double>(weighted / weights);
-}
 
 std::size_t At(int col, int row, int cols)
 {
@@ -216,67 +174,38 @@ int LeeSteps(int cols, int count) { return cols - 2 + 2 * (count - 1); }
   }
 }
 
-// How far a group has gone, for the group below it, on its own cache line.
-struct alignas(64) LeeProgress {
-  std::atomic<int> Steps{0};
-};
-// Steps between two publications of a group's progress.
-constexpr int kLeePublishEvery = 16;
-
-int WaitForSteps(const std::atomic<int>& steps, int needed)
+// The rows first .. first + count - 1. The group above (aboveCount rows) must
+// have finished the three cells over each pixel before the pixel is updated,
+// and read the pixel's old value before it is overwritten: both hold once its
+// lowest row is past the next column.
+[[gnu::always_inline]] inline void LeeGroupBody(double* work, int cols, int first, int count, int aboveCount,
+                                                IPG_WAVEFRONT_LINK& link, double noiseVariance)
 {
-  for (int spins = 0;; ++spins) {
-    const int seen = steps.load(std::memory_order_acquire);
-    if (seen >= needed)
-      return seen;
-    if (spins >= 64)
-      std::this_thread::yield(); // the group above may share this core
-  }
-}
-
-// The group of count rows from first. With groups on several threads, the
-// group above (aboveCount rows) must have finished the three cells over each
-// pixel before the pixel is updated, and read the pixel's old value before it
-// is overwritten: both hold once its lowest row is past the next column.
-struct LeeGroup {
-  int First, Count;
-  const std::atomic<int>* Above; // nullptr: the group above is done
-  int AboveCount;
-  std::atomic<int>* Own;
-};
-
-[[gnu::always_inline]] inline void LeeGroupBody(double* work, int cols, const LeeGroup& group, double noiseVariance)
-{
-  const int steps = LeeSteps(cols, group.Count);
-  const int aboveSteps = LeeSteps(cols, group.AboveCount);
-  int seen = 0;
+  const int steps = LeeSteps(cols, count);
+  const int aboveSteps = LeeSteps(cols, aboveCount);
   LeeLaneWindows kept[kLeeGroupRows / kLeeLanes];
   for (int step = 0; step < steps; ++step) {
-    const int needed = std::min(step + 2 * group.AboveCount, aboveSteps);
-    if (group.Above != nullptr && seen < needed)
-      seen = WaitForSteps(*group.Above, needed);
-    LeeStep(work, cols, group.First, group.Count, step, noiseVariance, kept);
-    if (group.Own != nullptr && (step + 1) % kLeePublishEvery == 0)
-      group.Own->store(step + 1, std::memory_order_release);
+    link.WaitForAbove(std::min(step + 2 * aboveCount, aboveSteps));
+    LeeStep(work, cols, first, count, step, noiseVariance, kept);
+    link.Done(step + 1, step + 1 == steps);
   }
-  if (group.Own != nullptr)
-    group.Own->store(steps, std::memory_order_release);
 }
 
-void LeeGroupPlain(double* work, int cols, const LeeGroup& group, double noiseVariance)
+using LeeGroupPass = void (*)(double*, int, int, int, int, IPG_WAVEFRONT_LINK&, double);
+
+void LeeGroupPlain(double* work, int cols, int first, int count, int aboveCount, IPG_WAVEFRONT_LINK& link,
+                   double noiseVariance)
 {
-  LeeGroupBody(work, cols, group, noiseVariance);
+  LeeGroupBody(work, cols, first, count, aboveCount, link, noiseVariance);
 }
 
 #if defined(__x86_64__)
-[[gnu::target("avx2")]] void LeeGroupAvx2(double* work, int cols, const LeeGroup& group, double noiseVariance)
+[[gnu::target("avx2")]] void LeeGroupAvx2(double* work, int cols, int first, int count, int aboveCount,
+                                          IPG_WAVEFRONT_LINK& link, double noiseVariance)
 {
-  LeeGroupBody(work, cols, group, noiseVariance);
+  LeeGroupBody(work, cols, first, count, aboveCount, link, noiseVariance);
 }
 #endif
-
-// Below this many pixels a second thread does not pay for its waits.
-constexpr std::size_t kLeeMinPixelsToShare = std::size_t{1} << 17;
 
 } // namespace
 
@@ -284,29 +213,17 @@ void Ipg_LeePass(double* work, int cols, int rows, double noiseVariance)
 {
   if (cols < 3 || rows < 3)
     return;
-  auto* groupPass = &LeeGroupPlain;
+  LeeGroupPass groupPass = &LeeGroupPlain;
 #if defined(__x86_64__)
   if (Ipg_UseAvx2())
     groupPass = &LeeGroupAvx2;
 #endif
-  const int groups = (rows - 2 + kLeeGroupRows - 1) / kLeeGroupRows;
-  const auto countOf = [&](int g) { return std::min(kLeeGroupRows, rows - 2 - g * kLeeGroupRows); };
-  const bool share = Ipg_GetNumThreads() > 1 && groups > 1 &&
-                     static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) >= kLeeMinPixelsToShare;
-  if (!share) {
-    for (int g = 0; g < groups; ++g)
-      groupPass(work, cols, LeeGroup{1 + g * kLeeGroupRows, countOf(g), nullptr, kLeeGroupRows, nullptr}, noiseVariance);
-    return;
-  }
-  // Groups dealt to the threads in turn, each following the one above it.
-  std::vector<LeeProgress> progress(static_cast<std::size_t>(groups));
-  IPG_ROW_BANDS bands;
-  bands.Count = bands.Rows = static_cast<unsigned>(groups);
-  Ipg_RunBands(bands, [&](unsigned band, unsigned, unsigned) {
-    const int g = static_cast<int>(band);
-    const std::atomic<int>* above = g > 0 ? &progress[static_cast<std::size_t>(g) - 1].Steps : nullptr;
-    groupPass(work, cols, LeeGroup{1 + g * kLeeGroupRows, countOf(g), above, kLeeGroupRows, &progress[band].Steps},
-              noiseVariance);
+  const int inner = rows - 2;
+  const int groups = (inner + kLeeGroupRows - 1) / kLeeGroupRows;
+  const std::size_t pixels = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  Ipg_RunWavefront(groups, pixels, [&](int g, IPG_WAVEFRONT_LINK& link) {
+    const int first = g * kLeeGroupRows;
+    groupPass(work, cols, 1 + first, std::min(kLeeGroupRows, inner - first), kLeeGroupRows, link, noiseVariance);
   });
 }
 
@@ -384,40 +301,6 @@ void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span)
 #endif
   for (int row = std::max(span.Begin, 1); row < std::min(span.End, images.Rows - 1); ++row)
     kuanRow(images, row);
-}
-
-void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan span)
-{
-  // Distance class of each window cell (run j, position i) to the window's
-  // centre cell: its squared distance 0, 1, 2, 4, 5 or 8.
-  int distanceClass[25];
-  for (int j = 0; j < 5; ++j)
-    for (int i = 0; i < 5; ++i) {
-      const int squared = (i - 2) * (i - 2) + (j - 2) * (j - 2);
-      distanceClass[j * 5 + i] = squared == 8 ? 5 : squared == 5 ? 4 : squared == 4 ? 3 : squared;
-    }
-  // A pixel's window reaches two rows up and down and, on its own row, the
-  // value just written to its left: each row is one chain of dependent
-  // pixels. Rows are taken kFrostRowsInFlight at a time, each kFrostLag
-  // columns behind the row above, the upper first at every step: a pixel then
-  // finds the rows above final as far as its window reaches and the rows below
-  // untouched, exactly as row by row, while the chains of the rows overlap.
-  constexpr int kFrostRowsInFlight = 8;
-  constexpr int kFrostLag = 5;
-  int* work = images.Out;
-  const int cols = images.Cols;
-  const int last = std::min(span.End, images.Rows - 2);
-  for (int first = std::max(span.Begin, 2); first < last; first += kFrostRowsInFlight) {
-    const int count = std::min(kFrostRowsInFlight, last - first);
-    for (int step = 0; step < cols - 4 + kFrostLag * (count - 1); ++step)
-      for (int i = 0; i < count; ++i) {
-        const int col = 2 + step - kFrostLag * i;
-        if (col < 2 || col >= cols - 2)
-          continue;
-        const std::ptrdiff_t w = static_cast<std::ptrdiff_t>(first + i) * cols + col - 1;
-        work[w] = FrostPixel(work, w, cols, damping, distanceClass);
-      }
-  }
 }
 
 namespace {
