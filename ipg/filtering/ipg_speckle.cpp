@@ -169,12 +169,11 @@ bool IPG_FILTER_PROCESSING::FrostFilter()
   const int passes = std::max(0, NbIter);
   if (!Ipg_FilterPassesInRange(passes))
     return false;
-  Ipg_KernelImages images = Ipg_KernelImagesOf(ImaIn, nullptr, nullptr);
-  images.In = images.Out = work.data();
-  images.OutSize = size;
+  const int cols = static_cast<int>(ImaIn->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->GetNbOfRows());
   Ipg_Progress progress(kLabelFrost, passes);
   for (int pass = 1; pass <= passes; ++pass) {
-    Ipg_FrostRows(images, damping, {0, images.Rows});
+    Ipg_FrostPass(work.data(), cols, rows, damping);
     // The output follows every pass: a cancelled run leaves the passes made.
     Ipg_CopyPixelsInto(work.data(), size, ImaOut);
     progress.Step(std::to_string(pass));

@@ -151,13 +151,14 @@ void Ipg_KuanRows(const Ipg_KernelImages& images, Ipg_RowSpan span);
 
 // Frost (V. S. Frost, J. A. Stiles, K. S. Shanmugan, J. C. Holtzman, "A model
 // for radar images and its application to adaptive digital filtering of
-// multiplicative noise", IEEE PAMI 4(2), 1982), in place (images.In and
-// images.Out the same buffer) over the sheared 5x5 window of the mean filter
-// (Ipg_ShearedRunStart), written one column left of the visited position:
+// multiplicative noise", IEEE PAMI 4(2), 1982), one pass in place over the
+// sheared 5x5 window of the mean filter (Ipg_ShearedRunStart), visiting rows
+// and columns 2 .. n-3 and writing each value one column left of the visited
+// position:
 // sum(k_i x_i) / sum(k_i) truncated, k_i = exp(-damping * (variance / mean^2)
 // * d_i), d_i the distance of the cell to the window's centre cell (0 for the
 // squared coefficient of variation of a window of mean 0).
-void Ipg_FrostRows(const Ipg_KernelImages& images, double damping, Ipg_RowSpan span);
+void Ipg_FrostPass(int* work, int cols, int rows, double damping);
 
 // J.-S. Lee's sigma filter ("Digital image smoothing and the sigma filter",
 // CVGIP 24, 1983), one pass: pixels are in's values rounded to integers; a

@@ -100,17 +100,25 @@ TEST(SpeckleStatisticsKernels, FrostGivesThePixelByPixelValues)
 {
   std::mt19937 random(4);
   std::exponential_distribution<double> speckle(1.0 / 500.0);
-  for (const auto& [cols, rows] : {std::pair{5u, 5u}, std::pair{9u, 8u}, std::pair{67u, 41u}}) {
+  for (const auto& [cols, rows] : {std::pair{5u, 5u}, std::pair{9u, 8u}, std::pair{67u, 41u}, std::pair{403u, 333u}}) {
     auto in = TestImage(cols, rows).Each([&](unsigned, unsigned) { return static_cast<int>(speckle(random)); }).Build();
     for (const double damping : {1.0, 0.3}) {
-      DCM_STRUCT out(cols, rows);
-      IPG_FILTER_PROCESSING op(in.get());
-      op.SetImaOut(&out);
-      op.SetAdaptatifFiltreParameters(0, 0, damping);
-      ASSERT_TRUE(op.FrostFilter());
-      EXPECT_EQ(PixelsOf(out), PlainFrost(*in, damping)) << cols << "x" << rows;
+      const std::vector<int> expected = PlainFrost(*in, damping);
+      for (const bool simd : {true, false})
+        for (const int threads : {1, 2, 3}) {
+          Ipg_SetSimdEnabled(simd);
+          Ipg_SetNumThreads(threads);
+          DCM_STRUCT out(cols, rows);
+          IPG_FILTER_PROCESSING op(in.get());
+          op.SetImaOut(&out);
+          op.SetAdaptatifFiltreParameters(0, 0, damping);
+          ASSERT_TRUE(op.FrostFilter());
+          EXPECT_EQ(PixelsOf(out), expected) << cols << "x" << rows << " simd " << simd << " threads " << threads;
+        }
     }
   }
+  Ipg_SetNumThreads(0);
+  Ipg_SetSimdEnabled(true);
 }
 
 } // namespace
