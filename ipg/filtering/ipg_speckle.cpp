@@ -93,11 +93,22 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
   IPG_LARGE_ARRAY<double> work(size);
   if (work.Empty())
     throw std::bad_alloc();
-  std::copy(src, src + size, work.Data());
+  double* values = work.Data();
+  // By bands of rows, so that threads share the copies and the first touch
+  // of the work array's pages.
+  const auto inBands = [&](const auto& copy) {
+    const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols));
+    Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+      const std::size_t from = std::min(size, std::size_t{begin} * static_cast<std::size_t>(cols));
+      const std::size_t to = band + 1 == bands.Count ? size : std::min(size, std::size_t{end} * static_cast<std::size_t>(cols));
+      copy(from, to);
+    });
+  };
+  inBands([&](std::size_t from, std::size_t to) { std::copy(src + from, src + to, values + from); });
 
   Ipg_Progress progress(kLabelLee, passes);
   for (int pass = 1; pass <= passes; ++pass) {
-    Ipg_LeePass(work.Data(), cols, rows, noiseVariance);
+    Ipg_LeePass(values, cols, rows, noiseVariance);
     progress.Step(std::to_string(pass));
     if (Ipg_StopRequested()) {
       Ipg_CopyPixelsInto(src, size, ImaOut);
@@ -105,10 +116,12 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
     }
   }
   const Ipg_KernelImages out = Ipg_KernelImagesOf(nullptr, ImaOut, nullptr);
-  const std::size_t written = out.Out != nullptr ? std::min(size, out.OutSize) : 0;
-  const double* values = work.Data();
-  for (std::size_t i = 0; i < written; ++i)
-    out.Out[i] = Ipg_TruncateTowardZero<double>(values[i]);
+  if (out.Out != nullptr)
+    inBands([&](std::size_t from, std::size_t to) {
+      int* written = out.Out;
+      for (std::size_t i = from, end = std::min(to, out.OutSize); i < end; ++i)
+        written[i] = Ipg_TruncateTowardZero<double>(values[i]);
+    });
   return true;
 }
 
