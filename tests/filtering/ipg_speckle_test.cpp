@@ -413,7 +413,8 @@ TEST(IpgSpeckleFilters, LeeTakesTheNoiseVarianceOfTheBasicStatistics)
 {
   std::mt19937 random(6);
   std::uniform_int_distribution<int> level(0, 3000);
-  auto in = TestImage(40, 30).Each([&](unsigned, unsigned) { return level(random); }).Build();
+  const int cols = 400, rows = 350; // two bands of rows at two threads
+  auto in = TestImage(cols, rows).Each([&](unsigned, unsigned) { return level(random); }).Build();
   in->Data->GetIDataAddress()[77] = 16777220; // a mark
   for (const short precision : {short{1}, short{10}}) {
     in->Data->SetPrecision(precision);
@@ -422,10 +423,14 @@ TEST(IpgSpeckleFilters, LeeTakesTheNoiseVarianceOfTheBasicStatistics)
     statistics.Apply();
     const int* p = in->Data->GetIDataAddress();
     std::vector<double> work(p, p + in->Data->GetSize());
-    Ipg_LeePass(work.data(), 40, 30, statistics.GetVariance());
-    const std::vector<int> filtered = Filtered(*in, 513);
-    for (std::size_t i = 0; i < work.size(); ++i)
-      ASSERT_EQ(filtered[i], static_cast<int>(work[i])) << i << " precision " << precision;
+    Ipg_LeePass(work.data(), cols, rows, statistics.GetVariance());
+    for (const int threads : {1, 2}) {
+      Ipg_SetNumThreads(threads);
+      const std::vector<int> filtered = Filtered(*in, 513);
+      for (std::size_t i = 0; i < work.size(); ++i)
+        ASSERT_EQ(filtered[i], static_cast<int>(work[i])) << i << " precision " << precision << " threads " << threads;
+    }
+    Ipg_SetNumThreads(0);
   }
   MessageCapture capture;
   auto flat = TestImage(5, 5).Fill(3).Build();
