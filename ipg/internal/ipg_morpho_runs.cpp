@@ -113,12 +113,20 @@ template <class Pick>
     if (const int ahead = end + scan.HalfY + (row - begin); ahead < scan.Rows)
       Ipg_PrefetchRow(scan.In + static_cast<std::size_t>(ahead) * cols, cols);
     int* a = scan.Out + static_cast<std::size_t>(row) * cols + from;
-    std::fill(a, a + width, scan.Init);
-    for (const Run& run : scan.Runs) {
+    if (scan.Runs.empty())
+      std::fill(a, a + width, scan.Init);
+    // The first run starts from the initial value rather than from a row filled with it.
+    const int init = scan.Init;
+    for (std::size_t k = 0; k < scan.Runs.size(); ++k) {
+      const Run& run = scan.Runs[k];
       const int* s = level(run.Level, row + run.Dy) + from + run.Dx;
       const int* t = s + (run.Length - (1 << run.Level));
-      for (int j = 0; j < width; ++j)
-        a[j] = pick(a[j], pick(s[j], t[j]));
+      if (k == 0)
+        for (int j = 0; j < width; ++j)
+          a[j] = pick(init, pick(s[j], t[j]));
+      else
+        for (int j = 0; j < width; ++j)
+          a[j] = pick(a[j], pick(s[j], t[j]));
     }
     if (seen != nullptr) // the whole row, while it is in the cache
       Ipg_AddRowExtremes(a - from, cols, *seen);
