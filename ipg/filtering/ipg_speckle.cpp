@@ -90,10 +90,10 @@ bool IPG_FILTER_PROCESSING::LeeFilter()
     Ipg_CopyPixelsInto(src, size, ImaOut);
     return false;
   }
-  IPG_LARGE_ARRAY<double> work(size);
+  IPG_LARGE_BLOCK work(size * sizeof(double));
   if (work.Empty())
     throw std::bad_alloc();
-  double* values = work.Data();
+  double* values = work.As<double>();
   // By bands of rows, so that threads share the copies and the first touch
   // of the work array's pages.
   const auto inBands = [&](const auto& copy) {

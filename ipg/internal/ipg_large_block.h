@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <type_traits>
 
-// Room for count values of a trivial type, left uninitialised. Blocks of
+// Raw room of a given number of bytes, left uninitialised. Blocks of
 // several megabytes are aligned to 2 MB and ask for huge pages, which spares
 // most of the page faults of fresh memory (a 2048 x 2048 image of doubles
 // otherwise takes 8192 of them). Empty when the memory cannot be had.
@@ -17,6 +17,13 @@ public:
 
   bool Empty() const { return Bytes == nullptr; }
   void* Data() const { return Bytes; }
+  // The block as values of a trivial type T.
+  template <typename T>
+  T* As() const
+  {
+    static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
+    return static_cast<T*>(Bytes);
+  }
   // Ownership passes to the caller, who frees it with Free(block, aligned).
   void* Release(bool& aligned);
   static void Free(void* block, bool aligned);
@@ -24,20 +31,4 @@ public:
 private:
   void* Bytes = nullptr;
   bool Aligned = false;
-};
-
-// The same, typed: count values of T.
-template <typename T>
-class IPG_LARGE_ARRAY {
-  static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
-
-public:
-  explicit IPG_LARGE_ARRAY(std::size_t count) : Block(count * sizeof(T)), Count(Block.Empty() ? 0 : count) {}
-  bool Empty() const { return Block.Empty(); }
-  T* Data() const { return static_cast<T*>(Block.Data()); }
-  std::size_t Size() const { return Count; }
-
-private:
-  IPG_LARGE_BLOCK Block;
-  std::size_t Count;
 };

@@ -4,7 +4,7 @@
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
-#include "ipg/internal/ipg_wavefront.h"
+#include "ipg/internal/ipg_wavefront_link.h"
 
 #include <algorithm>
 #include <cmath>

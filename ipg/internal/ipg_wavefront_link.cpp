@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "ipg/internal/ipg_wavefront.h"
+#include "ipg/internal/ipg_wavefront_link.h"
 
 #include "ipg/framework/ipg_threads.h"
 #include "ipg/internal/ipg_row_bands.h"
