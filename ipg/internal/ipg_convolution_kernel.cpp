@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <type_traits>
 
 namespace {
 
@@ -160,37 +161,80 @@ struct RowScratch {
   std::vector<int> IntAcc, Vertical;
 };
 
+// out[j] = sum over k of from[j + k * stride] * weights[k], for N taps: the
+// integer sums of a separable plan are exact, so taking the taps together in
+// one walk gives the sums of a walk per tap. All-ones taps only add.
+template <int N, bool Ones>
+[[gnu::always_inline]] inline void TapsAtOnce(const int* from, std::ptrdiff_t stride, const int* weights, int count,
+                                              int* out)
+{
+  for (int j = 0; j < count; ++j) {
+    int sum = 0;
+    for (int k = 0; k < N; ++k)
+      sum += Ones ? from[j + k * stride] : from[j + k * stride] * weights[k];
+    out[j] = sum;
+  }
+}
+
+// The same for any tap count: true when N is one of the counts taken at once.
+[[gnu::always_inline]] inline bool TapsAtOnceFor(const std::vector<int>& weights, const int* from, std::ptrdiff_t stride,
+                                                 int count, int* out)
+{
+  const bool ones = std::all_of(weights.begin(), weights.end(), [](int w) { return w == 1; });
+  const auto run = [&](auto n) {
+    if (ones)
+      TapsAtOnce<decltype(n)::value, true>(from, stride, weights.data(), count, out);
+    else
+      TapsAtOnce<decltype(n)::value, false>(from, stride, weights.data(), count, out);
+    return true;
+  };
+  switch (weights.size()) {
+  case 3:
+    return run(std::integral_constant<int, 3>{});
+  case 5:
+    return run(std::integral_constant<int, 5>{});
+  case 7:
+    return run(std::integral_constant<int, 7>{});
+  default:
+    return false;
+  }
+}
+
 [[gnu::always_inline]] inline void AccumulateRowSeparable(const FastPlan& plan, int row, int width, RowScratch& scratch)
 {
   const Ipg_KernelImages& images = plan.Images;
   const int cols = images.Cols, hy = plan.Taps.HalfY;
   int* vertical = scratch.Vertical.data();
   const int* first = images.In + static_cast<std::ptrdiff_t>(row - hy) * cols;
-  const int w0 = plan.Separable.Column[0];
-  for (int c = 0; c < cols; ++c)
-    vertical[c] = first[c] * w0;
-  for (int dy = -hy + 1; dy <= hy; ++dy) {
-    const int w = plan.Separable.Column[static_cast<std::size_t>(dy + hy)];
-    const int* line = images.In + static_cast<std::ptrdiff_t>(row + dy) * cols;
-    if (w == 1) {
-      for (int c = 0; c < cols; ++c)
-        vertical[c] += line[c];
-    } else if (w != 0) {
-      for (int c = 0; c < cols; ++c)
-        vertical[c] += line[c] * w;
+  if (!TapsAtOnceFor(plan.Separable.Column, first, cols, cols, vertical)) {
+    const int w0 = plan.Separable.Column[0];
+    for (int c = 0; c < cols; ++c)
+      vertical[c] = first[c] * w0;
+    for (int dy = -hy + 1; dy <= hy; ++dy) {
+      const int w = plan.Separable.Column[static_cast<std::size_t>(dy + hy)];
+      const int* line = images.In + static_cast<std::ptrdiff_t>(row + dy) * cols;
+      if (w == 1) {
+        for (int c = 0; c < cols; ++c)
+          vertical[c] += line[c];
+      } else if (w != 0) {
+        for (int c = 0; c < cols; ++c)
+          vertical[c] += line[c] * w;
+      }
     }
   }
   int* acc = scratch.IntAcc.data();
-  std::fill(acc, acc + width, 0);
-  for (std::size_t x = 0; x < plan.Separable.Row.size(); ++x) {
-    const int w = plan.Separable.Row[x];
-    const int* v = vertical + x;
-    if (w == 1) {
-      for (int j = 0; j < width; ++j)
-        acc[j] += v[j];
-    } else if (w != 0) {
-      for (int j = 0; j < width; ++j)
-        acc[j] += v[j] * w;
+  if (!TapsAtOnceFor(plan.Separable.Row, vertical, 1, width, acc)) {
+    std::fill(acc, acc + width, 0);
+    for (std::size_t x = 0; x < plan.Separable.Row.size(); ++x) {
+      const int w = plan.Separable.Row[x];
+      const int* v = vertical + x;
+      if (w == 1) {
+        for (int j = 0; j < width; ++j)
+          acc[j] += v[j];
+      } else if (w != 0) {
+        for (int j = 0; j < width; ++j)
+          acc[j] += v[j] * w;
+      }
     }
   }
   const int pivot = plan.Separable.Pivot;
