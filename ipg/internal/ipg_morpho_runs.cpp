@@ -73,6 +73,29 @@ struct ChunkScan {
   int* Out = nullptr;
 };
 
+// An output row from an element of N runs, all taken in one walk: the
+// extreme of the initial value and of each run's two table reads, in the
+// order of a walk per run, which min and max make the same anyway.
+template <int N, class Level, class Pick>
+[[gnu::always_inline]] inline void RunsInOneWalk(const ChunkScan& scan, int row, int from, int width, const Level& level,
+                                                 Pick pick, int* a)
+{
+  const int* s[N];
+  const int* t[N];
+  for (int k = 0; k < N; ++k) {
+    const Run& run = scan.Runs[static_cast<std::size_t>(k)];
+    s[k] = level(run.Level, row + run.Dy) + from + run.Dx;
+    t[k] = s[k] + (run.Length - (1 << run.Level));
+  }
+  const int init = scan.Init;
+  for (int j = 0; j < width; ++j) {
+    int extreme = init;
+    for (int k = 0; k < N; ++k)
+      extreme = pick(extreme, pick(s[k][j], t[k][j]));
+    a[j] = extreme;
+  }
+}
+
 // table[level][r][c] = extreme of the prepared input row r over columns
 // c .. c + 2^level - 1, for the rows output rows [begin, end) read.
 template <class Pick>
@@ -115,6 +138,17 @@ template <class Pick>
     int* a = scan.Out + static_cast<std::size_t>(row) * cols + from;
     if (scan.Runs.empty())
       std::fill(a, a + width, scan.Init);
+    if (const std::size_t n = scan.Runs.size(); n == 3 || n == 5 || n == 7) {
+      if (n == 3)
+        RunsInOneWalk<3>(scan, row, from, width, level, pick, a);
+      else if (n == 5)
+        RunsInOneWalk<5>(scan, row, from, width, level, pick, a);
+      else
+        RunsInOneWalk<7>(scan, row, from, width, level, pick, a);
+      if (seen != nullptr)
+        Ipg_AddRowExtremes(a - from, cols, *seen);
+      continue;
+    }
     // The first run starts from the initial value rather than from a row filled with it.
     const int init = scan.Init;
     for (std::size_t k = 0; k < scan.Runs.size(); ++k) {
