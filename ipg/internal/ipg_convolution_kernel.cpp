@@ -85,6 +85,18 @@ bool SumsStayExact(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
   }
 }
 
+// acc[j] += from[j] * weight for count values: a weight of 1 only adds, 0 adds nothing.
+[[gnu::always_inline]] inline void AddTap(int* acc, const int* from, int count, int weight)
+{
+  if (weight == 1) {
+    for (int j = 0; j < count; ++j)
+      acc[j] += from[j];
+  } else if (weight != 0) {
+    for (int j = 0; j < count; ++j)
+      acc[j] += from[j] * weight;
+  }
+}
+
 [[gnu::always_inline]] inline void AccumulateRowExact(const Ipg_KernelImages& images, const Ipg_ConvolutionTaps& taps, int row,
                                                       int width, int* acc)
 {
@@ -92,17 +104,8 @@ bool SumsStayExact(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
   std::size_t k = 0;
   for (int dy = -taps.HalfY; dy <= taps.HalfY; ++dy) {
     const int* line = images.In + static_cast<std::ptrdiff_t>(row + dy) * images.Cols;
-    for (int dx = -taps.HalfX; dx <= taps.HalfX; ++dx) {
-      const int c = static_cast<int>(taps.Coef[k++]);
-      const int* s = line + taps.HalfX + dx;
-      if (c == 1) {
-        for (int j = 0; j < width; ++j)
-          acc[j] += s[j];
-      } else if (c != 0) {
-        for (int j = 0; j < width; ++j)
-          acc[j] += s[j] * c;
-      }
-    }
+    for (int dx = -taps.HalfX; dx <= taps.HalfX; ++dx)
+      AddTap(acc, line + taps.HalfX + dx, width, static_cast<int>(taps.Coef[k++]));
   }
 }
 
@@ -207,35 +210,16 @@ template <int N, bool Ones>
   int* vertical = scratch.Vertical.data();
   const int* first = images.In + static_cast<std::ptrdiff_t>(row - hy) * cols;
   if (!TapsAtOnceFor(plan.Separable.Column, first, cols, cols, vertical)) {
-    const int w0 = plan.Separable.Column[0];
-    for (int c = 0; c < cols; ++c)
-      vertical[c] = first[c] * w0;
-    for (int dy = -hy + 1; dy <= hy; ++dy) {
-      const int w = plan.Separable.Column[static_cast<std::size_t>(dy + hy)];
-      const int* line = images.In + static_cast<std::ptrdiff_t>(row + dy) * cols;
-      if (w == 1) {
-        for (int c = 0; c < cols; ++c)
-          vertical[c] += line[c];
-      } else if (w != 0) {
-        for (int c = 0; c < cols; ++c)
-          vertical[c] += line[c] * w;
-      }
-    }
+    std::fill(vertical, vertical + cols, 0);
+    for (int dy = 0; dy <= 2 * hy; ++dy)
+      AddTap(vertical, first + static_cast<std::ptrdiff_t>(dy) * cols, cols,
+             plan.Separable.Column[static_cast<std::size_t>(dy)]);
   }
   int* acc = scratch.IntAcc.data();
   if (!TapsAtOnceFor(plan.Separable.Row, vertical, 1, width, acc)) {
     std::fill(acc, acc + width, 0);
-    for (std::size_t x = 0; x < plan.Separable.Row.size(); ++x) {
-      const int w = plan.Separable.Row[x];
-      const int* v = vertical + x;
-      if (w == 1) {
-        for (int j = 0; j < width; ++j)
-          acc[j] += v[j];
-      } else if (w != 0) {
-        for (int j = 0; j < width; ++j)
-          acc[j] += v[j] * w;
-      }
-    }
+    for (std::size_t x = 0; x < plan.Separable.Row.size(); ++x)
+      AddTap(acc, vertical + x, width, plan.Separable.Row[x]);
   }
   const int pivot = plan.Separable.Pivot;
   if (pivot != 1)
