@@ -12,8 +12,11 @@
 // the buffer untouched and returns false.
 // Columns laid end to end in one block (as MTH_COMPLEX_BUFFER holds them) are
 // transformed where they are; other layouts go through one extra copy.
-// Safe to call from several threads at once.
-bool Mth_FFT2D(MTH_COMPLEX** buf, int cols, int rows, int dir);
+// Safe to call from several threads at once. threads > 1 lets the transform
+// share its lines among that many threads (where the backend's plan is made
+// of line transforms; otherwise it runs on the calling thread): the values
+// are the same for every thread count.
+bool Mth_FFT2D(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads = 1);
 
 // The library that computes the transforms, chosen when the library is built:
 // "FFTW" (FFTW3, GPL) or "KissFFT" (BSD). Results agree to rounding.

@@ -21,6 +21,9 @@ add_executable(test_fft_second_backend
   ${PROJECT_SOURCE_DIR}/ipg/frequency/ipg_fft_two_inputs.cpp)
 target_link_libraries(test_fft_second_backend PRIVATE ipg-fft-second-backend ipg-static GTest::gtest GTest::gtest_main)
 target_include_directories(test_fft_second_backend PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
+if(OpenMP_CXX_FOUND)
+  target_link_libraries(test_fft_second_backend PRIVATE OpenMP::OpenMP_CXX)
+endif()
 target_compile_definitions(test_fft_second_backend PRIVATE IPG_EXPECTED_FFT_BACKEND="${IPG_FFT_NAME_${IPG_FFT_SECOND_BACKEND}}")
 gtest_discover_tests(test_fft_second_backend DISCOVERY_TIMEOUT 60 TEST_PREFIX "${IPG_FFT_SECOND_BACKEND}."
   PROPERTIES LABELS fft-second-backend)

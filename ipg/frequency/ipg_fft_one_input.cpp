@@ -6,7 +6,6 @@
 #include "ipg/internal/ipg_fourier_kernels.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
-#include "mth/mth_fft.h"
 
 #include <algorithm>
 #include <climits>
@@ -28,12 +27,11 @@ bool HasPixels(const DCM_STRUCT* image)
 bool LoadAndTransform(DCM_STRUCT* in, IPG_FOURIER_BUFFER& buffer)
 {
   const int cols = buffer.GetNbOfCols();
-  const int rows = buffer.GetNbOfRows();
   const int* pixels = in->Data->GetIDataAddress();
   Ipg_FourierLoad(buffer, [pixels, cols](int c, int r) {
     return MTH_COMPLEX{static_cast<double>(pixels[static_cast<std::size_t>(r) * cols + c]), 0.0};
   });
-  return Mth_FFT2D(buffer.Get(), cols, rows, 1);
+  return buffer.Transform(1);
 }
 
 } // namespace
@@ -91,7 +89,7 @@ bool IPG_FFT_ONE_INPUT::Filter(Zero zeroBand)
   if (!LoadAndTransform(ImaIn, buffer))
     return false;
   zeroBand(buffer, static_cast<short>(Threshold));
-  Mth_FFT2D(buffer.Get(), cols, rows, -1);
+  buffer.Transform(-1);
   Ipg_FourierStore(buffer, *ImaOut->Data, 0, 0, [](const MTH_COMPLEX& z) { return z.re; });
   return true;
 }

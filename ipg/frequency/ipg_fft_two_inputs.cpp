@@ -8,7 +8,6 @@
 #include "ipg/internal/ipg_fourier_kernels.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_guard.h"
-#include "mth/mth_fft.h"
 
 #include <algorithm>
 #include <array>
@@ -83,7 +82,7 @@ bool IPG_FFT_TWO_INPUTS::Rebuild(Pair pair)
       const double phase = first.GetValueReal(c, r), modulus = second.GetValueReal(c, r);
       return MTH_COMPLEX{modulus * std::cos(phase), modulus * std::sin(phase)};
     });
-  Mth_FFT2D(buffer.Get(), cols, rows, -1);
+  buffer.Transform(-1);
   Ipg_FourierStore(buffer, *ImaOut->Data, 0, 0, [](const MTH_COMPLEX& z) { return z.re; });
   return true;
 }

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_fourier_buffer.h"
 
+#include "ipg/internal/ipg_row_bands.h"
+#include "mth/mth_fft.h"
+
 #include <new>
 
 namespace {
@@ -70,4 +73,10 @@ void Ipg_ReleaseFourierBuffer()
 {
   if (!cache.InUse)
     cache.Release();
+}
+
+bool IPG_FOURIER_BUFFER::Transform(int dir)
+{
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(NbRows), static_cast<std::size_t>(NbCols));
+  return Mth_FFT2D(Get(), NbCols, NbRows, dir, static_cast<int>(bands.Count));
 }

@@ -31,6 +31,9 @@ public:
   MTH_COMPLEX** Get() { return Columns.data(); }
   MTH_COMPLEX* operator[](int col) { return Columns[static_cast<std::size_t>(col)]; }
   void Zero(int col, int row) { Columns[static_cast<std::size_t>(col)][row] = MTH_COMPLEX{}; }
+  // Mth_FFT2D of the values (dir 1 forward, -1 inverse), on the library's
+  // threads when the buffer is large enough to share.
+  bool Transform(int dir);
 
 private:
   int NbCols;

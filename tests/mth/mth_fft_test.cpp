@@ -5,11 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <new>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -174,6 +177,32 @@ TEST(MthFft, ConcurrentCallsAndMoreSizesThanPlansKeptStayExact)
   for (std::thread& thread : threads)
     thread.join();
   EXPECT_EQ(failures, std::vector<int>(4, 0));
+}
+
+TEST(MthFft, GivesTheSameBitsOnEveryThreadCount)
+{
+  // Square and oblong sides, powers of two and others, odd row counts whose
+  // columns start at alternating alignments, both directions.
+  std::mt19937 random(3);
+  std::uniform_real_distribution<double> level(-4096.0, 4096.0);
+  for (auto [cols, rows] : {std::pair{64, 64}, std::pair{64, 256}, std::pair{24, 96}, std::pair{40, 37},
+                            std::pair{45, 50}, std::pair{31, 33}, std::pair{1, 16}})
+    for (int dir : {1, -1}) {
+      std::vector<MTH_COMPLEX> input(static_cast<std::size_t>(cols * rows));
+      for (MTH_COMPLEX& z : input)
+        z = {level(random), level(random)};
+      std::vector<std::vector<MTH_COMPLEX>> results;
+      for (int threads : {1, 2, 3}) {
+        MTH_COMPLEX_BUFFER buffer(cols, rows);
+        for (int c = 0; c < cols; ++c)
+          std::copy_n(input.data() + c * rows, rows, buffer.Get()[c]);
+        ASSERT_TRUE(Mth_FFT2D(buffer.Get(), cols, rows, dir, threads));
+        results.emplace_back(buffer.Get()[0], buffer.Get()[0] + cols * rows);
+      }
+      for (std::size_t t = 1; t < results.size(); ++t)
+        EXPECT_EQ(std::memcmp(results[0].data(), results[t].data(), input.size() * sizeof(MTH_COMPLEX)), 0)
+            << cols << "x" << rows << " dir " << dir << " threads " << t + 1;
+    }
 }
 
 TEST(MthFft, WisdomGoesToAFileAndBackWithFftwOnly)
