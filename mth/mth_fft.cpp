@@ -137,21 +137,28 @@ struct PlanKey {
 };
 
 // A pass of the 2-D transform: the same 1-D transform of Lines lines of
-// Length values, Stride apart, each line Distance after the one before.
-// Line k runs through ByPhase[k % kPhases], planned on a line of the same
-// alignment (FFTW runs a plan only on arrays aligned as the one it was made on).
+// Length values. Pass 0 takes the columns of the block, each Length values
+// in a row; pass 1 takes the rows across them, Stride apart, through tiles of
+// kTile rows gathered side by side (stride kTile), so that the transforms
+// read a few hundred kilobytes instead of striding across the whole block.
+// Line k of a pass (of a tile) runs through ByPhase[k % kPhases], planned on
+// a line of the same alignment: FFTW runs a plan only on arrays aligned as
+// the one it was made on. A pass that FFTW buffers transforms each line out
+// of place into a line of scratch and copies it back, as FFTW's buffering
+// does (ThroughScratch).
 constexpr int kPhases = 4; // lines are 16-byte multiples apart; FFTW asks for at most 64
+constexpr int kTile = 8;
 struct LINE_PASS {
   int Lines = 0;
   int Length = 0;
   int Stride = 1;
-  int Distance = 0;
+  bool ThroughScratch = false;
   std::array<fftw_plan, kPhases> ByPhase{};
 };
 
-// FFTW's plan for the whole transform, and when it is a loop of 1-D
-// transforms over the first index and then one over the second, those two
-// loops as passes whose lines can go to several threads.
+// FFTW's plan for the whole transform and, when that plan is a loop of 1-D
+// transforms along the rows then one across the columns, those two loops as
+// passes whose lines can go to several threads (Split).
 struct PLAN {
   fftw_plan Whole = nullptr;
   bool Split = false;
@@ -219,13 +226,29 @@ PRINTED_NODE ParseNode(const std::string& node)
   return parsed;
 }
 
-// The single child of a printed "loop of count transforms" node, or "".
-std::string LoopBody(const std::string& node, int count)
+// What a printed loop over count lines of length values runs on each line:
+// the body of "(dft-vrank>=1-x<count>/1 (body))", or of a loop that FFTW
+// buffers in full batches, "(dft-buffered-<length>-x<batch>/<count>-<skew>
+// (dft-vrank>=1-x<batch>/1 (body)) (copy) (dft-nop))", whose body transforms
+// each line out of place (throughScratch). "" for any other loop.
+std::string LineBody(const std::string& node, int count, int length, bool& throughScratch)
 {
   const PRINTED_NODE loop = ParseNode(node);
-  if (loop.Solver != "dft-vrank>=1-x" + std::to_string(count) + "/1" || loop.Children.size() != 1)
+  throughScratch = false;
+  const std::string lines = std::to_string(count);
+  if (loop.Solver == "dft-vrank>=1-x" + lines + "/1")
+    return loop.Children.size() == 1 ? loop.Children[0] : std::string();
+  const std::string buffered = "dft-buffered-" + std::to_string(length) + "-x";
+  const std::size_t slash = loop.Solver.find('/');
+  if (loop.Solver.rfind(buffered, 0) != 0 || slash == std::string::npos || loop.Children.size() != 3 ||
+      loop.Children[2] != "(dft-nop)" || loop.Solver.compare(slash, lines.size() + 2, "/" + lines + "-") != 0)
     return {};
-  return loop.Children[0];
+  const std::string batch = loop.Solver.substr(buffered.size(), slash - buffered.size());
+  const PRINTED_NODE inner = ParseNode(loop.Children[0]);
+  if (inner.Solver != "dft-vrank>=1-x" + batch + "/1" || inner.Children.size() != 1)
+    return {};
+  throughScratch = true;
+  return inner.Children[0];
 }
 
 void DestroyLines(LINE_PASS& pass)
@@ -235,14 +258,56 @@ void DestroyLines(LINE_PASS& pass)
       fftw_destroy_plan(std::exchange(plan, nullptr));
 }
 
-// One-line plans for pass on data, each printed as body: the very transform
-// the whole plan's loop runs on every line. False (and none kept) otherwise.
-bool PlanLines(LINE_PASS& pass, fftw_complex* data, int sign, const std::string& body)
+void DestroyPlan(PLAN& plan)
+{
+  fftw_destroy_plan(plan.Whole);
+  DestroyLines(plan.Passes[0]);
+  DestroyLines(plan.Passes[1]);
+}
+
+// Per thread, a tile of kTile rows side by side and one line, from
+// fftw_malloc: every tile and line has the alignment its plans were made on.
+class WORKSPACES {
+public:
+  WORKSPACES(int threads, int cols, int rows)
+      : TileValues(static_cast<std::size_t>(cols) * kTile), LineValues(static_cast<std::size_t>(std::max(cols, rows)))
+  {
+    for (int t = 0; t < threads; ++t) {
+      Tiles.push_back(fftw_alloc_complex(TileValues));
+      Lines.push_back(fftw_alloc_complex(LineValues));
+      Complete = Complete && Tiles.back() != nullptr && Lines.back() != nullptr;
+    }
+  }
+  ~WORKSPACES()
+  {
+    for (fftw_complex* block : Tiles)
+      fftw_free(block);
+    for (fftw_complex* block : Lines)
+      fftw_free(block);
+  }
+  WORKSPACES(const WORKSPACES&) = delete;
+  WORKSPACES& operator=(const WORKSPACES&) = delete;
+
+  std::size_t TileValues;
+  std::size_t LineValues;
+  bool Complete = true;
+  std::vector<fftw_complex*> Tiles;
+  std::vector<fftw_complex*> Lines;
+};
+
+// One-line plans for pass, line phase starting at lineAt(phase) (written out
+// of place into line when the pass goes through scratch), each printed as
+// body: the very transform the whole plan's loop runs on every line. False
+// (and none kept) otherwise.
+template <typename LineAt>
+bool PlanLines(LINE_PASS& pass, LineAt lineAt, fftw_complex* line, int sign, const std::string& body)
 {
   for (int phase = 0; phase < kPhases && phase < pass.Lines; ++phase) {
-    fftw_complex* line = data + static_cast<std::size_t>(phase) * static_cast<std::size_t>(pass.Distance);
-    fftw_plan plan = fftw_plan_many_dft(1, &pass.Length, 1, line, nullptr, pass.Stride, pass.Distance, line, nullptr,
-                                        pass.Stride, pass.Distance, sign, FFTW_ESTIMATE);
+    fftw_complex* in = lineAt(phase);
+    fftw_complex* out = pass.ThroughScratch ? line : in;
+    const int outStride = pass.ThroughScratch ? 1 : pass.Stride;
+    fftw_plan plan = fftw_plan_many_dft(1, &pass.Length, 1, in, nullptr, pass.Stride, 0, out, nullptr, outStride, 0,
+                                        sign, FFTW_ESTIMATE | FFTW_DESTROY_INPUT);
     pass.ByPhase[static_cast<std::size_t>(phase)] = plan;
     if (plan == nullptr || Printed(plan) != body) {
       DestroyLines(pass);
@@ -252,37 +317,34 @@ bool PlanLines(LINE_PASS& pass, fftw_complex* data, int sign, const std::string&
   return true;
 }
 
-// For a whole plan printed as "(dft-rank>=2/1 (loop over the columns of the
-// transform along their rows) (loop over the rows of the transform across
-// the columns))", its two passes. Lines run through plans of the same
-// printed structure, one pass after the other, compute what the whole plan
-// computes bit for bit, in any order and on any number of threads.
+// For a whole plan printed as "(dft-rank>=2/1 (loop along the rows of every
+// column) (loop across the columns of every row))", its two passes. Lines
+// run through plans of the same printed structure, one pass after the other,
+// compute what the whole plan computes bit for bit, in any order and on any
+// number of threads.
 void PlanPasses(PLAN& plan, const PlanKey& key, fftw_complex* data)
 {
   const PRINTED_NODE whole = ParseNode(Printed(plan.Whole));
   if (whole.Solver != "dft-rank>=2/1" || whole.Children.size() != 2)
     return;
-  const std::string alongRows = LoopBody(whole.Children[0], key.Cols);
-  const std::string acrossCols = LoopBody(whole.Children[1], key.Rows);
-  if (alongRows.empty() || acrossCols.empty())
+  bool alongThroughScratch = false, acrossThroughScratch = false;
+  const std::string along = LineBody(whole.Children[0], key.Cols, key.Rows, alongThroughScratch);
+  const std::string across = LineBody(whole.Children[1], key.Rows, key.Cols, acrossThroughScratch);
+  const WORKSPACES workspace(1, key.Cols, key.Rows);
+  if (along.empty() || across.empty() || !workspace.Complete)
     return;
   const int sign = key.Dir == 1 ? FFTW_FORWARD : FFTW_BACKWARD;
-  plan.Passes[0] = LINE_PASS{key.Cols, key.Rows, 1, key.Rows, {}};
-  plan.Passes[1] = LINE_PASS{key.Rows, key.Cols, key.Rows, 1, {}};
-  if (!PlanLines(plan.Passes[0], data, sign, alongRows))
+  plan.Passes[0] = LINE_PASS{key.Cols, key.Rows, 1, alongThroughScratch, {}};
+  plan.Passes[1] = LINE_PASS{key.Rows, key.Cols, kTile, acrossThroughScratch, {}};
+  const auto column = [&](int c) { return data + static_cast<std::size_t>(c) * static_cast<std::size_t>(key.Rows); };
+  const auto tileRow = [&](int r) { return workspace.Tiles[0] + r; };
+  if (!PlanLines(plan.Passes[0], column, workspace.Lines[0], sign, along))
     return;
-  if (!PlanLines(plan.Passes[1], data, sign, acrossCols)) {
+  if (!PlanLines(plan.Passes[1], tileRow, workspace.Lines[0], sign, across)) {
     DestroyLines(plan.Passes[0]);
     return;
   }
   plan.Split = true;
-}
-
-void DestroyPlan(PLAN& plan)
-{
-  fftw_destroy_plan(plan.Whole);
-  DestroyLines(plan.Passes[0]);
-  DestroyLines(plan.Passes[1]);
 }
 
 // The cached plan for key, or a plan for this call only (owned = true) once
@@ -307,12 +369,61 @@ PLAN FindOrMakePlan(const PlanKey& key, fftw_complex* data, bool& owned)
   return plan;
 }
 
-void RunLines(const LINE_PASS& pass, fftw_complex* data, int threads)
+unsigned ThreadIndex()
+{
+#ifdef _OPENMP
+  return static_cast<unsigned>(omp_get_thread_num());
+#else
+  return 0;
+#endif
+}
+
+// The line at in through plan, in place or by way of line.
+void TransformLine(const LINE_PASS& pass, fftw_plan plan, fftw_complex* in, fftw_complex* line)
+{
+  if (!pass.ThroughScratch) {
+    fftw_execute_dft(plan, in, in);
+    return;
+  }
+  fftw_execute_dft(plan, in, line);
+  for (int k = 0; k < pass.Length; ++k) {
+    fftw_complex& value = in[static_cast<std::size_t>(k) * static_cast<std::size_t>(pass.Stride)];
+    value[0] = line[k][0];
+    value[1] = line[k][1];
+  }
+}
+
+// Pass 0: every column of the block, rows values each.
+void TransformColumns(const LINE_PASS& pass, fftw_complex* data, const WORKSPACES& workspaces, int threads)
 {
 #pragma omp parallel for num_threads(threads) schedule(static)
-  for (int line = 0; line < pass.Lines; ++line) {
-    fftw_complex* first = data + static_cast<std::size_t>(line) * static_cast<std::size_t>(pass.Distance);
-    fftw_execute_dft(pass.ByPhase[static_cast<std::size_t>(line % kPhases)], first, first);
+  for (int c = 0; c < pass.Lines; ++c)
+    TransformLine(pass, pass.ByPhase[static_cast<std::size_t>(c % kPhases)],
+                  data + static_cast<std::size_t>(c) * static_cast<std::size_t>(pass.Length),
+                  workspaces.Lines[ThreadIndex()]);
+}
+
+// Pass 1: every row across the columns (cols of them, rows apart), kTile
+// rows at a time gathered into a tile and put back.
+void TransformRows(const LINE_PASS& pass, fftw_complex* data, int rows, const WORKSPACES& workspaces, int threads)
+{
+  const int tiles = (pass.Lines + kTile - 1) / kTile;
+#pragma omp parallel for num_threads(threads) schedule(static)
+  for (int t = 0; t < tiles; ++t) {
+    fftw_complex* tile = workspaces.Tiles[ThreadIndex()];
+    const int first = t * kTile;
+    const int count = std::min(kTile, pass.Lines - first);
+    for (int c = 0; c < pass.Length; ++c) {
+      const fftw_complex* from = data + static_cast<std::size_t>(c) * static_cast<std::size_t>(rows) + first;
+      std::copy_n(&from[0][0], 2 * count, &tile[static_cast<std::size_t>(c) * kTile][0]);
+    }
+    for (int r = 0; r < count; ++r)
+      TransformLine(pass, pass.ByPhase[static_cast<std::size_t>(r % kPhases)], tile + r,
+                    workspaces.Lines[ThreadIndex()]);
+    for (int c = 0; c < pass.Length; ++c) {
+      fftw_complex* to = data + static_cast<std::size_t>(c) * static_cast<std::size_t>(rows) + first;
+      std::copy_n(&tile[static_cast<std::size_t>(c) * kTile][0], 2 * count, &to[0][0]);
+    }
   }
 }
 
@@ -327,9 +438,10 @@ bool TransformBlock(MTH_COMPLEX* block, int cols, int rows, int dir, int threads
   PLAN plan = FindOrMakePlan(key, data, owned);
   if (plan.Whole == nullptr)
     return false;
-  if (threads > 1 && plan.Split) {
-    RunLines(plan.Passes[0], data, threads);
-    RunLines(plan.Passes[1], data, threads);
+  const WORKSPACES workspaces(plan.Split ? threads : 0, cols, rows);
+  if (plan.Split && workspaces.Complete) {
+    TransformColumns(plan.Passes[0], data, workspaces, threads);
+    TransformRows(plan.Passes[1], data, rows, workspaces, threads);
   } else {
     fftw_execute_dft(plan.Whole, data, data);
   }

@@ -6,6 +6,11 @@
 # else from the static library, whose members holding those definitions are
 # then never linked: the tests run the operators on the other backend.
 target_compile_definitions(test_mth PRIVATE IPG_EXPECTED_FFT_BACKEND="${IPG_FFT_NAME_${IPG_FFT_BACKEND}}")
+# With FFTW installed, the transform tests compare with FFTW's own 2-D plan.
+if(FFTW3_FOUND)
+  target_link_libraries(test_mth PRIVATE PkgConfig::FFTW3)
+  target_compile_definitions(test_mth PRIVATE IPG_TEST_WITH_FFTW)
+endif()
 if(NOT IPG_FFT_SECOND_BACKEND)
   message(STATUS "Only one FFT backend installed: the Fourier tests run on ${IPG_FFT_BACKEND} alone")
   return()
@@ -23,6 +28,10 @@ target_link_libraries(test_fft_second_backend PRIVATE ipg-fft-second-backend ipg
 target_include_directories(test_fft_second_backend PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 if(OpenMP_CXX_FOUND)
   target_link_libraries(test_fft_second_backend PRIVATE OpenMP::OpenMP_CXX)
+endif()
+if(FFTW3_FOUND)
+  target_link_libraries(test_fft_second_backend PRIVATE PkgConfig::FFTW3)
+  target_compile_definitions(test_fft_second_backend PRIVATE IPG_TEST_WITH_FFTW)
 endif()
 target_compile_definitions(test_fft_second_backend PRIVATE IPG_EXPECTED_FFT_BACKEND="${IPG_FFT_NAME_${IPG_FFT_SECOND_BACKEND}}")
 gtest_discover_tests(test_fft_second_backend DISCOVERY_TIMEOUT 60 TEST_PREFIX "${IPG_FFT_SECOND_BACKEND}."
