@@ -11,6 +11,7 @@
 #include <array>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <string>
@@ -403,6 +404,15 @@ void TransformColumns(const LINE_PASS& pass, fftw_complex* data, const WORKSPACE
                   workspaces.Lines[ThreadIndex()]);
 }
 
+// count values (a whole tile row when count is kTile: one fixed-size copy).
+inline void CopyTileRow(const fftw_complex* from, fftw_complex* to, int count)
+{
+  if (count == kTile)
+    std::memcpy(to, from, sizeof(fftw_complex) * kTile);
+  else
+    std::memcpy(to, from, sizeof(fftw_complex) * static_cast<std::size_t>(count));
+}
+
 // Pass 1: every row across the columns (cols of them, rows apart), kTile
 // rows at a time gathered into a tile and put back.
 void TransformRows(const LINE_PASS& pass, fftw_complex* data, int rows, const WORKSPACES& workspaces, int threads)
@@ -413,17 +423,15 @@ void TransformRows(const LINE_PASS& pass, fftw_complex* data, int rows, const WO
     fftw_complex* tile = workspaces.Tiles[ThreadIndex()];
     const int first = t * kTile;
     const int count = std::min(kTile, pass.Lines - first);
-    for (int c = 0; c < pass.Length; ++c) {
-      const fftw_complex* from = data + static_cast<std::size_t>(c) * static_cast<std::size_t>(rows) + first;
-      std::copy_n(&from[0][0], 2 * count, &tile[static_cast<std::size_t>(c) * kTile][0]);
-    }
+    for (int c = 0; c < pass.Length; ++c)
+      CopyTileRow(data + static_cast<std::size_t>(c) * static_cast<std::size_t>(rows) + first,
+                  tile + static_cast<std::size_t>(c) * kTile, count);
     for (int r = 0; r < count; ++r)
       TransformLine(pass, pass.ByPhase[static_cast<std::size_t>(r % kPhases)], tile + r,
                     workspaces.Lines[ThreadIndex()]);
-    for (int c = 0; c < pass.Length; ++c) {
-      fftw_complex* to = data + static_cast<std::size_t>(c) * static_cast<std::size_t>(rows) + first;
-      std::copy_n(&tile[static_cast<std::size_t>(c) * kTile][0], 2 * count, &to[0][0]);
-    }
+    for (int c = 0; c < pass.Length; ++c)
+      CopyTileRow(tile + static_cast<std::size_t>(c) * kTile,
+                  data + static_cast<std::size_t>(c) * static_cast<std::size_t>(rows) + first, count);
   }
 }
 
