@@ -5,6 +5,7 @@
 #include "ipg/framework/ipg_output_mode.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_messages.h"
+#include "ipg/internal/ipg_otsu_levels.h"
 #include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
@@ -30,148 +31,6 @@ double OtsuScore(double count, double weighted, double meanTotal, double pixels)
     return 0.0;
   const double gap = meanTotal * omega - mu;
   return gap * gap / ((1.0 - omega) * omega);
-}
-
-// Linear positions row * rows + col of a cols x rows walk that fall inside size.
-template <typename F>
-void ForSquareIndex(unsigned cols, unsigned rows, std::size_t size, F visit)
-{
-  for (unsigned row = 0; row < rows; ++row)
-    for (unsigned col = 0; col < cols; ++col) {
-      const std::size_t k = static_cast<std::size_t>(row) * rows + col;
-      if (k < size)
-        visit(k, col, row);
-    }
-}
-
-// Otsu walks its images with the row * rows + col index above. On a square image
-// that is the plain row-major order, every pixel once, so rows can go to bands;
-// on any other shape positions repeat or are missed and the walk stays serial.
-
-// Quotients toward zero by divisor (> 0) of the levels mn..mx, when the range
-// is narrow enough for a table; empty otherwise (the quotient of two doubles
-// then truncates to the integer quotient for every 32-bit level).
-std::vector<int> QuotientTable(int mn, int mx, int divisor)
-{
-  constexpr long long kLargestTable = 1 << 16;
-  std::vector<int> quotients;
-  if (static_cast<long long>(mx) - mn < kLargestTable) {
-    quotients.resize(static_cast<std::size_t>(static_cast<long long>(mx) - mn + 1));
-    for (std::size_t i = 0; i < quotients.size(); ++i)
-      quotients[i] = static_cast<int>((mn + static_cast<long long>(i)) / divisor);
-  }
-  return quotients;
-}
-
-// Every level of a square image (all within [mn, mx]) divided by divisor (> 0)
-// toward zero and, when bins is not empty, counted at its quotient less
-// bins' first level firstBin, in the same pass.
-void DivideAndCountSquare(int* pixels, unsigned side, int mn, int mx, int divisor, int firstBin,
-                          std::vector<int>& bins)
-{
-  const std::vector<int> quotients = QuotientTable(mn, mx, divisor);
-  const double d = divisor;
-  auto divideRange = [&](std::size_t first, std::size_t last, int* counts) {
-    for (std::size_t k = first; k < last; ++k) {
-      const int q = quotients.empty() ? static_cast<int>(pixels[k] / d)
-                                      : quotients[static_cast<std::size_t>(static_cast<long long>(pixels[k]) - mn)];
-      pixels[k] = q;
-      if (counts != nullptr)
-        ++counts[static_cast<std::size_t>(static_cast<long long>(q) - firstBin)];
-    }
-  };
-  constexpr std::size_t kLargestBandCopy = std::size_t{1} << 16; // bins each band may hold privately
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(side, side);
-  const std::size_t pixelCount = std::size_t{side} * side;
-  if (bins.empty()) {
-    Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned end) {
-      divideRange(std::size_t{begin} * side, std::size_t{end} * side, nullptr);
-    });
-    return;
-  }
-  if (bands.Count == 1 || bins.size() > kLargestBandCopy) {
-    divideRange(0, pixelCount, bins.data());
-    return;
-  }
-  std::vector<std::vector<int>> perBand(bands.Count, std::vector<int>(bins.size(), 0));
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    divideRange(std::size_t{begin} * side, std::size_t{end} * side, perBand[band].data());
-  });
-  for (const std::vector<int>& band : perBand)
-    for (std::size_t i = 0; i < bins.size(); ++i)
-      bins[i] += band[i];
-}
-
-// Counts of the levels mn..mn + bins.size() - 1 (a level outside [mn, mx] counts as 0).
-void CountLevels(const int* pixels, unsigned cols, unsigned rows, std::size_t size, int mn, int mx,
-                 std::vector<int>& bins)
-{
-  const long long binCount = static_cast<long long>(bins.size());
-  auto count = [&](int* into, int p) {
-    const int v = p < mn || p > mx ? 0 : p;
-    const long long bin = static_cast<long long>(v) - mn;
-    if (bin >= 0 && bin < binCount)
-      ++into[static_cast<std::size_t>(bin)];
-  };
-  constexpr std::size_t kLargestBandCopy = std::size_t{1} << 16; // bins each band may hold privately
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
-  if (cols != rows || bands.Count == 1 || bins.size() > kLargestBandCopy) {
-    ForSquareIndex(cols, rows, size, [&](std::size_t k, unsigned, unsigned) { count(bins.data(), pixels[k]); });
-    return;
-  }
-  std::vector<std::vector<int>> perBand(bands.Count, std::vector<int>(bins.size(), 0));
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    for (std::size_t k = std::size_t{begin} * cols; k < std::size_t{end} * cols; ++k)
-      count(perBand[band].data(), pixels[k]);
-  });
-  for (const std::vector<int>& band : perBand)
-    for (std::size_t i = 0; i < bins.size(); ++i)
-      bins[i] += band[i];
-}
-
-// out[k] := kIpgMaxGrey where the level is above cut inside the ROI, else 0, for
-// k below outSize; returns the extremes written.
-IPG_BAND_EXTREMES WriteOtsuMask(const int* pixels, int* out, unsigned cols, unsigned rows, std::size_t outSize,
-                                long long cut, const DCM_STRUCT* roi)
-{
-  IPG_BAND_EXTREMES written;
-  if (cols != rows) {
-    ForSquareIndex(cols, rows, outSize, [&](std::size_t k, unsigned col, unsigned row) {
-      out[k] = pixels[k] > cut && Ipg_InsideRoi(roi, col, row) ? kIpgMaxGrey : 0;
-      written.Add(out[k]);
-    });
-    return written;
-  }
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
-  std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
-  const int level = static_cast<int>(cut); // a bin index: below 2^25
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    IPG_BAND_EXTREMES seen;
-    for (unsigned row = begin; row < end; ++row) {
-      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
-      const std::size_t first = std::size_t{row} * cols;
-      const unsigned n = first >= outSize ? 0 : static_cast<unsigned>(std::min<std::size_t>(cols, outSize - first));
-      const int* level0 = pixels + first;
-      int* out0 = out + first;
-      if (roiRow.Values == nullptr) { // the common case, without a branch per pixel
-        for (unsigned col = 0; col < n; ++col) {
-          out0[col] = level0[col] > level ? kIpgMaxGrey : 0;
-          seen.Add(out0[col]);
-        }
-        continue;
-      }
-      for (unsigned col = 0; col < n; ++col) {
-        out0[col] = ((level0[col] > level) & roiRow.Inside(col)) ? kIpgMaxGrey : 0;
-        seen.Add(out0[col]);
-      }
-    }
-    extremes[band] = seen;
-  });
-  for (const IPG_BAND_EXTREMES& e : extremes) {
-    written.Add(e.Min);
-    written.Add(e.Max);
-  }
-  return written;
 }
 
 } // namespace
@@ -435,7 +294,7 @@ bool DivideAndCountSquareLevels(DCM_DATA& in, std::vector<int>& bins)
   if (!haveBins)
     bins.clear();
   if (divisor > 1 || haveBins)
-    DivideAndCountSquare(in.GetIDataAddress(), in.GetNbOfCols(), mn, mx, divisor, mn / divisor, bins);
+    Ipg_DivideAndCountSquare(in.GetIDataAddress(), in.GetNbOfCols(), mn, mx, divisor, mn / divisor, bins);
   in.SetMin(mn / divisor);
   in.SetMax(mx / divisor);
   return haveBins;
@@ -449,12 +308,12 @@ bool DivideAndCountWalkedLevels(DCM_DATA& in, std::vector<int>& bins)
   int* pixels = in.GetIDataAddress();
   const int divisor = OtsuDivisor(in);
   if (divisor > 1) {
-    ForSquareIndex(cols, rows, in.GetSize(), [&](std::size_t k, unsigned, unsigned) { pixels[k] /= divisor; });
+    Ipg_ForSquareIndex(cols, rows, in.GetSize(), [&](std::size_t k, unsigned, unsigned) { pixels[k] /= divisor; });
     Ipg_MeasureExtremes(in);
   }
   if (!AllocateBins(in.GetMin(), in.GetMax(), bins))
     return false;
-  CountLevels(pixels, cols, rows, in.GetSize(), in.GetMin(), in.GetMax(), bins);
+  Ipg_CountOtsuLevels(pixels, cols, rows, in.GetSize(), in.GetMin(), in.GetMax(), bins);
   return true;
 }
 
@@ -506,7 +365,7 @@ int IPG_GENERIC_PROCESSING::BinarizeByOtsu()
 
   DCM_DATA& out = *ImaOut->Data;
   const std::size_t outSize = std::min(out.GetSize(), in.GetSize());
-  const IPG_BAND_EXTREMES written = WriteOtsuMask(pixels, out.GetIDataAddress(), cols, rows, outSize, cut, Roi);
+  const IPG_BAND_EXTREMES written = Ipg_WriteOtsuMask(pixels, out.GetIDataAddress(), cols, rows, outSize, cut, Roi);
   if (outSize == 0 || outSize != out.GetSize())
     return FinishOutput();
   // Every pixel of the output was written: its extremes are known.

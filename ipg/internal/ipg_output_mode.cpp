@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <climits>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -118,8 +119,9 @@ void Ipg_MeasureExtremes(DCM_DATA& data)
     return; // nothing to measure: the stored extremes stay
   const int* p = data.GetIDataAddress();
   RewriteInBands(data, p[0], p[0], [](int* first, int* end, IPG_BAND_EXTREMES& seen) {
-    for (const int* q = first; q != end; ++q)
-      seen.Add(*q);
+    constexpr std::ptrdiff_t kLongestRun = std::ptrdiff_t{1} << 30; // Ipg_MeasureRow counts in int
+    for (const int* q = first; q != end; q += std::min(end - q, kLongestRun))
+      Ipg_MeasureRow(q, static_cast<int>(std::min(end - q, kLongestRun)), seen);
   });
 }
 

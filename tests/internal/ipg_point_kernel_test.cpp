@@ -183,9 +183,9 @@ std::vector<int> PlainOtsu(DCM_DATA& in, const DCM_STRUCT* roi)
   return out;
 }
 
-// Otsu (on a square and a non-square image, whose walk stays serial), the
-// thresholds and the band clipping: the same output, extremes and divided
-// input at any thread count, with and without SIMD.
+// Otsu (on a square and a non-square image, whose walk stays serial; levels
+// below zero too), the thresholds and the band clipping: the same output,
+// extremes and divided input at any thread count, with and without SIMD.
 TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
 {
   for (int code : {400, 401, 403, 404})
@@ -196,7 +196,7 @@ TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
           Ipg_SetNumThreads(threads);
           Ipg_SetSimdEnabled(simd);
           std::mt19937 random(3);
-          auto in = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return int(random() % 5000); }).Build();
+          auto in = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return int(random() % 5000) - 1200; }).Build();
           auto roi = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return random() % 3 ? kRoiInside : 0; }).Build();
           DCM_STRUCT out(kCols, rows);
           IPG_GENERIC_PROCESSING op(in.get(), withRoi ? roi.get() : nullptr);
@@ -214,7 +214,7 @@ TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
         EXPECT_EQ(run(7, true), one);
         if (code == 404 && rows == kCols) {
           std::mt19937 random(3);
-          auto in = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return int(random() % 5000); }).Build();
+          auto in = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return int(random() % 5000) - 1200; }).Build();
           auto roi = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return random() % 3 ? kRoiInside : 0; }).Build();
           EXPECT_EQ(std::get<1>(one), PlainOtsu(*in->Data, withRoi ? roi.get() : nullptr));
           EXPECT_EQ(std::get<4>(one), PixelsOf(*in));

@@ -1,0 +1,205 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ipg/internal/ipg_otsu_levels.h"
+
+#include "ipg/internal/ipg_point_kernel.h"
+#include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace {
+
+// Quotients toward zero by divisor (> 0) of the levels mn..mx, when the range
+// is narrow enough for a table; empty otherwise (the quotient of two doubles
+// then truncates to the integer quotient for every 32-bit level).
+std::vector<int> QuotientTable(int mn, int mx, int divisor)
+{
+  constexpr long long kLargestTable = 1 << 16;
+  std::vector<int> quotients;
+  if (static_cast<long long>(mx) - mn < kLargestTable) {
+    quotients.resize(static_cast<std::size_t>(static_cast<long long>(mx) - mn + 1));
+    for (std::size_t i = 0; i < quotients.size(); ++i)
+      quotients[i] = static_cast<int>((mn + static_cast<long long>(i)) / divisor);
+  }
+  return quotients;
+}
+
+// values[k] := values[k] / divisor toward zero, for levels and a divisor below
+// 2^24 in magnitude: inlined into a plain and an AVX2 copy.
+[[gnu::always_inline]] inline void DivideBody(int* values, std::size_t n, float divisor)
+{
+  for (std::size_t k = 0; k < n; ++k)
+    values[k] = static_cast<int>(static_cast<float>(values[k]) / divisor);
+}
+
+void DividePlain(int* values, std::size_t n, float divisor) { DivideBody(values, n, divisor); }
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void DivideAvx2(int* values, std::size_t n, float divisor) { DivideBody(values, n, divisor); }
+#endif
+
+// One row of Otsu's mask without a ROI, and its extremes: inlined into a plain
+// and an AVX2 copy.
+[[gnu::always_inline]] inline void MaskRowBody(const int* levels, int* out, unsigned n, int level,
+                                               IPG_BAND_EXTREMES& seen)
+{
+  int mn = seen.Min, mx = seen.Max;
+  for (unsigned col = 0; col < n; ++col) {
+    const int v = levels[col] > level ? kIpgMaxGrey : 0;
+    out[col] = v;
+    mn = v < mn ? v : mn;
+    mx = v > mx ? v : mx;
+  }
+  seen.Min = mn;
+  seen.Max = mx;
+}
+
+void MaskRowPlain(const int* levels, int* out, unsigned n, int level, IPG_BAND_EXTREMES& seen)
+{
+  MaskRowBody(levels, out, n, level, seen);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void MaskRowAvx2(const int* levels, int* out, unsigned n, int level, IPG_BAND_EXTREMES& seen)
+{
+  MaskRowBody(levels, out, n, level, seen);
+}
+#endif
+
+} // namespace
+
+void Ipg_DivideAndCountSquare(int* pixels, unsigned side, int mn, int mx, int divisor, int firstBin,
+                          std::vector<int>& bins)
+{
+  // Below 2^24 in magnitude a level, the divisor and the quotient toward zero
+  // survive single precision: the rounded quotient of two such floats never
+  // crosses an integer.
+  constexpr int kFloatExact = 1 << 24;
+  const bool inFloats = mn > -kFloatExact && mx < kFloatExact;
+  const std::vector<int> quotients = inFloats ? std::vector<int>() : QuotientTable(mn, mx, divisor);
+  const double d = divisor;
+  const bool avx2 = Ipg_UseAvx2();
+  const long long base = firstBin;
+  auto divideInFloats = [&, base](std::size_t first, std::size_t last, int* counts) {
+    constexpr std::size_t kChunk = 4096; // divided, then counted while in the cache
+    for (std::size_t k = first; k < last; k += kChunk) {
+      const std::size_t n = std::min(kChunk, last - k);
+#if defined(__x86_64__)
+      if (avx2)
+        DivideAvx2(pixels + k, n, static_cast<float>(divisor));
+      else
+#endif
+        DividePlain(pixels + k, n, static_cast<float>(divisor));
+      if (counts != nullptr)
+        for (std::size_t i = k; i < k + n; ++i)
+          ++counts[static_cast<std::size_t>(pixels[i] - base)];
+    }
+  };
+  auto divideRange = [&](std::size_t first, std::size_t last, int* counts) {
+    if (inFloats)
+      return divideInFloats(first, last, counts);
+    for (std::size_t k = first; k < last; ++k) {
+      const int q = quotients.empty() ? static_cast<int>(pixels[k] / d)
+                                      : quotients[static_cast<std::size_t>(static_cast<long long>(pixels[k]) - mn)];
+      pixels[k] = q;
+      if (counts != nullptr)
+        ++counts[static_cast<std::size_t>(static_cast<long long>(q) - firstBin)];
+    }
+  };
+  constexpr std::size_t kLargestBandCopy = std::size_t{1} << 16; // bins each band may hold privately
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(side, side);
+  const std::size_t pixelCount = std::size_t{side} * side;
+  if (bins.empty()) {
+    Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned end) {
+      divideRange(std::size_t{begin} * side, std::size_t{end} * side, nullptr);
+    });
+    return;
+  }
+  if (bands.Count == 1 || bins.size() > kLargestBandCopy) {
+    divideRange(0, pixelCount, bins.data());
+    return;
+  }
+  std::vector<std::vector<int>> perBand(bands.Count, std::vector<int>(bins.size(), 0));
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    divideRange(std::size_t{begin} * side, std::size_t{end} * side, perBand[band].data());
+  });
+  for (const std::vector<int>& band : perBand)
+    for (std::size_t i = 0; i < bins.size(); ++i)
+      bins[i] += band[i];
+}
+
+void Ipg_CountOtsuLevels(const int* pixels, unsigned cols, unsigned rows, std::size_t size, int mn, int mx,
+                 std::vector<int>& bins)
+{
+  const long long binCount = static_cast<long long>(bins.size());
+  auto count = [&](int* into, int p) {
+    const int v = p < mn || p > mx ? 0 : p;
+    const long long bin = static_cast<long long>(v) - mn;
+    if (bin >= 0 && bin < binCount)
+      ++into[static_cast<std::size_t>(bin)];
+  };
+  constexpr std::size_t kLargestBandCopy = std::size_t{1} << 16; // bins each band may hold privately
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  if (cols != rows || bands.Count == 1 || bins.size() > kLargestBandCopy) {
+    Ipg_ForSquareIndex(cols, rows, size, [&](std::size_t k, unsigned, unsigned) { count(bins.data(), pixels[k]); });
+    return;
+  }
+  std::vector<std::vector<int>> perBand(bands.Count, std::vector<int>(bins.size(), 0));
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    for (std::size_t k = std::size_t{begin} * cols; k < std::size_t{end} * cols; ++k)
+      count(perBand[band].data(), pixels[k]);
+  });
+  for (const std::vector<int>& band : perBand)
+    for (std::size_t i = 0; i < bins.size(); ++i)
+      bins[i] += band[i];
+}
+
+IPG_BAND_EXTREMES Ipg_WriteOtsuMask(const int* pixels, int* out, unsigned cols, unsigned rows, std::size_t outSize,
+                                long long cut, const DCM_STRUCT* roi)
+{
+  IPG_BAND_EXTREMES written;
+  if (cols != rows) {
+    Ipg_ForSquareIndex(cols, rows, outSize, [&](std::size_t k, unsigned col, unsigned row) {
+      out[k] = pixels[k] > cut && Ipg_InsideRoi(roi, col, row) ? kIpgMaxGrey : 0;
+      written.Add(out[k]);
+    });
+    return written;
+  }
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
+  const int level = static_cast<int>(cut); // a bin index: below 2^25
+  const bool avx2 = Ipg_UseAvx2();
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    IPG_BAND_EXTREMES seen;
+    for (unsigned row = begin; row < end; ++row) {
+      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
+      const std::size_t first = std::size_t{row} * cols;
+      const unsigned n = first >= outSize ? 0 : static_cast<unsigned>(std::min<std::size_t>(cols, outSize - first));
+      const int* level0 = pixels + first;
+      int* out0 = out + first;
+      if (roiRow.Values == nullptr) { // the common case, without a branch per pixel
+#if defined(__x86_64__)
+        if (avx2) {
+          MaskRowAvx2(level0, out0, n, level, seen);
+          continue;
+        }
+#endif
+        MaskRowPlain(level0, out0, n, level, seen);
+        continue;
+      }
+      for (unsigned col = 0; col < n; ++col) {
+        out0[col] = ((level0[col] > level) & roiRow.Inside(col)) ? kIpgMaxGrey : 0;
+        seen.Add(out0[col]);
+      }
+    }
+    extremes[band] = seen;
+  });
+  for (const IPG_BAND_EXTREMES& e : extremes) {
+    written.Add(e.Min);
+    written.Add(e.Max);
+  }
+  return written;
+}
+
