@@ -123,11 +123,17 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int threshold, short type)
   auto binary = [scaledThreshold, type](int v) {
     return scaledThreshold <= static_cast<long long>(type) * v ? kIpgMaskValue : 0;
   };
+  // With the usual type 1 the product is the level itself: a 32-bit
+  // comparison, which keeps the walk in 32-bit lanes.
+  auto above = [threshold](int v) { return threshold <= v ? kIpgMaskValue : 0; };
   auto binarise = [&](auto copy) {
-    return Ipg_MapPixels(in, Roi, out, in.GetNbOfCols(), in.GetNbOfRows(), [=](int v, bool inside) {
-      const int copied = copy(v), set = binary(v); // both computed: the loop stays branch-free
-      return (Ipg_IsMark(v) | !inside) ? copied : set;
-    });
+    const auto walk = [&](auto set) {
+      return Ipg_MapPixels(in, Roi, out, in.GetNbOfCols(), in.GetNbOfRows(), [=](int v, bool inside) {
+        const int copied = copy(v), binarised = set(v); // both computed: the loop stays branch-free
+        return (Ipg_IsMark(v) | !inside) ? copied : binarised;
+      });
+    };
+    return type == 1 ? walk(above) : walk(binary);
   };
   // Copied levels go through the output's precision, as a real value would; at
   // a precision of 1 or less that leaves them as they are.
