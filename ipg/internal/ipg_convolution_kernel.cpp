@@ -114,10 +114,14 @@ bool SumsStayExact(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
 // horizontal one, divided exactly by Pivot.
 struct SeparableTaps {
   std::vector<int> Column, Row;
-  int Pivot = 0; // 0: not separable
+  int Pivot = 0;           // 0: not separable
+  std::int64_t Weight = 0; // sum of |Column| x sum of |Row|
+
+  // The vertical sums and their horizontal sum stay within int.
+  bool Fits(std::int64_t largest) const { return Pivot != 0 && largest * Weight < (std::int64_t{1} << 31); }
 };
 
-SeparableTaps SeparableOf(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
+SeparableTaps SeparableOf(const Ipg_ConvolutionTaps& taps)
 {
   const int sizeX = 2 * taps.HalfX + 1, sizeY = 2 * taps.HalfY + 1;
   auto c = [&](int x, int y) { return static_cast<std::int64_t>(taps.Coef[static_cast<std::size_t>(y) * sizeX + x]); };
@@ -134,8 +138,7 @@ SeparableTaps SeparableOf(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
     columnWeight += std::llabs(c(px, y));
   for (int x = 0; x < sizeX; ++x)
     rowWeight += std::llabs(c(x, py));
-  // The vertical sums and their horizontal sum must stay within int.
-  if (largest * columnWeight * rowWeight >= (std::int64_t{1} << 31))
+  if (columnWeight * rowWeight >= (std::int64_t{1} << 31))
     return result;
   for (int y = 0; y < sizeY; ++y)
     for (int x = 0; x < sizeX; ++x)
@@ -146,6 +149,7 @@ SeparableTaps SeparableOf(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
   for (int x = 0; x < sizeX; ++x)
     result.Row.push_back(static_cast<int>(c(x, py)));
   result.Pivot = static_cast<int>(c(px, py));
+  result.Weight = columnWeight * rowWeight;
   return result;
 }
 
@@ -153,10 +157,17 @@ SeparableTaps SeparableOf(const Ipg_ConvolutionTaps& taps, std::int64_t largest)
 struct FastPlan {
   const Ipg_KernelImages& Images;
   const Ipg_ConvolutionTaps& Taps;
-  std::vector<int> MarkedRowsBefore; // rows holding a mark among the rows above
-  bool Exact = false;
+  bool IntegerTaps = false; // SumsStayExact for some magnitude
   SeparableTaps Separable;
   float Norm = 1.0f;
+};
+
+// How a row's window is summed: exactly in integers (Exact), and then by a
+// vertical and a horizontal pass (Separable), decided from the largest
+// magnitude in the window. Either way the sums are those of the float walk.
+struct WindowSums {
+  bool Exact = false;
+  bool Separable = false;
 };
 
 struct RowScratch {
@@ -249,55 +260,23 @@ template <typename Value>
 
 // One row without marks in its window: the very operations of WeightedPixel()
 // in the same order for each pixel (exact integer sums where they are exact).
-[[gnu::always_inline]] inline void FastRow(const FastPlan& plan, int row, RowScratch& scratch)
+[[gnu::always_inline]] inline void FastRow(const FastPlan& plan, int row, RowScratch& scratch, WindowSums sums)
 {
   const Ipg_KernelImages& images = plan.Images;
   const int width = images.Cols - 2 * plan.Taps.HalfX;
-  if (plan.Exact) {
-    if (plan.Separable.Pivot != 0)
+  if (sums.Exact) {
+    if (sums.Separable)
       AccumulateRowSeparable(plan, row, width, scratch);
     else
       AccumulateRowExact(images, plan.Taps, row, width, scratch.IntAcc.data());
-    const int* sums = scratch.IntAcc.data();
-    WriteRow(plan, row, width, [sums](int j) { return static_cast<float>(sums[j]); });
+    const int* totals = scratch.IntAcc.data();
+    WriteRow(plan, row, width, [totals](int j) { return static_cast<float>(totals[j]); });
   } else {
     float* acc = scratch.Acc.data();
     AccumulateRow(images, plan.Taps, row, width, acc);
     WriteRow(plan, row, width, [acc](int j) { return acc[j]; });
   }
 }
-
-// With seen, each whole output row is measured as soon as it is written, while
-// it is still in the cache.
-[[gnu::always_inline]] inline void FastRows(const FastPlan& plan, int begin, int end, RowScratch& scratch,
-                                            IPG_BAND_EXTREMES* seen)
-{
-  const int hy = plan.Taps.HalfY;
-  const Ipg_KernelImages& images = plan.Images;
-  for (int row = begin; row < end; ++row) {
-    if (row + hy + 1 < images.Rows) // the row the next window brings in, fetched while this one is computed
-      Ipg_PrefetchRow(images.In + images.At(0, row + hy + 1), images.Cols);
-    if (plan.MarkedRowsBefore[static_cast<std::size_t>(row + hy + 1)] != plan.MarkedRowsBefore[static_cast<std::size_t>(row - hy)])
-      PlainRow(images, plan.Taps, row);
-    else
-      FastRow(plan, row, scratch);
-    if (seen != nullptr)
-      Ipg_AddRowExtremes(images.Out + images.At(0, row), images.Cols, *seen);
-  }
-}
-
-void FastRowsPlain(const FastPlan& plan, int begin, int end, RowScratch& scratch, IPG_BAND_EXTREMES* seen)
-{
-  FastRows(plan, begin, end, scratch, seen);
-}
-
-#if defined(__x86_64__)
-[[gnu::target("avx2")]] void FastRowsAvx2(const FastPlan& plan, int begin, int end, RowScratch& scratch,
-                                          IPG_BAND_EXTREMES* seen)
-{
-  FastRows(plan, begin, end, scratch, seen);
-}
-#endif
 
 // Whether a row holds a mark, and the largest magnitude of its other pixels
 // (as unsigned, so that INT_MIN has one), without a branch per pixel.
@@ -327,39 +306,80 @@ struct RowSurvey {
   return survey;
 }
 
-RowSurvey SurveyRowPlain(const int* line, int cols) { return SurveyRow(line, cols); }
+// The surveys of the rows of a window as it walks down the image: each row
+// is surveyed as it enters, just before the convolution reads it.
+class WindowSurvey {
+public:
+  [[gnu::always_inline]] WindowSurvey(const FastPlan& plan, int firstRow) : Plan(plan), Ring(static_cast<std::size_t>(2 * plan.Taps.HalfY + 1))
+  {
+    for (int r = firstRow - plan.Taps.HalfY; r <= firstRow + plan.Taps.HalfY; ++r)
+      Enter(r);
+  }
+  // Moves the window centred on row to the next row.
+  [[gnu::always_inline]] void Advance(int row) { Enter(row + Plan.Taps.HalfY + 1); }
 
-#if defined(__x86_64__)
-[[gnu::target("avx2")]] RowSurvey SurveyRowAvx2(const int* line, int cols) { return SurveyRow(line, cols); }
-#endif
+  bool Marked() const { return MarkedRows > 0; }
+  WindowSums Sums() const
+  {
+    std::int64_t largest = 0;
+    for (const RowSurvey& r : Ring)
+      largest = std::max<std::int64_t>(largest, r.Largest);
+    WindowSums sums;
+    sums.Exact = Plan.IntegerTaps && SumsStayExact(Plan.Taps, largest);
+    sums.Separable = sums.Exact && Plan.Separable.Fits(largest);
+    return sums;
+  }
 
-// Which rows hold a mark, and the largest unmarked magnitude, in parallel bands.
-void SurveyRows(const Ipg_KernelImages& images, std::vector<int>& markedRowsBefore, std::int64_t& largest)
+private:
+  // Inlined, as the survey, into the walk's plain and AVX2 copies.
+  [[gnu::always_inline]] void Enter(int row)
+  {
+    RowSurvey& slot = Ring[static_cast<std::size_t>(row) % Ring.size()];
+    MarkedRows -= slot.Marked ? 1 : 0;
+    slot = SurveyRow(Plan.Images.In + Plan.Images.At(0, row), Plan.Images.Cols);
+    MarkedRows += slot.Marked ? 1 : 0;
+  }
+  const FastPlan& Plan;
+  std::vector<RowSurvey> Ring; // row r at r % size
+  int MarkedRows = 0;
+};
+
+// With seen, each whole output row is measured as soon as it is written, while
+// it is still in the cache.
+[[gnu::always_inline]] inline void FastRows(const FastPlan& plan, int begin, int end, RowScratch& scratch,
+                                            IPG_BAND_EXTREMES* seen)
 {
-  const int cols = images.Cols, rows = images.Rows;
-  std::vector<char> marked(static_cast<std::size_t>(rows), 0);
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols));
-  std::vector<std::int64_t> largestOf(bands.Count, 0);
-  const bool avx2 = Ipg_UseAvx2();
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    std::int64_t top = 0;
-    for (unsigned r = begin; r < end; ++r) {
-      const int* line = images.In + static_cast<std::size_t>(r) * cols;
-#if defined(__x86_64__)
-      const RowSurvey survey = avx2 ? SurveyRowAvx2(line, cols) : SurveyRowPlain(line, cols);
-#else
-      const RowSurvey survey = SurveyRowPlain(line, cols);
-#endif
-      top = std::max<std::int64_t>(top, survey.Largest);
-      marked[r] = survey.Marked ? 1 : 0;
-    }
-    largestOf[band] = top;
-  });
-  largest = *std::max_element(largestOf.begin(), largestOf.end());
-  markedRowsBefore.assign(static_cast<std::size_t>(rows) + 1, 0);
-  for (int r = 0; r < rows; ++r)
-    markedRowsBefore[static_cast<std::size_t>(r) + 1] = markedRowsBefore[static_cast<std::size_t>(r)] + marked[static_cast<std::size_t>(r)];
+  const int hy = plan.Taps.HalfY;
+  const Ipg_KernelImages& images = plan.Images;
+  if (begin >= end)
+    return;
+  WindowSurvey window(plan, begin);
+  for (int row = begin; row < end; ++row) {
+    if (row + hy + 1 < images.Rows) // the row the next window brings in, fetched while this one is computed
+      Ipg_PrefetchRow(images.In + images.At(0, row + hy + 1), images.Cols);
+    if (window.Marked())
+      PlainRow(images, plan.Taps, row);
+    else
+      FastRow(plan, row, scratch, window.Sums());
+    if (seen != nullptr)
+      Ipg_AddRowExtremes(images.Out + images.At(0, row), images.Cols, *seen);
+    if (row + 1 < end)
+      window.Advance(row);
+  }
 }
+
+void FastRowsPlain(const FastPlan& plan, int begin, int end, RowScratch& scratch, IPG_BAND_EXTREMES* seen)
+{
+  FastRows(plan, begin, end, scratch, seen);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void FastRowsAvx2(const FastPlan& plan, int begin, int end, RowScratch& scratch,
+                                          IPG_BAND_EXTREMES* seen)
+{
+  FastRows(plan, begin, end, scratch, seen);
+}
+#endif
 
 } // namespace
 
@@ -385,12 +405,9 @@ Ipg_RowSpan Ipg_ConvolveFast(const Ipg_KernelImages& images, const Ipg_Convoluti
   const int width = cols - 2 * hx;
   if (width <= 0 || rows - 2 * hy <= 0)
     return {};
-  FastPlan plan{images, taps, {}, false, {}, 1.0f};
-  std::int64_t largest = 0; // of the unmarked magnitudes
-  SurveyRows(images, plan.MarkedRowsBefore, largest);
-  plan.Exact = SumsStayExact(taps, largest);
-  if (plan.Exact)
-    plan.Separable = SeparableOf(taps, largest);
+  FastPlan plan{images, taps, SumsStayExact(taps, 0), {}, 1.0f};
+  if (plan.IntegerTaps)
+    plan.Separable = SeparableOf(taps);
   plan.Norm = std::fabs(taps.Factor);
   if (plan.Norm < 0.001)
     plan.Norm = 1.0f;
