@@ -9,6 +9,7 @@
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/ui/ipg_message.h"
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
@@ -137,7 +138,40 @@ bool IPG_ARITHMETIC1::AddWholeConstant(int p)
 bool IPG_ARITHMETIC1::MultiplyConstant()
 {
   const double p = Variable;
+  if (ImaIn != nullptr && ImaOut != nullptr && ImaIn->Data->GetPrecision() <= 1 && ImaOut->Data->GetPrecision() <= 1 &&
+      std::fabs(p) <= INT_MAX && p == std::trunc(p))
+    return MultiplyByWholeConstant(static_cast<int>(p));
   return ApplyPointOperation([p](double v) { return v * p; }, Guard::None, kIpgMsgNoOutputUnaccented);
+}
+
+// The product of an unscaled level and a whole factor, without reals: in 32
+// bits where it fits (the real product is then exact), else the bound it
+// passes, as the real path's conversion saturates.
+bool IPG_ARITHMETIC1::MultiplyByWholeConstant(int p)
+{
+  // Levels above upper have products past one bound (atUpper), levels below
+  // lower past the other; quotients toward zero give exactly those levels.
+  const auto level = [](long long bound) { return static_cast<int>(std::clamp<long long>(bound, INT_MIN, INT_MAX)); };
+  int upper = INT_MAX, lower = INT_MIN, atUpper = INT_MAX, atLower = INT_MIN;
+  if (p > 0) {
+    upper = INT_MAX / p;
+    lower = INT_MIN / p;
+  } else if (p < 0) {
+    upper = level(static_cast<long long>(INT_MIN) / p); // beyond INT_MAX for p = -1: never passed
+    lower = INT_MAX / p;
+    atUpper = INT_MIN;
+    atLower = INT_MAX;
+  }
+  const auto cols = static_cast<unsigned short>(ImaIn->Data->GetNbOfCols());
+  const auto rows = static_cast<unsigned short>(ImaIn->Data->GetNbOfRows());
+  if (rows == 0 || cols == 0)
+    return ApplyModeToOutImage();
+  const IPG_WRITTEN written = Ipg_MapPixels(*ImaIn->Data, Roi, *ImaOut->Data, cols, rows, [=](int v, bool inside) {
+    const int product = static_cast<int>(static_cast<unsigned>(v) * static_cast<unsigned>(p));
+    const int stored = v > upper ? atUpper : (v < lower ? atLower : product);
+    return inside ? stored : v;
+  });
+  return written.WholeOutput ? Ipg_ApplyModeToImage(ImaOut, Mode, written.Extremes) : ApplyModeToOutImage();
 }
 
 bool IPG_ARITHMETIC1::Abs()

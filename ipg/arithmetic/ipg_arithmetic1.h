@@ -45,6 +45,7 @@ private:
   template <typename F>
   bool ApplyPointOperation(F compute, Guard guard, const char* noOutputMessage);
   bool AddWholeConstant(int p);
+  bool MultiplyByWholeConstant(int p);
 
   float Variable = 200.0f;
 };

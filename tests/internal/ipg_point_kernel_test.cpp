@@ -93,25 +93,36 @@ TEST(PointKernel, EveryCodeGivesTheSamePixelsAndExtremesAtAnyThreadCountAndWithS
 }
 
 // Whole constants take an integer path: the plain sum in reals, kept where it
-// passes the largest grey level, stored as SetValue(double) stores it.
-TEST(PointKernel, WholeConstantsAddAsReals)
+// passes the largest grey level, or the plain product, stored as
+// SetValue(double) stores them (products beyond the int range saturate).
+TEST(PointKernel, WholeConstantsAddAndMultiplyAsReals)
 {
   auto in = RandomImage(13, -3000, 3000);
   int* levels = in->Data->GetIDataAddress();
-  const int edges[] = {INT_MAX, INT_MIN + 5, 16777216, 16777116, 16777117, -16777216, 33554432, -2147483000};
+  const int edges[] = {INT_MAX, INT_MIN + 5, INT_MIN, 16777216, 16777116, 16777117, -16777216, 33554432,
+                       -2147483000, 715827882, 715827883, -715827883, 1073741824};
   for (std::size_t k = 0; k < std::size(edges); ++k)
     levels[200 + 3 * k] = edges[k];
   auto roi = RandomRoi(14);
-  for (float p : {100.0f, -700.0f, 16777216.0f, -16777216.0f, 0.0f})
+  struct Case {
+    int Code;
+    float Constant;
+  };
+  for (const Case c : {Case{200, 100.0f}, Case{200, -700.0f}, Case{200, 16777216.0f}, Case{200, -16777216.0f},
+                       Case{200, 0.0f}, Case{201, 3.0f}, Case{201, -3.0f}, Case{201, -1.0f}, Case{201, 1.0f},
+                       Case{201, 0.0f}, Case{201, 65537.0f}, Case{201, -2147483648.0f}})
     for (DCM_STRUCT* mask : {static_cast<DCM_STRUCT*>(nullptr), roi.get()}) {
+      const double p = c.Constant;
       std::vector<int> expected(in->Data->GetSize());
       for (std::size_t k = 0; k < expected.size(); ++k) {
-        const double sum = levels[k] + static_cast<double>(p);
         const bool inside = mask == nullptr || mask->Data->GetIDataAddress()[k] == kRoiInside;
-        expected[k] = DCM_DATA::ToRaw(inside && sum <= 16777216 ? sum : levels[k], 1);
+        const double result = c.Code == 200 ? levels[k] + p : levels[k] * p;
+        const bool kept = c.Code == 200 && result > 16777216;
+        expected[k] = DCM_DATA::ToRaw(inside && !kept ? result : levels[k], 1);
       }
       for (int threads : {1, 7})
-        EXPECT_EQ(RunCode(200, *in, mask, 302, p, threads).Pixels, expected) << p << ", " << threads << " threads";
+        EXPECT_EQ(RunCode(c.Code, *in, mask, 302, c.Constant, threads).Pixels, expected)
+            << c.Code << " by " << p << ", " << threads << " threads";
     }
 }
 
