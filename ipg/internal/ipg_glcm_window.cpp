@@ -13,9 +13,8 @@ constexpr std::size_t kTabulatedCounts = 4096;
 
 } // namespace
 
-Ipg_SlidingGlcm::Ipg_SlidingGlcm(const int* classes, int cols, int rows, int levels, int dcol, int drow,
-                                 bool symmetric)
-    : Classes(classes), Cols(cols), Rows(rows), Levels(levels), Dcol(dcol), Drow(drow), Symmetric(symmetric),
+Ipg_SlidingGlcm::Ipg_SlidingGlcm(const int* classes, int cols, int levels, int dcol, int drow, bool symmetric)
+    : Classes(classes), Cols(cols), Levels(levels), Dcol(dcol), Drow(drow), Symmetric(symmetric),
       Cells(static_cast<std::size_t>(levels) * levels, 0), Differences(levels, 0), CountLogCount(kTabulatedCounts)
 {
   for (std::size_t c = 1; c < kTabulatedCounts; ++c)

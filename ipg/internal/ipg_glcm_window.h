@@ -24,8 +24,8 @@ inline constexpr int kIpgGlcmFeatureCount = 5;
 
 class Ipg_SlidingGlcm {
 public:
-  // classes: cols x rows, row-major; (dcol, drow): the pair displacement.
-  Ipg_SlidingGlcm(const int* classes, int cols, int rows, int levels, int dcol, int drow, bool symmetric);
+  // classes: row-major, cols to a row; (dcol, drow): the pair displacement.
+  Ipg_SlidingGlcm(const int* classes, int cols, int levels, int dcol, int drow, bool symmetric);
 
   void Clear();
   // Adds (sign +1) or removes (sign -1) every pair that has a pixel in column
@@ -47,7 +47,7 @@ private:
   double CellEntropyTerm(std::int64_t count) const; // count ln count
 
   const int* Classes;
-  int Cols, Rows, Levels, Dcol, Drow;
+  int Cols, Levels, Dcol, Drow;
   bool Symmetric;
   std::vector<std::int64_t> Cells;
   std::vector<std::int64_t> Differences; // counts by |i - j|

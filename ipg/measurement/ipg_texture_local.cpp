@@ -153,7 +153,7 @@ bool IPG_TEXTURE_LOCAL::ComputeFeatureMap()
   if (ImaOutTwo != nullptr)
     targets.push_back({ImaOutTwo, FeatureTwo});
   const int* pixels = ImaIn->Data->GetIDataAddress();
-  Ipg_SlidingGlcm glcm(classes.data(), cols, rows, GreyLevels, dcol, drow, Symmetric);
+  Ipg_SlidingGlcm glcm(classes.data(), cols, GreyLevels, dcol, drow, Symmetric);
   Ipg_Progress progress(kProgressLabel, rows);
   for (int row = 0; row < rows; ++row) {
     if (Ipg_StopRequested())
