@@ -173,6 +173,27 @@ void RunAt(int side)
                    [&] { cv::threshold(src32f, dst, 2047, 65535, cv::THRESH_BINARY); }, sameSet});
   pairs.push_back({"threshold at 2048 (400), CV 16U", threshold,
                    [&] { cv::threshold(src16, dst, 2047, 65535, cv::THRESH_BINARY); }, sameSet});
+  // Clipping to a band: OpenCV takes two walks, a truncation at the top and a
+  // maximum at the bottom (on 32-bit floats, as many bytes a pixel as IPG).
+  pairs.push_back({"band clipping to [1024, 3071] (403), CV 32F", [&] {
+                     IPG_GENERIC_PROCESSING op(in.get());
+                     op.SetImaOut(&out);
+                     op.SetTools(403);
+                     op.SetSeuilMin(1024);
+                     op.SetSeuilMax(3071);
+                     op.SetThesholdType(1);
+                     op.SetMode(302);
+                     op.Apply();
+                   },
+                   [&] {
+                     cv::threshold(src32f, dst, 3071, 0, cv::THRESH_TRUNC);
+                     cv::max(dst, 1024, dst);
+                   },
+                   [&] {
+                     cv::Mat clipped;
+                     dst.convertTo(clipped, CV_32S);
+                     return std::string(SamePixels(View(out), clipped) ? "same" : "DIFFER");
+                   }});
   // Otsu divides its input in place: each run works on a fresh copy of the
   // pixels, into an image allocated once.
   auto otsuInput = std::make_shared<DCM_STRUCT>(*in, true);

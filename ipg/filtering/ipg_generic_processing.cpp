@@ -10,6 +10,7 @@
 #include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -106,6 +107,15 @@ int IPG_GENERIC_PROCESSING::FinishOutput()
   return ApplyModeToOutImage() ? 1 : 0;
 }
 
+// The output mode on an output whose stored extremes are those of its pixels.
+int IPG_GENERIC_PROCESSING::FinishMeasuredOutput()
+{
+  IPG_BAND_EXTREMES stored;
+  stored.Add(ImaOut->Data->GetMin());
+  stored.Add(ImaOut->Data->GetMax());
+  return Ipg_ApplyModeToImage(ImaOut, Mode, stored) ? 1 : 0;
+}
+
 int IPG_GENERIC_PROCESSING::MakeBinary(int threshold, short type)
 {
   if (ImaOut == nullptr) {
@@ -148,32 +158,56 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int threshold, short type)
 }
 
 // Raw walk shared by the band operations: marks (above 16777216) and pixels
-// outside the ROI are copied, the others get map(v).
+// outside the ROI are copied, the others get map(v). When the walk writes the
+// whole output, the extremes it wrote are the output's: stored, and true.
 template <typename Map>
-void IPG_GENERIC_PROCESSING::MapSelectedPixels(Map map) const
+bool IPG_GENERIC_PROCESSING::MapSelectedPixels(Map map) const
 {
   const DCM_DATA& in = *ImaIn->Data;
+  DCM_DATA& out = *ImaOut->Data;
   const int* src = in.GetIDataAddress();
-  int* dst = ImaOut->Data->GetIDataAddress();
-  const std::size_t count = std::min(in.GetSize(), ImaOut->Data->GetSize());
+  int* dst = out.GetIDataAddress();
+  const std::size_t count = std::min(in.GetSize(), out.GetSize());
   const unsigned cols = in.GetNbOfCols();
-  if (cols == 0)
-    return;
+  if (cols == 0 || count == 0)
+    return false;
+  // map(v) is computed for every pixel, so that the walk has no branch.
+  auto select = [map](int v, bool inside) {
+    const int mapped = map(v);
+    return (Ipg_IsGreyLevel(v) & inside) ? mapped : v;
+  };
   // Row-major positions of the input, written at the same position of the
   // output's pixel array (up to its size), in row bands.
   const unsigned rows = static_cast<unsigned>((count + cols - 1) / cols);
-  Ipg_RunBands(Ipg_SplitRows(rows, cols), [&](unsigned, unsigned begin, unsigned end) {
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
+  const bool avx2 = Ipg_UseAvx2();
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    IPG_BAND_EXTREMES written;
     for (unsigned row = begin; row < end; ++row) {
       const IPG_ROI_ROW roiRow = Ipg_RoiRow(Roi, row);
       const std::size_t first = std::size_t{row} * cols;
       const unsigned n = static_cast<unsigned>(std::min<std::size_t>(cols, count - first));
-      for (unsigned col = 0; col < n; ++col) {
-        const int v = src[first + col];
-        const bool selected = Ipg_IsGreyLevel(v) && roiRow.Inside(col);
-        dst[first + col] = selected ? map(v) : v;
+#if defined(__x86_64__)
+      if (avx2) {
+        ipg_point_kernel::MapRowAvx2(src + first, dst + first, roiRow, n, select, written);
+        continue;
       }
+#endif
+      ipg_point_kernel::MapRowPlain(src + first, dst + first, roiRow, n, select, written);
     }
+    extremes[band] = written;
   });
+  if (count != out.GetSize())
+    return false;
+  IPG_BAND_EXTREMES all;
+  for (const IPG_BAND_EXTREMES& e : extremes) {
+    all.Add(e.Min);
+    all.Add(e.Max);
+  }
+  out.SetMin(all.Min);
+  out.SetMax(all.Max);
+  return true;
 }
 
 int IPG_GENERIC_PROCESSING::MakeBinary(int low, int high, short type)
@@ -184,11 +218,11 @@ int IPG_GENERIC_PROCESSING::MakeBinary(int low, int high, short type)
   }
   if (ImaIn == nullptr)
     return 0;
-  MapSelectedPixels([low, high, type](int v) {
+  const bool measured = MapSelectedPixels([low, high, type](int v) {
     const bool inBand = low <= v && v <= high;
     return (type == 1 ? inBand : !inBand) ? kIpgMaskValue : 0;
   });
-  return FinishOutput();
+  return measured ? FinishMeasuredOutput() : FinishOutput();
 }
 
 int IPG_GENERIC_PROCESSING::DoubleThreshold(int low, int high, short type)
@@ -199,7 +233,7 @@ int IPG_GENERIC_PROCESSING::DoubleThreshold(int low, int high, short type)
   }
   if (ImaIn == nullptr)
     return 0;
-  MapSelectedPixels([low, high, type](int v) {
+  const bool measured = MapSelectedPixels([low, high, type](int v) {
     const bool outside = v < low || v > high;
     if (type == 1)
       return v < low ? low : v > high ? high : v;
@@ -208,9 +242,10 @@ int IPG_GENERIC_PROCESSING::DoubleThreshold(int low, int high, short type)
     return outside ? kIpgMaskValue : v;
   });
   DCM_DATA& out = *ImaOut->Data;
-  Ipg_MeasureExtremes(out);
+  if (!measured)
+    Ipg_MeasureExtremes(out);
   out.SetDynMax(static_cast<unsigned>(static_cast<long long>(out.GetMax()) - out.GetMin() + 1));
-  return ApplyModeToOutImage() ? 1 : 0;
+  return FinishMeasuredOutput();
 }
 
 int IPG_GENERIC_PROCESSING::Resample()

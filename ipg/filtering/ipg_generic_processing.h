@@ -68,8 +68,9 @@ public:
 private:
   bool InsideRoi(unsigned col, unsigned row) const;
   template <typename Map>
-  void MapSelectedPixels(Map map) const;
+  bool MapSelectedPixels(Map map) const;
   int FinishOutput();
+  int FinishMeasuredOutput();
 
   int SeuilMin = 0;
   int SeuilMax = 16777216;
