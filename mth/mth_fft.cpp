@@ -138,10 +138,11 @@ struct PlanKey {
 };
 
 // A pass of the 2-D transform: the same 1-D transform of Lines lines of
-// Length values. Pass 0 takes the columns of the block, each Length values
-// in a row; pass 1 takes the rows across them, Stride apart, through tiles of
-// kTile rows gathered side by side (stride kTile), so that the transforms
-// read a few hundred kilobytes instead of striding across the whole block.
+// Length values, Stride apart. Pass 0 takes the columns of the block, each
+// one's values side by side (Stride 1); pass 1 takes the rows across them,
+// kTile rows at a time gathered into a tile (Stride kTile), so that the
+// transforms read a few hundred kilobytes instead of striding across the
+// whole block.
 // Line k of a pass (of a tile) runs through ByPhase[k % kPhases], planned on
 // a line of the same alignment: FFTW runs a plan only on arrays aligned as
 // the one it was made on. A pass that FFTW buffers transforms each line out

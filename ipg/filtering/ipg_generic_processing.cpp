@@ -10,7 +10,6 @@
 #include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_row_bands.h"
-#include "ipg/internal/ipg_simd.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -177,34 +176,10 @@ bool IPG_GENERIC_PROCESSING::MapSelectedPixels(Map map) const
     return (Ipg_IsGreyLevel(v) & inside) ? mapped : v;
   };
   // Row-major positions of the input, written at the same position of the
-  // output's pixel array (up to its size), in row bands.
-  const unsigned rows = static_cast<unsigned>((count + cols - 1) / cols);
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
-  std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
-  const bool avx2 = Ipg_UseAvx2();
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    IPG_BAND_EXTREMES written;
-    for (unsigned row = begin; row < end; ++row) {
-      const IPG_ROI_ROW roiRow = Ipg_RoiRow(Roi, row);
-      const std::size_t first = std::size_t{row} * cols;
-      const unsigned n = static_cast<unsigned>(std::min<std::size_t>(cols, count - first));
-#if defined(__x86_64__)
-      if (avx2) {
-        ipg_point_kernel::MapRowAvx2(src + first, dst + first, roiRow, n, select, written);
-        continue;
-      }
-#endif
-      ipg_point_kernel::MapRowPlain(src + first, dst + first, roiRow, n, select, written);
-    }
-    extremes[band] = written;
-  });
+  // output's pixel array (up to its size).
+  const IPG_BAND_EXTREMES all = Ipg_MapLinearPixels(src, dst, cols, count, Roi, select);
   if (count != out.GetSize())
     return false;
-  IPG_BAND_EXTREMES all;
-  for (const IPG_BAND_EXTREMES& e : extremes) {
-    all.Add(e.Min);
-    all.Add(e.Max);
-  }
   out.SetMin(all.Min);
   out.SetMax(all.Max);
   return true;

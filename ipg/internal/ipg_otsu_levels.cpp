@@ -40,34 +40,6 @@ void DividePlain(int* values, std::size_t n, float divisor) { DivideBody(values,
 [[gnu::target("avx2")]] void DivideAvx2(int* values, std::size_t n, float divisor) { DivideBody(values, n, divisor); }
 #endif
 
-// One row of Otsu's mask without a ROI, and its extremes: inlined into a plain
-// and an AVX2 copy.
-[[gnu::always_inline]] inline void MaskRowBody(const int* levels, int* out, unsigned n, int level,
-                                               IPG_BAND_EXTREMES& seen)
-{
-  int mn = seen.Min, mx = seen.Max;
-  for (unsigned col = 0; col < n; ++col) {
-    const int v = levels[col] > level ? kIpgMaxGrey : 0;
-    out[col] = v;
-    mn = v < mn ? v : mn;
-    mx = v > mx ? v : mx;
-  }
-  seen.Min = mn;
-  seen.Max = mx;
-}
-
-void MaskRowPlain(const int* levels, int* out, unsigned n, int level, IPG_BAND_EXTREMES& seen)
-{
-  MaskRowBody(levels, out, n, level, seen);
-}
-
-#if defined(__x86_64__)
-[[gnu::target("avx2")]] void MaskRowAvx2(const int* levels, int* out, unsigned n, int level, IPG_BAND_EXTREMES& seen)
-{
-  MaskRowBody(levels, out, n, level, seen);
-}
-#endif
-
 } // namespace
 
 void Ipg_DivideAndCountSquare(int* pixels, unsigned side, int mn, int mx, int divisor, int firstBin,
@@ -167,39 +139,8 @@ IPG_BAND_EXTREMES Ipg_WriteOtsuMask(const int* pixels, int* out, unsigned cols, 
     });
     return written;
   }
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
-  std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
   const int level = static_cast<int>(cut); // a bin index: below 2^25
-  const bool avx2 = Ipg_UseAvx2();
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    IPG_BAND_EXTREMES seen;
-    for (unsigned row = begin; row < end; ++row) {
-      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
-      const std::size_t first = std::size_t{row} * cols;
-      const unsigned n = first >= outSize ? 0 : static_cast<unsigned>(std::min<std::size_t>(cols, outSize - first));
-      const int* level0 = pixels + first;
-      int* out0 = out + first;
-      if (roiRow.Values == nullptr) { // the common case, without a branch per pixel
-#if defined(__x86_64__)
-        if (avx2) {
-          MaskRowAvx2(level0, out0, n, level, seen);
-          continue;
-        }
-#endif
-        MaskRowPlain(level0, out0, n, level, seen);
-        continue;
-      }
-      for (unsigned col = 0; col < n; ++col) {
-        out0[col] = ((level0[col] > level) & roiRow.Inside(col)) ? kIpgMaxGrey : 0;
-        seen.Add(out0[col]);
-      }
-    }
-    extremes[band] = seen;
-  });
-  for (const IPG_BAND_EXTREMES& e : extremes) {
-    written.Add(e.Min);
-    written.Add(e.Max);
-  }
-  return written;
+  return Ipg_MapLinearPixels(pixels, out, cols, outSize, roi,
+                             [level](int v, bool inside) { return ((v > level) & inside) ? kIpgMaxGrey : 0; });
 }
 

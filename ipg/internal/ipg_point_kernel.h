@@ -171,6 +171,42 @@ IPG_WRITTEN Ipg_MapPixels(const DCM_DATA& in, const DCM_STRUCT* roi, DCM_DATA& o
   return result;
 }
 
+// The point walk on linear positions: the first count values of src, cols to
+// a row, each written as fn(raw value, inside the ROI at its column and row)
+// to the same position of dst. Rows run in parallel bands, in the AVX2 copy
+// when the processor has it; returns the extremes written.
+template <typename Fn>
+IPG_BAND_EXTREMES Ipg_MapLinearPixels(const int* src, int* dst, unsigned cols, std::size_t count,
+                                      const DCM_STRUCT* roi, Fn fn)
+{
+  IPG_BAND_EXTREMES all;
+  if (cols == 0 || count == 0)
+    return all;
+  const unsigned rows = static_cast<unsigned>((count + cols - 1) / cols);
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
+  std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
+  const bool avx2 = Ipg_UseAvx2();
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    IPG_BAND_EXTREMES written;
+    for (unsigned row = begin; row < end; ++row) {
+      const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
+      const std::size_t first = std::size_t{row} * cols;
+      const unsigned n = static_cast<unsigned>(std::min<std::size_t>(cols, count - first));
+#if defined(__x86_64__)
+      if (avx2) {
+        ipg_point_kernel::MapRowAvx2(src + first, dst + first, roiRow, n, fn, written);
+        continue;
+      }
+#endif
+      ipg_point_kernel::MapRowPlain(src + first, dst + first, roiRow, n, fn, written);
+    }
+    extremes[band] = written;
+  });
+  for (const IPG_BAND_EXTREMES& e : extremes)
+    Ipg_MergeExtremes(all, e);
+  return all;
+}
+
 // The same walk on real values: fn(value, inside ROI) gets the pixel as
 // GetValueReal reads it, and its result is stored as SetValue(double) stores it.
 template <typename Fn>
