@@ -98,9 +98,9 @@ template <bool Write, RoiKind Kind, typename Combine>
     const bool inRoi = Kind == RoiKind::None   ? true
                        : Kind == RoiKind::Full ? Ipg_InsideRoi(roi.Values[col])
                                                : roi.Inside(col);
-    // Bitwise on purpose: no branch per pixel.
-    const bool inside = (static_cast<int>(!Ipg_IsMark(a[col])) & static_cast<int>(!Ipg_IsMark(b[col])) &
-                         static_cast<int>(inRoi)) != 0;
+    // A mark is any level above the grey range, so either is one when the
+    // larger is; bitwise on purpose: no branch per pixel.
+    const bool inside = (static_cast<int>(!Ipg_IsMark(std::max(a[col], b[col]))) & static_cast<int>(inRoi)) != 0;
     const int v = combine(a[col], b[col], inside, local);
     if (Write) {
       out[col] = v;
