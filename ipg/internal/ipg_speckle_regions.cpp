@@ -24,7 +24,39 @@ constexpr unsigned kOutside = UINT_MAX;
 struct Framed {
   const double* Values;
   std::ptrdiff_t Stride;
-  std::ptrdiff_t Step[8]; // N, NE, E, SE, S, SW, W, NW
+};
+
+// The eight directions, in the order a pixel's neighbours are tested.
+enum Direction : unsigned char { kN, kNE, kE, kSE, kS, kSW, kW, kNW };
+
+// The neighbours of a pixel that its expansion still has to test, when it was
+// reached going in a direction: the others are neighbours of the pixel it was
+// reached from, all tested when that one was expanded, so they would not join
+// again. In test order, padded to five with the pixel itself (a region pixel:
+// never fresh).
+constexpr int kUntested = 5;
+constexpr signed char kPad = -1;
+constexpr signed char kUntestedAfter[8][kUntested] = {
+    {kN, kNE, kNW, kPad, kPad}, {kN, kNE, kE, kSE, kNW}, {kNE, kE, kSE, kPad, kPad}, {kNE, kE, kSE, kS, kSW},
+    {kSE, kS, kSW, kPad, kPad}, {kSE, kS, kSW, kW, kNW}, {kSW, kW, kNW, kPad, kPad}, {kN, kNE, kSW, kW, kNW},
+};
+
+// Offsets of the eight neighbours, and of the untested ones after each direction.
+struct Steps {
+  std::ptrdiff_t Of[8];
+  std::ptrdiff_t Untested[8][kUntested];
+  unsigned char UntestedDirection[8][kUntested];
+
+  explicit Steps(std::ptrdiff_t stride)
+      : Of{-stride, 1 - stride, 1, stride + 1, stride, stride - 1, -1, -stride - 1}
+  {
+    for (int from = 0; from < 8; ++from)
+      for (int k = 0; k < kUntested; ++k) {
+        const signed char d = kUntestedAfter[from][k];
+        Untested[from][k] = d == kPad ? 0 : Of[d];
+        UntestedDirection[from][k] = d == kPad ? 0 : static_cast<unsigned char>(d);
+      }
+  }
 };
 
 // Holds the framed rows [top, bottom) of in (values, and stamps: 0, but
@@ -56,46 +88,89 @@ void Cover(Ipg_SpeckleBand& band, const double* in, int cols, int rows, std::siz
   }
 }
 
-// Breadth-first growth from seed (framed index), in the order of Step, into
-// band.Region; returns the region's size. Every visited pixel is stamped with
-// generation, so it is tested once: a fresh pixel (neither this region's nor
-// the frame) is stamped, and joins when it is near m0. The tests are data, not
-// branches: which neighbours join follows the speckle, beyond any prediction.
-std::size_t Grow(const Framed& image, std::size_t seed, double m0, double tolerance, std::size_t limit,
-                 unsigned generation, Ipg_SpeckleBand& band)
+// Breadth-first growth from seed (framed index), neighbours in the order N,
+// NE, E, SE, S, SW, W, NW, into region (and the direction each pixel was
+// reached in, into directions); returns the region's size, at most limit.
+// Every visited pixel is stamped with generation, so it is tested once: a
+// fresh pixel (neither this region's nor the frame) is stamped, and joins when
+// it is near m0. The tests are data, not branches: which neighbours join
+// follows the speckle, beyond any prediction. An expansion runs all its tests:
+// past the limit, what joins lies beyond the first limit places (region holds
+// limit + 8), and what is stamped belongs to no later region, whose generation
+// is newer. Tests that could not join are skipped (Steps::Untested).
+std::size_t Grow(const Framed& image, const Steps& steps, std::size_t seed, double m0, double tolerance,
+                 std::size_t limit, unsigned generation, unsigned* stamps, std::size_t* region,
+                 unsigned char* directions)
 {
-  std::size_t* region = band.Region.data();
-  unsigned* stamps = band.Stamps.data();
   const double* values = image.Values;
-  const std::ptrdiff_t stride = image.Stride;
   region[0] = seed;
   stamps[seed] = generation;
   std::size_t size = 1;
-  const auto test = [&](std::size_t q) {
+  const auto test = [&](std::size_t q, unsigned char direction) {
     const unsigned stamp = stamps[q];
     const bool fresh = stamp < generation;
     stamps[q] = fresh ? generation : stamp;
     const bool near = !(std::fabs(values[q] - m0) > tolerance);
     region[size] = q;
+    directions[size] = direction;
     size += static_cast<std::size_t>(fresh & near);
   };
-  for (std::size_t next = 0; next < size && size < limit; ++next) {
+  if (size < limit)
+    for (unsigned char d = 0; d < 8; ++d)
+      test(seed + static_cast<std::size_t>(steps.Of[d]), d);
+  for (std::size_t next = 1; next < size && size < limit; ++next) {
     const std::size_t p = region[next];
-    if (size + 8 <= limit) { // room for all eight: N, NE, E, SE, S, SW, W, NW
-      test(p - stride);
-      test(p - stride + 1);
-      test(p + 1);
-      test(p + stride + 1);
-      test(p + stride);
-      test(p + stride - 1);
-      test(p - 1);
-      test(p - stride - 1);
-      continue;
-    }
-    for (int d = 0; d < 8 && size < limit; ++d)
-      test(static_cast<std::size_t>(static_cast<std::ptrdiff_t>(p) + image.Step[d]));
+    const std::ptrdiff_t* offset = steps.Untested[directions[next]];
+    const unsigned char* direction = steps.UntestedDirection[directions[next]];
+    for (int k = 0; k < kUntested; ++k)
+      test(p + static_cast<std::size_t>(offset[k]), direction[k]);
   }
-  return size;
+  return std::min(size, limit);
+}
+
+// The values of a region summed in the order they joined, and their squares.
+struct RegionSums {
+  double Sum = 0.0;
+  double Squares = 0.0;
+};
+
+// Sums n (1 or 2) regions side by side: each keeps its own order, and the two
+// chains of additions overlap.
+void SumRegions(const double* values, std::size_t* const regions[2], const std::size_t sizes[2], int n,
+                RegionSums sums[2])
+{
+  for (int j = 0; j < n; ++j) {
+    const double v = values[regions[j][0]]; // sizes are at least 1: the seed
+    sums[j] = {v, v * v};
+  }
+  std::size_t i = 1;
+  for (const std::size_t both = n == 2 ? std::min(sizes[0], sizes[1]) : 0; i < both; ++i) {
+    const double a = values[regions[0][i]], b = values[regions[1][i]];
+    sums[0].Sum += a;
+    sums[0].Squares += a * a;
+    sums[1].Sum += b;
+    sums[1].Squares += b * b;
+  }
+  for (int j = 0; j < n; ++j)
+    for (std::size_t t = i; t < sizes[j]; ++t) {
+      const double v = values[regions[j][t]];
+      sums[j].Sum += v;
+      sums[j].Squares += v * v;
+    }
+}
+
+// The filtered value of a pixel from its region's sums.
+double Filtered(const RegionSums& sums, std::size_t size, double cu2, double value)
+{
+  const double count = static_cast<double>(size);
+  const double m = sums.Sum / count;
+  const double variance = std::max(0.0, sums.Squares / count - m * m);
+  double w = 0.0;
+  if (m > 0.0 && variance > 0.0) {
+    const double c2 = variance / (m * m);
+    w = std::clamp((1.0 - cu2 / c2) / (1.0 + cu2), 0.0, 1.0);
+  }
+  return m + w * (value - m);
 }
 
 } // namespace
@@ -130,8 +205,11 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
     band.Values.resize(capacity * static_cast<std::size_t>(stride));
     band.Stamps.resize(band.Values.size());
     band.First = band.Held = 0;
-    const Framed image{band.Values.data(), stride, {-stride, 1 - stride, 1, stride + 1, stride, stride - 1, -1, -stride - 1}};
-    band.Region.resize(limit + 1);
+    const Framed image{band.Values.data(), stride};
+    const Steps steps(stride);
+    band.Region.resize(2 * (limit + 8));
+    band.Directions.resize(limit + 8);
+    std::size_t* const regions[2] = {band.Region.data(), band.Region.data() + limit + 8};
     band.Mean.resize(static_cast<std::size_t>(cols));
     band.Variance.resize(static_cast<std::size_t>(cols));
     unsigned generation = 0;
@@ -145,32 +223,21 @@ void Ipg_AdaptiveNeighbourhoodPass(const double* in, double* out, int cols, int 
       Cover(band, in, cols, rows, capacity, r + 1 - std::min<std::size_t>(r + 1, limit),
             std::min<std::size_t>(static_cast<std::size_t>(rows) + 2, r + 2 + limit));
       double* target = output.Row(static_cast<int>(r));
-      for (int c = 0; c < cols; ++c) {
-        const double m0 = band.Mean[static_cast<std::size_t>(c)];
-        const std::size_t seed = (r + 1 - band.First) * static_cast<std::size_t>(stride) + static_cast<std::size_t>(c) + 1;
-        const std::size_t size = Grow(image, seed, m0, k * cu * std::fabs(m0), limit, ++generation, band);
-        // The values summed in the order they joined.
-        double sum = 0.0, squares = 0.0;
-        for (std::size_t i = 0; i < size; ++i) {
-          const double v = image.Values[band.Region[i]];
-          if (i == 0) {
-            sum = v;
-            squares = v * v;
-            continue;
-          }
-          sum += v;
-          squares += v * v;
+      const double* line = in + static_cast<std::size_t>(r) * static_cast<std::size_t>(cols);
+      for (int c = 0; c < cols; c += 2) { // two seeds at a time, for SumRegions
+        const int n = std::min(2, cols - c);
+        std::size_t sizes[2] = {0, 0};
+        for (int j = 0; j < n; ++j) {
+          const double m0 = band.Mean[static_cast<std::size_t>(c + j)];
+          const std::size_t seed =
+              (r + 1 - band.First) * static_cast<std::size_t>(stride) + static_cast<std::size_t>(c + j) + 1;
+          sizes[j] = Grow(image, steps, seed, m0, k * cu * std::fabs(m0), limit, ++generation, band.Stamps.data(),
+                          regions[j], band.Directions.data());
         }
-        const double count = static_cast<double>(size);
-        const double m = sum / count;
-        const double variance = std::max(0.0, squares / count - m * m);
-        double w = 0.0;
-        if (m > 0.0 && variance > 0.0) {
-          const double c2 = variance / (m * m);
-          w = std::clamp((1.0 - cu2 / c2) / (1.0 + cu2), 0.0, 1.0);
-        }
-        const std::size_t at = static_cast<std::size_t>(r) * static_cast<std::size_t>(cols) + static_cast<std::size_t>(c);
-        target[c] = m + w * (in[at] - m);
+        RegionSums sums[2];
+        SumRegions(image.Values, regions, sizes, n, sums);
+        for (int j = 0; j < n; ++j)
+          target[c + j] = Filtered(sums[j], sizes[j], cu2, line[c + j]);
       }
     }
   });

@@ -116,13 +116,14 @@ void Ipg_RunPassBands(const double* in, double* out, int cols, int rows, int rea
 
 // Buffers one thread of the adaptive-neighbourhood filter reuses from band
 // to band and from pass to pass: framed rows of the image around its seeds
-// (values and stamps), the region grown and the window moments of a row.
+// (values and stamps), the regions grown and the window moments of a row.
 struct Ipg_SpeckleBand {
   std::vector<double> Values;
   std::vector<unsigned> Stamps;
   std::size_t First = 0; // the framed row the buffers start with
   std::size_t Held = 0;  // framed rows held
   std::vector<std::size_t> Region;
+  std::vector<unsigned char> Directions; // the way each region pixel was reached
   std::vector<double> Mean;
   std::vector<double> Variance;
 };
