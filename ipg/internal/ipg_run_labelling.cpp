@@ -6,8 +6,11 @@
 #include "ipg/internal/ipg_row_bands.h"
 
 #include <algorithm>
+#include <atomic>
+#include <climits>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace {
@@ -45,25 +48,28 @@ struct PaddedRow {
 
 } // namespace
 
-// The scan of one row against the row above.
-struct IPG_RUN_LABELLING::RowScan {
-  IPG_RUN_LABELLING& Out;
-  Ipg_LabelPairs& Pairs;
+namespace {
+
+// A label refused: the label limit strikes.
+constexpr int kRefused = INT_MIN;
+
+// The scan of one row against the row above, recording into a Book: Issue(col)
+// gives the label of a run starting at col (or kRefused), and Pair(a, b)
+// records two labels that meet.
+template <typename Book>
+struct RowScan {
+  Book& Out;
   const unsigned char* AboveFlags;
   const int* AboveLabels;
   int* Labels;
-  int NbCompMax;
-  bool LastRow;
-  int Cols;
 
   void Pair(int first, int other)
   {
     if (other != first)
-      Pairs.Add(static_cast<unsigned>(std::min(first, other)), static_cast<unsigned>(std::max(first, other)));
+      Out.Pair(first, other);
   }
 
-  // Label of the run's first pixel, from above, above-left and above-right;
-  // -1 when the label limit strikes.
+  // Label of the run's first pixel, from above, above-left and above-right.
   int FirstPixel(int col)
   {
     if (AboveFlags[col])
@@ -76,19 +82,7 @@ struct IPG_RUN_LABELLING::RowScan {
     }
     if (right)
       return AboveLabels[col + 1];
-    return Issue(col);
-  }
-
-  int Issue(int col)
-  {
-    if (Out.Issued == NbCompMax)
-      return -1;
-    const int label = Out.Issued++;
-    Out.Counts.push_back(0);
-    // The limit reached with pixels still to visit fails at the next one.
-    if (Out.Issued == NbCompMax && !(LastRow && col == Cols - 1))
-      return -1;
-    return label;
+    return Out.Issue(col);
   }
 
   // The rest of the run: above if set, else the first of above-left,
@@ -117,6 +111,99 @@ struct IPG_RUN_LABELLING::RowScan {
   }
 };
 
+void FlagRow(const int* line, int cols, int value, unsigned char* flags)
+{
+  for (int col = 0; col < cols; ++col)
+    flags[col] = line[col] == value ? 1 : 0;
+}
+
+// Scans rows [begin, end) below the row `above` holds; each run found goes to
+// addRun(col, end, label), each finished row to endRow(). False when a label
+// is refused.
+template <typename Book, typename AddRun, typename EndRow>
+bool ScanRows(const int* pixels, int cols, int value, int begin, int end, PaddedRow& above, PaddedRow& current,
+              Book& book, AddRun addRun, EndRow endRow)
+{
+  for (int row = begin; row < end; ++row) {
+    unsigned char* flags = current.Flags();
+    FlagRow(pixels + static_cast<std::size_t>(row) * cols, cols, value, flags);
+    book.LastRow = row == end - 1;
+    RowScan<Book> scan{book, above.Flags(), above.Labels(), current.Labels()};
+    for (int col = EndOfStretch(flags, 0, cols, 0); col < cols; col = EndOfStretch(flags, col, cols, 0)) {
+      const int runEnd = EndOfStretch(flags, col, cols, 1);
+      const int label = scan.FirstPixel(col);
+      if (label == kRefused)
+        return false;
+      scan.Labels[col] = label;
+      scan.RestOfRun(col, runEnd);
+      addRun(col, runEnd, label);
+      col = runEnd;
+    }
+    endRow();
+    std::swap(above, current);
+  }
+  return true;
+}
+
+// The book of the whole-image scan: labels in issue order, under the limit.
+struct ImageBook {
+  IPG_RUN_LABELLING& Out;
+  Ipg_LabelPairs& Pairs;
+  int NbCompMax;
+  int Cols;
+  bool LastRow = false;
+
+  void Pair(int a, int b) { Pairs.Add(static_cast<unsigned>(std::min(a, b)), static_cast<unsigned>(std::max(a, b))); }
+
+  int Issue(int col)
+  {
+    if (Out.Issued == NbCompMax)
+      return kRefused;
+    const int label = Out.Issued++;
+    Out.Counts.push_back(0);
+    // The limit reached with pixels still to visit fails at the next one.
+    if (Out.Issued == NbCompMax && !(LastRow && col == Cols - 1))
+      return kRefused;
+    return label;
+  }
+};
+
+// One band of rows scanned on its own: labels issued from 0, and the pixels of
+// the row above the band, whose labels the band above gives, stand for
+// themselves as -1 - column. Pairs are kept as met, to be renamed.
+struct BandBook {
+  int Issued = 0;
+  bool LastRow = false;
+  std::vector<IPG_LABEL_RUN> Runs;
+  std::vector<std::size_t> RowEnds; // runs of the band's rows end here
+  std::vector<std::pair<int, int>> Pairs;
+  std::vector<int> LastLabels; // the labels of the band's last row
+
+  void Pair(int a, int b)
+  {
+    if (Pairs.empty() || Pairs.back() != std::pair{a, b})
+      Pairs.emplace_back(a, b);
+  }
+  int Issue(int) { return Issued++; }
+};
+
+void ScanBand(const int* pixels, int cols, int value, int begin, int end, BandBook& book)
+{
+  PaddedRow above(cols), current(cols);
+  if (begin > 0) {
+    FlagRow(pixels + static_cast<std::size_t>(begin - 1) * cols, cols, value, above.Flags());
+    for (int col = 0; col < cols; ++col)
+      above.Labels()[col] = -1 - col;
+  }
+  ScanRows(
+      pixels, cols, value, begin, end, above, current, book,
+      [&](int col, int runEnd, int label) { book.Runs.push_back({col, runEnd - col, label}); },
+      [&] { book.RowEnds.push_back(book.Runs.size()); });
+  book.LastLabels.assign(above.Labels(), above.Labels() + cols); // the last row, swapped into above
+}
+
+} // namespace
+
 IPG_RUN_LABELLING::Outcome IPG_RUN_LABELLING::Scan(const int* pixels, int cols, int rows, int value, int nbCompMax,
                                                    Ipg_LabelPairs& pairs)
 {
@@ -128,28 +215,73 @@ IPG_RUN_LABELLING::Outcome IPG_RUN_LABELLING::Scan(const int* pixels, int cols, 
     return Outcome::Done;
   if (nbCompMax <= 0)
     return Outcome::TooManyLabels; // the limit is reached before the first pixel
+  if (ScanInBands(pixels, cols, rows, value, nbCompMax, pairs))
+    return Outcome::Done;
   PaddedRow above(cols), current(cols);
-  for (int row = 0; row < rows; ++row) {
-    const int* line = pixels + static_cast<std::size_t>(row) * cols;
-    unsigned char* flags = current.Flags();
-    for (int col = 0; col < cols; ++col)
-      flags[col] = line[col] == value ? 1 : 0;
-    RowScan scan{*this, pairs, above.Flags(), above.Labels(), current.Labels(), nbCompMax, row == rows - 1, cols};
-    for (int col = EndOfStretch(flags, 0, cols, 0); col < cols; col = EndOfStretch(flags, col, cols, 0)) {
-      const int end = EndOfStretch(flags, col, cols, 1);
-      const int label = scan.FirstPixel(col);
-      if (label < 0)
-        return Outcome::TooManyLabels;
-      scan.Labels[col] = label;
-      scan.RestOfRun(col, end);
-      Runs.push_back({col, end - col, label});
-      Counts[static_cast<std::size_t>(label)] += end - col;
-      col = end;
+  ImageBook book{*this, pairs, nbCompMax, cols};
+  const bool done = ScanRows(
+      pixels, cols, value, 0, rows, above, current, book,
+      [&](int col, int end, int label) {
+        Runs.push_back({col, end - col, label});
+        Counts[static_cast<std::size_t>(label)] += end - col;
+      },
+      [&] { RowStarts.push_back(Runs.size()); });
+  return done ? Outcome::Done : Outcome::TooManyLabels;
+}
+
+// Bands of rows scanned side by side, then renamed in raster order: a band's
+// own labels follow those of the bands above, and a label taken from the row
+// above the band is that pixel's final label. The labels, runs and pairs are
+// the whole-image scan's. Declines (false, nothing kept) with one band, when
+// the labels reach the limit (the whole-image scan says where it strikes) or
+// when memory runs out.
+bool IPG_RUN_LABELLING::ScanInBands(const int* pixels, int cols, int rows, int value, int nbCompMax,
+                                    Ipg_LabelPairs& pairs)
+{
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols));
+  if (bands.Count < 2)
+    return false;
+  std::vector<BandBook> books(bands.Count);
+  std::atomic<bool> failed{false};
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    try {
+      ScanBand(pixels, cols, value, static_cast<int>(begin), static_cast<int>(end), books[band]);
+    } catch (const std::bad_alloc&) {
+      failed = true;
     }
-    RowStarts.push_back(Runs.size());
-    std::swap(above, current);
+  });
+  long long total = 0;
+  for (const BandBook& book : books)
+    total += book.Issued;
+  if (failed || total >= nbCompMax)
+    return false;
+  std::vector<int> aboveFinal(static_cast<std::size_t>(cols), 0), lastFinal(aboveFinal.size(), 0);
+  int offset = 0;
+  for (BandBook& book : books) {
+    const auto final = [&](int label) { return label >= 0 ? offset + label : aboveFinal[static_cast<std::size_t>(-1 - label)]; };
+    for (IPG_LABEL_RUN& run : book.Runs)
+      run.Label = final(run.Label);
+    for (const auto& [a, b] : book.Pairs)
+      if (const int fa = final(a), fb = final(b); fa != fb)
+        pairs.Add(static_cast<unsigned>(std::min(fa, fb)), static_cast<unsigned>(std::max(fa, fb)));
+    // The final labels of the band's last row, which the next band reads (only
+    // its runs' pixels: the others are never read).
+    const std::size_t lastBegin = book.RowEnds.size() > 1 ? book.RowEnds[book.RowEnds.size() - 2] : 0;
+    for (std::size_t r = lastBegin; r < book.Runs.size(); ++r)
+      for (int col = book.Runs[r].Start; col < book.Runs[r].Start + book.Runs[r].Length; ++col)
+        lastFinal[static_cast<std::size_t>(col)] = final(book.LastLabels[static_cast<std::size_t>(col)]);
+    const std::size_t first = Runs.size();
+    Runs.insert(Runs.end(), book.Runs.begin(), book.Runs.end());
+    for (const std::size_t rowEnd : book.RowEnds)
+      RowStarts.push_back(first + rowEnd);
+    offset += book.Issued;
+    aboveFinal.swap(lastFinal);
   }
-  return Outcome::Done;
+  Issued = offset;
+  Counts.assign(static_cast<std::size_t>(Issued), 0);
+  for (const IPG_LABEL_RUN& run : Runs)
+    Counts[static_cast<std::size_t>(run.Label)] += run.Length;
+  return true;
 }
 
 // Replaying the table's pairs in its (i, j) order on representative-carrying

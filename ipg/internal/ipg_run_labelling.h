@@ -37,7 +37,8 @@ public:
 
   // Labels the pixels equal to value. The scan fails as the pixel scan does:
   // once nbCompMax labels are issued, visiting any further pixel (object or
-  // not) is too many.
+  // not) is too many. Bands of rows are scanned side by side when there are
+  // threads for them, with the same labels, runs and pairs.
   Outcome Scan(const int* pixels, int cols, int rows, int value, int nbCompMax, Ipg_LabelPairs& pairs);
 
   // Resolves the pairs in the order of an equivalence table read pair by pair,
@@ -58,5 +59,5 @@ public:
   int Issued = 0;                      // provisional labels issued
 
 private:
-  struct RowScan;
+  bool ScanInBands(const int* pixels, int cols, int rows, int value, int nbCompMax, Ipg_LabelPairs& pairs);
 };

@@ -180,15 +180,26 @@ TEST(Labelling, BandsOfRowsWriteTheSameResidentsAtAnyThreadCount)
         return 1;
     return 0;
   });
-  IPG_CONNEXITY_PROCESSING plain(image.get(), 1);
-  ASSERT_TRUE(plain.Labelling_8NeighborsTwoPass());
-  ASSERT_GT(plain.GetNbComponents(), 20);
-  for (const int threads : {1, 2, 7}) {
-    Ipg_SetNumThreads(threads);
-    IPG_CONNEXITY_PROCESSING fast(image.get(), 1);
-    ASSERT_TRUE(fast.Labelling_8Neighbors());
-    EXPECT_EQ(ComponentsOf(fast), ComponentsOf(plain)) << threads << " threads";
+  // Noise: labels and pairs on every seam between bands, chains of them
+  // through several bands, and a label limit that the bands reach.
+  std::bernoulli_distribution set(0.65);
+  auto noise = ImageOf(700, 660, [&](unsigned, unsigned) { return set(random) ? 1 : 0; });
+  for (DCM_STRUCT* tested : {image.get(), noise.get()}) {
+    IPG_CONNEXITY_PROCESSING plain(tested, 1);
+    plain.SetNbCompMax(8000);
+    ASSERT_TRUE(plain.Labelling_8NeighborsTwoPass());
+    ASSERT_GT(plain.GetNbComponents(), 20);
+    for (const int threads : {1, 2, 7}) {
+      Ipg_SetNumThreads(threads);
+      IPG_CONNEXITY_PROCESSING fast(tested, 1);
+      fast.SetNbCompMax(8000);
+      ASSERT_TRUE(fast.Labelling_8Neighbors());
+      EXPECT_EQ(ComponentsOf(fast), ComponentsOf(plain)) << threads << " threads";
+    }
   }
+  Ipg_SetNumThreads(7);
+  for (const int limit : {2000, 4000})
+    SameAsThePixelScan(noise.get(), limit, "noise, limit " + std::to_string(limit));
   Ipg_SetNumThreads(0);
 }
 
