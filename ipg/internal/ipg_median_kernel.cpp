@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 #include <utility>
 
 namespace {
@@ -84,8 +85,25 @@ struct FixedNetwork {
   static constexpr Table kTable = Build();
 };
 
-// Eight pixels at a time in one 256-bit vector (two SSE registers in the plain copy).
+// Eight pixels at a time in one 256-bit vector (two SSE registers in the plain
+// copy); sixteen when the rows' levels fit in 16 bits.
 using Lanes8 = int __attribute__((vector_size(32)));
+using Lanes16 = short __attribute__((vector_size(32)));
+using Lanes16Wide = int __attribute__((vector_size(64))); // a Lanes16 widened
+
+// The vector of a pixel type and how many pixels it holds.
+template <typename E>
+struct VectorOf;
+template <>
+struct VectorOf<int> {
+  using Type = Lanes8;
+};
+template <>
+struct VectorOf<short> {
+  using Type = Lanes16;
+};
+template <typename E>
+constexpr int kLanesOf = static_cast<int>(sizeof(typename VectorOf<E>::Type) / sizeof(E));
 
 template <typename T>
 [[gnu::always_inline]] inline void Exchange(T& a, T& b)
@@ -104,36 +122,43 @@ template <int N, typename T, std::size_t... I>
 
 // The median of the window at each column of [from, from + count) of one row:
 // lane k reads window element k (row-major) through lines[k / SX] + k % SX.
-template <int SX, int SY, typename T>
-[[gnu::always_inline]] inline void WindowMedian(const int* const* lines, int j, int* median)
+template <int SX, int SY, typename T, typename E>
+[[gnu::always_inline]] inline void WindowMedian(const E* const* lines, int j, int* median)
 {
   constexpr int n = SX * SY;
   T v[n];
   for (int k = 0; k < n; ++k)
     std::memcpy(&v[k], lines[k / SX] + j + k % SX, sizeof(T));
   RunNetwork<n>(v, std::make_index_sequence<FixedNetwork<n>::kTable.Count>{});
-  std::memcpy(median, &v[n / 2], sizeof(T));
+  if constexpr (std::is_same_v<T, Lanes16>) {
+    const Lanes16Wide wide = __builtin_convertvector(v[n / 2], Lanes16Wide);
+    std::memcpy(median, &wide, sizeof wide);
+  } else if constexpr (std::is_same_v<T, short>) {
+    *median = v[n / 2];
+  } else {
+    std::memcpy(median, &v[n / 2], sizeof(T));
+  }
 }
 
-template <int SX, int SY>
-[[gnu::always_inline]] inline void FixedRow(const int* const* lines, int width, int* medians)
+template <int SX, int SY, typename E>
+[[gnu::always_inline]] inline void FixedRow(const E* const* lines, int width, int* medians)
 {
   int j = 0;
-  for (; j + 8 <= width; j += 8)
-    WindowMedian<SX, SY, Lanes8>(lines, j, medians + j);
+  for (; j + kLanesOf<E> <= width; j += kLanesOf<E>)
+    WindowMedian<SX, SY, typename VectorOf<E>::Type>(lines, j, medians + j);
   for (; j < width; ++j)
-    WindowMedian<SX, SY, int>(lines, j, medians + j);
+    WindowMedian<SX, SY, E>(lines, j, medians + j);
 }
 
-[[gnu::always_inline]] inline int Median3(int a, int b, int c)
+template <typename E>
+[[gnu::always_inline]] inline E Median3(E a, E b, E c)
 {
   return std::max(std::min(a, b), std::min(std::max(a, b), c));
 }
 
-// The three values of a column (T: one column or eight) in increasing order.
-template <typename T>
-[[gnu::always_inline]] inline void SortColumns(const int* above, const int* centre, const int* below, int* lo,
-                                               int* mid, int* hi)
+// The three values of a column (T: one column or a vector of them) in increasing order.
+template <typename T, typename E>
+[[gnu::always_inline]] inline void SortColumns(const E* above, const E* centre, const E* below, E* lo, E* mid, E* hi)
 {
   T a, b, d;
   std::memcpy(&a, above, sizeof(T));
@@ -150,30 +175,31 @@ template <typename T>
 // 3x3 from sorted columns: each column of three is sorted once and serves three
 // windows; the median of the window is then the median of the largest column
 // minimum, the median of the column medians and the smallest column maximum.
-[[gnu::always_inline]] inline void SortedColumnsRow(const int* const* lines, int width, int* medians, int* scratch)
+template <typename E>
+[[gnu::always_inline]] inline void SortedColumnsRow(const E* const* lines, int width, int* medians, E* scratch)
 {
   const int cols = width + 2;
-  int* __restrict lo = scratch;
-  int* __restrict mid = scratch + cols;
-  int* __restrict hi = scratch + 2 * cols;
-  const int* __restrict above = lines[0];
-  const int* __restrict centre = lines[1];
-  const int* __restrict below = lines[2];
+  E* __restrict lo = scratch;
+  E* __restrict mid = scratch + cols;
+  E* __restrict hi = scratch + 2 * cols;
+  const E* __restrict above = lines[0];
+  const E* __restrict centre = lines[1];
+  const E* __restrict below = lines[2];
   int c = 0;
-  for (; c + 8 <= cols; c += 8)
-    SortColumns<Lanes8>(above + c, centre + c, below + c, lo + c, mid + c, hi + c);
+  for (; c + kLanesOf<E> <= cols; c += kLanesOf<E>)
+    SortColumns<typename VectorOf<E>::Type>(above + c, centre + c, below + c, lo + c, mid + c, hi + c);
   for (; c < cols; ++c)
-    SortColumns<int>(above + c, centre + c, below + c, lo + c, mid + c, hi + c);
+    SortColumns<E>(above + c, centre + c, below + c, lo + c, mid + c, hi + c);
   int* __restrict out = medians;
   for (int j = 0; j < width; ++j) {
-    const int largestLow = std::max(std::max(lo[j], lo[j + 1]), lo[j + 2]);
-    const int smallestHigh = std::min(std::min(hi[j], hi[j + 1]), hi[j + 2]);
+    const E largestLow = std::max(std::max(lo[j], lo[j + 1]), lo[j + 2]);
+    const E smallestHigh = std::min(std::min(hi[j], hi[j + 1]), hi[j + 2]);
     out[j] = Median3(largestLow, Median3(mid[j], mid[j + 1], mid[j + 2]), smallestHigh);
   }
 }
 
-template <int SX, int SY>
-[[gnu::always_inline]] inline void AnyFixedRow(const int* const* lines, int width, int* medians, int* scratch)
+template <int SX, int SY, typename E>
+[[gnu::always_inline]] inline void AnyFixedRow(const E* const* lines, int width, int* medians, E* scratch)
 {
   if constexpr (SX == 3 && SY == 3)
     SortedColumnsRow(lines, width, medians, scratch);
@@ -181,22 +207,22 @@ template <int SX, int SY>
     FixedRow<SX, SY>(lines, width, medians);
 }
 
-template <int SX, int SY>
-void FixedRowPlain(const int* const* lines, int width, int* medians, int* scratch)
+template <int SX, int SY, typename E>
+void FixedRowPlain(const E* const* lines, int width, int* medians, E* scratch)
 {
   AnyFixedRow<SX, SY>(lines, width, medians, scratch);
 }
 
 #if defined(__x86_64__)
-template <int SX, int SY>
-[[gnu::target("avx2")]] void FixedRowAvx2(const int* const* lines, int width, int* medians, int* scratch)
+template <int SX, int SY, typename E>
+[[gnu::target("avx2")]] void FixedRowAvx2(const E* const* lines, int width, int* medians, E* scratch)
 {
   AnyFixedRow<SX, SY>(lines, width, medians, scratch);
 }
 #endif
 
-template <int SX, int SY>
-void FixedRowDispatch(const int* const* lines, int width, int* medians, int* scratch)
+template <int SX, int SY, typename E>
+void FixedRowDispatch(const E* const* lines, int width, int* medians, E* scratch)
 {
 #if defined(__x86_64__)
   if (Ipg_UseAvx2()) {
@@ -206,6 +232,49 @@ void FixedRowDispatch(const int* const* lines, int width, int* medians, int* scr
 #endif
   FixedRowPlain<SX, SY>(lines, width, medians, scratch);
 }
+
+// Copies a row to 16 bits; false (the copy unfinished) when a level does not fit.
+[[gnu::always_inline]] inline bool NarrowBody(const int* row, int cols, short* to)
+{
+  int lowest = 0, highest = 0;
+  for (int c = 0; c < cols; ++c) {
+    lowest = std::min(lowest, row[c]);
+    highest = std::max(highest, row[c]);
+  }
+  if (lowest < SHRT_MIN || highest > SHRT_MAX)
+    return false;
+  for (int c = 0; c < cols; ++c)
+    to[c] = static_cast<short>(row[c]);
+  return true;
+}
+
+bool NarrowPlain(const int* row, int cols, short* to) { return NarrowBody(row, cols, to); }
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] bool NarrowAvx2(const int* row, int cols, short* to) { return NarrowBody(row, cols, to); }
+#endif
+
+bool Narrow(const int* row, int cols, short* to)
+{
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2())
+    return NarrowAvx2(row, cols, to);
+#endif
+  return NarrowPlain(row, cols, to);
+}
+
+} // namespace
+
+// The fixed-network medians of one row, in 32 or 16 bits.
+struct Ipg_MedianRowFunctions {
+  void (*Wide)(const int* const*, int, int*, int*);
+  void (*Narrow)(const short* const*, int, int*, short*);
+};
+
+namespace {
+
+template <int SX, int SY>
+constexpr Ipg_MedianRowFunctions kFixedRows{FixedRowDispatch<SX, SY, int>, FixedRowDispatch<SX, SY, short>};
 
 } // namespace
 
@@ -235,9 +304,9 @@ void Ipg_MedianKernel::Rows(const Ipg_KernelImages& images, Ipg_RowSpan span, IP
   const int hy = SizeY / 2;
   for (int row = std::max(span.Begin, hy); row < std::min(span.End, images.Rows - hy); ++row) {
     if (SizeX == 3 && SizeY == 3)
-      RowByFixedNetwork(images, row, FixedRowDispatch<3, 3>);
+      RowByFixedNetwork(images, row, kFixedRows<3, 3>);
     else if (SizeX == 5 && SizeY == 5)
-      RowByFixedNetwork(images, row, FixedRowDispatch<5, 5>);
+      RowByFixedNetwork(images, row, kFixedRows<5, 5>);
     else if (ByNetwork)
       RowByNetwork(images, row);
     else
@@ -310,27 +379,53 @@ void Ipg_MedianKernel::RowByNetwork(const Ipg_KernelImages& images, int row)
   }
 }
 
+// The window's rows in 16 bits when all their levels fit: each input row is
+// narrowed once (not in place, where rows above change as they are written).
+bool Ipg_MedianKernel::NarrowLines(const Ipg_KernelImages& images, int row, const short** lines)
+{
+  const int hy = SizeY / 2;
+  const std::size_t cols = static_cast<std::size_t>(images.Cols);
+  NarrowRows.resize(static_cast<std::size_t>(SizeY) * cols);
+  NarrowHeld.resize(static_cast<std::size_t>(SizeY), {-1, false});
+  for (int dy = -hy; dy <= hy; ++dy) {
+    const int r = row + dy;
+    const std::size_t slot = static_cast<std::size_t>(r % SizeY);
+    short* to = NarrowRows.data() + slot * cols;
+    if (NarrowHeld[slot].first != r || images.In == images.Out)
+      NarrowHeld[slot] = {r, Narrow(images.In + images.At(0, r), images.Cols, to)};
+    if (!NarrowHeld[slot].second)
+      return false;
+    lines[dy + hy] = to;
+  }
+  return true;
+}
+
 void Ipg_MedianKernel::RowByFixedNetwork(const Ipg_KernelImages& images, int row,
-                                         void (*medianRow)(const int* const*, int, int*, int*))
+                                         const Ipg_MedianRowFunctions& medianRow)
 {
   const int hx = SizeX / 2, hy = SizeY / 2;
   const int width = images.Cols - 2 * hx;
   if (width <= 0)
     return;
-  const int* lines[kLargestFixedSide];
-  for (int dy = -hy; dy <= hy; ++dy)
-    lines[dy + hy] = images.In + images.At(0, row + dy);
-  // The medians, then three rows of scratch (sorted columns of the 3x3 path).
-  LaneValues.resize(static_cast<std::size_t>(width) + 3 * static_cast<std::size_t>(images.Cols));
   if (row + hy + 1 < images.Rows) // the row the next window brings in, fetched while this one is computed
     Ipg_PrefetchRow(images.In + images.At(0, row + hy + 1), images.Cols);
   const std::size_t start = images.At(hx, row);
   const std::size_t fits = start < images.OutSize ? std::min<std::size_t>(width, images.OutSize - start) : 0;
   // Apart from the input and whole, the row is written where it belongs.
-  if (images.In != images.Out && fits == static_cast<std::size_t>(width)) {
-    medianRow(lines, width, images.Out + start, LaneValues.data() + width);
-    return;
+  const bool direct = images.In != images.Out && fits == static_cast<std::size_t>(width);
+  LaneValues.resize(static_cast<std::size_t>(width) + 3 * static_cast<std::size_t>(images.Cols));
+  int* medians = direct ? images.Out + start : LaneValues.data();
+  const short* narrowLines[kLargestFixedSide];
+  if (NarrowLines(images, row, narrowLines)) {
+    NarrowScratch.resize(3 * static_cast<std::size_t>(images.Cols));
+    medianRow.Narrow(narrowLines, width, medians, NarrowScratch.data());
+  } else {
+    const int* lines[kLargestFixedSide];
+    for (int dy = -hy; dy <= hy; ++dy)
+      lines[dy + hy] = images.In + images.At(0, row + dy);
+    // The medians, then three rows of scratch (sorted columns of the 3x3 path).
+    medianRow.Wide(lines, width, medians, LaneValues.data() + width);
   }
-  medianRow(lines, width, LaneValues.data(), LaneValues.data() + width);
-  std::copy(LaneValues.begin(), LaneValues.begin() + static_cast<std::ptrdiff_t>(fits), images.Out + start);
+  if (!direct)
+    std::copy(LaneValues.begin(), LaneValues.begin() + static_cast<std::ptrdiff_t>(fits), images.Out + start);
 }

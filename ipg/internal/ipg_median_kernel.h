@@ -4,6 +4,7 @@
 #include "ipg/internal/ipg_kernel_images.h"
 
 #include <array>
+#include <utility>
 #include <vector>
 
 // Median over a SizeX x SizeY window (both odd and positive) of images.In
@@ -12,6 +13,7 @@
 // part: every such pixel gets its window's median. Holds its scratch buffers,
 // so one object serves every row of an image.
 struct IPG_BAND_EXTREMES;
+struct Ipg_MedianRowFunctions;
 
 class Ipg_MedianKernel {
 public:
@@ -27,9 +29,9 @@ private:
   void RowByNetwork(const Ipg_KernelImages& images, int row);
   void RowBySelection(const Ipg_KernelImages& images, int row);
   // 3x3 by sorted columns, 5x5 by a network unrolled at compile time, eight
-  // pixels per step.
-  void RowByFixedNetwork(const Ipg_KernelImages& images, int row,
-                         void (*medianRow)(const int* const*, int, int*, int*));
+  // pixels per step, sixteen where the window's rows fit in 16 bits.
+  void RowByFixedNetwork(const Ipg_KernelImages& images, int row, const Ipg_MedianRowFunctions& medianRow);
+  bool NarrowLines(const Ipg_KernelImages& images, int row, const short** lines);
   static constexpr int kLargestFixedSide = 5;
 
   int SizeX;
@@ -41,4 +43,8 @@ private:
   std::vector<std::array<int, 2>> Exchanges;
   std::vector<int> LaneValues;
   std::vector<int> Window;
+  // Input rows in 16 bits, slot r % SizeY holding row r when its levels fit.
+  std::vector<short> NarrowRows;
+  std::vector<std::pair<int, bool>> NarrowHeld; // (row, fits) per slot
+  std::vector<short> NarrowScratch;
 };

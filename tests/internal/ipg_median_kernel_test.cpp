@@ -26,6 +26,21 @@ std::unique_ptr<DCM_STRUCT> RandomImage(unsigned cols, unsigned rows, unsigned s
   });
 }
 
+// Levels that fit in 16 bits, their bounds included, but for one level just
+// outside them in every fifth row.
+std::unique_ptr<DCM_STRUCT> NarrowImage(unsigned cols, unsigned rows, unsigned seed)
+{
+  std::mt19937 random(seed);
+  std::uniform_int_distribution<int> level(-32768, 32767), pick(0, 30);
+  auto image = ImageOf(cols, rows, [&](unsigned, unsigned) {
+    const int kind = pick(random);
+    return kind == 0 ? -32768 : kind == 1 ? 32767 : level(random);
+  });
+  for (unsigned row = 0; row < rows; row += 5)
+    image->Data->SetValue(random() % cols, row, row % 10 == 0 ? 32768 : -32769);
+  return image;
+}
+
 // The definition: the middle of the sorted window, marks included.
 int ReferenceMedian(const DCM_STRUCT& in, int col, int row, int sx, int sy)
 {
@@ -41,25 +56,28 @@ int ReferenceMedian(const DCM_STRUCT& in, int col, int row, int sx, int sy)
 
 TEST(MedianKernel, EveryWindowShapeGivesTheMiddleValue)
 {
-  auto in = RandomImage(61, 23, 3);
+  auto wide = RandomImage(61, 23, 3);
+  auto narrow = NarrowImage(61, 23, 5);
   const int shapes[][2] = {{1, 1}, {3, 3}, {5, 5}, {3, 5}, {7, 1}, {7, 7}, {9, 9}};
-  for (const auto& [sx, sy] : shapes)
-    for (const bool simd : {true, false}) {
-      Ipg_SetSimdEnabled(simd);
-      DCM_STRUCT out(61, 23);
-      const Ipg_KernelImages images = Ipg_KernelImagesOf(in.get(), &out, nullptr);
-      Ipg_MedianKernel(sx, sy).Rows(images, {0, 23});
-      for (int row = sy / 2; row < 23 - sy / 2; ++row)
-        for (int col = sx / 2; col < 61 - sx / 2; ++col)
-          ASSERT_EQ(out.Data->GetValue(col, row), ReferenceMedian(*in, col, row, sx, sy))
-              << sx << "x" << sy << " at " << col << "," << row << " simd " << simd;
-    }
+  for (DCM_STRUCT* in : {wide.get(), narrow.get()}) {
+    for (const auto& [sx, sy] : shapes)
+      for (const bool simd : {true, false}) {
+        Ipg_SetSimdEnabled(simd);
+        DCM_STRUCT out(61, 23);
+        const Ipg_KernelImages images = Ipg_KernelImagesOf(in, &out, nullptr);
+        Ipg_MedianKernel(sx, sy).Rows(images, {0, 23});
+        for (int row = sy / 2; row < 23 - sy / 2; ++row)
+          for (int col = sx / 2; col < 61 - sx / 2; ++col)
+            ASSERT_EQ(out.Data->GetValue(col, row), ReferenceMedian(*in, col, row, sx, sy))
+                << sx << "x" << sy << " at " << col << "," << row << " simd " << simd;
+      }
+  }
   Ipg_SetSimdEnabled(true);
 }
 
 TEST(MedianKernel, TheFilterGivesTheSamePixelsOnAnyThreadCount)
 {
-  auto in = RandomImage(2100, 70, 4);
+  auto in = NarrowImage(2100, 70, 4);
   for (const int side : {3, 5}) {
     std::vector<int> first;
     for (const auto& [threads, simd] : {std::pair{1, false}, std::pair{2, true}, std::pair{7, true}}) {
