@@ -26,9 +26,9 @@ std::unique_ptr<DCM_STRUCT> RandomImage(unsigned cols, unsigned rows, unsigned s
   });
 }
 
-// Levels that fit in 16 bits, their bounds included, but for one level just
-// outside them in every fifth row.
-std::unique_ptr<DCM_STRUCT> NarrowImage(unsigned cols, unsigned rows, unsigned seed)
+// Levels that fit in 16 bits, their bounds included, but (with outliers) for
+// one level just outside them in every fifth row.
+std::unique_ptr<DCM_STRUCT> NarrowImage(unsigned cols, unsigned rows, unsigned seed, bool outliers = true)
 {
   std::mt19937 random(seed);
   std::uniform_int_distribution<int> level(-32768, 32767), pick(0, 30);
@@ -36,7 +36,7 @@ std::unique_ptr<DCM_STRUCT> NarrowImage(unsigned cols, unsigned rows, unsigned s
     const int kind = pick(random);
     return kind == 0 ? -32768 : kind == 1 ? 32767 : level(random);
   });
-  for (unsigned row = 0; row < rows; row += 5)
+  for (unsigned row = 0; outliers && row < rows; row += 5)
     image->Data->SetValue(random() % cols, row, row % 10 == 0 ? 32768 : -32769);
   return image;
 }
@@ -73,6 +73,23 @@ TEST(MedianKernel, EveryWindowShapeGivesTheMiddleValue)
       }
   }
   Ipg_SetSimdEnabled(true);
+}
+
+// In place, a row's windows read the rows above as already filtered.
+TEST(MedianKernel, InPlaceRowsReadTheRowsAboveFiltered)
+{
+  auto image = NarrowImage(40, 21, 8, false);
+  auto expected = std::make_unique<DCM_STRUCT>(*image, true);
+  for (int row = 2; row < 19; ++row) {
+    std::vector<int> medians;
+    for (int col = 2; col < 38; ++col)
+      medians.push_back(ReferenceMedian(*expected, col, row, 5, 5));
+    for (int col = 2; col < 38; ++col)
+      expected->Data->SetValue(col, row, medians[static_cast<std::size_t>(col - 2)]);
+  }
+  const Ipg_KernelImages images = Ipg_KernelImagesOf(image.get(), image.get(), nullptr);
+  Ipg_MedianKernel(5, 5).Rows(images, {0, 21});
+  EXPECT_EQ(PixelsOf(*image), PixelsOf(*expected));
 }
 
 TEST(MedianKernel, TheFilterGivesTheSamePixelsOnAnyThreadCount)
