@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstddef>
+#include <type_traits>
 
 namespace {
 
@@ -49,10 +50,18 @@ std::vector<Run> RunsOf(const std::vector<unsigned char>& element, int sizeX, in
 }
 
 struct Lower {
-  int operator()(int a, int b) const { return a < b ? a : b; }
+  template <typename T>
+  T operator()(T a, T b) const
+  {
+    return a < b ? a : b;
+  }
 };
 struct Higher {
-  int operator()(int a, int b) const { return a > b ? a : b; }
+  template <typename T>
+  T operator()(T a, T b) const
+  {
+    return a > b ? a : b;
+  }
 };
 
 // Output rows are computed a chunk at a time so that the table stays in cache.
@@ -71,35 +80,82 @@ struct ChunkScan {
   int HalfY = 0;
   int Init = 0;
   int* Out = nullptr;
+  // The 16-bit scan: taken by chunks whose taking-part levels lie strictly
+  // inside the 16-bit range, so that its bounds stay free for what takes no
+  // part (Neutral16) and, where the initial value lies beyond every level on
+  // that side, for the initial value too (written back as Init).
+  bool Narrow = false;
+  short Neutral16 = 0;
+  short Init16 = 0;
 };
+
+constexpr int kNarrowLowest = SHRT_MIN + 1;
+constexpr int kNarrowHighest = SHRT_MAX - 1;
 
 // An output row from an element of N runs, all taken in one walk: the
 // extreme of the initial value and of each run's two table reads, in the
 // order of a walk per run, which min and max make the same anyway.
-template <int N, class Level, class Pick>
+template <int N, typename E, class Level, class Pick>
 [[gnu::always_inline]] inline void RunsInOneWalk(const ChunkScan& scan, int row, int from, int width, const Level& level,
                                                  Pick pick, int* a)
 {
-  const int* s[N];
-  const int* t[N];
+  const E* s[N];
+  const E* t[N];
   for (int k = 0; k < N; ++k) {
     const Run& run = scan.Runs[static_cast<std::size_t>(k)];
     s[k] = level(run.Level, row + run.Dy) + from + run.Dx;
     t[k] = s[k] + (run.Length - (1 << run.Level));
   }
-  const int init = scan.Init;
-  for (int j = 0; j < width; ++j) {
-    int extreme = init;
-    for (int k = 0; k < N; ++k)
-      extreme = pick(extreme, pick(s[k][j], t[k][j]));
-    a[j] = extreme;
+  if constexpr (std::is_same_v<E, short>) {
+    const short init = scan.Init16, beyond = scan.Neutral16;
+    const int written = scan.Init;
+    for (int j = 0; j < width; ++j) {
+      short extreme = init;
+      for (int k = 0; k < N; ++k)
+        extreme = pick(extreme, pick(s[k][j], t[k][j]));
+      a[j] = extreme == beyond ? written : extreme;
+    }
+  } else {
+    const int init = scan.Init;
+    for (int j = 0; j < width; ++j) {
+      int extreme = init;
+      for (int k = 0; k < N; ++k)
+        extreme = pick(extreme, pick(s[k][j], t[k][j]));
+      a[j] = extreme;
+    }
   }
 }
 
+// Level 0 of a chunk in 16 bits: the taking-part levels, Neutral16 for the
+// others; false when a taking-part level lies outside the narrow range.
+[[gnu::always_inline]] inline bool NarrowRow(const ChunkScan& scan, const int* from, IPG_ROI_ROW roiRow, short* to)
+{
+  int lowest = 0, highest = 0;
+  const int neutral = scan.Neutral16;
+  const int cols = scan.Cols;
+  // Bit masks per pixel, the form the vectoriser takes.
+  const auto narrow = [&](int c, bool inside) {
+    const int v = from[c];
+    const int keep = -static_cast<int>(inside & ((v <= kIpgMaxGrey) | (v == kIpgMaskValue)));
+    const int part = v & keep;
+    lowest = std::min(lowest, part);
+    highest = std::max(highest, part);
+    to[c] = static_cast<short>(part | (neutral & ~keep));
+  };
+  if (roiRow.Values == nullptr)
+    for (int c = 0; c < cols; ++c)
+      narrow(c, true);
+  else
+    for (int c = 0; c < cols; ++c)
+      narrow(c, roiRow.Inside(static_cast<unsigned>(c)));
+  return lowest >= kNarrowLowest && highest <= kNarrowHighest;
+}
+
 // table[level][r][c] = extreme of the prepared input row r over columns
-// c .. c + 2^level - 1, for the rows output rows [begin, end) read.
-template <class Pick>
-[[gnu::always_inline]] inline void ScanRows(const ChunkScan& scan, int begin, int end, std::vector<int>& table,
+// c .. c + 2^level - 1, for the rows output rows [begin, end) read. In 16 bits
+// (E short), false without writing anything when a level does not fit.
+template <class Pick, typename E>
+[[gnu::always_inline]] inline bool ScanRows(const ChunkScan& scan, int begin, int end, std::vector<E>& table,
                                             Pick pick, IPG_BAND_EXTREMES* seen)
 {
   const int cols = scan.Cols;
@@ -109,8 +165,12 @@ template <class Pick>
   for (int r = first; r < first + count; ++r) {
     const IPG_ROI_ROW roiRow = Ipg_RoiRow(scan.Roi, static_cast<unsigned>(r));
     const int* from = scan.In + static_cast<std::size_t>(r) * cols;
-    int* to = level(0, r);
-    if (roiRow.Values == nullptr) { // a bit mask per pixel, the form the vectoriser takes
+    E* to = level(0, r);
+    if constexpr (std::is_same_v<E, short>) {
+      if (!NarrowRow(scan, from, roiRow, to))
+        return false;
+      continue;
+    } else if (roiRow.Values == nullptr) { // a bit mask per pixel, the form the vectoriser takes
       const int neutral = scan.Neutral;
       for (int c = 0; c < cols; ++c) {
         const int keep = -static_cast<int>(Ipg_MorphoTakesPart(from[c]));
@@ -124,8 +184,8 @@ template <class Pick>
   for (int l = 1; l < scan.Levels; ++l) {
     const int half = 1 << (l - 1);
     for (int r = first; r < first + count; ++r) {
-      const int* below = level(l - 1, r);
-      int* to = level(l, r);
+      const E* below = level(l - 1, r);
+      E* to = level(l, r);
       for (int c = 0; c + half < cols; ++c)
         to[c] = pick(below[c], below[c + half]);
     }
@@ -140,47 +200,61 @@ template <class Pick>
       std::fill(a, a + width, scan.Init);
     if (const std::size_t n = scan.Runs.size(); n == 3 || n == 5 || n == 7) {
       if (n == 3)
-        RunsInOneWalk<3>(scan, row, from, width, level, pick, a);
+        RunsInOneWalk<3, E>(scan, row, from, width, level, pick, a);
       else if (n == 5)
-        RunsInOneWalk<5>(scan, row, from, width, level, pick, a);
+        RunsInOneWalk<5, E>(scan, row, from, width, level, pick, a);
       else
-        RunsInOneWalk<7>(scan, row, from, width, level, pick, a);
+        RunsInOneWalk<7, E>(scan, row, from, width, level, pick, a);
       if (seen != nullptr)
         Ipg_AddRowExtremes(a - from, cols, *seen);
       continue;
     }
-    // The first run starts from the initial value rather than from a row filled with it.
-    const int init = scan.Init;
-    for (std::size_t k = 0; k < scan.Runs.size(); ++k) {
-      const Run& run = scan.Runs[k];
-      const int* s = level(run.Level, row + run.Dy) + from + run.Dx;
-      const int* t = s + (run.Length - (1 << run.Level));
-      if (k == 0)
-        for (int j = 0; j < width; ++j)
-          a[j] = pick(init, pick(s[j], t[j]));
-      else
-        for (int j = 0; j < width; ++j)
-          a[j] = pick(a[j], pick(s[j], t[j]));
+    if constexpr (std::is_same_v<E, int>) { // the 16-bit scan takes only 3, 5 or 7 runs
+      // The first run starts from the initial value rather than from a row filled with it.
+      const int init = scan.Init;
+      for (std::size_t k = 0; k < scan.Runs.size(); ++k) {
+        const Run& run = scan.Runs[k];
+        const int* s = level(run.Level, row + run.Dy) + from + run.Dx;
+        const int* t = s + (run.Length - (1 << run.Level));
+        if (k == 0)
+          for (int j = 0; j < width; ++j)
+            a[j] = pick(init, pick(s[j], t[j]));
+        else
+          for (int j = 0; j < width; ++j)
+            a[j] = pick(a[j], pick(s[j], t[j]));
+      }
     }
     if (seen != nullptr) // the whole row, while it is in the cache
       Ipg_AddRowExtremes(a - from, cols, *seen);
   }
+  return true;
 }
 
-template <class Pick>
-void ScanRowsPlain(const ChunkScan& scan, int begin, int end, std::vector<int>& table, IPG_BAND_EXTREMES* seen)
+template <class Pick, typename E>
+bool ScanRowsPlain(const ChunkScan& scan, int begin, int end, std::vector<E>& table, IPG_BAND_EXTREMES* seen)
 {
-  ScanRows(scan, begin, end, table, Pick{}, seen);
+  return ScanRows(scan, begin, end, table, Pick{}, seen);
 }
 
 #if defined(__x86_64__)
-template <class Pick>
-[[gnu::target("avx2")]] void ScanRowsAvx2(const ChunkScan& scan, int begin, int end, std::vector<int>& table,
+template <class Pick, typename E>
+[[gnu::target("avx2")]] bool ScanRowsAvx2(const ChunkScan& scan, int begin, int end, std::vector<E>& table,
                                           IPG_BAND_EXTREMES* seen)
 {
-  ScanRows(scan, begin, end, table, Pick{}, seen);
+  return ScanRows(scan, begin, end, table, Pick{}, seen);
 }
 #endif
+
+template <class Pick, typename E>
+bool ScanChunk(const ChunkScan& scan, int begin, int end, std::vector<E>& table, IPG_BAND_EXTREMES* seen, bool avx2)
+{
+#if defined(__x86_64__)
+  if (avx2)
+    return ScanRowsAvx2<Pick>(scan, begin, end, table, seen);
+#endif
+  static_cast<void>(avx2);
+  return ScanRowsPlain<Pick>(scan, begin, end, table, seen);
+}
 
 template <class Pick>
 void ScanInBands(const ChunkScan& scan, IPG_BAND_EXTREMES* seen)
@@ -191,17 +265,19 @@ void ScanInBands(const ChunkScan& scan, IPG_BAND_EXTREMES* seen)
   std::vector<IPG_BAND_EXTREMES> seenByBand(bands.Count);
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
                  IPG_BAND_EXTREMES* bandSeen = seen != nullptr ? &seenByBand[band] : nullptr;
-                 std::vector<int> table(static_cast<std::size_t>(scan.Levels) * (kChunkRows + 2 * scan.HalfY) *
-                                        scan.Cols);
+                 const std::size_t tableSize =
+                     static_cast<std::size_t>(scan.Levels) * (kChunkRows + 2 * scan.HalfY) * scan.Cols;
+                 std::vector<int> table;
+                 std::vector<short> narrowTable;
                  for (int r = static_cast<int>(begin); r < static_cast<int>(end); r += kChunkRows) {
                    const int first = r + scan.HalfY, last = std::min<int>(r + kChunkRows, static_cast<int>(end)) + scan.HalfY;
-#if defined(__x86_64__)
-                   if (avx2) {
-                     ScanRowsAvx2<Pick>(scan, first, last, table, bandSeen);
-                     continue;
+                   if (scan.Narrow) {
+                     narrowTable.resize(tableSize);
+                     if (ScanChunk<Pick>(scan, first, last, narrowTable, bandSeen, avx2))
+                       continue;
                    }
-#endif
-                   ScanRowsPlain<Pick>(scan, first, last, table, bandSeen);
+                   table.resize(tableSize);
+                   ScanChunk<Pick>(scan, first, last, table, bandSeen, avx2);
                  }
                });
   if (seen != nullptr)
@@ -224,8 +300,14 @@ bool Ipg_MorphoScanRuns(const DCM_STRUCT& in, const DCM_STRUCT* roi, const std::
   for (const Run& run : runs)
     levels = std::max(levels, run.Level + 1);
   const bool erosion = kind == Ipg_MorphoKind::Erosion;
-  const ChunkScan scan{in.Data->GetIDataAddress(), roi, cols, rows, erosion ? INT_MAX : INT_MIN, runs, levels,
-                       sizeX / 2, sizeY / 2, init, out};
+  ChunkScan scan{in.Data->GetIDataAddress(), roi, cols, rows, erosion ? INT_MAX : INT_MIN, runs, levels,
+                 sizeX / 2, sizeY / 2, init, out};
+  // Beyond every level on the neutral side, the initial value acts as the neutral one.
+  const bool initInside = init >= kNarrowLowest && init <= kNarrowHighest;
+  const bool initBeyond = erosion ? init > kNarrowHighest : init < kNarrowLowest;
+  scan.Narrow = (runs.size() == 3 || runs.size() == 5 || runs.size() == 7) && (initInside || initBeyond);
+  scan.Neutral16 = erosion ? SHRT_MAX : SHRT_MIN;
+  scan.Init16 = initInside ? static_cast<short>(init) : scan.Neutral16;
   if (erosion)
     ScanInBands<Lower>(scan, seen);
   else
