@@ -209,20 +209,34 @@ template <class Pick, typename E>
         Ipg_AddRowExtremes(a - from, cols, *seen);
       continue;
     }
-    if constexpr (std::is_same_v<E, int>) { // the 16-bit scan takes only 3, 5 or 7 runs
-      // The first run starts from the initial value rather than from a row filled with it.
-      const int init = scan.Init;
-      for (std::size_t k = 0; k < scan.Runs.size(); ++k) {
-        const Run& run = scan.Runs[k];
-        const int* s = level(run.Level, row + run.Dy) + from + run.Dx;
-        const int* t = s + (run.Length - (1 << run.Level));
-        if (k == 0)
-          for (int j = 0; j < width; ++j)
-            a[j] = pick(init, pick(s[j], t[j]));
-        else
-          for (int j = 0; j < width; ++j)
-            a[j] = pick(a[j], pick(s[j], t[j]));
-      }
+    // The first run starts from the initial value rather than from a row
+    // filled with it; in 16 bits the extremes gather in the row after the
+    // table, then are widened as RunsInOneWalk writes them.
+    E* into;
+    E init;
+    if constexpr (std::is_same_v<E, short>) {
+      into = table.data() + static_cast<std::size_t>(scan.Levels) * plane;
+      init = scan.Init16;
+    } else {
+      into = a;
+      init = scan.Init;
+    }
+    for (std::size_t k = 0; k < scan.Runs.size(); ++k) {
+      const Run& run = scan.Runs[k];
+      const E* s = level(run.Level, row + run.Dy) + from + run.Dx;
+      const E* t = s + (run.Length - (1 << run.Level));
+      if (k == 0)
+        for (int j = 0; j < width; ++j)
+          into[j] = pick(init, pick(s[j], t[j]));
+      else
+        for (int j = 0; j < width; ++j)
+          into[j] = pick(into[j], pick(s[j], t[j]));
+    }
+    if constexpr (std::is_same_v<E, short>) {
+      const short beyond = scan.Neutral16;
+      const int written = scan.Init;
+      for (int j = 0; j < width; ++j)
+        a[j] = into[j] == beyond ? written : into[j];
     }
     if (seen != nullptr) // the whole row, while it is in the cache
       Ipg_AddRowExtremes(a - from, cols, *seen);
@@ -272,7 +286,7 @@ void ScanInBands(const ChunkScan& scan, IPG_BAND_EXTREMES* seen)
                  for (int r = static_cast<int>(begin); r < static_cast<int>(end); r += kChunkRows) {
                    const int first = r + scan.HalfY, last = std::min<int>(r + kChunkRows, static_cast<int>(end)) + scan.HalfY;
                    if (scan.Narrow) {
-                     narrowTable.resize(tableSize);
+                     narrowTable.resize(tableSize + static_cast<std::size_t>(scan.Cols));
                      if (ScanChunk<Pick>(scan, first, last, narrowTable, bandSeen, avx2))
                        continue;
                    }
@@ -305,7 +319,7 @@ bool Ipg_MorphoScanRuns(const DCM_STRUCT& in, const DCM_STRUCT* roi, const std::
   // Beyond every level on the neutral side, the initial value acts as the neutral one.
   const bool initInside = init >= kNarrowLowest && init <= kNarrowHighest;
   const bool initBeyond = erosion ? init > kNarrowHighest : init < kNarrowLowest;
-  scan.Narrow = (runs.size() == 3 || runs.size() == 5 || runs.size() == 7) && (initInside || initBeyond);
+  scan.Narrow = !runs.empty() && (initInside || initBeyond);
   scan.Neutral16 = erosion ? SHRT_MAX : SHRT_MIN;
   scan.Init16 = initInside ? static_cast<short>(init) : scan.Neutral16;
   if (erosion)
