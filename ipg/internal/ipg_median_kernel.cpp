@@ -2,6 +2,7 @@
 #include "ipg/internal/ipg_median_kernel.h"
 
 #include "ipg/internal/ipg_output_mode.h"
+#include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 
@@ -9,6 +10,7 @@
 #include <climits>
 #include <cstddef>
 #include <cstring>
+#include <limits>
 #include <type_traits>
 #include <utility>
 
@@ -141,13 +143,14 @@ template <int SX, int SY, typename T, typename E>
 }
 
 template <int SX, int SY, typename E>
-[[gnu::always_inline]] inline void FixedRow(const E* const* lines, int width, int* medians)
+[[gnu::always_inline]] inline void FixedRow(const E* const* lines, int width, int* medians, IPG_BAND_EXTREMES& written)
 {
   int j = 0;
   for (; j + kLanesOf<E> <= width; j += kLanesOf<E>)
     WindowMedian<SX, SY, typename VectorOf<E>::Type>(lines, j, medians + j);
   for (; j < width; ++j)
     WindowMedian<SX, SY, E>(lines, j, medians + j);
+  Ipg_AddRowExtremes(medians, width, written); // while the row is in the cache
 }
 
 template <typename E>
@@ -176,7 +179,8 @@ template <typename T, typename E>
 // windows; the median of the window is then the median of the largest column
 // minimum, the median of the column medians and the smallest column maximum.
 template <typename E>
-[[gnu::always_inline]] inline void SortedColumnsRow(const E* const* lines, int width, int* medians, E* scratch)
+[[gnu::always_inline]] inline void SortedColumnsRow(const E* const* lines, int width, int* medians, E* scratch,
+                                                    IPG_BAND_EXTREMES& written)
 {
   const int cols = width + 2;
   E* __restrict lo = scratch;
@@ -191,46 +195,54 @@ template <typename E>
   for (; c < cols; ++c)
     SortColumns<E>(above + c, centre + c, below + c, lo + c, mid + c, hi + c);
   int* __restrict out = medians;
+  E lowest = std::numeric_limits<E>::max(), highest = std::numeric_limits<E>::min();
   for (int j = 0; j < width; ++j) {
     const E largestLow = std::max(std::max(lo[j], lo[j + 1]), lo[j + 2]);
     const E smallestHigh = std::min(std::min(hi[j], hi[j + 1]), hi[j + 2]);
-    out[j] = Median3(largestLow, Median3(mid[j], mid[j + 1], mid[j + 2]), smallestHigh);
+    const E median = Median3(largestLow, Median3(mid[j], mid[j + 1], mid[j + 2]), smallestHigh);
+    out[j] = median;
+    lowest = std::min(lowest, median);
+    highest = std::max(highest, median);
   }
+  written.Add(lowest);
+  written.Add(highest);
 }
 
 template <int SX, int SY, typename E>
-[[gnu::always_inline]] inline void AnyFixedRow(const E* const* lines, int width, int* medians, E* scratch)
+[[gnu::always_inline]] inline void AnyFixedRow(const E* const* lines, int width, int* medians, E* scratch,
+                                               IPG_BAND_EXTREMES& written)
 {
   if constexpr (SX == 3 && SY == 3)
-    SortedColumnsRow(lines, width, medians, scratch);
+    SortedColumnsRow(lines, width, medians, scratch, written);
   else
-    FixedRow<SX, SY>(lines, width, medians);
+    FixedRow<SX, SY>(lines, width, medians, written);
 }
 
 template <int SX, int SY, typename E>
-void FixedRowPlain(const E* const* lines, int width, int* medians, E* scratch)
+void FixedRowPlain(const E* const* lines, int width, int* medians, E* scratch, IPG_BAND_EXTREMES& written)
 {
-  AnyFixedRow<SX, SY>(lines, width, medians, scratch);
+  AnyFixedRow<SX, SY>(lines, width, medians, scratch, written);
 }
 
 #if defined(__x86_64__)
 template <int SX, int SY, typename E>
-[[gnu::target("avx2")]] void FixedRowAvx2(const E* const* lines, int width, int* medians, E* scratch)
+[[gnu::target("avx2")]] void FixedRowAvx2(const E* const* lines, int width, int* medians, E* scratch,
+                                          IPG_BAND_EXTREMES& written)
 {
-  AnyFixedRow<SX, SY>(lines, width, medians, scratch);
+  AnyFixedRow<SX, SY>(lines, width, medians, scratch, written);
 }
 #endif
 
 template <int SX, int SY, typename E>
-void FixedRowDispatch(const E* const* lines, int width, int* medians, E* scratch)
+void FixedRowDispatch(const E* const* lines, int width, int* medians, E* scratch, IPG_BAND_EXTREMES& written)
 {
 #if defined(__x86_64__)
   if (Ipg_UseAvx2()) {
-    FixedRowAvx2<SX, SY>(lines, width, medians, scratch);
+    FixedRowAvx2<SX, SY>(lines, width, medians, scratch, written);
     return;
   }
 #endif
-  FixedRowPlain<SX, SY>(lines, width, medians, scratch);
+  FixedRowPlain<SX, SY>(lines, width, medians, scratch, written);
 }
 
 // Copies a row to 16 bits; false (the copy unfinished) when a level does not fit.
@@ -265,10 +277,10 @@ bool Narrow(const int* row, int cols, short* to)
 
 } // namespace
 
-// The fixed-network medians of one row, in 32 or 16 bits.
+// The fixed-network medians of one row, in 32 or 16 bits, with their extremes.
 struct Ipg_MedianRowFunctions {
-  void (*Wide)(const int* const*, int, int*, int*);
-  void (*Narrow)(const short* const*, int, int*, short*);
+  void (*Wide)(const int* const*, int, int*, int*, IPG_BAND_EXTREMES&);
+  void (*Narrow)(const short* const*, int, int*, short*, IPG_BAND_EXTREMES&);
 };
 
 namespace {
@@ -303,15 +315,16 @@ void Ipg_MedianKernel::Rows(const Ipg_KernelImages& images, Ipg_RowSpan span, IP
 {
   const int hy = SizeY / 2;
   for (int row = std::max(span.Begin, hy); row < std::min(span.End, images.Rows - hy); ++row) {
+    bool measured = false;
     if (SizeX == 3 && SizeY == 3)
-      RowByFixedNetwork(images, row, kFixedRows<3, 3>);
+      measured = RowByFixedNetwork(images, row, kFixedRows<3, 3>, seen);
     else if (SizeX == 5 && SizeY == 5)
-      RowByFixedNetwork(images, row, kFixedRows<5, 5>);
+      measured = RowByFixedNetwork(images, row, kFixedRows<5, 5>, seen);
     else if (ByNetwork)
       RowByNetwork(images, row);
     else
       RowBySelection(images, row);
-    if (seen != nullptr)
+    if (seen != nullptr && !measured)
       Ipg_MeasureRow(images.Out + images.At(0, row), images.Cols, *seen);
   }
 }
@@ -400,13 +413,13 @@ bool Ipg_MedianKernel::NarrowLines(const Ipg_KernelImages& images, int row, cons
   return true;
 }
 
-void Ipg_MedianKernel::RowByFixedNetwork(const Ipg_KernelImages& images, int row,
-                                         const Ipg_MedianRowFunctions& medianRow)
+bool Ipg_MedianKernel::RowByFixedNetwork(const Ipg_KernelImages& images, int row,
+                                         const Ipg_MedianRowFunctions& medianRow, IPG_BAND_EXTREMES* seen)
 {
   const int hx = SizeX / 2, hy = SizeY / 2;
   const int width = images.Cols - 2 * hx;
   if (width <= 0)
-    return;
+    return false;
   if (row + hy + 1 < images.Rows) // the row the next window brings in, fetched while this one is computed
     Ipg_PrefetchRow(images.In + images.At(0, row + hy + 1), images.Cols);
   const std::size_t start = images.At(hx, row);
@@ -415,17 +428,28 @@ void Ipg_MedianKernel::RowByFixedNetwork(const Ipg_KernelImages& images, int row
   const bool direct = images.In != images.Out && fits == static_cast<std::size_t>(width);
   LaneValues.resize(static_cast<std::size_t>(width) + 3 * static_cast<std::size_t>(images.Cols));
   int* medians = direct ? images.Out + start : LaneValues.data();
+  IPG_BAND_EXTREMES written;
   const short* narrowLines[kLargestFixedSide];
   if (NarrowLines(images, row, narrowLines)) {
     NarrowScratch.resize(3 * static_cast<std::size_t>(images.Cols));
-    medianRow.Narrow(narrowLines, width, medians, NarrowScratch.data());
+    medianRow.Narrow(narrowLines, width, medians, NarrowScratch.data(), written);
   } else {
     const int* lines[kLargestFixedSide];
     for (int dy = -hy; dy <= hy; ++dy)
       lines[dy + hy] = images.In + images.At(0, row + dy);
     // The medians, then three rows of scratch (sorted columns of the 3x3 path).
-    medianRow.Wide(lines, width, medians, LaneValues.data() + width);
+    medianRow.Wide(lines, width, medians, LaneValues.data() + width, written);
   }
-  if (!direct)
+  if (!direct) {
     std::copy(LaneValues.begin(), LaneValues.begin() + static_cast<std::ptrdiff_t>(fits), images.Out + start);
+    return false;
+  }
+  if (seen == nullptr)
+    return false;
+  // The medians were measured as they were written: the frame columns remain.
+  const int* line = images.Out + images.At(0, row);
+  Ipg_MeasureRow(line, hx, *seen);
+  Ipg_MeasureRow(line + hx + width, hx, *seen);
+  Ipg_MergeExtremes(*seen, written);
+  return true;
 }

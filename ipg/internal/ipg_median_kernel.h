@@ -30,7 +30,9 @@ private:
   void RowBySelection(const Ipg_KernelImages& images, int row);
   // 3x3 by sorted columns, 5x5 by a network unrolled at compile time, eight
   // pixels per step, sixteen where the window's rows fit in 16 bits.
-  void RowByFixedNetwork(const Ipg_KernelImages& images, int row, const Ipg_MedianRowFunctions& medianRow);
+  // With seen, measures the whole row into it and returns true (false: not measured).
+  bool RowByFixedNetwork(const Ipg_KernelImages& images, int row, const Ipg_MedianRowFunctions& medianRow,
+                         IPG_BAND_EXTREMES* seen);
   bool NarrowLines(const Ipg_KernelImages& images, int row, const short** lines);
   static constexpr int kLargestFixedSide = 5;
 
