@@ -92,12 +92,38 @@ struct ChunkScan {
 constexpr int kNarrowLowest = SHRT_MIN + 1;
 constexpr int kNarrowHighest = SHRT_MAX - 1;
 
+// Writes 16-bit extremes into an output row, Neutral16 as the initial value
+// it stands for, and measures them on the way: the mapping keeps the order, so
+// the extremes written are the mapped extremes.
+class NarrowWriter {
+public:
+  explicit NarrowWriter(const ChunkScan& scan) : Beyond(scan.Neutral16), Written(scan.Init) {}
+  [[gnu::always_inline]] void Put(int* a, int j, short v)
+  {
+    a[j] = v == Beyond ? Written : v;
+    Lowest = std::min(Lowest, v);
+    Highest = std::max(Highest, v);
+  }
+  void AddTo(IPG_BAND_EXTREMES& seen) const
+  {
+    seen.Add(Lowest == Beyond ? Written : Lowest);
+    seen.Add(Highest == Beyond ? Written : Highest);
+  }
+
+private:
+  short Beyond;
+  int Written;
+  short Lowest = SHRT_MAX;
+  short Highest = SHRT_MIN;
+};
+
 // An output row from an element of N runs, all taken in one walk: the
 // extreme of the initial value and of each run's two table reads, in the
-// order of a walk per run, which min and max make the same anyway.
+// order of a walk per run, which min and max make the same anyway. In 16 bits
+// the row is measured as it is written.
 template <int N, typename E, class Level, class Pick>
 [[gnu::always_inline]] inline void RunsInOneWalk(const ChunkScan& scan, int row, int from, int width, const Level& level,
-                                                 Pick pick, int* a)
+                                                 Pick pick, int* a, IPG_BAND_EXTREMES* seen)
 {
   const E* s[N];
   const E* t[N];
@@ -107,14 +133,16 @@ template <int N, typename E, class Level, class Pick>
     t[k] = s[k] + (run.Length - (1 << run.Level));
   }
   if constexpr (std::is_same_v<E, short>) {
-    const short init = scan.Init16, beyond = scan.Neutral16;
-    const int written = scan.Init;
+    const short init = scan.Init16;
+    NarrowWriter writer(scan);
     for (int j = 0; j < width; ++j) {
       short extreme = init;
       for (int k = 0; k < N; ++k)
         extreme = pick(extreme, pick(s[k][j], t[k][j]));
-      a[j] = extreme == beyond ? written : extreme;
+      writer.Put(a, j, extreme);
     }
+    if (seen != nullptr)
+      writer.AddTo(*seen);
   } else {
     const int init = scan.Init;
     for (int j = 0; j < width; ++j) {
@@ -123,7 +151,16 @@ template <int N, typename E, class Level, class Pick>
         extreme = pick(extreme, pick(s[k][j], t[k][j]));
       a[j] = extreme;
     }
+    if (seen != nullptr)
+      Ipg_AddRowExtremes(a, width, *seen);
   }
+}
+
+// The frame columns of an output row, which the walks do not measure.
+void AddFrameExtremes(const int* a, int from, int width, int cols, IPG_BAND_EXTREMES& seen)
+{
+  Ipg_AddRowExtremes(a - from, from, seen);
+  Ipg_AddRowExtremes(a + width, cols - from - width, seen);
 }
 
 // Level 0 of a chunk in 16 bits: the taking-part levels, Neutral16 for the
@@ -200,13 +237,13 @@ template <class Pick, typename E>
       std::fill(a, a + width, scan.Init);
     if (const std::size_t n = scan.Runs.size(); n == 3 || n == 5 || n == 7) {
       if (n == 3)
-        RunsInOneWalk<3, E>(scan, row, from, width, level, pick, a);
+        RunsInOneWalk<3, E>(scan, row, from, width, level, pick, a, seen);
       else if (n == 5)
-        RunsInOneWalk<5, E>(scan, row, from, width, level, pick, a);
+        RunsInOneWalk<5, E>(scan, row, from, width, level, pick, a, seen);
       else
-        RunsInOneWalk<7, E>(scan, row, from, width, level, pick, a);
+        RunsInOneWalk<7, E>(scan, row, from, width, level, pick, a, seen);
       if (seen != nullptr)
-        Ipg_AddRowExtremes(a - from, cols, *seen);
+        AddFrameExtremes(a, from, width, cols, *seen);
       continue;
     }
     // The first run starts from the initial value rather than from a row
@@ -233,13 +270,16 @@ template <class Pick, typename E>
           into[j] = pick(into[j], pick(s[j], t[j]));
     }
     if constexpr (std::is_same_v<E, short>) {
-      const short beyond = scan.Neutral16;
-      const int written = scan.Init;
+      NarrowWriter writer(scan);
       for (int j = 0; j < width; ++j)
-        a[j] = into[j] == beyond ? written : into[j];
-    }
-    if (seen != nullptr) // the whole row, while it is in the cache
+        writer.Put(a, j, into[j]);
+      if (seen != nullptr) {
+        writer.AddTo(*seen);
+        AddFrameExtremes(a, from, width, cols, *seen);
+      }
+    } else if (seen != nullptr) { // the whole row, while it is in the cache
       Ipg_AddRowExtremes(a - from, cols, *seen);
+    }
   }
   return true;
 }
