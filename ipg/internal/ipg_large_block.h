@@ -7,7 +7,9 @@
 // Raw room of a given number of bytes, left uninitialised. Blocks of
 // several megabytes are aligned to 2 MB and ask for huge pages, which spares
 // most of the page faults of fresh memory (a 2048 x 2048 image of doubles
-// otherwise takes 8192 of them). Empty when the memory cannot be had.
+// otherwise takes 8192 of them), and the last one freed (up to 128 MB) is kept
+// for the next one of about its size, which then needs no fresh pages at all.
+// Empty when the memory cannot be had.
 class IPG_LARGE_BLOCK {
 public:
   explicit IPG_LARGE_BLOCK(std::size_t bytes);
@@ -24,11 +26,12 @@ public:
     static_assert(std::is_trivially_copyable_v<T> && std::is_trivially_destructible_v<T>);
     return static_cast<T*>(Bytes);
   }
-  // Ownership passes to the caller, who frees it with Free(block, aligned).
-  void* Release(bool& aligned);
-  static void Free(void* block, bool aligned);
+  // Ownership passes to the caller, who frees it with Free(block, aligned, size).
+  void* Release(bool& aligned, std::size_t& size);
+  static void Free(void* block, bool aligned, std::size_t size);
 
 private:
   void* Bytes = nullptr;
+  std::size_t Size = 0; // what the block holds: at least what was asked for
   bool Aligned = false;
 };

@@ -23,9 +23,19 @@ public:
 
   // Writes point `at` for the first time.
   static void Place(MTH_2D_DOUBLE* at, int col, int row) { ::new (static_cast<void*>(at)) MTH_2D_DOUBLE(col, row); }
+  // Writes the points (col, row) for col in [first, end) from `at` on, past
+  // the cache: a block of residents is larger than the cache, and a plain
+  // store would read every line first. The writing thread calls Fence() before
+  // others read them.
+  static void PlaceRun(MTH_2D_DOUBLE* at, int first, int end, int row);
+  static void Fence();
 
 private:
-  IPG_RESIDENT_POOL(MTH_2D_DOUBLE* points, bool aligned) : Points(points), Aligned(aligned) {}
+  IPG_RESIDENT_POOL(MTH_2D_DOUBLE* points, bool aligned, std::size_t bytes)
+      : Points(points), Aligned(aligned), Bytes(bytes)
+  {
+  }
   MTH_2D_DOUBLE* Points;
   bool Aligned;
+  std::size_t Bytes;
 };

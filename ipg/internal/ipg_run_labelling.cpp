@@ -330,8 +330,9 @@ void IPG_RUN_LABELLING::WriteResidents(const std::vector<int>& componentOfLabel,
     for (unsigned row = firstRow; row < endRow; ++row)
       for (std::size_t r = RowStarts[row]; r < RowStarts[row + 1]; ++r) {
         MTH_2D_DOUBLE*& to = at[componentOf(Runs[r])];
-        for (int col = Runs[r].Start; col < Runs[r].Start + Runs[r].Length; ++col)
-          IPG_RESIDENT_POOL::Place(to++, col, static_cast<int>(row));
+        IPG_RESIDENT_POOL::PlaceRun(to, Runs[r].Start, Runs[r].Start + Runs[r].Length, static_cast<int>(row));
+        to += Runs[r].Length;
       }
+    IPG_RESIDENT_POOL::Fence();
   });
 }
