@@ -7,6 +7,7 @@
 #include "ipg/internal/ipg_simd.h"
 
 #include <algorithm>
+#include <new>
 #include <vector>
 
 namespace {
@@ -40,6 +41,54 @@ void DividePlain(int* values, std::size_t n, float divisor) { DivideBody(values,
 [[gnu::target("avx2")]] void DivideAvx2(int* values, std::size_t n, float divisor) { DivideBody(values, n, divisor); }
 #endif
 
+// Counts into four tables in turn, added into the first at the end: a run of
+// equal levels, common in images, would otherwise make every count wait for
+// the one before it.
+class InterleavedCounts {
+public:
+  InterleavedCounts(int* counts, std::size_t bins) : Counts(counts), Bins(bins)
+  {
+    if (counts == nullptr || bins > kMostBins)
+      return;
+    try {
+      Others.assign(3 * bins, 0);
+    } catch (const std::bad_alloc&) {
+      Others.clear(); // counted in one table
+    }
+  }
+  ~InterleavedCounts()
+  {
+    for (std::size_t t = 0; t < Others.size(); t += Bins)
+      for (std::size_t b = 0; b < Bins; ++b)
+        Counts[b] += Others[t + b];
+  }
+  // Counts n levels (bin: level - base).
+  void Count(const int* levels, std::size_t n, long long base)
+  {
+    const auto at = [base](int level) { return static_cast<std::size_t>(level - base); };
+    std::size_t i = 0;
+    if (!Others.empty()) {
+      int* second = Others.data();
+      int* third = second + Bins;
+      int* fourth = third + Bins;
+      for (; i + 4 <= n; i += 4) {
+        ++Counts[at(levels[i])];
+        ++second[at(levels[i + 1])];
+        ++third[at(levels[i + 2])];
+        ++fourth[at(levels[i + 3])];
+      }
+    }
+    for (; i < n; ++i)
+      ++Counts[at(levels[i])];
+  }
+
+private:
+  static constexpr std::size_t kMostBins = 1 << 14;
+  int* Counts;
+  std::size_t Bins;
+  std::vector<int> Others;
+};
+
 } // namespace
 
 void Ipg_DivideAndCountSquare(int* pixels, unsigned side, int mn, int mx, int divisor, int firstBin,
@@ -56,6 +105,7 @@ void Ipg_DivideAndCountSquare(int* pixels, unsigned side, int mn, int mx, int di
   const long long base = firstBin;
   auto divideInFloats = [&, base](std::size_t first, std::size_t last, int* counts) {
     constexpr std::size_t kChunk = 4096; // divided, then counted while in the cache
+    InterleavedCounts interleaved(counts, bins.size());
     for (std::size_t k = first; k < last; k += kChunk) {
       const std::size_t n = std::min(kChunk, last - k);
 #if defined(__x86_64__)
@@ -65,8 +115,7 @@ void Ipg_DivideAndCountSquare(int* pixels, unsigned side, int mn, int mx, int di
 #endif
         DividePlain(pixels + k, n, static_cast<float>(divisor));
       if (counts != nullptr)
-        for (std::size_t i = k; i < k + n; ++i)
-          ++counts[static_cast<std::size_t>(pixels[i] - base)];
+        interleaved.Count(pixels + k, n, base);
     }
   };
   auto divideRange = [&](std::size_t first, std::size_t last, int* counts) {
