@@ -92,7 +92,7 @@ IPG_LARGE_BLOCK::IPG_LARGE_BLOCK(std::size_t bytes)
   Bytes = Kept().Take(Size, Size);
   if (Bytes != nullptr)
     return;
-  Kept().Drop(); // a kept block never adds to the memory a program needs at once
+  Kept().Drop(); // never two large blocks where the caller needs one
   Bytes = NewAligned(Size);
 #if defined(__linux__) && defined(MADV_HUGEPAGE)
   if (Bytes != nullptr)
