@@ -6,8 +6,6 @@
 #include <cstddef>
 #include <vector>
 
-struct DCM_STRUCT;
-
 // The walks of Otsu's binarisation: its levels divided into about 256 and
 // counted, and the mask written at the chosen cut.
 
