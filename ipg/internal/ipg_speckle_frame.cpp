@@ -4,11 +4,13 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_kernel_images.h"
+#include "ipg/internal/ipg_large_block.h"
 #include "ipg/internal/ipg_messages.h"
 #include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
 #include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/ui/ipg_message.h"
 #include "ipg/ui/ipg_progress.h"
@@ -18,6 +20,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
+#include <new>
 #include <vector>
 
 namespace {
@@ -29,11 +32,11 @@ std::size_t At(int col, int row, int cols)
 
 // Marks are not grey levels: in the working copy each takes the value of the
 // nearest grey level of its row (0 in a row without one), so that the windows
-// around it are not thrown off; the output gets the mark back.
-void FillMarks(double* values, int cols, int rows)
+// around it are not thrown off; the output gets the mark back. Rows [begin,
+// end); left: room for cols columns.
+void FillMarks(double* values, int cols, int begin, int end, std::vector<int>& left)
 {
-  std::vector<int> left(static_cast<std::size_t>(cols));
-  for (int r = 0; r < rows; ++r) {
+  for (int r = begin; r < end; ++r) {
     double* line = values + At(0, r, cols);
     int nearest = -1; // the last grey level seen, scanning right
     for (int c = 0; c < cols; ++c) {
@@ -93,7 +96,8 @@ void WriteRowPlain(const int* original, const double* values, int* target, int n
 #endif
 
 // The filtered image into the output, where the two overlap: pixels outside
-// the ROI and marks keep the input's value. Then the output's extremes.
+// the ROI and marks keep the input's value. Then the output's extremes. Rows
+// go in parallel bands: each row depends on its own values only.
 void WriteOutput(const Ipg_SpeckleJob& job, const int* source, const double* current, int cols, int rows)
 {
   DCM_DATA& out = *job.Out->Data;
@@ -101,27 +105,34 @@ void WriteOutput(const Ipg_SpeckleJob& job, const int* source, const double* cur
   const int outRows = static_cast<int>(out.GetNbOfRows());
   const int usedCols = std::min(cols, outCols), usedRows = std::min(rows, outRows);
   int* target = out.GetIDataAddress();
-  IPG_BAND_EXTREMES seen;
   const bool avx2 = Ipg_UseAvx2();
-  for (int r = 0; r < usedRows; ++r) {
-    const int* original = source + At(0, r, cols);
-    const double* values = current + At(0, r, cols);
-    int* line = target + At(0, r, outCols);
-    if (job.Roi == nullptr) {
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(usedRows), static_cast<std::size_t>(usedCols));
+  std::vector<IPG_BAND_EXTREMES> seenByBand(bands.Count);
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    IPG_BAND_EXTREMES& seen = seenByBand[band];
+    for (int r = static_cast<int>(begin); r < static_cast<int>(end); ++r) {
+      const int* original = source + At(0, r, cols);
+      const double* values = current + At(0, r, cols);
+      int* line = target + At(0, r, outCols);
+      if (job.Roi == nullptr) {
 #if defined(__x86_64__)
-      if (avx2) {
-        WriteRowAvx2(original, values, line, usedCols, seen);
+        if (avx2) {
+          WriteRowAvx2(original, values, line, usedCols, seen);
+          continue;
+        }
+#endif
+        WriteRowPlain(original, values, line, usedCols, seen);
         continue;
       }
-#endif
-      WriteRowPlain(original, values, line, usedCols, seen);
-      continue;
+      for (int c = 0; c < usedCols; ++c) {
+        const bool outside = !Ipg_InsideRoi(job.Roi, static_cast<unsigned>(c), static_cast<unsigned>(r));
+        line[c] = (outside || Ipg_IsMark(original[c])) ? original[c] : Ipg_RoundToNearest(values[c]);
+      }
     }
-    for (int c = 0; c < usedCols; ++c) {
-      const bool outside = !Ipg_InsideRoi(job.Roi, static_cast<unsigned>(c), static_cast<unsigned>(r));
-      line[c] = (outside || Ipg_IsMark(original[c])) ? original[c] : Ipg_RoundToNearest(values[c]);
-    }
-  }
+  });
+  IPG_BAND_EXTREMES seen;
+  for (const IPG_BAND_EXTREMES& band : seenByBand)
+    Ipg_MergeExtremes(seen, band);
   // Every pixel written without a ROI: its extremes are the output's.
   if (job.Roi == nullptr && usedCols == outCols && usedRows == outRows && out.GetSize() > 0) {
     out.SetMin(seen.Min);
@@ -188,20 +199,32 @@ bool Ipg_RunSpeckleLoop(const Ipg_SpeckleJob& job, Ipg_SpecklePass pass, const v
   const std::size_t gap = job.Reach < 0 ? static_cast<std::size_t>(rows)
                                         : std::min<std::size_t>(static_cast<std::size_t>(job.Reach) + 1, rows);
   const std::size_t spare = gap * std::clamp<std::size_t>(static_cast<std::size_t>(rows) / (16 * gap), 1, 64);
-  std::vector<double> work(size + spare * width);
+  // Left uninitialised: a pass reads only the rows of the current image.
+  IPG_LARGE_BLOCK block((size + spare * width) * sizeof(double));
+  if (block.Empty())
+    throw std::bad_alloc();
+  double* const work = block.As<double>();
   std::size_t above = spare; // rows above the current image
-  double* current = work.data() + above * width;
-  std::copy(source, source + size, current);
-  FillMarks(current, cols, rows);
+  double* current = work + above * width;
+  // By bands of rows, so that threads share the copy, the marks and the first
+  // touch of the working image's pages.
+  {
+    const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(rows), width);
+    std::vector<std::vector<int>> left(bands.Count, std::vector<int>(width));
+    Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+      std::copy(source + begin * width, source + end * width, current + begin * width);
+      FillMarks(current, cols, static_cast<int>(begin), static_cast<int>(end), left[band]);
+    });
+  }
 
   {
     Ipg_Progress progress(job.Label, job.Iterations);
     for (int iteration = 1; iteration <= job.Iterations; ++iteration) {
       if (above < gap) {
-        std::memmove(work.data() + spare * width, current, size * sizeof(double));
+        std::memmove(work + spare * width, current, size * sizeof(double));
         above = spare;
       }
-      current = work.data() + above * width;
+      current = work + above * width;
       pass(current, current - gap * width, cols, rows, context);
       if (Ipg_StopRequested())
         return false; // the output is left as it was
