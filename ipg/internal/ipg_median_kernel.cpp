@@ -398,8 +398,11 @@ bool Ipg_MedianKernel::NarrowLines(const Ipg_KernelImages& images, int row, cons
 {
   const int hy = SizeY / 2;
   const std::size_t cols = static_cast<std::size_t>(images.Cols);
+  if (NarrowSource != images.In) { // rows held are another image's
+    NarrowHeld.assign(static_cast<std::size_t>(SizeY), {-1, false});
+    NarrowSource = images.In;
+  }
   NarrowRows.resize(static_cast<std::size_t>(SizeY) * cols);
-  NarrowHeld.resize(static_cast<std::size_t>(SizeY), {-1, false});
   for (int dy = -hy; dy <= hy; ++dy) {
     const int r = row + dy;
     const std::size_t slot = static_cast<std::size_t>(r % SizeY);

@@ -48,5 +48,6 @@ private:
   // Input rows in 16 bits, slot r % SizeY holding row r when its levels fit.
   std::vector<short> NarrowRows;
   std::vector<std::pair<int, bool>> NarrowHeld; // (row, fits) per slot
+  const int* NarrowSource = nullptr;             // the image they come from
   std::vector<short> NarrowScratch;
 };
