@@ -8,6 +8,7 @@
 #include "ipg/internal/ipg_point_kernel.h"
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_streamed_writes.h"
 #include "ipg/ui/ipg_message.h"
 
 #include <algorithm>
@@ -110,32 +111,45 @@ template <bool Write, RoiKind Kind, typename Combine>
   seen = local;
 }
 
+// The first n columns, all written.
 template <typename Combine>
-[[gnu::always_inline]] inline void CombineRow(const int* a, const int* b, int* out, unsigned cols, unsigned written,
-                                              IPG_ROI_ROW roi, Combine& combine, CombineExtremes& seen)
+[[gnu::always_inline]] inline void CombineWritten(const int* a, const int* b, int* out, unsigned n, IPG_ROI_ROW roi,
+                                                  Combine& combine, CombineExtremes& seen)
 {
   if (roi.Values == nullptr)
-    CombineColumns<true, RoiKind::None>(a, b, out, 0, written, roi, combine, seen);
-  else if (roi.Cols >= cols)
-    CombineColumns<true, RoiKind::Full>(a, b, out, 0, written, roi, combine, seen);
+    CombineColumns<true, RoiKind::None>(a, b, out, 0, n, roi, combine, seen);
+  else if (roi.Cols >= n)
+    CombineColumns<true, RoiKind::Full>(a, b, out, 0, n, roi, combine, seen);
   else
-    CombineColumns<true, RoiKind::Checked>(a, b, out, 0, written, roi, combine, seen);
+    CombineColumns<true, RoiKind::Checked>(a, b, out, 0, n, roi, combine, seen);
+}
+
+template <typename Combine>
+[[gnu::always_inline]] inline void CombineRow(const int* a, const int* b, int* out, unsigned cols, unsigned written,
+                                              IPG_ROI_ROW roi, Combine& combine, CombineExtremes& seen, bool stream)
+{
+  if (stream)
+    Ipg_WriteRowStreamed(out, written, [&](unsigned first, unsigned n, int* stage) __attribute__((always_inline)) {
+      CombineWritten(a + first, b + first, stage, n, roi.From(first), combine, seen);
+    });
+  else
+    CombineWritten(a, b, out, written, roi, combine, seen);
   CombineColumns<false, RoiKind::Checked>(a, b, out, written, cols, roi, combine, seen);
 }
 
 template <typename Combine>
 void CombineRowPlain(const int* a, const int* b, int* out, unsigned cols, unsigned written, IPG_ROI_ROW roi,
-                     Combine& combine, CombineExtremes& seen)
+                     Combine& combine, CombineExtremes& seen, bool stream)
 {
-  CombineRow(a, b, out, cols, written, roi, combine, seen);
+  CombineRow(a, b, out, cols, written, roi, combine, seen, stream);
 }
 
 #if defined(__x86_64__)
 template <typename Combine>
 [[gnu::target("avx2")]] void CombineRowAvx2(const int* a, const int* b, int* out, unsigned cols, unsigned written,
-                                            IPG_ROI_ROW roi, Combine& combine, CombineExtremes& seen)
+                                            IPG_ROI_ROW roi, Combine& combine, CombineExtremes& seen, bool stream)
 {
-  CombineRow(a, b, out, cols, written, roi, combine, seen);
+  CombineRow(a, b, out, cols, written, roi, combine, seen, stream);
 }
 #endif
 
@@ -148,6 +162,7 @@ CombineExtremes CombineInBands(const int* a, const int* b, int* out, std::size_t
   const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
   std::vector<CombineExtremes> perBand(bands.Count);
   const bool avx2 = Ipg_UseAvx2();
+  const bool stream = Ipg_StreamsWrites((2 * std::size_t{rows} * cols + outCount) * sizeof(int));
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     CombineExtremes seen;
     for (unsigned row = begin; row < end; ++row) {
@@ -156,12 +171,14 @@ CombineExtremes CombineInBands(const int* a, const int* b, int* out, std::size_t
       const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
 #if defined(__x86_64__)
       if (avx2) {
-        CombineRowAvx2(a + first, b + first, out + first, cols, written, roiRow, combine, seen);
+        CombineRowAvx2(a + first, b + first, out + first, cols, written, roiRow, combine, seen, stream);
         continue;
       }
 #endif
-      CombineRowPlain(a + first, b + first, out + first, cols, written, roiRow, combine, seen);
+      CombineRowPlain(a + first, b + first, out + first, cols, written, roiRow, combine, seen, stream);
     }
+    if (stream)
+      Ipg_StreamFence();
     perBand[band] = seen;
   });
   CombineExtremes all;

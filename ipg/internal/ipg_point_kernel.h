@@ -6,6 +6,7 @@
 #include "ipg/internal/ipg_roi_mask.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
+#include "ipg/internal/ipg_streamed_writes.h"
 
 #include <algorithm>
 #include <climits>
@@ -61,6 +62,13 @@ struct IPG_ROI_ROW {
   const int* Values = nullptr; // null: no ROI, everything inside
   unsigned Cols = 0;
   bool Inside(unsigned col) const { return Values == nullptr || (col < Cols && Ipg_InsideRoi(Values[col])); }
+  // The same row seen from column `first` on.
+  IPG_ROI_ROW From(unsigned first) const
+  {
+    if (Values == nullptr || first >= Cols)
+      return {Values, 0};
+    return {Values + first, Cols - first};
+  }
 };
 
 inline IPG_ROI_ROW Ipg_RoiRow(const DCM_STRUCT* roi, unsigned row)
@@ -104,18 +112,32 @@ template <typename Fn>
     MapRow<false>(s, d, roi, cols, fn, written);
 }
 
+// stream: the row goes out through a stage with streaming stores.
 template <typename Fn>
-void MapRowPlain(const int* s, int* d, IPG_ROI_ROW roi, unsigned cols, Fn& fn, IPG_BAND_EXTREMES& written)
+[[gnu::always_inline]] inline void MapRowOut(const int* s, int* d, IPG_ROI_ROW roi, unsigned cols, Fn& fn,
+                                             IPG_BAND_EXTREMES& written, bool stream)
 {
-  MapRowAnyRoi(s, d, roi, cols, fn, written);
+  if (stream)
+    Ipg_WriteRowStreamed(d, cols, [&](unsigned first, unsigned n, int* stage) __attribute__((always_inline)) {
+      MapRowAnyRoi(s + first, stage, roi.From(first), n, fn, written);
+    });
+  else
+    MapRowAnyRoi(s, d, roi, cols, fn, written);
+}
+
+template <typename Fn>
+void MapRowPlain(const int* s, int* d, IPG_ROI_ROW roi, unsigned cols, Fn& fn, IPG_BAND_EXTREMES& written,
+                 bool stream)
+{
+  MapRowOut(s, d, roi, cols, fn, written, stream);
 }
 
 #if defined(__x86_64__)
 template <typename Fn>
 [[gnu::target("avx2")]] void MapRowAvx2(const int* s, int* d, IPG_ROI_ROW roi, unsigned cols, Fn& fn,
-                                        IPG_BAND_EXTREMES& written)
+                                        IPG_BAND_EXTREMES& written, bool stream)
 {
-  MapRowAnyRoi(s, d, roi, cols, fn, written);
+  MapRowOut(s, d, roi, cols, fn, written, stream);
 }
 #endif
 
@@ -145,6 +167,9 @@ IPG_WRITTEN Ipg_MapPixels(const DCM_DATA& in, const DCM_STRUCT* roi, DCM_DATA& o
   const bool avx2 = Ipg_UseAvx2();
   const IPG_ROW_BANDS bands = Ipg_SplitRows(usedRows, usedCols);
   std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
+  // In place, each chunk of a row is read before it is streamed back.
+  const std::size_t rowBytes = static_cast<std::size_t>(usedRows) * usedCols * sizeof(int);
+  const bool stream = Ipg_StreamsWrites(src == dst ? rowBytes : 2 * rowBytes);
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     IPG_BAND_EXTREMES written;
     for (unsigned row = begin; row < end; ++row) {
@@ -153,12 +178,14 @@ IPG_WRITTEN Ipg_MapPixels(const DCM_DATA& in, const DCM_STRUCT* roi, DCM_DATA& o
       const IPG_ROI_ROW roiRow = Ipg_RoiRow(roi, row);
 #if defined(__x86_64__)
       if (avx2) {
-        ipg_point_kernel::MapRowAvx2(s, d, roiRow, usedCols, fn, written);
+        ipg_point_kernel::MapRowAvx2(s, d, roiRow, usedCols, fn, written, stream);
         continue;
       }
 #endif
-      ipg_point_kernel::MapRowPlain(s, d, roiRow, usedCols, fn, written);
+      ipg_point_kernel::MapRowPlain(s, d, roiRow, usedCols, fn, written, stream);
     }
+    if (stream)
+      Ipg_StreamFence();
     extremes[band] = written;
   });
   Ipg_WidenExtremes(out, extremes);
@@ -186,6 +213,7 @@ IPG_BAND_EXTREMES Ipg_MapLinearPixels(const int* src, int* dst, unsigned cols, s
   const IPG_ROW_BANDS bands = Ipg_SplitRows(rows, cols);
   std::vector<IPG_BAND_EXTREMES> extremes(bands.Count);
   const bool avx2 = Ipg_UseAvx2();
+  const bool stream = Ipg_StreamsWrites((src == dst ? 1 : 2) * count * sizeof(int));
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     IPG_BAND_EXTREMES written;
     for (unsigned row = begin; row < end; ++row) {
@@ -194,12 +222,14 @@ IPG_BAND_EXTREMES Ipg_MapLinearPixels(const int* src, int* dst, unsigned cols, s
       const unsigned n = static_cast<unsigned>(std::min<std::size_t>(cols, count - first));
 #if defined(__x86_64__)
       if (avx2) {
-        ipg_point_kernel::MapRowAvx2(src + first, dst + first, roiRow, n, fn, written);
+        ipg_point_kernel::MapRowAvx2(src + first, dst + first, roiRow, n, fn, written, stream);
         continue;
       }
 #endif
-      ipg_point_kernel::MapRowPlain(src + first, dst + first, roiRow, n, fn, written);
+      ipg_point_kernel::MapRowPlain(src + first, dst + first, roiRow, n, fn, written, stream);
     }
+    if (stream)
+      Ipg_StreamFence();
     extremes[band] = written;
   });
   for (const IPG_BAND_EXTREMES& e : extremes)

@@ -11,11 +11,13 @@
 #include "ipg/measurement/ipg_statistic2.h"
 #include "ipg/internal/ipg_output_mode.h"
 #include "ipg/internal/ipg_simd.h"
+#include "ipg/internal/ipg_streamed_writes.h"
 #include "support/images.h"
 
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdint>
 #include <cmath>
 #include <cstdlib>
 #include <random>
@@ -23,8 +25,9 @@
 
 namespace {
 
-// Large enough for seven bands of rows.
-constexpr unsigned kCols = 1024, kRows = 450;
+// Large enough for seven bands of rows; rows of an odd length start anywhere
+// in a vector.
+constexpr unsigned kCols = 1001, kRows = 450;
 
 std::unique_ptr<DCM_STRUCT> RandomImage(unsigned seed, int low, int high)
 {
@@ -42,6 +45,13 @@ std::unique_ptr<DCM_STRUCT> RandomRoi(unsigned seed)
   return TestImage(kCols, kRows).Each([&](unsigned, unsigned) { return random() % 3 == 0 ? 0 : kRoiInside; }).Build();
 }
 
+// Runs at seven threads stream their writes, as walks beyond the cache do.
+struct StreamedAtSeven {
+  explicit StreamedAtSeven(int threads) : Before(Ipg_SetStreamedWritesFrom(threads == 7 ? 0 : SIZE_MAX)) {}
+  ~StreamedAtSeven() { Ipg_SetStreamedWritesFrom(Before); }
+  std::size_t Before;
+};
+
 struct Outcome {
   std::vector<int> Pixels;
   int Min, Max;
@@ -54,6 +64,7 @@ Outcome RunCode(int code, DCM_STRUCT& in, DCM_STRUCT* roi, short mode, float var
 {
   Ipg_SetNumThreads(threads);
   Ipg_SetSimdEnabled(simd);
+  const StreamedAtSeven streamed(threads);
   DCM_STRUCT out(kCols, kRows);
   out.Data->SetPrecision(in.Data->GetPrecision());
   out.Data->SetMin(3);
@@ -89,7 +100,24 @@ TEST(PointKernel, EveryCodeGivesTheSamePixelsAndExtremesAtAnyThreadCountAndWithS
     const Outcome one = RunCode(200, *in, roi.get(), mode, -700.0f, 1, false);
     EXPECT_EQ(RunCode(200, *in, roi.get(), mode, -700.0f, 2), one);
     EXPECT_EQ(RunCode(200, *in, roi.get(), mode, -700.0f, 7), one);
-  }
+  }  // Hosts calling a method directly may give a narrower ROI: its missing
+  // columns are outside it.
+  auto narrow = TestImage(kCols - 3, kRows).Each([](unsigned col, unsigned row) { return (col + row) % 3 ? kRoiInside : 0; }).Build();
+  auto squareIn = [&](int threads) {
+    Ipg_SetNumThreads(threads);
+    const StreamedAtSeven streamed(threads);
+    DCM_STRUCT out(kCols, kRows);
+    IPG_ARITHMETIC1 op(in.get(), narrow.get());
+    op.SetImaOut(&out);
+    op.SetMode(302);
+    op.Square();
+    Ipg_SetNumThreads(0);
+    return PixelsOf(out);
+  };
+  const std::vector<int> squared = squareIn(1);
+  EXPECT_EQ(squared[kCols - 4], in->Data->GetIDataAddress()[kCols - 4] * in->Data->GetIDataAddress()[kCols - 4]);
+  EXPECT_EQ(squared[kCols - 1], in->Data->GetIDataAddress()[kCols - 1]);
+  EXPECT_EQ(squareIn(7), squared);
 }
 
 // Whole constants take an integer path: the plain sum in reals, kept where it
@@ -206,6 +234,7 @@ TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
         auto run = [&](int threads, bool simd) {
           Ipg_SetNumThreads(threads);
           Ipg_SetSimdEnabled(simd);
+          const StreamedAtSeven streamed(threads);
           std::mt19937 random(3);
           auto in = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return int(random() % 5000) - 1200; }).Build();
           auto roi = TestImage(kCols, rows).Each([&](unsigned, unsigned) { return random() % 3 ? kRoiInside : 0; }).Build();
@@ -380,6 +409,7 @@ TEST(PointKernel, TwoImageCombinationsAreTheSameAtAnyThreadCount)
         SCOPED_TRACE("code " + std::to_string(code) + " mode " + std::to_string(mode) + (mask ? " ROI" : ""));
         auto run = [&](int threads) {
           Ipg_SetNumThreads(threads);
+          const StreamedAtSeven streamed(threads);
           DCM_STRUCT out(kCols, kRows);
           IPG_ARITHMETIC2 op(a.get(), b.get(), mask);
           op.SetImaOut(&out);
@@ -456,6 +486,7 @@ TEST(PointKernel, ChangeDynamicMatchesThePixelByPixelReading)
       reference(code, *expected.Data);
       for (const int threads : {1, 2, 7}) {
         Ipg_SetNumThreads(threads);
+        const StreamedAtSeven streamed(threads);
         DCM_STRUCT out(kCols, kRows);
         out.Data->SetPrecision(4);
         out.Data->Init(7.0);
