@@ -265,6 +265,38 @@ TEST(PointKernel, ThresholdsGiveTheSameResultAtAnyThreadCount)
       }
 }
 
+// Otsu measures the levels itself: stored extremes too narrow, too wide or
+// wrong about a level beyond single precision give the plain reading's mask,
+// divided input and extremes, for an output as large as the input or smaller.
+TEST(PointKernel, OtsuReadsTheLevelsNotTheStoredExtremes)
+{
+  constexpr unsigned kSide = 96;
+  const std::pair<int, int> stored[] = {{0, 4095}, {500, 1000}, {-5000, 60000}, {0, 4095}};
+  for (std::size_t variant = 0; variant < std::size(stored); ++variant)
+    for (unsigned outRows : {kSide, kSide - 5}) {
+      SCOPED_TRACE("variant " + std::to_string(variant) + ", output rows " + std::to_string(outRows));
+      std::mt19937 random(11);
+      auto in = TestImage(kSide, kSide).Each([&](unsigned, unsigned) { return int(random() % 3000) + 40; }).Build();
+      if (variant == 3)
+        in->Data->GetIDataAddress()[kSide + 3] = 20000000;
+      auto plain = std::make_unique<DCM_STRUCT>(*in, true);
+      std::vector<int> expected = PlainOtsu(*plain->Data, nullptr);
+      expected.resize(std::size_t{kSide} * outRows);
+      const std::vector<int> divided = PixelsOf(*plain);
+      in->Data->SetMin(stored[variant].first);
+      in->Data->SetMax(stored[variant].second);
+      DCM_STRUCT out(kSide, outRows);
+      IPG_GENERIC_PROCESSING op(in.get());
+      op.SetImaOut(&out);
+      op.SetMode(302);
+      EXPECT_NE(op.BinarizeByOtsu(), 0);
+      EXPECT_EQ(PixelsOf(out), expected);
+      EXPECT_EQ(PixelsOf(*in), divided);
+      EXPECT_EQ(in->Data->GetMin(), *std::min_element(divided.begin(), divided.end()));
+      EXPECT_EQ(in->Data->GetMax(), *std::max_element(divided.begin(), divided.end()));
+    }
+}
+
 // The signal-to-noise ratio of the basic statistics, read plainly: the image
 // smoothed by the 3x3 box filter, then s^2 and (v - s)^2 summed exactly over
 // the interior. Levels from 12 bits to the edge of the one-walk range, on
