@@ -30,13 +30,18 @@ std::size_t LastLevelCacheBytes()
   return bytes > 0 ? bytes : std::size_t{8} << 20;
 }
 
-std::atomic<std::size_t> streamFrom{LastLevelCacheBytes()};
+// Read when first asked, not when the library loads.
+std::atomic<std::size_t>& StreamFrom()
+{
+  static std::atomic<std::size_t> from{LastLevelCacheBytes()};
+  return from;
+}
 
 } // namespace
 
-bool Ipg_StreamsWrites(std::size_t bytesTouched) { return bytesTouched > streamFrom.load(std::memory_order_relaxed); }
+bool Ipg_StreamsWrites(std::size_t bytesTouched) { return bytesTouched > StreamFrom().load(std::memory_order_relaxed); }
 
-std::size_t Ipg_SetStreamedWritesFrom(std::size_t bytes) { return streamFrom.exchange(bytes, std::memory_order_relaxed); }
+std::size_t Ipg_SetStreamedWritesFrom(std::size_t bytes) { return StreamFrom().exchange(bytes, std::memory_order_relaxed); }
 
 #if defined(__x86_64__)
 namespace {
