@@ -3,6 +3,7 @@
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_kernels.h"
+#include "ipg/internal/ipg_local_ratio_median.h"
 #include "ipg/internal/ipg_speckle_windows.h"
 #include "ipg/ui/ipg_progress.h"
 

@@ -14,19 +14,8 @@
 
 namespace {
 
-// A window's moments and ratio cost about this many plain copies per pixel:
-// a band of 128 x 128 pixels outweighs waking a thread for it.
-constexpr std::size_t kMomentWork = 4;
-
 // Up to this many values, the middle one is selected without radix buckets.
 constexpr std::size_t kDirectSelection = 16384;
-
-// Up to this many pixels, the local ratios are listed (2 MB at most): on small
-// images the counting passes cost more than the list.
-constexpr std::size_t kListedRatios = std::size_t{1} << 18;
-
-// Marks a pixel without a positive local mean in the list of ratios (never a ratio).
-constexpr double kNoRatio = -1.0;
 
 } // namespace
 
@@ -246,11 +235,12 @@ void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::si
   RunBandsWithTables(SplitForReach(cols, rows, reach, work), in, cols, rows, reach, body);
 }
 
-double Ipg_MiddleElement(double* values, std::size_t count)
+double Ipg_MiddleElement(double* values, std::size_t count) { return Ipg_SelectElement(values, count, count / 2); }
+
+double Ipg_SelectElement(double* values, std::size_t count, std::size_t rank)
 {
-  if (count == 0)
+  if (rank >= count)
     return 0.0;
-  std::size_t rank = count / 2;
   double* end = values + count;
   const auto select = [&] {
     std::nth_element(values, values + rank, end);
@@ -335,139 +325,4 @@ void Ipg_RunPassBands(const double* in, double* out, int cols, int rows, int rea
   for (Ipg_BandOutput& output : outputs)
     if (!output.Held.empty())
       std::copy(output.Held.begin(), output.Held.end(), out + static_cast<std::size_t>(output.Begin) * width);
-}
-
-namespace {
-
-// The ratios of Ipg_MedianLocalRatio, a row at a time: visit(band, row,
-// ratios) with kNoRatio for a pixel without a positive local mean. Bands
-// visit their rows in order, so the bands' visits in turn follow the rows.
-template <typename Visit>
-void RatioRows(const double* in, int cols, int rows, int half, int power, Visit visit)
-{
-  std::atomic<bool> stop{false};
-  Ipg_RunWindowBands(in, cols, rows, half, kMomentWork, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
-    std::vector<double> mean(static_cast<std::size_t>(cols)), ratio(static_cast<std::size_t>(cols));
-    for (unsigned r = begin; r < end; ++r) {
-      if (Ipg_OnCallingThread() && Ipg_CancelRequested())
-        stop = true; // the pass that asks is dropped
-      if (stop.load(std::memory_order_relaxed))
-        return;
-      tables.RowMoments(static_cast<int>(r), half, mean.data(), ratio.data()); // the variance, then the ratio
-      if (power == 2)
-        for (std::size_t c = 0; c < mean.size(); ++c)
-          ratio[c] = ratio[c] / (mean[c] * mean[c]);
-      else
-        for (std::size_t c = 0; c < mean.size(); ++c)
-          ratio[c] = ratio[c] / mean[c];
-      for (std::size_t c = 0; c < mean.size(); ++c)
-        ratio[c] = mean[c] > 0.0 ? ratio[c] : kNoRatio;
-      visit(band, r, static_cast<const double*>(ratio.data()));
-    }
-  });
-}
-
-unsigned BandsOfRatios(int cols, int rows)
-{
-  return Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kMomentWork).Count;
-}
-
-// Every ratio listed in row-major order, then the middle one: for small images,
-// and for lists holding a value the bit patterns do not order (a NaN), whose
-// selection depends on the order.
-double MedianOfListedRatios(const double* in, int cols, int rows, int half, int power)
-{
-  const std::size_t width = static_cast<std::size_t>(cols);
-  std::vector<double> ratios(width * static_cast<std::size_t>(rows));
-  RatioRows(in, cols, rows, half, power, [&](unsigned, unsigned row, const double* ratio) {
-    std::copy_n(ratio, width, ratios.data() + static_cast<std::size_t>(row) * width);
-  });
-  const auto end = std::remove(ratios.begin(), ratios.end(), kNoRatio);
-  return Ipg_MiddleElement(ratios.data(), static_cast<std::size_t>(end - ratios.begin()));
-}
-
-// Non-negative doubles order as their bit patterns (+inf included); a
-// negative value or a NaN has a larger pattern than +inf.
-constexpr std::uint64_t kInfinityPattern = 0x7FF0000000000000ULL;
-constexpr int kDigitBits = 16;
-constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
-// Up to this many candidates are listed and selected among.
-constexpr std::size_t kListedCandidates = std::size_t{1} << 18;
-
-// The candidates of a selection: the ratios whose top Known bits are Prefix.
-struct Candidates {
-  std::uint64_t Prefix = 0;
-  int Known = 0;
-  bool Holds(std::uint64_t key) const { return Known == 0 || (key >> (64 - Known)) == Prefix; }
-};
-
-} // namespace
-
-double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power)
-{
-  if (cols <= 0 || rows <= 0)
-    return 0.0;
-  if (static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) <= kListedRatios)
-    return MedianOfListedRatios(in, cols, rows, half, power);
-  // Count the candidates by their next 16 bits, keep the digit of the middle
-  // one, and so on, until few enough are left to list.
-  const unsigned bands = BandsOfRatios(cols, rows);
-  std::vector<std::vector<std::size_t>> counts(bands);
-  std::vector<std::size_t> total(kDigits);
-  std::atomic<bool> unordered{false};
-  Candidates candidates;
-  std::size_t rank = 0;
-  for (;;) {
-    for (std::vector<std::size_t>& count : counts)
-      count.assign(kDigits, 0);
-    const int shift = 64 - candidates.Known - kDigitBits;
-    RatioRows(in, cols, rows, half, power, [&](unsigned band, unsigned, const double* ratio) {
-      std::size_t* count = counts[band].data();
-      for (int c = 0; c < cols; ++c) {
-        if (ratio[c] == kNoRatio)
-          continue;
-        const std::uint64_t key = std::bit_cast<std::uint64_t>(ratio[c]);
-        if (key > kInfinityPattern)
-          unordered = true;
-        else if (candidates.Holds(key))
-          ++count[(key >> shift) & (kDigits - 1)];
-      }
-    });
-    if (unordered)
-      return MedianOfListedRatios(in, cols, rows, half, power);
-    std::fill(total.begin(), total.end(), 0);
-    for (const std::vector<std::size_t>& count : counts)
-      for (std::size_t d = 0; d < kDigits; ++d)
-        total[d] += count[d];
-    if (candidates.Known == 0) {
-      const std::size_t listed = std::accumulate(total.begin(), total.end(), std::size_t{0});
-      if (listed == 0)
-        return 0.0;
-      rank = listed / 2;
-    }
-    std::size_t digit = 0;
-    while (digit < kDigits && rank >= total[digit])
-      rank -= total[digit++];
-    if (digit == kDigits)
-      return 0.0; // cancelled during the count: the pass is dropped
-    candidates.Prefix = (candidates.Prefix << kDigitBits) | digit;
-    candidates.Known += kDigitBits;
-    if (candidates.Known == 64)
-      return std::bit_cast<double>(candidates.Prefix);
-    if (total[digit] <= kListedCandidates)
-      break;
-  }
-  std::vector<std::vector<double>> lists(bands);
-  RatioRows(in, cols, rows, half, power, [&](unsigned band, unsigned, const double* ratio) {
-    for (int c = 0; c < cols; ++c)
-      if (ratio[c] != kNoRatio && candidates.Holds(std::bit_cast<std::uint64_t>(ratio[c])))
-        lists[band].push_back(ratio[c]);
-  });
-  for (std::size_t band = 1; band < lists.size(); ++band)
-    lists[0].insert(lists[0].end(), lists[band].begin(), lists[band].end());
-  std::vector<double>& list = lists[0];
-  if (rank >= list.size())
-    return 0.0; // cancelled during the listing
-  std::nth_element(list.begin(), list.begin() + static_cast<std::ptrdiff_t>(rank), list.end());
-  return list[rank];
 }

@@ -139,12 +139,9 @@ struct Ipg_SpeckleBuffers {
 // or a NaN, go to std::nth_element.
 double Ipg_MiddleElement(double* values, std::size_t count);
 
-// Median over the pixels whose local mean m (windows of half size) is positive
-// of variance / m^power (power 1 or 2): the value Ipg_MiddleElement gives for
-// the list of them. On images above 512 x 512 the ratios are counted by their
-// bit patterns in passes over the image instead of listed, so the memory used
-// stays small.
-double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power);
+// Element rank of values[0 .. count) in ascending order (0 when rank >= count),
+// the value std::nth_element gives, the same way; the values are reordered.
+double Ipg_SelectElement(double* values, std::size_t count, std::size_t rank);
 
 // Rows of a pass from in into out (Ipg_RunPassBands), in parallel bands, each
 // with its window tables (windows up to half reach; none below 0):

@@ -1,0 +1,441 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "ipg/internal/ipg_local_ratio_median.h"
+
+#include "ipg/internal/ipg_row_bands.h"
+#include "ipg/internal/ipg_simd.h"
+#include "ipg/internal/ipg_speckle_windows.h"
+#include "ipg/ui/ipg_progress.h"
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cstdint>
+#include <numeric>
+#include <optional>
+#include <vector>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
+namespace {
+
+// A window's moments and ratio cost about this many plain copies per pixel:
+// a band of 128 x 128 pixels outweighs waking a thread for it.
+constexpr std::size_t kMomentWork = 4;
+
+// Up to this many pixels, the local ratios are listed (2 MB at most): on small
+// images the counting passes cost more than the list.
+constexpr std::size_t kListedRatios = std::size_t{1} << 18;
+
+// Marks a pixel without a positive local mean in the list of ratios (never a ratio).
+constexpr double kNoRatio = -1.0;
+
+// variance[0 .. cols) becomes the ratio of each pixel, or kNoRatio. Divisions
+// are exact in any lane width, so every copy gives the same ratios.
+[[gnu::always_inline]] inline void RatiosBody(const double* mean, double* variance, std::size_t cols, int power)
+{
+  if (power == 2)
+    for (std::size_t c = 0; c < cols; ++c)
+      variance[c] = variance[c] / (mean[c] * mean[c]);
+  else
+    for (std::size_t c = 0; c < cols; ++c)
+      variance[c] = variance[c] / mean[c];
+  for (std::size_t c = 0; c < cols; ++c)
+    variance[c] = mean[c] > 0.0 ? variance[c] : kNoRatio;
+}
+
+void RatiosPlain(const double* mean, double* variance, std::size_t cols, int power)
+{
+  RatiosBody(mean, variance, cols, power);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void RatiosAvx2(const double* mean, double* variance, std::size_t cols, int power)
+{
+  RatiosBody(mean, variance, cols, power);
+}
+#endif
+
+void RatiosOfRow(const double* mean, double* variance, std::size_t cols, int power)
+{
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2())
+    return RatiosAvx2(mean, variance, cols, power);
+#endif
+  RatiosPlain(mean, variance, cols, power);
+}
+
+// The ratios of Ipg_MedianLocalRatio, a row at a time: visit(band, row,
+// ratios) with kNoRatio for a pixel without a positive local mean. Bands
+// visit their rows in order, so the bands' visits in turn follow the rows.
+// False when the host asked to stop: the visits did not reach every row.
+template <typename Visit>
+bool RatioRows(const double* in, int cols, int rows, int half, int power, Visit visit)
+{
+  std::atomic<bool> stop{false};
+  Ipg_RunWindowBands(in, cols, rows, half, kMomentWork, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
+    std::vector<double> mean(static_cast<std::size_t>(cols)), ratio(static_cast<std::size_t>(cols));
+    for (unsigned r = begin; r < end; ++r) {
+      if (Ipg_OnCallingThread() && Ipg_CancelRequested())
+        stop = true; // the pass that asks is dropped
+      if (stop.load(std::memory_order_relaxed))
+        return;
+      tables.RowMoments(static_cast<int>(r), half, mean.data(), ratio.data()); // the variance, then the ratio
+      RatiosOfRow(mean.data(), ratio.data(), mean.size(), power);
+      visit(band, r, static_cast<const double*>(ratio.data()));
+    }
+  });
+  return !stop;
+}
+
+unsigned BandsOfRatios(int cols, int rows)
+{
+  return Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols) * kMomentWork).Count;
+}
+
+// Every ratio listed in row-major order, then the middle one: for small images,
+// and for lists holding a value the bit patterns do not order (a NaN), whose
+// selection depends on the order.
+double MedianOfListedRatios(const double* in, int cols, int rows, int half, int power)
+{
+  const std::size_t width = static_cast<std::size_t>(cols);
+  std::vector<double> ratios(width * static_cast<std::size_t>(rows));
+  RatioRows(in, cols, rows, half, power, [&](unsigned, unsigned row, const double* ratio) {
+    std::copy_n(ratio, width, ratios.data() + static_cast<std::size_t>(row) * width);
+  });
+  const auto end = std::remove(ratios.begin(), ratios.end(), kNoRatio);
+  return Ipg_MiddleElement(ratios.data(), static_cast<std::size_t>(end - ratios.begin()));
+}
+
+// Non-negative doubles order as their bit patterns (+inf included); a
+// negative value or a NaN has a larger pattern than +inf.
+constexpr std::uint64_t kInfinityPattern = 0x7FF0000000000000ULL;
+constexpr int kDigitBits = 16;
+constexpr std::size_t kDigits = std::size_t{1} << kDigitBits;
+// Up to this many candidates are listed and selected among.
+constexpr std::size_t kListedCandidates = std::size_t{1} << 18;
+
+// The candidates of a selection: the ratios whose top Known bits are Prefix.
+struct Candidates {
+  std::uint64_t Prefix = 0;
+  int Known = 0;
+  bool Holds(std::uint64_t key) const { return Known == 0 || (key >> (64 - Known)) == Prefix; }
+};
+
+// Counts the ratios by their bit patterns, 16 bits at a time, keeping the
+// digit of the middle one, until few enough are left to list.
+double MedianByCountedDigits(const double* in, int cols, int rows, int half, int power)
+{
+  const unsigned bands = BandsOfRatios(cols, rows);
+  std::vector<std::vector<std::size_t>> counts(bands);
+  std::vector<std::size_t> total(kDigits);
+  std::atomic<bool> unordered{false};
+  Candidates candidates;
+  std::size_t rank = 0;
+  for (;;) {
+    for (std::vector<std::size_t>& count : counts)
+      count.assign(kDigits, 0);
+    const int shift = 64 - candidates.Known - kDigitBits;
+    RatioRows(in, cols, rows, half, power, [&](unsigned band, unsigned, const double* ratio) {
+      std::size_t* count = counts[band].data();
+      for (int c = 0; c < cols; ++c) {
+        if (ratio[c] == kNoRatio)
+          continue;
+        const std::uint64_t key = std::bit_cast<std::uint64_t>(ratio[c]);
+        if (key > kInfinityPattern)
+          unordered = true;
+        else if (candidates.Holds(key))
+          ++count[(key >> shift) & (kDigits - 1)];
+      }
+    });
+    if (unordered)
+      return MedianOfListedRatios(in, cols, rows, half, power);
+    std::fill(total.begin(), total.end(), 0);
+    for (const std::vector<std::size_t>& count : counts)
+      for (std::size_t d = 0; d < kDigits; ++d)
+        total[d] += count[d];
+    if (candidates.Known == 0) {
+      const std::size_t listed = std::accumulate(total.begin(), total.end(), std::size_t{0});
+      if (listed == 0)
+        return 0.0;
+      rank = listed / 2;
+    }
+    std::size_t digit = 0;
+    while (digit < kDigits && rank >= total[digit])
+      rank -= total[digit++];
+    if (digit == kDigits)
+      return 0.0; // cancelled during the count: the pass is dropped
+    candidates.Prefix = (candidates.Prefix << kDigitBits) | digit;
+    candidates.Known += kDigitBits;
+    if (candidates.Known == 64)
+      return std::bit_cast<double>(candidates.Prefix);
+    if (total[digit] <= kListedCandidates)
+      break;
+  }
+  std::vector<std::vector<double>> lists(bands);
+  RatioRows(in, cols, rows, half, power, [&](unsigned band, unsigned, const double* ratio) {
+    for (int c = 0; c < cols; ++c)
+      if (ratio[c] != kNoRatio && candidates.Holds(std::bit_cast<std::uint64_t>(ratio[c])))
+        lists[band].push_back(ratio[c]);
+  });
+  for (std::size_t band = 1; band < lists.size(); ++band)
+    lists[0].insert(lists[0].end(), lists[band].begin(), lists[band].end());
+  std::vector<double>& list = lists[0];
+  if (rank >= list.size())
+    return 0.0; // cancelled during the listing
+  return Ipg_SelectElement(list.data(), list.size(), rank);
+}
+
+// About this many ratios are sampled, from whole rows spread over the image.
+constexpr std::size_t kSampledRatios = std::size_t{1} << 16;
+// Fewer sampled ratios than this say too little to guess from.
+constexpr std::size_t kFewestSampled = 1024;
+// The sample's middle 2 x kMiddleShare of its ratios bound those listed.
+constexpr double kMiddleShare = 0.03;
+
+// Ratios of a few rows spread evenly over the image, from window sums taken
+// directly: they differ from the tables' in the last bits at most, which is
+// close enough to guess where the middle ratio lies. The sampled rows read at
+// most a quarter of the pixels a pass reads; none when windows are too tall
+// for that.
+std::vector<double> SampledRatios(const double* in, int cols, int rows, int half, int power)
+{
+  const std::size_t width = static_cast<std::size_t>(cols);
+  const long side = 2L * half + 1;
+  const long affordable = static_cast<long>(rows) / (4 * side);
+  const long count = std::min({static_cast<long>(rows), std::max(1L, static_cast<long>(kSampledRatios / width)), affordable});
+  std::vector<double> ratios;
+  if (count < 1)
+    return ratios;
+  ratios.reserve(static_cast<std::size_t>(count) * width);
+  std::vector<double> sums(width + 1), squares(width + 1);
+  for (long k = 0; k < count; ++k) {
+    const long row = (2 * k + 1) * rows / (2 * count);
+    const long top = std::max(0L, row - half), bottom = std::min<long>(rows, row + half + 1);
+    std::fill(sums.begin(), sums.end(), 0.0);
+    std::fill(squares.begin(), squares.end(), 0.0);
+    for (long y = top; y < bottom; ++y) {
+      const double* line = in + static_cast<std::size_t>(y) * width;
+      for (std::size_t c = 0; c < width; ++c) {
+        sums[c + 1] += line[c];
+        squares[c + 1] += line[c] * line[c];
+      }
+    }
+    std::partial_sum(sums.begin(), sums.end(), sums.begin());
+    std::partial_sum(squares.begin(), squares.end(), squares.begin());
+    for (long c = 0; c < cols; ++c) {
+      const long left = std::max(0L, c - half), right = std::min<long>(cols, c + half + 1);
+      const double n = static_cast<double>((right - left) * (bottom - top));
+      const double mean = (sums[right] - sums[left]) / n;
+      const double variance = std::max(0.0, (squares[right] - squares[left]) / n - mean * mean);
+      if (!(mean > 0.0))
+        continue;
+      const double ratio = variance / (power == 2 ? mean * mean : mean);
+      if (!(ratio >= 0.0))
+        return {}; // a NaN: no order to guess from
+      ratios.push_back(ratio);
+    }
+  }
+  return ratios;
+}
+
+// The ratios of the sample's middle: [Low, High].
+struct MiddleRange {
+  double Low = 0.0;
+  double High = 0.0;
+};
+
+std::optional<MiddleRange> GuessMiddleRange(std::vector<double> sample)
+{
+  const std::size_t n = sample.size();
+  if (n < kFewestSampled)
+    return std::nullopt;
+  const auto low = sample.begin() + static_cast<std::ptrdiff_t>(static_cast<double>(n) * (0.5 - kMiddleShare));
+  const auto high = sample.begin() + static_cast<std::ptrdiff_t>(static_cast<double>(n) * (0.5 + kMiddleShare));
+  std::nth_element(sample.begin(), low, sample.end());
+  std::nth_element(low + 1, high, sample.end());
+  return MiddleRange{*low, *high};
+}
+
+// What one band of the pass saw: the ratios below Low, at Low, strictly
+// between Low and High (listed), at High, and all of them.
+struct BandTally {
+  std::size_t Below = 0;
+  std::size_t AtLow = 0;
+  std::vector<double> Inside;
+  std::size_t AtHigh = 0;
+  std::size_t Seen = 0;
+  bool Unordered = false; // a ratio the bit patterns do not order (a NaN)
+  bool Overflow = false;  // more inside than the band may list
+};
+
+// Counts a row's ratios into the tally, all but those inside, which are
+// listed apart. Without branches: a ratio falls below or above the middle
+// about as often, which no prediction follows; the counts vectorise.
+[[gnu::always_inline]] inline void TallyBody(const double* ratio, std::size_t cols, MiddleRange range, BandTally& t)
+{
+  const double low = range.Low, high = range.High;
+  std::size_t seen = 0, below = 0, atLow = 0, atHigh = 0, unordered = 0;
+  for (std::size_t c = 0; c < cols; ++c) {
+    const double x = ratio[c];
+    const bool listed = x != kNoRatio;
+    seen += listed;
+    unordered += listed & (std::bit_cast<std::uint64_t>(x) > kInfinityPattern);
+    below += listed & (x < low);
+    atLow += x == low;
+    atHigh += (x == high) & (x != low);
+  }
+  t.Seen += seen;
+  t.Below += below;
+  t.AtLow += atLow;
+  t.AtHigh += atHigh;
+  t.Unordered |= unordered != 0;
+}
+
+void TallyPlain(const double* ratio, std::size_t cols, MiddleRange range, BandTally& t)
+{
+  TallyBody(ratio, cols, range, t);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void TallyAvx2(const double* ratio, std::size_t cols, MiddleRange range, BandTally& t)
+{
+  TallyBody(ratio, cols, range, t);
+}
+#endif
+
+// Appends the ratios strictly inside the range to inside. Few lie inside,
+// but a branch on either test alone would go both ways about as often, so
+// the tests are combined before any branch: four ratios at a time with AVX2,
+// else with each ratio written past the end and kept only when inside.
+void ListInsidePlain(const double* ratio, std::size_t cols, MiddleRange range, std::vector<double>& inside)
+{
+  const std::size_t start = inside.size();
+  inside.resize(start + cols + 1);
+  double* kept = inside.data() + start;
+  std::size_t count = 0;
+  for (std::size_t c = 0; c < cols; ++c) {
+    kept[count] = ratio[c];
+    count += static_cast<std::size_t>(ratio[c] > range.Low) & static_cast<std::size_t>(ratio[c] < range.High);
+  }
+  inside.resize(start + count);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void ListInsideAvx2(const double* ratio, std::size_t cols, MiddleRange range,
+                                            std::vector<double>& inside)
+{
+  const __m256d low = _mm256_set1_pd(range.Low), high = _mm256_set1_pd(range.High);
+  std::size_t c = 0;
+  for (; c + 4 <= cols; c += 4) {
+    const __m256d x = _mm256_loadu_pd(ratio + c);
+    // Ordered comparisons: a NaN is never inside, as with < and >.
+    const __m256d within = _mm256_and_pd(_mm256_cmp_pd(x, low, _CMP_GT_OQ), _mm256_cmp_pd(x, high, _CMP_LT_OQ));
+    for (int mask = _mm256_movemask_pd(within); mask != 0; mask &= mask - 1)
+      inside.push_back(ratio[c + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)))]);
+  }
+  ListInsidePlain(ratio + c, cols - c, range, inside);
+}
+#endif
+
+void ListInside(const double* ratio, std::size_t cols, MiddleRange range, std::vector<double>& inside)
+{
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2())
+    return ListInsideAvx2(ratio, cols, range, inside);
+#endif
+  ListInsidePlain(ratio, cols, range, inside);
+}
+
+void TallyRow(const double* ratio, std::size_t cols, MiddleRange range, BandTally& t)
+{
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2())
+    return TallyAvx2(ratio, cols, range, t);
+#endif
+  TallyPlain(ratio, cols, range, t);
+}
+
+enum class Outcome { Found, Missed, Unordered, Stopped };
+
+// One pass: the middle ratio when it lies within range, found among the
+// listed ones by its rank.
+Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int power, MiddleRange range, double& median)
+{
+  const std::size_t pixels = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
+  const unsigned bands = BandsOfRatios(cols, rows);
+  // At most an eighth of the ratios (one byte a pixel) are listed.
+  const std::size_t bandCap = std::max(kListedCandidates, pixels / 8) / bands + 1;
+  std::vector<BandTally> tallies(bands);
+  const bool complete = RatioRows(in, cols, rows, half, power, [&](unsigned band, unsigned, const double* ratio) {
+    BandTally& t = tallies[band];
+    if (t.Overflow)
+      return;
+    TallyRow(ratio, static_cast<std::size_t>(cols), range, t);
+    ListInside(ratio, static_cast<std::size_t>(cols), range, t.Inside);
+    t.Overflow = t.Inside.size() > bandCap;
+  });
+  if (!complete)
+    return Outcome::Stopped;
+  BandTally all;
+  for (BandTally& t : tallies) {
+    if (t.Unordered)
+      return Outcome::Unordered;
+    if (t.Overflow)
+      return Outcome::Missed;
+    all.Below += t.Below;
+    all.AtLow += t.AtLow;
+    all.AtHigh += t.AtHigh;
+    all.Seen += t.Seen;
+    all.Inside.insert(all.Inside.end(), t.Inside.begin(), t.Inside.end());
+    std::vector<double>().swap(t.Inside);
+  }
+  std::size_t rank = all.Seen / 2;
+  if (all.Seen == 0) {
+    median = 0.0;
+    return Outcome::Found;
+  }
+  if (rank < all.Below)
+    return Outcome::Missed;
+  rank -= all.Below;
+  if (rank < all.AtLow) {
+    median = range.Low;
+    return Outcome::Found;
+  }
+  rank -= all.AtLow;
+  if (rank < all.Inside.size()) {
+    median = Ipg_SelectElement(all.Inside.data(), all.Inside.size(), rank);
+    return Outcome::Found;
+  }
+  rank -= all.Inside.size();
+  if (rank < all.AtHigh) {
+    median = range.High;
+    return Outcome::Found;
+  }
+  return Outcome::Missed;
+}
+
+} // namespace
+
+double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power)
+{
+  if (cols <= 0 || rows <= 0)
+    return 0.0;
+  if (static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) <= kListedRatios)
+    return MedianOfListedRatios(in, cols, rows, half, power);
+  if (const std::optional<MiddleRange> range = GuessMiddleRange(SampledRatios(in, cols, rows, half, power))) {
+    double median = 0.0;
+    switch (MedianWithinRange(in, cols, rows, half, power, *range, median)) {
+    case Outcome::Found:
+      return median;
+    case Outcome::Stopped:
+      return 0.0; // the pass is dropped
+    case Outcome::Unordered:
+      return MedianOfListedRatios(in, cols, rows, half, power);
+    case Outcome::Missed:
+      break;
+    }
+  }
+  return MedianByCountedDigits(in, cols, rows, half, power);
+}
