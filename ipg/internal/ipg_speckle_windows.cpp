@@ -12,6 +12,10 @@
 #include <cstdint>
 #include <numeric>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace {
 
 // Up to this many values, the middle one is selected without radix buckets.
@@ -29,8 +33,9 @@ void Ipg_WindowTables::Start(const double* in, int cols, int rows, int reach, in
   // Windows of the band's rows, and of the row after it (a pass may look one row ahead).
   const long top = std::max(0, first - Half);
   const long bottom = std::min<long>(Rows, static_cast<long>(end) + Half + 1);
-  // The rows within reach of one image row, and one built ahead.
-  Capacity = std::max(2L, std::min(bottom - top + 1, 2L * Half + 3));
+  // The rows within reach of one image row, and up to four built ahead.
+  Capacity = std::max(2L, std::min(bottom - top + 1, 2L * Half + 6));
+  Fours = Ipg_UseAvx2();
   Sum.resize(static_cast<std::size_t>(Capacity) * Width);
   Squares.resize(Sum.size());
   Built = top;
@@ -50,6 +55,11 @@ void Ipg_WindowTables::Extend(int row)
   const long needed = std::min<long>(Rows, row + Half + 1L);
   const long kept = std::max(0L, static_cast<long>(row) - Half); // the top row still read
   while (Built < needed) {
+    if (Fours && Built + 4 <= Rows && Built + 4 < kept + Capacity) {
+      BuildFourRows(Built + 1);
+      Built += 4;
+      continue;
+    }
     // Two rows at a time when the second fits: the processor overlaps their chains.
     const bool pair = Capacity >= 3 && Built + 2 <= Rows && Built + 2 < kept + Capacity;
     BuildRows(Built + 1, pair);
@@ -83,6 +93,93 @@ void Ipg_WindowTables::BuildRows(long first, bool pair)
     squares[c + 1] = square;
   }
   sums[0] = squares[0] = 0.0;
+}
+
+#if defined(__x86_64__)
+namespace {
+
+[[gnu::target("avx2")]] inline void Transpose(__m256d v[4])
+{
+  const __m256d low01 = _mm256_unpacklo_pd(v[0], v[1]), high01 = _mm256_unpackhi_pd(v[0], v[1]);
+  const __m256d low23 = _mm256_unpacklo_pd(v[2], v[3]), high23 = _mm256_unpackhi_pd(v[2], v[3]);
+  v[0] = _mm256_permute2f128_pd(low01, low23, 0x20);
+  v[1] = _mm256_permute2f128_pd(high01, high23, 0x20);
+  v[2] = _mm256_permute2f128_pd(low01, low23, 0x31);
+  v[3] = _mm256_permute2f128_pd(high01, high23, 0x31);
+}
+
+// Four table rows from four image rows, each row's running sums in a lane of
+// its own: every block of four columns is turned so that a vector holds one
+// column of the four rows, summed on down the lanes, and turned back, so
+// that each table row is the one above plus its running sums. Every value
+// takes the additions, in the order, of the row-by-row build.
+[[gnu::target("avx2")]] void BuildFourRowsAvx2(const double* const image[4], std::size_t cols, const double* above,
+                                               const double* aboveSquares, double* const sums[4],
+                                               double* const squares[4])
+{
+  __m256d line = _mm256_setzero_pd(), lineSquares = _mm256_setzero_pd();
+  std::size_t c = 0;
+  for (; c + 4 <= cols; c += 4) {
+    __m256d runs[4], runSquares[4];
+    for (int i = 0; i < 4; ++i)
+      runs[i] = _mm256_loadu_pd(image[i] + c);
+    Transpose(runs); // runs[j]: column c + j of the four rows
+    for (int j = 0; j < 4; ++j) {
+      const __m256d x = runs[j];
+      line = _mm256_add_pd(line, x);
+      lineSquares = _mm256_add_pd(lineSquares, _mm256_mul_pd(x, x));
+      runs[j] = line;
+      runSquares[j] = lineSquares;
+    }
+    Transpose(runs); // runs[i]: row i's running sums at columns c .. c + 3
+    Transpose(runSquares);
+    __m256d sum = _mm256_loadu_pd(above + c + 1), square = _mm256_loadu_pd(aboveSquares + c + 1);
+    for (int i = 0; i < 4; ++i) {
+      sum = _mm256_add_pd(sum, runs[i]);
+      square = _mm256_add_pd(square, runSquares[i]);
+      _mm256_storeu_pd(sums[i] + c + 1, sum);
+      _mm256_storeu_pd(squares[i] + c + 1, square);
+    }
+  }
+  alignas(32) double lines[4], lineSquareSums[4];
+  _mm256_store_pd(lines, line);
+  _mm256_store_pd(lineSquareSums, lineSquares);
+  for (; c < cols; ++c) {
+    double sum = above[c + 1], square = aboveSquares[c + 1];
+    for (int i = 0; i < 4; ++i) {
+      const double x = image[i][c];
+      lines[i] += x;
+      lineSquareSums[i] += x * x;
+      sum += lines[i];
+      square += lineSquareSums[i];
+      sums[i][c + 1] = sum;
+      squares[i][c + 1] = square;
+    }
+  }
+  for (int i = 0; i < 4; ++i)
+    sums[i][0] = squares[i][0] = 0.0;
+}
+
+} // namespace
+#endif
+
+void Ipg_WindowTables::BuildFourRows(long first)
+{
+#if defined(__x86_64__)
+  const std::size_t cols = static_cast<std::size_t>(Cols);
+  const double* image[4];
+  double* sums[4];
+  double* squares[4];
+  for (int i = 0; i < 4; ++i) {
+    image[i] = In + static_cast<std::size_t>(first - 1 + i) * cols;
+    sums[i] = Line(Sum, first + i);
+    squares[i] = Line(Squares, first + i);
+  }
+  BuildFourRowsAvx2(image, cols, SumLine(first - 1), SquaresLine(first - 1), sums, squares);
+#else
+  BuildRows(first, true);
+  BuildRows(first + 2, true);
+#endif
 }
 
 void Ipg_WindowTables::Window(int col, int row, int half, double& count, double& sum, double& squares)

@@ -51,6 +51,7 @@ private:
   }
   void Extend(int row);
   void BuildRows(long first, bool pair);
+  void BuildFourRows(long first);
   // Table row t in its slot of the ring.
   double* Line(std::vector<double>& table, long t) { return table.data() + static_cast<std::size_t>(t % Capacity) * Width; }
   const double* SumLine(long t) const { return Sum.data() + static_cast<std::size_t>(t % Capacity) * Width; }
@@ -61,6 +62,7 @@ private:
   int Rows = 0;
   int Half = 0;
   long Capacity = 1; // table rows in the ring
+  bool Fours = false; // four rows built at once, a vector lane each
   long Built = 0;    // the last table row built
   std::size_t Width = 0;
   std::vector<double> Sum;
