@@ -8,6 +8,7 @@
 #include "cli/cli_pipeline.h"
 #include "cli/cli_preview.h"
 #include "cli/operator_registry.h"
+#include "ipg/framework/ipg_memory.h"
 
 #include <iostream>
 
@@ -125,6 +126,9 @@ int Run(const std::vector<std::string>& args)
 
   CliRunOutcome outcome = op->Run({inputs.in.get(), inputs.second.get(), inputs.roi.get()}, settings);
   Cli_StopIfInterrupted(); // before anything is written
+  // No operator runs after this one: what they keep for a next call would only
+  // add to the memory held while the output is written.
+  Ipg_ReleaseCachedMemory();
   if (outcome.applied)
     outcome.results.Set("outputs", WriteOutputs(outcome, parsed));
   else if (!outcome.images.empty() && (parsed.Has("output") || parsed.Has("png")))

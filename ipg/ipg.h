@@ -25,6 +25,7 @@
 #include "ipg/frequency/ipg_transformation.h"
 #include "ipg/frequency/ipg_wavelet.h"
 #include "ipg/framework/ipg_container.h"
+#include "ipg/framework/ipg_memory.h"
 #include "ipg/framework/ipg_one_input_no_output.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 #include "ipg/framework/ipg_one_input_two_output.h"

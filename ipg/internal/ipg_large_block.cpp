@@ -123,3 +123,8 @@ void IPG_LARGE_BLOCK::Free(void* block, bool aligned, std::size_t size)
   else
     ::operator delete(block);
 }
+
+void IPG_LARGE_BLOCK::ReleaseKept()
+{
+  Kept().Drop();
+}

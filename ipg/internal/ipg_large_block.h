@@ -29,6 +29,8 @@ public:
   // Ownership passes to the caller, who frees it with Free(block, aligned, size).
   void* Release(bool& aligned, std::size_t& size);
   static void Free(void* block, bool aligned, std::size_t size);
+  // Frees the block kept for the next one, if any.
+  static void ReleaseKept();
 
 private:
   void* Bytes = nullptr;

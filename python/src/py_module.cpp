@@ -7,6 +7,7 @@
 #include "py_operator_binding.h"
 #include "py_progress_sink.h"
 
+#include "ipg/framework/ipg_memory.h"
 #include "ipg/framework/ipg_threads.h"
 
 #include <pybind11/pybind11.h>
@@ -23,6 +24,9 @@ PYBIND11_MODULE(_ipg, m)
   m.def("set_num_threads", &Ipg_SetNumThreads, py::arg("n"),
         "Threads of the operators; 0 or less returns to the default (IPG_NUM_THREADS, else every core).");
   m.def("get_num_threads", &Ipg_GetNumThreads, "Threads the operators use.");
+  m.def("release_cached_memory", &Ipg_ReleaseCachedMemory,
+        "Frees the working memory the operators keep for their next call (the last large block, the calling "
+        "thread's Fourier buffer).");
   m.def("set_progress", [](py::object callback) { return PyProgressSink::Instance().SetCallback(std::move(callback)); },
         py::arg("callback").none(true),
         "Sets fn(label, done, total), called as long operators progress; None for none. Returns the previous one.");
