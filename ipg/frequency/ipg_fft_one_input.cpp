@@ -146,10 +146,53 @@ bool IPG_FFT_ONE_INPUT::CentredSpectrum(Part part)
 bool IPG_FFT_ONE_INPUT::GetReal() { return CentredSpectrum(Part::Real); }
 bool IPG_FFT_ONE_INPUT::GetImaginary() { return CentredSpectrum(Part::Imaginary); }
 
+// A modulus or phase from the real and imaginary parts as GetReal and
+// GetImaginary store them (tenths, under a precision of 10).
+int IPG_FFT_ONE_INPUT::DerivedValue(int realTenths, int imaginaryTenths, Derived kind)
+{
+  const long double x = realTenths * 0.1L;
+  const long double y = imaginaryTenths * 0.1L;
+  if (kind == Derived::Module) {
+    const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
+    return s == 0 ? 0 : Ipg_TruncateTowardZero(std::sqrt(static_cast<long double>(s)) * 10);
+  }
+  const long double angle = realTenths == 0 ? std::atan(0.0L) : std::atan(y / x);
+  // Stored in tenths under a precision of 100: phase images are read that way.
+  return kind == Derived::PhaseDeg ? Ipg_TruncateTowardZero(angle * 180 * (1 / kPi) * 10)
+                                                       : Ipg_TruncateTowardZero(angle * 10);
+}
+
 bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
 {
   if (!HasPixels(ImaIn) || ImaOut == nullptr)
     return false;
+  const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());
+  const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
+  if (ImaOut->Data->GetNbOfCols() != ImaIn->Data->GetNbOfCols() ||
+      ImaOut->Data->GetNbOfRows() != ImaIn->Data->GetNbOfRows())
+    return DerivedSpectrumByParts(kind);
+  // One transform gives both parts, rounded as GetReal and GetImaginary store
+  // them and combined pixel by pixel as they are written: neither part needs
+  // an image of its own.
+  {
+    IPG_FOURIER_BUFFER buffer(cols, rows);
+    if (!LoadAndTransform(ImaIn, buffer))
+      return false;
+    constexpr short kTenths = 10;
+    Ipg_FourierStoreRaw(buffer, *ImaOut->Data, cols / 2, rows / 2, [kind](const MTH_COMPLEX& z) {
+      return DerivedValue(DCM_DATA::ToRaw(z.re, kTenths), DCM_DATA::ToRaw(z.im, kTenths), kind);
+    });
+  }
+  ImaOut->Data->SetPrecision(kind == Derived::Module ? 10 : 100);
+  ImaOut->Data->SetMin();
+  ImaOut->Data->SetMax();
+  return true;
+}
+
+// An output of another size than the input's: its pixels pair with the parts'
+// pixels of the same index, row after row.
+bool IPG_FFT_ONE_INPUT::DerivedSpectrumByParts(Derived kind)
+{
   auto realPart = std::make_unique<DCM_STRUCT>(*ImaIn, false);
   auto imagPart = std::make_unique<DCM_STRUCT>(*ImaIn, false);
   {
@@ -171,18 +214,8 @@ bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
   const std::size_t n = std::min(ImaOut->Data->GetSize(), realPart->Data->GetSize());
   // Pixel by pixel: the bands of pixels run in parallel.
   Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(n), 1), [&](unsigned, unsigned begin, unsigned end) {
-    for (std::size_t k = begin; k < end; ++k) {
-      const long double x = re[k] * 0.1L;
-      const long double y = im[k] * 0.1L;
-      if (kind == Derived::Module) {
-        const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
-        out[k] = s == 0 ? 0 : Ipg_TruncateTowardZero(std::sqrt(static_cast<long double>(s)) * 10);
-      } else {
-        const long double angle = re[k] == 0 ? std::atan(0.0L) : std::atan(y / x);
-        // Stored in tenths under a precision of 100: phase images are read that way.
-        out[k] = kind == Derived::PhaseDeg ? Ipg_TruncateTowardZero(angle * 180 * (1 / kPi) * 10) : Ipg_TruncateTowardZero(angle * 10);
-      }
-    }
+    for (std::size_t k = begin; k < end; ++k)
+      out[k] = DerivedValue(re[k], im[k], kind);
   });
   ImaOut->Data->SetMin();
   ImaOut->Data->SetMax();

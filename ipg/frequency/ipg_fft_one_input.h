@@ -59,6 +59,8 @@ private:
   bool Filter(Zero zeroBand);
   bool CentredSpectrum(Part part);
   bool DerivedSpectrum(Derived kind);
+  bool DerivedSpectrumByParts(Derived kind);
+  static int DerivedValue(int realTenths, int imaginaryTenths, Derived kind);
 
   int Threshold = 0; // half-width of the zeroed band, used as a 16-bit count
 };

@@ -53,10 +53,10 @@ void Ipg_FourierLoad(IPG_FOURIER_BUFFER& buffer, Value value)
 namespace ipg_fourier_detail {
 
 // Output pixels [x0, x1) x [y0, y1) from the coefficients [x - dx][y - dy],
-// as out.SetValue(x, y, part(z)) would store them; widens low/high.
-template <typename Part>
-void StoreRect(MTH_COMPLEX** columns, int* pixels, std::size_t stride, short precision, int x0, int x1, int dx,
-               int y0, int y1, int dy, Part& part, int& low, int& high)
+// raw(z) each; widens low/high.
+template <typename Raw>
+void StoreRect(MTH_COMPLEX** columns, int* pixels, std::size_t stride, int x0, int x1, int dx, int y0, int y1, int dy,
+               Raw& raw, int& low, int& high)
 {
   int tile[kStoreRows][kStoreCols];
   for (int ty = y0; ty < y1; ty += kStoreRows)
@@ -65,7 +65,7 @@ void StoreRect(MTH_COMPLEX** columns, int* pixels, std::size_t stride, short pre
       for (int x = 0; x < width; ++x) {
         const MTH_COMPLEX* source = columns[tx + x - dx] + (ty - dy);
         for (int y = 0; y < height; ++y)
-          tile[y][x] = DCM_DATA::ToRaw(part(source[y]), precision);
+          tile[y][x] = raw(source[y]);
       }
       for (int y = 0; y < height; ++y) {
         int* line = pixels + static_cast<std::size_t>(ty + y) * stride + tx;
@@ -81,11 +81,11 @@ void StoreRect(MTH_COMPLEX** columns, int* pixels, std::size_t stride, short pre
 } // namespace ipg_fourier_detail
 
 // The coefficient [c][r] goes to out pixel ((c + shiftCols) mod cols,
-// (r + shiftRows) mod rows) as out.SetValue(col, row, part(z)) would write it
-// (shifts 0 to cols - 1 and 0 to rows - 1); pixels beyond the smaller of the
-// two sizes are left alone, and the stored extremes widen to the values written.
-template <typename Part>
-void Ipg_FourierStore(IPG_FOURIER_BUFFER& buffer, DCM_DATA& out, int shiftCols, int shiftRows, Part part)
+// (r + shiftRows) mod rows) as raw(z), a stored value (shifts 0 to cols - 1
+// and 0 to rows - 1); pixels beyond the smaller of the two sizes are left
+// alone, and the stored extremes widen to the values written.
+template <typename Raw>
+void Ipg_FourierStoreRaw(IPG_FOURIER_BUFFER& buffer, DCM_DATA& out, int shiftCols, int shiftRows, Raw raw)
 {
   const int cols = buffer.GetNbOfCols(), rows = buffer.GetNbOfRows();
   const int width = std::min(cols, static_cast<int>(out.GetNbOfCols()));
@@ -99,17 +99,25 @@ void Ipg_FourierStore(IPG_FOURIER_BUFFER& buffer, DCM_DATA& out, int shiftCols, 
   MTH_COMPLEX** columns = buffer.Get();
   int* pixels = out.GetIDataAddress();
   const std::size_t stride = out.GetNbOfCols();
-  const short precision = out.GetPrecision();
   const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(height), static_cast<std::size_t>(width));
   std::vector<int> lows(bands.Count, INT_MAX), highs(bands.Count, INT_MIN);
   Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
     for (const auto& rowRun : rowRuns) {
       const int y0 = std::max(rowRun[0], static_cast<int>(begin)), y1 = std::min(rowRun[1], static_cast<int>(end));
       for (const auto& colRun : colRuns)
-        ipg_fourier_detail::StoreRect(columns, pixels, stride, precision, colRun[0], colRun[1], colRun[2], y0, y1,
-                                      rowRun[2], part, lows[band], highs[band]);
+        ipg_fourier_detail::StoreRect(columns, pixels, stride, colRun[0], colRun[1], colRun[2], y0, y1, rowRun[2], raw,
+                                      lows[band], highs[band]);
     }
   });
   out.SetMin(std::min(out.GetMin(), *std::min_element(lows.begin(), lows.end())));
   out.SetMax(std::max(out.GetMax(), *std::max_element(highs.begin(), highs.end())));
+}
+
+// Ipg_FourierStoreRaw of part(z), as out.SetValue(col, row, part(z)) would write it.
+template <typename Part>
+void Ipg_FourierStore(IPG_FOURIER_BUFFER& buffer, DCM_DATA& out, int shiftCols, int shiftRows, Part part)
+{
+  const short precision = out.GetPrecision();
+  Ipg_FourierStoreRaw(buffer, out, shiftCols, shiftRows,
+                      [&part, precision](const MTH_COMPLEX& z) { return DCM_DATA::ToRaw(part(z), precision); });
 }

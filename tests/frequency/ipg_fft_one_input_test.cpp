@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <complex>
 #include <memory>
@@ -91,6 +92,28 @@ TEST(FftOneInput, PhaseIsOneArgumentArctangentInTenthsUnderPrecisionHundred)
   EXPECT_EQ(PixelsOf(mod), (std::vector<int>{0, 14, 20, 14}));
   EXPECT_EQ(deg.Data->GetMin(), -450);
   EXPECT_EQ(deg.Data->GetMax(), 450);
+}
+
+// The modulus and phases of an output the input's size come from one
+// transform; an output of another size pairs pixels by index with the stored
+// real and imaginary parts. Where both place the same pixels they agree.
+TEST(FftOneInput, DerivedSpectraAgreeForOutputsOfEitherSize)
+{
+  const int cols = 16, rows = 12;
+  auto owner = ImageOf(cols, rows, [](unsigned c, unsigned r) { return int((r * 131 + c * 71 + c * r * 17) % 4096); });
+  DCM_STRUCT& in = *owner;
+  for (int code : {1212, 1213, 1216}) {
+    DCM_STRUCT same(in, false), taller(cols, rows + 3, nullptr);
+    ASSERT_TRUE(RunCode(in, same, code));
+    ASSERT_TRUE(RunCode(in, taller, code));
+    EXPECT_EQ(same.Data->GetPrecision(), taller.Data->GetPrecision());
+    for (int r = 0; r < rows; ++r)
+      for (int c = 0; c < cols; ++c)
+        ASSERT_EQ(Raw(same, c, r), Raw(taller, c, r)) << code << " at " << c << "," << r;
+    const std::vector<int> pixels = PixelsOf(same);
+    EXPECT_EQ(same.Data->GetMin(), *std::min_element(pixels.begin(), pixels.end())) << code;
+    EXPECT_EQ(same.Data->GetMax(), *std::max_element(pixels.begin(), pixels.end())) << code;
+  }
 }
 
 TEST(FftOneInput, FiltersWithZeroThresholdGiveTheInputBack)
