@@ -13,6 +13,7 @@
 #include "ipg/internal/ipg_derivative_kernels.h"
 #include "ipg/internal/ipg_guard.h"
 #include "ipg/internal/ipg_kernel_images.h"
+#include "ipg/internal/ipg_large_block.h"
 #include "ipg/internal/ipg_local_kernels.h"
 #include "ipg/internal/ipg_median_kernel.h"
 #include "ipg/internal/ipg_messages.h"
@@ -204,7 +205,12 @@ int IPG_FILTER_PROCESSING::Apply()
 // reports the median's outcome, as callers of code 505 expect.
 bool IPG_FILTER_PROCESSING::MedianThenNagao(const DCM_STRUCT* in)
 {
-  const bool median = MedianInto(in, ImaOut);
+  return NagaoOfMedian(MedianInto(in, ImaOut));
+}
+
+// The Nagao filter from the median in the output, into the output.
+bool IPG_FILTER_PROCESSING::NagaoOfMedian(bool median)
+{
   if (ImaOut == nullptr || Ipg_CancelRequested())
     return median;
   const DCM_STRUCT medianResult(*ImaOut, true);
@@ -217,8 +223,16 @@ bool IPG_FILTER_PROCESSING::RunChain504()
 {
   if (!AdaptativeDenoise())
     return false;
-  const DCM_STRUCT denoised(*ImaOut, true);
-  return MedianThenNagao(&denoised);
+  // The later steps want images, not the denoiser's kept working block, and
+  // each needs only the step before it: the memory held stays that of two
+  // images besides the input and output.
+  IPG_LARGE_BLOCK::ReleaseKept();
+  bool median = false;
+  {
+    const DCM_STRUCT denoised(*ImaOut, true);
+    median = MedianInto(&denoised, ImaOut);
+  }
+  return NagaoOfMedian(median);
 }
 
 bool IPG_FILTER_PROCESSING::KernelUsable(const IPG_FILTER* kernel) const

@@ -244,6 +244,7 @@ private:
   using ShearedKernel = void (*)(const Ipg_KernelImages& images, Ipg_RowSpan span);
 
   bool MedianThenNagao(const DCM_STRUCT* in);
+  bool NagaoOfMedian(bool median);
   bool RunChain504();
   bool RunShearedWindowFilter(const char* label, ShearedKernel kernel);
   // The operations on explicit images, so that chains pass intermediate
