@@ -10,11 +10,13 @@
 
 Operator messages raise OperatorError, or go to set_message_handler(fn);
 progress goes to set_progress(fn); set_num_threads(n) sets the operators'
-threads. Calls release the GIL while the library works. ipg.batch.run runs a
+threads, and release_cached_memory() frees the working memory they keep for
+their next call. Calls release the GIL while the library works. ipg.batch.run runs a
 saved pipeline over many files, as `ipg batch` does, here or on a dask cluster.
 """
 
-from ._ipg import Image, get_num_threads, phantom, read, set_num_threads, set_progress
+from ._ipg import (Image, get_num_threads, phantom, read, release_cached_memory, set_num_threads,
+                   set_progress)
 from ._functional import label, lee, median, otsu, stats
 from ._operator import (ROI_VALUE, CLASSES, Operator, OperatorError, classes, roi_image,
                         set_message_handler)
@@ -25,5 +27,6 @@ globals().update(CLASSES)  # ipg.IPG_FILTER_PROCESSING and every other class
 
 __version__ = "0.1.0"
 __all__ = ["Image", "read", "phantom", "from_pydicom", "Operator", "OperatorError", "classes",
-           "set_message_handler", "set_progress", "set_num_threads", "get_num_threads", "ROI_VALUE",
+           "set_message_handler", "set_progress", "set_num_threads", "get_num_threads",
+           "release_cached_memory", "ROI_VALUE",
            "roi_image", "batch", "lee", "median", "otsu", "label", "stats"] + sorted(CLASSES)

@@ -149,6 +149,12 @@ def test_thread_count_reaches_the_library_and_changes_no_pixel():
     np.testing.assert_array_equal(np.asarray(op.apply(image)), one)
 
 
+def test_released_cached_memory_is_allocated_afresh_with_the_same_results(phantom):
+    kept = ipg.lee(phantom[0], 2)
+    ipg.release_cached_memory()
+    np.testing.assert_array_equal(ipg.lee(phantom[0], 2), kept)
+
+
 def test_python_threads_run_operators_side_by_side_with_their_own_messages(phantom):
     expected = ipg.lee(phantom[0], 2)
     smoothed, messages = {}, {}
