@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_local_ratio_median.h"
 
+#include "ipg/internal/ipg_ratio_tally.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_windows.h"
@@ -14,9 +15,6 @@
 #include <optional>
 #include <vector>
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
 
 namespace {
 
@@ -66,27 +64,39 @@ void RatiosOfRow(const double* mean, double* variance, std::size_t cols, int pow
   RatiosPlain(mean, variance, cols, power);
 }
 
-// The ratios of Ipg_MedianLocalRatio, a row at a time: visit(band, row,
-// ratios) with kNoRatio for a pixel without a positive local mean. Bands
-// visit their rows in order, so the bands' visits in turn follow the rows.
-// False when the host asked to stop: the visits did not reach every row.
+// Visits every row of the image's windows of half size: visit(band, row,
+// tables), in parallel bands, each with its window tables. Bands visit their
+// rows in order, so the bands' visits in turn follow the rows. False when the
+// host asked to stop: the visits did not reach every row.
 template <typename Visit>
-bool RatioRows(const double* in, int cols, int rows, int half, int power, Visit visit)
+bool WindowRows(const double* in, int cols, int rows, int half, Visit visit)
 {
   std::atomic<bool> stop{false};
   Ipg_RunWindowBands(in, cols, rows, half, kMomentWork, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
-    std::vector<double> mean(static_cast<std::size_t>(cols)), ratio(static_cast<std::size_t>(cols));
     for (unsigned r = begin; r < end; ++r) {
       if (Ipg_OnCallingThread() && Ipg_CancelRequested())
         stop = true; // the pass that asks is dropped
       if (stop.load(std::memory_order_relaxed))
         return;
-      tables.RowMoments(static_cast<int>(r), half, mean.data(), ratio.data()); // the variance, then the ratio
-      RatiosOfRow(mean.data(), ratio.data(), mean.size(), power);
-      visit(band, r, static_cast<const double*>(ratio.data()));
+      visit(band, r, tables);
     }
   });
   return !stop;
+}
+
+// The ratios of Ipg_MedianLocalRatio, a row at a time: visit(band, row,
+// ratios) with kNoRatio for a pixel without a positive local mean.
+template <typename Visit>
+bool RatioRows(const double* in, int cols, int rows, int half, int power, Visit visit)
+{
+  return WindowRows(in, cols, rows, half, [&](unsigned band, unsigned row, Ipg_WindowTables& tables) {
+    thread_local std::vector<double> mean, ratio;
+    mean.resize(static_cast<std::size_t>(cols));
+    ratio.resize(static_cast<std::size_t>(cols));
+    tables.RowMoments(static_cast<int>(row), half, mean.data(), ratio.data()); // the variance, then the ratio
+    RatiosOfRow(mean.data(), ratio.data(), mean.size(), power);
+    visit(band, row, static_cast<const double*>(ratio.data()));
+  });
 }
 
 unsigned BandsOfRatios(int cols, int rows)
@@ -240,13 +250,7 @@ std::vector<double> SampledRatios(const double* in, int cols, int rows, int half
   return ratios;
 }
 
-// The ratios of the sample's middle: [Low, High].
-struct MiddleRange {
-  double Low = 0.0;
-  double High = 0.0;
-};
-
-std::optional<MiddleRange> GuessMiddleRange(std::vector<double> sample)
+std::optional<Ipg_RatioRange> GuessIpg_RatioRange(std::vector<double> sample)
 {
   const std::size_t n = sample.size();
   if (n < kFewestSampled)
@@ -255,141 +259,48 @@ std::optional<MiddleRange> GuessMiddleRange(std::vector<double> sample)
   const auto high = sample.begin() + static_cast<std::ptrdiff_t>(static_cast<double>(n) * (0.5 + kMiddleShare));
   std::nth_element(sample.begin(), low, sample.end());
   std::nth_element(low + 1, high, sample.end());
-  return MiddleRange{*low, *high};
+  return Ipg_RatioRange{*low, *high};
 }
 
-// What one band of the pass saw: the ratios below Low, at Low, strictly
-// between Low and High (listed), at High, and all of them.
-struct BandTally {
-  std::size_t Below = 0;
-  std::size_t AtLow = 0;
-  std::vector<double> Inside;
-  std::size_t AtHigh = 0;
-  std::size_t Seen = 0;
-  bool Unordered = false; // a ratio the bit patterns do not order (a NaN)
-  bool Overflow = false;  // more inside than the band may list
+// One band's share of the pass.
+struct BandPass {
+  Ipg_RatioTally Tally;
+  bool Overflow = false; // more inside than the band may list
 };
-
-// Counts a row's ratios into the tally, all but those inside, which are
-// listed apart. Without branches: a ratio falls below or above the middle
-// about as often, which no prediction follows; the counts vectorise.
-[[gnu::always_inline]] inline void TallyBody(const double* ratio, std::size_t cols, MiddleRange range, BandTally& t)
-{
-  const double low = range.Low, high = range.High;
-  std::size_t seen = 0, below = 0, atLow = 0, atHigh = 0, unordered = 0;
-  for (std::size_t c = 0; c < cols; ++c) {
-    const double x = ratio[c];
-    const bool listed = x != kNoRatio;
-    seen += listed;
-    unordered += listed & (std::bit_cast<std::uint64_t>(x) > kInfinityPattern);
-    below += listed & (x < low);
-    atLow += x == low;
-    atHigh += (x == high) & (x != low);
-  }
-  t.Seen += seen;
-  t.Below += below;
-  t.AtLow += atLow;
-  t.AtHigh += atHigh;
-  t.Unordered |= unordered != 0;
-}
-
-void TallyPlain(const double* ratio, std::size_t cols, MiddleRange range, BandTally& t)
-{
-  TallyBody(ratio, cols, range, t);
-}
-
-#if defined(__x86_64__)
-[[gnu::target("avx2")]] void TallyAvx2(const double* ratio, std::size_t cols, MiddleRange range, BandTally& t)
-{
-  TallyBody(ratio, cols, range, t);
-}
-#endif
-
-// Appends the ratios strictly inside the range to inside. Few lie inside,
-// but a branch on either test alone would go both ways about as often, so
-// the tests are combined before any branch: four ratios at a time with AVX2,
-// else with each ratio written past the end and kept only when inside.
-void ListInsidePlain(const double* ratio, std::size_t cols, MiddleRange range, std::vector<double>& inside)
-{
-  const std::size_t start = inside.size();
-  inside.resize(start + cols + 1);
-  double* kept = inside.data() + start;
-  std::size_t count = 0;
-  for (std::size_t c = 0; c < cols; ++c) {
-    kept[count] = ratio[c];
-    count += static_cast<std::size_t>(ratio[c] > range.Low) & static_cast<std::size_t>(ratio[c] < range.High);
-  }
-  inside.resize(start + count);
-}
-
-#if defined(__x86_64__)
-[[gnu::target("avx2")]] void ListInsideAvx2(const double* ratio, std::size_t cols, MiddleRange range,
-                                            std::vector<double>& inside)
-{
-  const __m256d low = _mm256_set1_pd(range.Low), high = _mm256_set1_pd(range.High);
-  std::size_t c = 0;
-  for (; c + 4 <= cols; c += 4) {
-    const __m256d x = _mm256_loadu_pd(ratio + c);
-    // Ordered comparisons: a NaN is never inside, as with < and >.
-    const __m256d within = _mm256_and_pd(_mm256_cmp_pd(x, low, _CMP_GT_OQ), _mm256_cmp_pd(x, high, _CMP_LT_OQ));
-    for (int mask = _mm256_movemask_pd(within); mask != 0; mask &= mask - 1)
-      inside.push_back(ratio[c + static_cast<std::size_t>(__builtin_ctz(static_cast<unsigned>(mask)))]);
-  }
-  ListInsidePlain(ratio + c, cols - c, range, inside);
-}
-#endif
-
-void ListInside(const double* ratio, std::size_t cols, MiddleRange range, std::vector<double>& inside)
-{
-#if defined(__x86_64__)
-  if (Ipg_UseAvx2())
-    return ListInsideAvx2(ratio, cols, range, inside);
-#endif
-  ListInsidePlain(ratio, cols, range, inside);
-}
-
-void TallyRow(const double* ratio, std::size_t cols, MiddleRange range, BandTally& t)
-{
-#if defined(__x86_64__)
-  if (Ipg_UseAvx2())
-    return TallyAvx2(ratio, cols, range, t);
-#endif
-  TallyPlain(ratio, cols, range, t);
-}
 
 enum class Outcome { Found, Missed, Unordered, Stopped };
 
 // One pass: the middle ratio when it lies within range, found among the
 // listed ones by its rank.
-Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int power, MiddleRange range, double& median)
+Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int power, Ipg_RatioRange range, double& median)
 {
   const std::size_t pixels = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
   const unsigned bands = BandsOfRatios(cols, rows);
   // At most an eighth of the ratios (one byte a pixel) are listed.
   const std::size_t bandCap = std::max(kListedCandidates, pixels / 8) / bands + 1;
-  std::vector<BandTally> tallies(bands);
-  const bool complete = RatioRows(in, cols, rows, half, power, [&](unsigned band, unsigned, const double* ratio) {
-    BandTally& t = tallies[band];
-    if (t.Overflow)
+  std::vector<BandPass> passes(bands);
+  const bool complete = WindowRows(in, cols, rows, half, [&](unsigned band, unsigned row, Ipg_WindowTables& tables) {
+    BandPass& pass = passes[band];
+    if (pass.Overflow)
       return;
-    TallyRow(ratio, static_cast<std::size_t>(cols), range, t);
-    ListInside(ratio, static_cast<std::size_t>(cols), range, t.Inside);
-    t.Overflow = t.Inside.size() > bandCap;
+    Ipg_TallyRowRatios(tables, static_cast<int>(row), cols, half, power, range, pass.Tally);
+    pass.Overflow = pass.Tally.Inside.size() > bandCap;
   });
   if (!complete)
     return Outcome::Stopped;
-  BandTally all;
-  for (BandTally& t : tallies) {
+  Ipg_RatioTally all;
+  for (BandPass& pass : passes) {
+    const Ipg_RatioTally& t = pass.Tally;
     if (t.Unordered)
       return Outcome::Unordered;
-    if (t.Overflow)
+    if (pass.Overflow)
       return Outcome::Missed;
     all.Below += t.Below;
     all.AtLow += t.AtLow;
     all.AtHigh += t.AtHigh;
     all.Seen += t.Seen;
     all.Inside.insert(all.Inside.end(), t.Inside.begin(), t.Inside.end());
-    std::vector<double>().swap(t.Inside);
+    std::vector<double>().swap(pass.Tally.Inside);
   }
   std::size_t rank = all.Seen / 2;
   if (all.Seen == 0) {
@@ -424,7 +335,7 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
     return 0.0;
   if (static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) <= kListedRatios)
     return MedianOfListedRatios(in, cols, rows, half, power);
-  if (const std::optional<MiddleRange> range = GuessMiddleRange(SampledRatios(in, cols, rows, half, power))) {
+  if (const std::optional<Ipg_RatioRange> range = GuessIpg_RatioRange(SampledRatios(in, cols, rows, half, power))) {
     double median = 0.0;
     switch (MedianWithinRange(in, cols, rows, half, power, *range, median)) {
     case Outcome::Found:

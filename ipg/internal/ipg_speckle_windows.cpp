@@ -242,7 +242,8 @@ void Ipg_WindowTables::RowMoments(int row, int half, double* mean, double* varia
     variance[c] = std::max(0.0, squares / count - mean[c] * mean[c]);
   };
   // Inner columns: the window spans 2 half + 1 columns from c - half.
-  const int innerBegin = std::min(half, Cols), innerEnd = std::max(innerBegin, Cols - half);
+  int innerBegin = 0, innerEnd = 0;
+  InnerColumns(Cols, half, innerBegin, innerEnd);
   for (int c = 0; c < innerBegin; ++c)
     clipped(c);
   const long r0 = std::max(0, row - half), r1 = std::min(Rows, row + half + 1);
@@ -255,6 +256,14 @@ void Ipg_WindowTables::RowMoments(int row, int half, double* mean, double* varia
   inner(SumLine(r0), SumLine(r1), SquaresLine(r0), SquaresLine(r1), half, count, innerBegin, innerEnd, mean, variance);
   for (int c = innerEnd; c < Cols; ++c)
     clipped(c);
+}
+
+Ipg_WindowTables::Lines Ipg_WindowTables::RowLines(int row, int half)
+{
+  Reach(row);
+  const long r0 = std::max(0, row - half), r1 = std::min(Rows, row + half + 1);
+  return {SumLine(r0), SumLine(r1), SquaresLine(r0), SquaresLine(r1),
+          static_cast<double>(2 * half + 1) * static_cast<double>(r1 - r0)};
 }
 
 void Ipg_WindowTables::CopyRow(long t, double* target)

@@ -4,6 +4,7 @@
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/ui/ipg_progress.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <vector>
@@ -37,6 +38,27 @@ public:
   // Mean and population variance (max(0, squares / count - mean^2)) of the
   // clipped windows of every pixel of row, into mean[0 .. cols) and variance[0 .. cols).
   void RowMoments(int row, int half, double* mean, double* variance);
+
+  // The table rows the windows of half size around row read, built first
+  // when needed: the sums over an inner window (InnerColumns) at c are
+  // Bottom[c + half + 1] - Bottom[c - half] - Top[c + half + 1] + Top[c - half]
+  // of the sums and of the squares, in that order, over InnerCount pixels.
+  struct Lines {
+    const double* SumTop;
+    const double* SumBottom;
+    const double* SquaresTop;
+    const double* SquaresBottom;
+    double InnerCount;
+  };
+  Lines RowLines(int row, int half);
+
+  // The columns [begin, end) of a cols-wide row whose windows of half size
+  // span 2 half + 1 columns.
+  static void InnerColumns(int cols, int half, int& begin, int& end)
+  {
+    begin = std::min(half, cols);
+    end = std::max(begin, cols - half);
+  }
 
   // Table row t, sums then sums of squares, into target (2 (cols + 1) values),
   // built first when needed; t comes after the rows already read.
