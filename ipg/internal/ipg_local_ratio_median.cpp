@@ -201,65 +201,87 @@ double MedianByCountedDigits(const double* in, int cols, int rows, int half, int
 constexpr std::size_t kSampledRatios = std::size_t{1} << 16;
 // Fewer sampled ratios than this say too little to guess from.
 constexpr std::size_t kFewestSampled = 1024;
-// The sample's middle 2 x kMiddleShare of its ratios bound those listed.
-constexpr double kMiddleShare = 0.03;
+// The sample's middle 2 x kMiddleShare of its ratios bound those listed; when
+// the middle of the image lies outside them, its middle 2 x kWideShare (at
+// most an eighth of the ratios listed, for a sample like the image).
+constexpr double kMiddleShare = 0.015;
+constexpr double kWideShare = 0.05;
 
 // Ratios of a few rows spread evenly over the image, from window sums taken
 // directly: they differ from the tables' in the last bits at most, which is
 // close enough to guess where the middle ratio lies. The sampled rows read at
 // most a quarter of the pixels a pass reads; none when windows are too tall
 // for that.
+// The ratios of one sampled row, appended to ratios; false at a NaN.
+bool SampleRow(const double* in, int cols, int rows, int half, int power, long row, std::vector<double>& sums,
+               std::vector<double>& squares, std::vector<double>& ratios)
+{
+  const std::size_t width = static_cast<std::size_t>(cols);
+  const long top = std::max(0L, row - half), bottom = std::min<long>(rows, row + half + 1);
+  sums.assign(width + 1, 0.0);
+  squares.assign(width + 1, 0.0);
+  for (long y = top; y < bottom; ++y) {
+    const double* line = in + static_cast<std::size_t>(y) * width;
+    for (std::size_t c = 0; c < width; ++c) {
+      sums[c + 1] += line[c];
+      squares[c + 1] += line[c] * line[c];
+    }
+  }
+  std::partial_sum(sums.begin(), sums.end(), sums.begin());
+  std::partial_sum(squares.begin(), squares.end(), squares.begin());
+  // A guess needs no exact ratios: products by the reciprocal of the window's
+  // size, the same for every window but those the sides clip.
+  const long height = bottom - top;
+  const double inner = 1.0 / static_cast<double>((2L * half + 1) * height);
+  for (long c = 0; c < cols; ++c) {
+    const long left = std::max(0L, c - half), right = std::min<long>(cols, c + half + 1);
+    const double inverse = right - left == 2L * half + 1 ? inner : 1.0 / static_cast<double>((right - left) * height);
+    const double mean = (sums[right] - sums[left]) * inverse;
+    const double variance = std::max(0.0, (squares[right] - squares[left]) * inverse - mean * mean);
+    if (!(mean > 0.0))
+      continue;
+    const double ratio = variance / (power == 2 ? mean * mean : mean);
+    if (!(ratio >= 0.0))
+      return false;
+    ratios.push_back(ratio);
+  }
+  return true;
+}
+
 std::vector<double> SampledRatios(const double* in, int cols, int rows, int half, int power)
 {
   const std::size_t width = static_cast<std::size_t>(cols);
   const long side = 2L * half + 1;
   const long affordable = static_cast<long>(rows) / (4 * side);
   const long count = std::min({static_cast<long>(rows), std::max(1L, static_cast<long>(kSampledRatios / width)), affordable});
-  std::vector<double> ratios;
   if (count < 1)
-    return ratios;
-  ratios.reserve(static_cast<std::size_t>(count) * width);
-  std::vector<double> sums(width + 1), squares(width + 1);
-  for (long k = 0; k < count; ++k) {
-    const long row = (2 * k + 1) * rows / (2 * count);
-    const long top = std::max(0L, row - half), bottom = std::min<long>(rows, row + half + 1);
-    std::fill(sums.begin(), sums.end(), 0.0);
-    std::fill(squares.begin(), squares.end(), 0.0);
-    for (long y = top; y < bottom; ++y) {
-      const double* line = in + static_cast<std::size_t>(y) * width;
-      for (std::size_t c = 0; c < width; ++c) {
-        sums[c + 1] += line[c];
-        squares[c + 1] += line[c] * line[c];
-      }
-    }
-    std::partial_sum(sums.begin(), sums.end(), sums.begin());
-    std::partial_sum(squares.begin(), squares.end(), squares.begin());
-    for (long c = 0; c < cols; ++c) {
-      const long left = std::max(0L, c - half), right = std::min<long>(cols, c + half + 1);
-      const double n = static_cast<double>((right - left) * (bottom - top));
-      const double mean = (sums[right] - sums[left]) / n;
-      const double variance = std::max(0.0, (squares[right] - squares[left]) / n - mean * mean);
-      if (!(mean > 0.0))
-        continue;
-      const double ratio = variance / (power == 2 ? mean * mean : mean);
-      if (!(ratio >= 0.0))
-        return {}; // a NaN: no order to guess from
-      ratios.push_back(ratio);
-    }
-  }
+    return {};
+  // The sampled rows in parallel bands; their order does not matter to a quantile.
+  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(count), width * static_cast<std::size_t>(side));
+  std::vector<std::vector<double>> parts(bands.Count);
+  std::atomic<bool> unordered{false};
+  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+    std::vector<double> sums, squares;
+    for (unsigned k = begin; k < end && !unordered.load(std::memory_order_relaxed); ++k)
+      if (!SampleRow(in, cols, rows, half, power, (2L * k + 1) * rows / (2 * count), sums, squares, parts[band]))
+        unordered = true;
+  });
+  std::vector<double> ratios;
+  if (unordered)
+    return ratios; // a NaN: no order to guess from
+  for (const std::vector<double>& part : parts)
+    ratios.insert(ratios.end(), part.begin(), part.end());
   return ratios;
 }
 
-std::optional<Ipg_RatioRange> GuessIpg_RatioRange(std::vector<double> sample)
+std::optional<Ipg_RatioRange> GuessMiddleRange(std::vector<double>& sample, double share)
 {
   const std::size_t n = sample.size();
   if (n < kFewestSampled)
     return std::nullopt;
-  const auto low = sample.begin() + static_cast<std::ptrdiff_t>(static_cast<double>(n) * (0.5 - kMiddleShare));
-  const auto high = sample.begin() + static_cast<std::ptrdiff_t>(static_cast<double>(n) * (0.5 + kMiddleShare));
-  std::nth_element(sample.begin(), low, sample.end());
-  std::nth_element(low + 1, high, sample.end());
-  return Ipg_RatioRange{*low, *high};
+  const auto rank = [n](double at) { return static_cast<std::size_t>(static_cast<double>(n) * at); };
+  const double low = Ipg_SelectElement(sample.data(), n, rank(0.5 - share));
+  return Ipg_RatioRange{low, Ipg_SelectElement(sample.data(), n, rank(0.5 + share))};
 }
 
 // One band's share of the pass.
@@ -335,7 +357,11 @@ double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int 
     return 0.0;
   if (static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows) <= kListedRatios)
     return MedianOfListedRatios(in, cols, rows, half, power);
-  if (const std::optional<Ipg_RatioRange> range = GuessIpg_RatioRange(SampledRatios(in, cols, rows, half, power))) {
+  std::vector<double> sample = SampledRatios(in, cols, rows, half, power);
+  for (const double share : {kMiddleShare, kWideShare}) {
+    const std::optional<Ipg_RatioRange> range = GuessMiddleRange(sample, share);
+    if (!range)
+      break;
     double median = 0.0;
     switch (MedianWithinRange(in, cols, rows, half, power, *range, median)) {
     case Outcome::Found:

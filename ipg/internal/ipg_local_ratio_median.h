@@ -7,8 +7,10 @@
 //
 // Up to 512 x 512 pixels the ratios are listed. Above, a few rows spread over
 // the image are sampled first, and one pass over the image counts the ratios
-// below the sample's middle few percent and lists those within them; when the
-// middle ratio lies outside them (a sample unlike the image), the ratios are
-// counted by their bit patterns in further passes. Either way the memory used
-// stays small, and the value is the same.
+// below the sample's middle three percent and lists those within them. When
+// the middle ratio lies outside them (a sample unlike the image, such as
+// structure that repeats with the sampled rows' spacing), a second pass tries
+// the sample's middle tenth; when that misses too, the ratios are counted by
+// their bit patterns in further passes. Either way the memory used stays
+// small, and the value is the same.
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power);

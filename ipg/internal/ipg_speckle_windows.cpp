@@ -304,29 +304,71 @@ IPG_ROW_BANDS DealtInTurn(IPG_ROW_BANDS bands, int reach, int readReach)
   return bands;
 }
 
-void RunBandsWithTables(const IPG_ROW_BANDS& bands, const double* in, int cols, int rows, int reach,
+// A row of the walk that seeds a band's tables costs about this many plain
+// copies of its pixels.
+constexpr double kSeedWork = 1.0;
+
+// Where each band starts when every band below the first walks from the top
+// to its seed on its own thread: a walk row costs share = kSeedWork / work of
+// a band row, and band j starting at a_j takes share a_j + (a_(j+1) - a_j)
+// row times. All take the same with a_j = rows (1 - q^j) / (1 - q^count),
+// q = 1 - share: the bands grow shorter down the image.
+std::vector<unsigned> SeededBounds(unsigned rows, unsigned count, std::size_t work)
+{
+  const double share = std::min(0.5, kSeedWork / static_cast<double>(std::max<std::size_t>(work, 1)));
+  const double q = 1.0 - share, whole = 1.0 - std::pow(q, count);
+  std::vector<unsigned> bounds(count + 1, rows);
+  bounds[0] = 0;
+  for (unsigned j = 1; j < count; ++j)
+    bounds[j] = std::max(bounds[j - 1], static_cast<unsigned>(std::lround(rows * (1.0 - std::pow(q, j)) / whole)));
+  return bounds;
+}
+
+// Runs body over bands of rows, each band's tables seeded with the table row
+// above its first window, computed by a walk from the top: every band adds in
+// the order of one walk over the image. A pass that reads its input while the
+// bands write over it (inputChanges) walks first, for all the bands, on the
+// calling thread. Any other pass lets each band below the first walk on its
+// own thread, the bands cut by SeededBounds.
+void RunBandsWithTables(const IPG_ROW_BANDS& bands, const double* in, int cols, int rows, int reach, std::size_t work,
+                        bool inputChanges,
                         const std::function<void(unsigned, unsigned, unsigned, Ipg_WindowTables&)>& body)
 {
-  // Each band's seed, the table row above its first window, by one walk from the top.
+  const bool seeded = bands.Count > 1 && reach >= 0;
+  const std::vector<unsigned> bounds =
+      seeded && !inputChanges ? SeededBounds(bands.Rows, bands.Count, work) : std::vector<unsigned>{};
+  const auto beginOf = [&](unsigned band) { return bounds.empty() ? bands.Begin(band) : bounds[band]; };
   const std::size_t width = static_cast<std::size_t>(cols) + 1;
-  std::vector<double> seeds(2 * width * bands.Count);
-  std::vector<bool> seeded(bands.Count, false);
-  if (bands.Count > 1 && reach >= 0) {
+  const auto walkTo = [&](unsigned band, double* seed) {
+    const long top = std::max(0L, static_cast<long>(beginOf(band)) - reach);
     Ipg_WindowTables walk;
     walk.Start(in, cols, rows, 0, 0, rows, nullptr);
-    for (unsigned band = 1; band < bands.Count; ++band) {
-      const long top = std::max(0L, static_cast<long>(bands.Begin(band)) - reach);
-      if (top == 0)
-        continue;
-      walk.CopyRow(top, seeds.data() + 2 * width * band);
-      seeded[band] = true;
-    }
+    walk.CopyRow(top, seed);
+  };
+  std::vector<double> seeds; // the walk for every band, first
+  if (seeded && inputChanges) {
+    seeds.resize(2 * width * bands.Count);
+    Ipg_WindowTables walk;
+    walk.Start(in, cols, rows, 0, 0, rows, nullptr);
+    for (unsigned band = 1; band < bands.Count; ++band)
+      walk.CopyRow(std::max(0L, static_cast<long>(beginOf(band)) - reach), seeds.data() + 2 * width * band);
   }
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
+  Ipg_RunBands(bands, [&](unsigned band, unsigned, unsigned) {
+    const unsigned begin = beginOf(band), end = band + 1 < bands.Count ? beginOf(band + 1) : bands.Rows;
+    std::vector<double> own;
+    const double* seed = nullptr;
+    if (seeded && band > 0 && static_cast<long>(begin) > reach) {
+      if (seeds.empty()) {
+        own.resize(2 * width);
+        walkTo(band, own.data());
+        seed = own.data();
+      } else {
+        seed = seeds.data() + 2 * width * band;
+      }
+    }
     Ipg_WindowTables tables;
     if (reach >= 0)
-      tables.Start(in, cols, rows, reach, static_cast<int>(begin), static_cast<int>(end),
-                   seeded[band] ? seeds.data() + 2 * width * band : nullptr);
+      tables.Start(in, cols, rows, reach, static_cast<int>(begin), static_cast<int>(end), seed);
     body(band, begin, end, tables);
   });
 }
@@ -338,7 +380,7 @@ void Ipg_RunWindowBands(const double* in, int cols, int rows, int reach, std::si
 {
   if (cols <= 0 || rows <= 0)
     return;
-  RunBandsWithTables(SplitForReach(cols, rows, reach, work), in, cols, rows, reach, body);
+  RunBandsWithTables(SplitForReach(cols, rows, reach, work), in, cols, rows, reach, work, false, body);
 }
 
 double Ipg_MiddleElement(double* values, std::size_t count) { return Ipg_SelectElement(values, count, count / 2); }
@@ -419,7 +461,7 @@ void Ipg_RunPassBands(const double* in, double* out, int cols, int rows, int rea
   // Rows read far away keep the bands few, so that their held rows stay few too.
   const IPG_ROW_BANDS bands = DealtInTurn(SplitForReach(cols, rows, std::max(reach, readReach), work), reach, readReach);
   std::vector<Ipg_BandOutput> outputs(bands.Count);
-  RunBandsWithTables(bands, in, cols, rows, reach, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
+  RunBandsWithTables(bands, in, cols, rows, reach, work, overlap, [&](unsigned band, unsigned begin, unsigned end, Ipg_WindowTables& tables) {
     Ipg_BandOutput& output = outputs[band];
     output.Out = out;
     output.Cols = cols;
