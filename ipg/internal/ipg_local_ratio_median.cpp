@@ -15,7 +15,6 @@
 #include <optional>
 #include <vector>
 
-
 namespace {
 
 // A window's moments and ratio cost about this many plain copies per pixel:

@@ -338,33 +338,31 @@ void RunBandsWithTables(const IPG_ROW_BANDS& bands, const double* in, int cols, 
   const std::vector<unsigned> bounds =
       seeded && !inputChanges ? SeededBounds(bands.Rows, bands.Count, work) : std::vector<unsigned>{};
   const auto beginOf = [&](unsigned band) { return bounds.empty() ? bands.Begin(band) : bounds[band]; };
+  // The table row above a band's first window; 0 (no seed) for a band whose
+  // windows reach the top.
+  const auto seedRow = [&](unsigned band) { return seeded ? std::max(0L, static_cast<long>(beginOf(band)) - reach) : 0L; };
   const std::size_t width = static_cast<std::size_t>(cols) + 1;
-  const auto walkTo = [&](unsigned band, double* seed) {
-    const long top = std::max(0L, static_cast<long>(beginOf(band)) - reach);
-    Ipg_WindowTables walk;
-    walk.Start(in, cols, rows, 0, 0, rows, nullptr);
-    walk.CopyRow(top, seed);
-  };
   std::vector<double> seeds; // the walk for every band, first
   if (seeded && inputChanges) {
     seeds.resize(2 * width * bands.Count);
     Ipg_WindowTables walk;
     walk.Start(in, cols, rows, 0, 0, rows, nullptr);
     for (unsigned band = 1; band < bands.Count; ++band)
-      walk.CopyRow(std::max(0L, static_cast<long>(beginOf(band)) - reach), seeds.data() + 2 * width * band);
+      if (seedRow(band) > 0)
+        walk.CopyRow(seedRow(band), seeds.data() + 2 * width * band);
   }
   Ipg_RunBands(bands, [&](unsigned band, unsigned, unsigned) {
     const unsigned begin = beginOf(band), end = band + 1 < bands.Count ? beginOf(band + 1) : bands.Rows;
     std::vector<double> own;
     const double* seed = nullptr;
-    if (seeded && band > 0 && static_cast<long>(begin) > reach) {
-      if (seeds.empty()) {
-        own.resize(2 * width);
-        walkTo(band, own.data());
-        seed = own.data();
-      } else {
-        seed = seeds.data() + 2 * width * band;
-      }
+    if (seedRow(band) > 0 && !seeds.empty()) {
+      seed = seeds.data() + 2 * width * band;
+    } else if (seedRow(band) > 0) { // this band's own walk
+      own.resize(2 * width);
+      Ipg_WindowTables walk;
+      walk.Start(in, cols, rows, 0, 0, rows, nullptr);
+      walk.CopyRow(seedRow(band), own.data());
+      seed = own.data();
     }
     Ipg_WindowTables tables;
     if (reach >= 0)
