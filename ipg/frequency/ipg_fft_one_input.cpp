@@ -159,7 +159,7 @@ int IPG_FFT_ONE_INPUT::DerivedValue(int realTenths, int imaginaryTenths, Derived
   const long double angle = realTenths == 0 ? std::atan(0.0L) : std::atan(y / x);
   // Stored in tenths under a precision of 100: phase images are read that way.
   return kind == Derived::PhaseDeg ? Ipg_TruncateTowardZero(angle * 180 * (1 / kPi) * 10)
-                                                       : Ipg_TruncateTowardZero(angle * 10);
+                                   : Ipg_TruncateTowardZero(angle * 10);
 }
 
 bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)

@@ -206,11 +206,6 @@ constexpr std::size_t kFewestSampled = 1024;
 constexpr double kMiddleShare = 0.015;
 constexpr double kWideShare = 0.05;
 
-// Ratios of a few rows spread evenly over the image, from window sums taken
-// directly: they differ from the tables' in the last bits at most, which is
-// close enough to guess where the middle ratio lies. The sampled rows read at
-// most a quarter of the pixels a pass reads; none when windows are too tall
-// for that.
 // The ratios of one sampled row, appended to ratios; false at a NaN.
 bool SampleRow(const double* in, int cols, int rows, int half, int power, long row, std::vector<double>& sums,
                std::vector<double>& squares, std::vector<double>& ratios)
@@ -247,12 +242,18 @@ bool SampleRow(const double* in, int cols, int rows, int half, int power, long r
   return true;
 }
 
+// Ratios of a few rows spread evenly over the image, from window sums taken
+// directly and products by the reciprocal of the window's size: they differ
+// from the tables' divided ratios in the last bits, which is close enough to
+// guess where the middle ratio lies. The sampled rows read at most a quarter
+// of the pixels a pass reads; none when windows are too tall for that.
 std::vector<double> SampledRatios(const double* in, int cols, int rows, int half, int power)
 {
   const std::size_t width = static_cast<std::size_t>(cols);
   const long side = 2L * half + 1;
   const long affordable = static_cast<long>(rows) / (4 * side);
-  const long count = std::min({static_cast<long>(rows), std::max(1L, static_cast<long>(kSampledRatios / width)), affordable});
+  const long wanted = std::max(1L, static_cast<long>(kSampledRatios / width));
+  const long count = std::min({static_cast<long>(rows), wanted, affordable});
   if (count < 1)
     return {};
   // The sampled rows in parallel bands; their order does not matter to a quantile.
@@ -293,7 +294,8 @@ enum class Outcome { Found, Missed, Unordered, Stopped };
 
 // One pass: the middle ratio when it lies within range, found among the
 // listed ones by its rank.
-Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int power, Ipg_RatioRange range, double& median)
+Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int power, Ipg_RatioRange range,
+                          double& median)
 {
   const std::size_t pixels = static_cast<std::size_t>(cols) * static_cast<std::size_t>(rows);
   const unsigned bands = BandsOfRatios(cols, rows);

@@ -18,7 +18,7 @@
 
 namespace {
 
-// Up to this many values, the middle one is selected without radix buckets.
+// Up to this many values, the one sought is selected without radix buckets.
 constexpr std::size_t kDirectSelection = 16384;
 
 } // namespace
@@ -397,7 +397,7 @@ double Ipg_SelectElement(double* values, std::size_t count, std::size_t rank)
   if (count <= kDirectSelection)
     return select();
   // Non-negative doubles order as their bit patterns (+inf included): count
-  // them by their top 16 bits, keep the bucket of the middle one and narrow
+  // them by their top 16 bits, keep the bucket of the one sought and narrow
   // it 12 bits at a time, moving the values kept to the front. A negative
   // value or a NaN has a larger pattern than +inf.
   constexpr std::uint64_t kInfinity = 0x7FF0000000000000ULL;

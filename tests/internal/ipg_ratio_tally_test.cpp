@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <iterator>
 #include <random>
+#include <string>
 #include <vector>
 
 namespace {
@@ -41,8 +43,13 @@ TEST(RatioTally, PlacesEveryRatioWhereItsDivisionPutsIt)
     std::vector<double> in(static_cast<std::size_t>(cols) * rows);
     for (std::size_t i = 0; i < in.size(); ++i) {
       const std::size_t c = i % cols, r = i / cols;
-      const double texture = 16777216.0 + 4096.0 * static_cast<double>((c * 3 + r * 7) % 5) + static_cast<double>(random() % 100);
-      in[i] = kind == 0 ? texture : kind == 1 ? (r % 9 < 3 ? 0.0 : 1e6 + static_cast<double>(random() % 50)) : std::floor(300.0 * speckle(random));
+      const double noise = static_cast<double>(random() % 100);
+      if (kind == 0) // a faint texture on a high level
+        in[i] = 16777216.0 + 4096.0 * static_cast<double>((c * 3 + r * 7) % 5) + noise;
+      else if (kind == 1) // dark rows between high ones
+        in[i] = r % 9 < 3 ? 0.0 : 1e6 + noise;
+      else
+        in[i] = std::floor(300.0 * speckle(random));
     }
     for (const int half : {1, 2})
       for (const int power : {1, 2}) {
@@ -52,16 +59,20 @@ TEST(RatioTally, PlacesEveryRatioWhereItsDivisionPutsIt)
         for (const Ipg_RatioRange range : {Ipg_RatioRange{at(0.4), at(0.6)}, Ipg_RatioRange{at(0.5), at(0.5)},
                                            Ipg_RatioRange{0.0, at(0.1)}, Ipg_RatioRange{at(0.02), at(0.98)}}) {
           Ipg_RatioTally tally;
-          Ipg_RunWindowBands(in.data(), cols, rows, half, 1, [&](unsigned, unsigned begin, unsigned end, Ipg_WindowTables& t) {
+          const auto tallyRows = [&](unsigned, unsigned begin, unsigned end, Ipg_WindowTables& t) {
             for (unsigned r = begin; r < end; ++r)
               Ipg_TallyRowRatios(t, static_cast<int>(r), cols, half, power, range, tally);
-          });
-          const auto count = [&](auto keep) { return static_cast<std::size_t>(std::count_if(ratios.begin(), ratios.end(), keep)); };
+          };
+          Ipg_RunWindowBands(in.data(), cols, rows, half, 1, tallyRows);
+          const auto count = [&](auto keep) {
+            return static_cast<std::size_t>(std::count_if(ratios.begin(), ratios.end(), keep));
+          };
           std::vector<double> inside;
           std::copy_if(ratios.begin(), ratios.end(), std::back_inserter(inside),
                        [&](double x) { return x > range.Low && x < range.High; });
           std::sort(tally.Inside.begin(), tally.Inside.end());
-          const std::string where = "kind " + std::to_string(kind) + " half " + std::to_string(half) + " power " + std::to_string(power);
+          const std::string where =
+              "kind " + std::to_string(kind) + " half " + std::to_string(half) + " power " + std::to_string(power);
           EXPECT_EQ(tally.Seen, ratios.size()) << where;
           EXPECT_EQ(tally.Below, count([&](double x) { return x < range.Low; })) << where;
           EXPECT_EQ(tally.AtLow, count([&](double x) { return x == range.Low; })) << where;

@@ -121,7 +121,8 @@ TEST(SpeckleWindows, MedianLocalRatioIsTheMiddleOfTheListedRatios)
       const std::size_t c = i % cols, r = i / cols;
       const bool flat = (kind == 1 && c < 600) || (kind == 3 && r % 20 >= 7 && r % 20 <= 13);
       const bool dark = kind == 2 && r % 37 < 14;
-      const double texture = 16777216.0 + 4096.0 * static_cast<double>((c * 3 + r * 7) % 5) + static_cast<double>(random() % 100);
+      const double texture =
+          16777216.0 + 4096.0 * static_cast<double>((c * 3 + r * 7) % 5) + static_cast<double>(random() % 100);
       const double level = kind == 5 && r % 20 == 10 ? 180.0 : 300.0;
       in[i] = kind == 4 ? texture : flat ? 500.0 : dark ? 0.0 : std::floor(level * speckle(random));
     }
