@@ -33,8 +33,11 @@ void PrintText(const Json& steps)
 {
   for (std::size_t i = 0; i < steps.AsArray().size(); ++i) {
     std::cout << "step " << i + 1 << "\n";
-    for (const auto& [name, value] : steps.AsArray()[i].AsObject())
-      std::cout << "  " << name << ": " << (value.IsString() ? value.AsString() : value.Dump(-1)) << "\n";
+    for (const auto& [name, value] : steps.AsArray()[i].AsObject()) {
+      std::cout << "  " << name << ": ";
+      value.WriteText(std::cout);
+      std::cout << "\n";
+    }
   }
 }
 
@@ -78,10 +81,12 @@ int Replay(const std::vector<std::string>& args)
     WriteImage(*current, parsed, written);
     summary.Set("outputs", written);
   }
-  if (parsed.Has("json"))
-    std::cout << summary.Dump(2) << "\n";
-  else
+  if (parsed.Has("json")) {
+    summary.Write(std::cout, 2);
+    std::cout << "\n";
+  } else {
     PrintText(results);
+  }
   return applied ? kCliOk : kCliFailed;
 }
 

@@ -107,8 +107,11 @@ Json WriteOutputs(const CliRunOutcome& outcome, const CliArgs& args)
 
 void PrintText(const Json& results)
 {
-  for (const auto& [name, value] : results.AsObject())
-    std::cout << name << ": " << (value.IsString() ? value.AsString() : value.Dump(-1)) << "\n";
+  for (const auto& [name, value] : results.AsObject()) {
+    std::cout << name << ": ";
+    value.WriteText(std::cout);
+    std::cout << "\n";
+  }
 }
 
 int Run(const std::vector<std::string>& args)
@@ -137,10 +140,12 @@ int Run(const std::vector<std::string>& args)
     Cli_WritePipeline(*parsed.Value("save-pipeline"), {Cli_DescribeRun(*op, settings, outcome)});
   if (parsed.Has("append-pipeline"))
     Cli_AppendPipelineStep(*parsed.Value("append-pipeline"), Cli_DescribeRun(*op, settings, outcome));
-  if (parsed.Has("json"))
-    std::cout << outcome.results.Dump(2) << "\n";
-  else
+  if (parsed.Has("json")) {
+    outcome.results.Write(std::cout, 2);
+    std::cout << "\n";
+  } else {
     PrintText(outcome.results);
+  }
   return outcome.applied ? kCliOk : kCliFailed;
 }
 

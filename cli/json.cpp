@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <ostream>
 #include <stdexcept>
 
 const Json* Json::Find(const std::string& key) const
@@ -60,8 +61,11 @@ void DumpNumber(std::string& out, double v)
     return;
   }
   char buf[32];
-  if (v == std::floor(v) && std::fabs(v) < 1e15)
-    std::snprintf(buf, sizeof buf, "%.0f", v);
+  const bool whole = v == std::floor(v) && std::fabs(v) < 1e15;
+  if (whole && v == 0 && std::signbit(v))
+    std::snprintf(buf, sizeof buf, "-0");
+  else if (whole) // as "%.0f" prints it
+    *std::to_chars(buf, buf + sizeof buf - 1, static_cast<long long>(v)).ptr = '\0';
   else
     *std::to_chars(buf, buf + sizeof buf - 1, v).ptr = '\0'; // the shortest text that reads back as v
   out += buf;
@@ -73,6 +77,45 @@ void NewLine(std::string& out, int indent, int depth)
     return;
   out += '\n';
   out.append(static_cast<std::size_t>(indent * depth), ' ');
+}
+
+void Spill(std::string& out, std::ostream* spill)
+{
+  constexpr std::size_t kPiece = std::size_t{1} << 16;
+  if (spill != nullptr && out.size() >= kPiece) {
+    spill->write(out.data(), static_cast<std::streamsize>(out.size()));
+    out.clear();
+  }
+}
+
+// A table as the arrays it stands for: a row of Width 1 is a bare number.
+void DumpTable(std::string& out, const Json::Table& table, int indent, int depth, std::ostream* spill)
+{
+  const std::size_t rows = table.Rows();
+  out += '[';
+  for (std::size_t r = 0; r < rows; ++r) {
+    if (r > 0)
+      out += ',';
+    Spill(out, spill);
+    NewLine(out, indent, depth + 1);
+    const double* row = table.Values.data() + r * table.Width;
+    if (table.Width == 1) {
+      DumpNumber(out, row[0]);
+      continue;
+    }
+    out += '[';
+    for (std::size_t k = 0; k < table.Width; ++k) {
+      if (k > 0)
+        out += ',';
+      NewLine(out, indent, depth + 2);
+      DumpNumber(out, row[k]);
+    }
+    NewLine(out, indent, depth + 1);
+    out += ']';
+  }
+  if (rows > 0)
+    NewLine(out, indent, depth);
+  out += ']';
 }
 
 class Parser {
@@ -242,7 +285,7 @@ private:
 
 } // namespace
 
-void Json::DumpTo(std::string& out, int indent, int depth) const
+void Json::DumpTo(std::string& out, int indent, int depth, std::ostream* spill) const
 {
   if (IsNull()) {
     out += "null";
@@ -252,14 +295,17 @@ void Json::DumpTo(std::string& out, int indent, int depth) const
     DumpNumber(out, AsNumber());
   } else if (IsString()) {
     DumpString(out, AsString());
+  } else if (IsTable()) {
+    DumpTable(out, AsTable(), indent, depth, spill);
   } else if (IsArray()) {
     const Array& a = AsArray();
     out += '[';
     for (std::size_t k = 0; k < a.size(); ++k) {
       if (k > 0)
         out += ',';
+      Spill(out, spill);
       NewLine(out, indent, depth + 1);
-      a[k].DumpTo(out, indent, depth + 1);
+      a[k].DumpTo(out, indent, depth + 1, spill);
     }
     if (!a.empty())
       NewLine(out, indent, depth);
@@ -270,10 +316,11 @@ void Json::DumpTo(std::string& out, int indent, int depth) const
     for (std::size_t k = 0; k < o.size(); ++k) {
       if (k > 0)
         out += ',';
+      Spill(out, spill);
       NewLine(out, indent, depth + 1);
       DumpString(out, o[k].first);
       out += indent < 0 ? ":" : ": ";
-      o[k].second.DumpTo(out, indent, depth + 1);
+      o[k].second.DumpTo(out, indent, depth + 1, spill);
     }
     if (!o.empty())
       NewLine(out, indent, depth);
@@ -286,6 +333,21 @@ std::string Json::Dump(int indent) const
   std::string out;
   DumpTo(out, indent, 0);
   return out;
+}
+
+void Json::Write(std::ostream& out, int indent) const
+{
+  std::string text;
+  DumpTo(text, indent, 0, &out);
+  out << text;
+}
+
+void Json::WriteText(std::ostream& out) const
+{
+  if (IsString())
+    out << AsString();
+  else
+    Write(out, -1);
 }
 
 Json Json::Parse(const std::string& text)

@@ -30,16 +30,39 @@ const CliOperator& FindClass(const std::string& name)
 
 // Numbers that are whole print as integers in the program's JSON, and come
 // back as int here too.
+py::object NumberToPython(double v)
+{
+  if (std::isfinite(v) && v == std::trunc(v) && std::fabs(v) < 9007199254740992.0)
+    return py::int_(static_cast<long long>(v));
+  return py::float_(v);
+}
+
+// A table as the lists it prints as: numbers, or lists of Width numbers.
+py::list TableToPython(const Json::Table& table)
+{
+  py::list list;
+  for (std::size_t r = 0; r < table.Rows(); ++r) {
+    const double* row = table.Values.data() + r * table.Width;
+    if (table.Width == 1) {
+      list.append(NumberToPython(row[0]));
+      continue;
+    }
+    py::list items;
+    for (std::size_t k = 0; k < table.Width; ++k)
+      items.append(NumberToPython(row[k]));
+    list.append(items);
+  }
+  return list;
+}
+
 py::object ToPython(const Json& value)
 {
   if (value.IsBool())
     return py::bool_(value.AsBool());
-  if (value.IsNumber()) {
-    const double v = value.AsNumber();
-    if (std::isfinite(v) && v == std::trunc(v) && std::fabs(v) < 9007199254740992.0)
-      return py::int_(static_cast<long long>(v));
-    return py::float_(v);
-  }
+  if (value.IsNumber())
+    return NumberToPython(value.AsNumber());
+  if (value.IsTable())
+    return TableToPython(value.AsTable());
   if (value.IsString())
     return py::str(value.AsString());
   if (value.IsArray()) {

@@ -78,6 +78,30 @@ def test_same_pixels_as_ipg_run(ipg_cli, tmp_path, phantom, name, code, settings
     np.testing.assert_array_equal(np.asarray(out), np.asarray(ipg.read(tmp_path / "out.dcm")))
 
 
+# Per-pixel results (bins, residents) are held flat in the program: the same
+# lists reach Python as `ipg run --json` prints them, whole numbers as int.
+@pytest.mark.parametrize("name, settings", [
+    ("IPG_HISTO", []),
+    ("IPG_CONNEXITY_PROCESSING", [("Value", 1, "1")]),
+])
+def test_list_results_are_those_of_ipg_run(ipg_cli, tmp_path, phantom, name, settings):
+    image, mask = phantom
+    source = ipg.Image.from_array(mask) if name == "IPG_CONNEXITY_PROCESSING" else image
+    source.write(tmp_path / "in.dcm")
+    op = getattr(ipg, name)(**{key: value for key, value, _ in settings})
+    op.apply(source.copy())
+    args = ["run", name, tmp_path / "in.dcm", "--json"]
+    for key, _, text in settings:
+        args += ["--set", f"{key}={text}"]
+    run = ipg_cli(*args)
+    assert run.returncode == 0, run.stderr
+    printed = json.loads(run.stdout)
+    key = "Histo" if name == "IPG_HISTO" else "Components"
+    assert op.results[key] == printed[key] and len(printed[key]) > 0
+    first = op.results[key][0] if name == "IPG_HISTO" else op.results[key][0]["residents"][0][0]
+    assert type(first) is int
+
+
 def test_a_kernel_given_as_an_array_is_the_predefined_box(phantom):
     box = ipg.IPG_FILTER_PROCESSING(DefinedFilter=0).apply(phantom[0])
     user = ipg.IPG_FILTER_PROCESSING(UserFilter=np.ones((3, 3), int))

@@ -20,10 +20,9 @@ public:
 
 Json CountsOf(const CliHisto& h)
 {
-  Json::Array counts;
-  counts.reserve(h.GetHistoAddress() != nullptr ? static_cast<std::size_t>(h.GetNbOfValues()) : 0);
-  for (int i = 0; h.GetHistoAddress() != nullptr && i < h.GetNbOfValues(); ++i)
-    counts.emplace_back(h.GetHistoAddress()[i]);
+  Json::Table counts;
+  if (h.GetHistoAddress() != nullptr && h.GetNbOfValues() > 0)
+    counts.Values.assign(h.GetHistoAddress(), h.GetHistoAddress() + h.GetNbOfValues());
   return Json(std::move(counts));
 }
 

@@ -6,15 +6,16 @@
 #include "ipg/segmentation/ipg_region.h"
 #include "ipg/segmentation/ipg_roi.h"
 
+#include <algorithm>
 #include <sstream>
 
 namespace {
 
 Json DoubleArray(const double* values, int n)
 {
-  Json::Array out;
-  for (int i = 0; values != nullptr && i < n; ++i)
-    out.emplace_back(values[i]);
+  Json::Table out;
+  if (values != nullptr && n > 0)
+    out.Values.assign(values, values + n);
   return Json(std::move(out));
 }
 
@@ -34,10 +35,13 @@ Json ComponentsJson(const IPG_CONNEXITY_PROCESSING& op)
   Json::Array out;
   for (int k = 0; k < op.GetNbComponents(); ++k) {
     const IPG_CONNECTED_COMPONENT* component = op.GetComponent(k);
-    Json::Array residents;
-    for (int i = 0; i < component->GetNbResidents() && i < component->GetCapacity(); ++i)
-      residents.emplace_back(Json::Array{Json(component->GetResidents()[i].GetX()),
-                                         Json(component->GetResidents()[i].GetY())});
+    Json::Table residents{{}, 2};
+    const int count = std::min(component->GetNbResidents(), component->GetCapacity());
+    residents.Values.reserve(2 * static_cast<std::size_t>(std::max(count, 0)));
+    for (int i = 0; i < count; ++i) {
+      residents.Values.push_back(component->GetResidents()[i].GetX());
+      residents.Values.push_back(component->GetResidents()[i].GetY());
+    }
     Json item(Json::Object{});
     item.Set("index", component->GetIndex());
     item.Set("NbResidents", component->GetNbResidents());
@@ -115,9 +119,11 @@ Json ContoursJson(DCM_STRUCT* image)
   Json::Array out;
   const OBJ_OBJECTS_LIST* list = image->GetObjectsList();
   for (int i = 0; i < list->GetNbObjects(); ++i) {
-    Json::Array points;
-    for (const MTH_2D_DOUBLE& p : list->GetObject(i)->GetPoints())
-      points.emplace_back(Json::Array{Json(p.GetX()), Json(p.GetY())});
+    Json::Table points{{}, 2};
+    for (const MTH_2D_DOUBLE& p : list->GetObject(i)->GetPoints()) {
+      points.Values.push_back(p.GetX());
+      points.Values.push_back(p.GetY());
+    }
     Json item(Json::Object{});
     item.Set("name", list->GetObject(i)->GetName());
     item.Set("points", Json(std::move(points)));

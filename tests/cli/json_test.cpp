@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// The program's JSON values: tables print as the arrays they stand for.
+#include "cli/json.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace {
+
+Json ArrayOf(const std::vector<double>& values, std::size_t width)
+{
+  Json::Array rows;
+  for (std::size_t r = 0; r + width <= values.size(); r += width) {
+    if (width == 1) {
+      rows.emplace_back(values[r]);
+      continue;
+    }
+    Json::Array row;
+    for (std::size_t k = 0; k < width; ++k)
+      row.emplace_back(values[r + k]);
+    rows.emplace_back(std::move(row));
+  }
+  return Json(std::move(rows));
+}
+
+} // namespace
+
+TEST(Json, TablesPrintAsTheirArraysAtEveryIndent)
+{
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const std::vector<std::pair<std::vector<double>, std::size_t>> cases = {
+      {{}, 1}, {{}, 2}, {{7}, 1}, {{0, -3, 2.5, 1e20, nan}, 1}, {{1, 2, 3, 4, 5, 6}, 2}, {{1, 2, 3, 4, 5, 6}, 3}};
+  for (const auto& [values, width] : cases) {
+    const Json table(Json::Table{values, width});
+    const Json array = ArrayOf(values, width);
+    for (int indent : {-1, 0, 2}) {
+      EXPECT_EQ(table.Dump(indent), array.Dump(indent)) << "width " << width << ", indent " << indent;
+      Json inObject(Json::Object{});
+      inObject.Set("t", table);
+      Json arrayInObject(Json::Object{});
+      arrayInObject.Set("t", array);
+      EXPECT_EQ(inObject.Dump(indent), arrayInObject.Dump(indent));
+    }
+  }
+  EXPECT_EQ(Json(Json::Table{{1, 2, 3, 4}, 2}).Dump(-1), "[[1,2],[3,4]]");
+  // A last row short of Width is not printed.
+  EXPECT_EQ(Json(Json::Table{{1, 2, 3}, 2}).Dump(-1), "[[1,2]]");
+}
