@@ -55,7 +55,7 @@ std::map<std::string, CliFileRecord> Cli_ReadReport(const std::string& path)
   std::ifstream in(path);
   for (std::string line; std::getline(in, line);) {
     try {
-      CliFileRecord record = Cli_RecordFromJson(Json::Parse(line));
+      CliFileRecord record = Cli_RecordFromJson(Json::ParseTables(line));
       records[record.input] = std::move(record);
     } catch (const std::exception&) {
       // A line cut short by a killed run: its input runs again.

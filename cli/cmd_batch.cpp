@@ -113,7 +113,7 @@ std::optional<CliFileRecord> ReportedRecord(const CliChildEnd& end)
   if (!end.Finished())
     return std::nullopt;
   try {
-    return Cli_RecordFromJson(Json::Parse(end.output));
+    return Cli_RecordFromJson(Json::ParseTables(end.output));
   } catch (const std::exception&) {
     return std::nullopt;
   }

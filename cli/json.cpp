@@ -120,7 +120,7 @@ void DumpTable(std::string& out, const Json::Table& table, int indent, int depth
 
 class Parser {
 public:
-  explicit Parser(const std::string& text) : Text(text) {}
+  Parser(const std::string& text, bool tables) : Text(text), Tables(tables) {}
 
   Json ParseDocument()
   {
@@ -228,13 +228,21 @@ private:
   {
     ++Pos;
     Json::Array items;
+    Json::Table table{{}, 0}; // the items so far, while they fit a table
+    bool tabular = Tables;
     SkipSpace();
     if (Pos < Text.size() && Text[Pos] == ']') {
       ++Pos;
       return Json(items);
     }
     for (;;) {
-      items.push_back(ParseValue());
+      Json item = ParseValue();
+      if (tabular && !AddRow(table, item)) {
+        items = RowsOf(table);
+        tabular = false;
+      }
+      if (!tabular)
+        items.push_back(std::move(item));
       SkipSpace();
       if (Pos < Text.size() && Text[Pos] == ',') {
         ++Pos;
@@ -242,10 +250,42 @@ private:
       }
       if (Pos < Text.size() && Text[Pos] == ']') {
         ++Pos;
-        return Json(items);
+        return tabular ? Json(std::move(table)) : Json(std::move(items));
       }
       Fail("expected ',' or ']'");
     }
+  }
+  // A number joins a table of numbers, a list of two numbers or more (itself
+  // read as a table) a table of rows that long; false for anything else.
+  static bool AddRow(Json::Table& table, const Json& item)
+  {
+    if (item.IsNumber() && table.Width <= 1) {
+      table.Width = 1;
+      table.Values.push_back(item.AsNumber());
+      return true;
+    }
+    if (!item.IsTable() || item.AsTable().Width != 1 || item.AsTable().Values.size() < 2)
+      return false;
+    const std::vector<double>& row = item.AsTable().Values;
+    if (table.Width == 0)
+      table.Width = row.size();
+    if (table.Width != row.size())
+      return false;
+    table.Values.insert(table.Values.end(), row.begin(), row.end());
+    return true;
+  }
+  // The items a table holds, as they were read.
+  static Json::Array RowsOf(const Json::Table& table)
+  {
+    Json::Array items;
+    for (std::size_t r = 0; r < table.Rows(); ++r) {
+      const double* row = table.Values.data() + r * table.Width;
+      if (table.Width == 1)
+        items.emplace_back(row[0]);
+      else
+        items.emplace_back(Json::Table{{row, row + table.Width}, 1});
+    }
+    return items;
   }
   Json ParseObject()
   {
@@ -280,6 +320,7 @@ private:
   }
 
   const std::string& Text;
+  bool Tables; // arrays that fit a table are read as one
   std::size_t Pos = 0;
 };
 
@@ -352,5 +393,10 @@ void Json::WriteText(std::ostream& out) const
 
 Json Json::Parse(const std::string& text)
 {
-  return Parser(text).ParseDocument();
+  return Parser(text, false).ParseDocument();
+}
+
+Json Json::ParseTables(const std::string& text)
+{
+  return Parser(text, true).ParseDocument();
 }

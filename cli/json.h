@@ -76,6 +76,9 @@ public:
   void WriteText(std::ostream& out) const;
   // Throws std::runtime_error with the position of the first error.
   static Json Parse(const std::string& text);
+  // As Parse, with every array of numbers, or of lists of the same two or
+  // more numbers, read as a table: for results read back in bulk.
+  static Json ParseTables(const std::string& text);
 
 private:
   // With spill, the text so far goes to it whenever it grows long.

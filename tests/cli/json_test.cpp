@@ -47,3 +47,22 @@ TEST(Json, TablesPrintAsTheirArraysAtEveryIndent)
   // A last row short of Width is not printed.
   EXPECT_EQ(Json(Json::Table{{1, 2, 3}, 2}).Dump(-1), "[[1,2]]");
 }
+
+TEST(Json, ReadingTablesKeepsTheTextAndTablesOnlyWhatFits)
+{
+  const char* texts[] = {"[]", "[1,2.5,-0,1e300]", "[[1,2],[3,4],[5,6]]", "[[1],[2]]", "[[1,2],[3]]",
+                         "[1,[2,3]]", "[[1,2],4]", "[\"a\",1]", "[[[1,2],[3,4]],[[5,6],[7,8]]]",
+                         "{\"r\":[[1,2,3],[4,5,6]],\"s\":[null,1],\"t\":[1,null]}", "[[1,2],[3,\"x\"]]"};
+  for (const char* text : texts)
+    for (int indent : {-1, 2})
+      EXPECT_EQ(Json::ParseTables(text).Dump(indent), Json::Parse(text).Dump(indent)) << text;
+  EXPECT_TRUE(Json::ParseTables("[1,2,3]").IsTable());
+  const Json pairs = Json::ParseTables("[[1,2],[3,4]]");
+  ASSERT_TRUE(pairs.IsTable());
+  EXPECT_EQ(pairs.AsTable().Width, 2u);
+  EXPECT_EQ(pairs.AsTable().Values, (std::vector<double>{1, 2, 3, 4}));
+  EXPECT_TRUE(Json::ParseTables("[]").IsArray());
+  EXPECT_TRUE(Json::ParseTables("[[1],[2]]").IsArray());
+  EXPECT_TRUE(Json::ParseTables("[1,[2,3]]").IsArray());
+  EXPECT_TRUE(Json::Parse("[1,2,3]").IsArray());
+}
