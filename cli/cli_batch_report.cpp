@@ -106,13 +106,27 @@ void CliReportWriter::Append(const CliFileRecord& record)
     throw CliFileError("cannot write the report " + Path + ": " + std::strerror(errno));
 }
 
-void Cli_WriteResultsCsv(const std::string& path, const std::vector<CliFileRecord>& records)
+namespace {
+
+void AddColumns(std::vector<std::string>& columns, const std::vector<std::string>& names)
 {
-  std::vector<std::string> columns;
-  for (const CliFileRecord& record : records)
-    for (const auto& field : Fields(record))
-      if (std::find(columns.begin(), columns.end(), field.first) == columns.end())
-        columns.push_back(field.first);
+  for (const std::string& name : names)
+    if (std::find(columns.begin(), columns.end(), name) == columns.end())
+      columns.push_back(name);
+}
+
+std::vector<std::string> FieldNames(const CliFileRecord& record)
+{
+  std::vector<std::string> names;
+  for (const auto& field : Fields(record))
+    names.push_back(field.first);
+  return names;
+}
+
+// The CSV of count records, record(k) giving the k-th, under these columns.
+template <typename RecordAt>
+void WriteCsv(const std::string& path, const std::vector<std::string>& columns, std::size_t count, RecordAt record)
+{
   const std::string partial = path + ".partial";
   {
     std::ofstream out(partial, std::ios::trunc);
@@ -120,9 +134,10 @@ void Cli_WriteResultsCsv(const std::string& path, const std::vector<CliFileRecor
     for (const std::string& column : columns)
       out << "," << CsvCell(column);
     out << "\n";
-    for (const CliFileRecord& record : records) {
-      out << CsvCell(record.input) << "," << CsvCell(record.error) << "," << Json(record.seconds).Dump(-1);
-      const auto fields = Fields(record);
+    for (std::size_t k = 0; k < count; ++k) {
+      const CliFileRecord& row = record(k);
+      out << CsvCell(row.input) << "," << CsvCell(row.error) << "," << Json(row.seconds).Dump(-1);
+      const auto fields = Fields(row);
       for (const std::string& column : columns) {
         const auto field = std::find_if(fields.begin(), fields.end(), [&](const auto& f) { return f.first == column; });
         out << "," << (field == fields.end() ? "" : CsvCell(CellOf(*field->second)));
@@ -136,4 +151,58 @@ void Cli_WriteResultsCsv(const std::string& path, const std::vector<CliFileRecor
   fs::rename(partial, path, error);
   if (error)
     throw CliFileError("cannot write " + path + ": " + error.message());
+}
+
+} // namespace
+
+void Cli_WriteResultsCsv(const std::string& path, const std::vector<CliFileRecord>& records)
+{
+  std::vector<std::string> columns;
+  for (const CliFileRecord& record : records)
+    AddColumns(columns, FieldNames(record));
+  WriteCsv(path, columns, records.size(), [&](std::size_t k) -> const CliFileRecord& { return records[k]; });
+}
+
+CliResultsTable::CliResultsTable(const std::string& path, std::size_t inputs) : Path(path), Rows(inputs)
+{
+  const std::string scratch = path + ".records";
+  Fd = ::open(scratch.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (Fd < 0)
+    throw CliFileError("cannot write " + scratch + ": " + std::strerror(errno));
+  ::unlink(scratch.c_str()); // the file lives on, nameless, as long as it is open
+}
+
+CliResultsTable::~CliResultsTable()
+{
+  if (Fd >= 0)
+    ::close(Fd);
+}
+
+void CliResultsTable::Set(std::size_t input, const CliFileRecord& record)
+{
+  const std::string line = Cli_RecordToJson(record).Dump(-1);
+  if (!Cli_WriteAll(Fd, line))
+    throw CliFileError("cannot write " + Path + ".records: " + std::strerror(errno));
+  Rows.at(input) = Row{End, line.size(), FieldNames(record), true};
+  End += line.size();
+}
+
+void CliResultsTable::Write() const
+{
+  std::vector<std::size_t> set;
+  std::vector<std::string> columns;
+  for (std::size_t k = 0; k < Rows.size(); ++k)
+    if (Rows[k].Set) {
+      set.push_back(k);
+      AddColumns(columns, Rows[k].Fields);
+    }
+  CliFileRecord loaded;
+  WriteCsv(Path, columns, set.size(), [&](std::size_t k) -> const CliFileRecord& {
+    const Row& row = Rows[set[k]];
+    std::string line(row.Length, '\0');
+    if (::pread(Fd, line.data(), line.size(), static_cast<off_t>(row.Offset)) != static_cast<ssize_t>(line.size()))
+      throw CliFileError("cannot read back " + Path + ".records");
+    loaded = Cli_RecordFromJson(Json::ParseTables(line));
+    return loaded;
+  });
 }

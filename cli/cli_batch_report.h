@@ -17,6 +17,7 @@
 
 #include "cli/cli_batch_file.h"
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -52,3 +53,34 @@ private:
 // writes them, lists and objects as compact JSON). Replaces path whole.
 // Throws CliFileError.
 void Cli_WriteResultsCsv(const std::string& path, const std::vector<CliFileRecord>& records);
+
+// The CSV of a batch, its rows set as inputs finish, in any order. Each
+// record goes to a scratch file beside the CSV, nameless from the start so
+// that it goes with the process however that ends; only the names of its
+// fields stay in memory. A batch of any length, whose records may each hold
+// lists of a number per pixel, then holds one record at a time.
+class CliResultsTable {
+public:
+  CliResultsTable(const std::string& path, std::size_t inputs); // throws CliFileError
+  ~CliResultsTable();
+  CliResultsTable(const CliResultsTable&) = delete;
+  CliResultsTable& operator=(const CliResultsTable&) = delete;
+
+  // The row of input (below inputs): the last record set for it. Throws CliFileError.
+  void Set(std::size_t input, const CliFileRecord& record);
+  bool Has(std::size_t input) const { return Rows.at(input).Set; }
+  // Cli_WriteResultsCsv of the records set, in input order. Throws CliFileError.
+  void Write() const;
+
+private:
+  struct Row {
+    std::uint64_t Offset = 0;
+    std::uint64_t Length = 0;
+    std::vector<std::string> Fields;
+    bool Set = false;
+  };
+  std::string Path;
+  int Fd = -1;
+  std::uint64_t End = 0;
+  std::vector<Row> Rows;
+};

@@ -135,7 +135,7 @@ bool StoppedByInterrupt(const CliChildEnd& end)
 
 class BatchRun {
 public:
-  explicit BatchRun(const Batch& batch) : Work(batch), Records(batch.inputs.size()), Bar(stderr) {}
+  explicit BatchRun(const Batch& batch) : Work(batch), Table(batch.csvPath, batch.inputs.size()), Bar(stderr) {}
 
   int Run()
   {
@@ -144,7 +144,7 @@ public:
     CliReportWriter report(Work.reportPath, kept);
     std::vector<std::size_t> todo;
     for (std::size_t i = 0; i < Work.inputs.size(); ++i)
-      if (!Records[i])
+      if (!Table.Has(i))
         todo.push_back(i);
     const std::size_t toRun = todo.size();
     if (Work.progress)
@@ -155,7 +155,7 @@ public:
     tasks.work = [&](std::size_t task) { return RunInChild(Work, Work.inputs[todo[task]], report); };
     tasks.done = [&](std::size_t task, const CliChildEnd& end) {
       if (std::optional<CliFileRecord> record = ReportedRecord(end))
-        Finish(todo[task], std::move(*record), nullptr);
+        Finish(todo[task], *record, nullptr);
       else if (!StoppedByInterrupt(end)) // else not done: runs again with --resume
         Finish(todo[task], DeathRecord(Work.inputs[todo[task]], end), &report);
     };
@@ -163,7 +163,7 @@ public:
     Cli_RunInChildren(tasks, Work.jobs);
     if (Work.progress)
       Bar.Close();
-    WriteCsv();
+    Table.Write();
     Summarise(kept.size(), toRun, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     if (Cli_Interrupted()) {
       std::cerr << "ipg: interrupted; the finished inputs are in the report (--resume goes on)\n";
@@ -183,7 +183,7 @@ private:
     for (std::size_t i = 0; i < Work.inputs.size(); ++i) {
       const auto found = earlier.find(Work.inputs[i].path);
       if (found != earlier.end() && Cli_RecordComplete(found->second)) {
-        Records[i] = found->second;
+        Table.Set(i, found->second);
         kept.push_back(found->second);
       }
     }
@@ -199,13 +199,13 @@ private:
       CliFileRecord record;
       record.input = Work.inputs[i].path;
       record.error = Work.inputs[i].problem;
-      Finish(i, std::move(record), &report);
+      Finish(i, record, &report);
       return true;
     });
   }
 
   // Counts a finished input; appends its line unless its worker did.
-  void Finish(std::size_t input, CliFileRecord record, CliReportWriter* report)
+  void Finish(std::size_t input, const CliFileRecord& record, CliReportWriter* report)
   {
     if (report != nullptr)
       report->Append(record);
@@ -216,18 +216,9 @@ private:
         Bar.Interrupt();
       std::cerr << "ipg: " << record.input << ": " << record.error << "\n";
     }
-    Records[input] = std::move(record);
+    Table.Set(input, record);
     if (Work.progress)
       Bar.Step(std::to_string(Done) + " done" + (Failed > 0 ? ", " + std::to_string(Failed) + " failed" : ""));
-  }
-
-  void WriteCsv() const
-  {
-    std::vector<CliFileRecord> rows;
-    for (const auto& record : Records)
-      if (record)
-        rows.push_back(*record);
-    Cli_WriteResultsCsv(Work.csvPath, rows);
   }
 
   void Summarise(std::size_t skipped, std::size_t started, double seconds) const
@@ -241,7 +232,7 @@ private:
   }
 
   const Batch& Work;
-  std::vector<std::optional<CliFileRecord>> Records; // by input, once known
+  CliResultsTable Table; // a row per input, once known
   Ipg_TerminalProgress Bar;
   std::size_t Done = 0;
   std::size_t Failed = 0;

@@ -69,6 +69,23 @@ ino_t Inode(const std::string& path)
   return stat(path.c_str(), &info) == 0 ? info.st_ino : 0;
 }
 
+// The cell of a results table in a column and a data row (0 the first), for
+// tables whose cells hold no commas.
+std::string TableCell(const std::string& table, const std::string& column, std::size_t row)
+{
+  std::istringstream lines(table);
+  std::string header, line, cell;
+  std::getline(lines, header);
+  for (std::size_t k = 0; k <= row; ++k)
+    std::getline(lines, line);
+  const std::string before = header.substr(0, header.find("," + column + ","));
+  const auto index = static_cast<std::size_t>(std::count(before.begin(), before.end(), ',') + 1);
+  std::istringstream cells(line);
+  for (std::size_t k = 0; k <= index; ++k)
+    std::getline(cells, cell, ',');
+  return cell;
+}
+
 } // namespace
 
 TEST(IpgBatch, RunsEveryInputAndRecordsTheCorruptOneWithoutStopping)
@@ -112,6 +129,9 @@ TEST(IpgBatch, RunsEveryInputAndRecordsTheCorruptOneWithoutStopping)
   EXPECT_TRUE(Contains(header, ",2.Mean,2.Min,2.Max,")) << header;
   EXPECT_EQ(first.rfind(set.in + "/p0.dcm,,", 0), 0u) << first;
   EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 32);
+  // Its cells come back from the rows kept aside on disk, which go with the run.
+  EXPECT_DOUBLE_EQ(std::stod(TableCell(table, "2.Mean", 0)), set.means.at(set.out + "/p0.dcm"));
+  EXPECT_FALSE(std::filesystem::exists(set.out + "/results.csv.records"));
 
   EXPECT_EQ(Ipg("batch " + Q(set.pipeline) + " " + Q(set.in)).status, 2);                  // no -o
   EXPECT_EQ(Ipg("batch " + Q(set.pipeline) + " x -o " + Q(set.out) + " -j 0").status, 2);  // no jobs
@@ -153,4 +173,7 @@ TEST(IpgBatch, ResumeFinishesWhatAKilledRunLeft)
   EXPECT_EQ(ReportLines(set.out + "/report.jsonl").size(), 31u); // one line each
   const std::string table = Slurp(set.out + "/results.csv");
   EXPECT_EQ(std::count(table.begin(), table.end(), '\n'), 32);
+  // Its cells come back from the rows kept aside on disk, which go with the run.
+  EXPECT_DOUBLE_EQ(std::stod(TableCell(table, "2.Mean", 0)), set.means.at(set.out + "/p0.dcm"));
+  EXPECT_FALSE(std::filesystem::exists(set.out + "/results.csv.records"));
 }
