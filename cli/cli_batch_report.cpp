@@ -49,19 +49,50 @@ std::vector<std::pair<std::string, const Json*>> Fields(const CliFileRecord& rec
 
 } // namespace
 
+namespace {
+
+// visit(record, line) for every line of a report that is a record, one line
+// in memory at a time.
+template <typename Visit>
+void ForEachRecord(const std::string& path, Visit visit)
+{
+  std::ifstream in(path, std::ios::binary);
+  std::uint64_t offset = 0;
+  for (std::string line; std::getline(in, line); offset += line.size() + 1) {
+    CliFileRecord record;
+    try {
+      record = Cli_RecordFromJson(Json::ParseTables(line));
+    } catch (const std::exception&) {
+      continue; // a line cut short by a killed run: its input runs again
+    }
+    visit(std::move(record), CliReportLine{offset, line.size()});
+  }
+}
+
+} // namespace
+
 std::map<std::string, CliFileRecord> Cli_ReadReport(const std::string& path)
 {
   std::map<std::string, CliFileRecord> records;
-  std::ifstream in(path);
-  for (std::string line; std::getline(in, line);) {
-    try {
-      CliFileRecord record = Cli_RecordFromJson(Json::ParseTables(line));
-      records[record.input] = std::move(record);
-    } catch (const std::exception&) {
-      // A line cut short by a killed run: its input runs again.
-    }
-  }
+  ForEachRecord(path, [&](CliFileRecord record, CliReportLine) { records[record.input] = std::move(record); });
   return records;
+}
+
+std::map<std::string, CliReportLine> Cli_IndexReport(const std::string& path)
+{
+  std::map<std::string, CliReportLine> lines;
+  ForEachRecord(path, [&](const CliFileRecord& record, CliReportLine line) { lines[record.input] = line; });
+  return lines;
+}
+
+std::string Cli_ReadReportText(const std::string& path, const CliReportLine& line)
+{
+  std::ifstream in(path, std::ios::binary);
+  std::string text(line.Length, '\0');
+  if (!in.seekg(static_cast<std::streamoff>(line.Offset)) ||
+      !in.read(text.data(), static_cast<std::streamsize>(text.size())))
+    throw CliFileError("cannot read the report " + path);
+  return text;
 }
 
 bool Cli_RecordComplete(const CliFileRecord& record)
@@ -75,13 +106,28 @@ bool Cli_RecordComplete(const CliFileRecord& record)
   return true;
 }
 
-CliReportWriter::CliReportWriter(const std::string& path, const std::vector<CliFileRecord>& kept) : Path(path)
+CliReportWriter::CliReportWriter(const std::string& path, const std::vector<CliFileRecord>& kept)
+    : CliReportWriter(path, [&](std::ostream& out) {
+        for (const CliFileRecord& record : kept)
+          out << Cli_RecordToJson(record).Dump(-1) << "\n";
+      })
+{
+}
+
+CliReportWriter::CliReportWriter(const std::string& path, const std::vector<CliReportLine>& kept)
+    : CliReportWriter(path, [&](std::ostream& out) {
+        for (const CliReportLine& line : kept)
+          out << Cli_ReadReportText(path, line) << "\n";
+      })
+{
+}
+
+CliReportWriter::CliReportWriter(const std::string& path, const std::function<void(std::ostream&)>& start) : Path(path)
 {
   const std::string partial = path + ".partial";
   {
     std::ofstream out(partial, std::ios::trunc);
-    for (const CliFileRecord& record : kept)
-      out << Cli_RecordToJson(record).Dump(-1) << "\n";
+    start(out);
     if (!out.flush())
       throw CliFileError("cannot write the report " + partial);
   }

@@ -18,6 +18,8 @@
 #include "cli/cli_batch_file.h"
 
 #include <cstdint>
+#include <functional>
+#include <iosfwd>
 #include <map>
 #include <string>
 #include <vector>
@@ -25,6 +27,18 @@
 // The last record of each input in a report; a missing file gives none, and
 // lines that are not records are skipped.
 std::map<std::string, CliFileRecord> Cli_ReadReport(const std::string& path);
+
+// Where a record's line lies in a report file (its newline left out).
+struct CliReportLine {
+  std::uint64_t Offset = 0;
+  std::uint64_t Length = 0;
+};
+
+// Where the last record of each input lies in a report, read one line at a
+// time: a report of any length costs only its inputs' names.
+std::map<std::string, CliReportLine> Cli_IndexReport(const std::string& path);
+// The text of that line. Throws CliFileError.
+std::string Cli_ReadReportText(const std::string& path, const CliReportLine& line);
 
 // Whether record's input needs no new run: it succeeded and its outputs exist.
 bool Cli_RecordComplete(const CliFileRecord& record);
@@ -35,6 +49,8 @@ public:
   // Starts the file with these records (the complete ones a resumed run keeps),
   // replacing it whole. Throws CliFileError.
   CliReportWriter(const std::string& path, const std::vector<CliFileRecord>& kept);
+  // The same with the kept records' lines as they stand in the file at path.
+  CliReportWriter(const std::string& path, const std::vector<CliReportLine>& kept);
   ~CliReportWriter();
   CliReportWriter(const CliReportWriter&) = delete;
   CliReportWriter& operator=(const CliReportWriter&) = delete;
@@ -44,6 +60,7 @@ public:
   void Append(const CliFileRecord& record);
 
 private:
+  CliReportWriter(const std::string& path, const std::function<void(std::ostream&)>& start);
   std::string Path;
   int Fd = -1;
 };

@@ -140,7 +140,7 @@ public:
   int Run()
   {
     const auto start = std::chrono::steady_clock::now();
-    std::vector<CliFileRecord> kept = Previous();
+    const std::vector<CliReportLine> kept = Previous();
     CliReportWriter report(Work.reportPath, kept);
     std::vector<std::size_t> todo;
     for (std::size_t i = 0; i < Work.inputs.size(); ++i)
@@ -173,17 +173,21 @@ public:
   }
 
 private:
-  // With --resume: the records of the inputs already complete, which are kept.
-  std::vector<CliFileRecord> Previous()
+  // With --resume: the report lines of the inputs already complete, which are
+  // kept, their records read one at a time.
+  std::vector<CliReportLine> Previous()
   {
-    std::vector<CliFileRecord> kept;
+    std::vector<CliReportLine> kept;
     if (!Work.resume)
       return kept;
-    std::map<std::string, CliFileRecord> earlier = Cli_ReadReport(Work.reportPath);
+    const std::map<std::string, CliReportLine> earlier = Cli_IndexReport(Work.reportPath);
     for (std::size_t i = 0; i < Work.inputs.size(); ++i) {
       const auto found = earlier.find(Work.inputs[i].path);
-      if (found != earlier.end() && Cli_RecordComplete(found->second)) {
-        Table.Set(i, found->second);
+      if (found == earlier.end())
+        continue;
+      const CliFileRecord record = Cli_RecordFromJson(Json::ParseTables(Cli_ReadReportText(Work.reportPath, found->second)));
+      if (Cli_RecordComplete(record)) {
+        Table.Set(i, record);
         kept.push_back(found->second);
       }
     }

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 
@@ -141,11 +143,11 @@ private:
     while (Pos < Text.size() && (Text[Pos] == ' ' || Text[Pos] == '\n' || Text[Pos] == '\t' || Text[Pos] == '\r'))
       ++Pos;
   }
-  bool Consume(const char* word)
+  template <std::size_t N>
+  bool Consume(const char (&word)[N])
   {
-    const std::string w(word);
-    if (Text.compare(Pos, w.size(), w) == 0) {
-      Pos += w.size();
+    if (Text.compare(Pos, N - 1, word, N - 1) == 0) {
+      Pos += N - 1;
       return true;
     }
     return false;
@@ -162,16 +164,18 @@ private:
       return ParseArray();
     if (c == '"')
       return Json(ParseString());
-    if (Consume("true"))
+    if (c == 't' && Consume("true"))
       return Json(true);
-    if (Consume("false"))
+    if (c == 'f' && Consume("false"))
       return Json(false);
-    if (Consume("null"))
+    if (c == 'n' && Consume("null"))
       return Json();
     return ParseNumber();
   }
   Json ParseNumber()
   {
+    if (const std::optional<double> whole = WholeNumber())
+      return Json(*whole);
     const char* begin = Text.c_str() + Pos;
     char* end = nullptr;
     const double v = std::strtod(begin, &end);
@@ -179,6 +183,22 @@ private:
       Fail("expected a value");
     Pos += static_cast<std::size_t>(end - begin);
     return Json(v);
+  }
+  // A plain integer of up to 15 digits, the common case, read without strtod
+  // (to the same double: it is exact); nullopt for anything else.
+  std::optional<double> WholeNumber()
+  {
+    std::size_t at = Pos + (Pos < Text.size() && Text[Pos] == '-' ? 1 : 0);
+    const std::size_t first = at;
+    long long value = 0;
+    while (at < Text.size() && at - first < 16 && Text[at] >= '0' && Text[at] <= '9')
+      value = value * 10 + (Text[at++] - '0');
+    const bool plain = at > first && at - first <= 15 && (at == Text.size() || std::strchr(".eExX0123456789", Text[at]) == nullptr);
+    if (!plain)
+      return std::nullopt;
+    const bool negative = first > Pos;
+    Pos = at;
+    return negative ? -static_cast<double>(value) : static_cast<double>(value);
   }
   std::string ParseString()
   {

@@ -4,7 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdlib>
 #include <limits>
+#include <stdexcept>
 
 namespace {
 
@@ -65,4 +68,20 @@ TEST(Json, ReadingTablesKeepsTheTextAndTablesOnlyWhatFits)
   EXPECT_TRUE(Json::ParseTables("[[1],[2]]").IsArray());
   EXPECT_TRUE(Json::ParseTables("[1,[2,3]]").IsArray());
   EXPECT_TRUE(Json::Parse("[1,2,3]").IsArray());
+}
+
+TEST(Json, NumbersReadAsStrtodReadsThem)
+{
+  const char* texts[] = {"0", "-0", "7", "-42", "007", "123456789012345", "-123456789012345", "1234567890123456",
+                         "99999999999999999999", "1.5", "-2e3", "1E2", "0x10", "4.9e-324", "1e400"};
+  for (const char* text : texts) {
+    const Json value = Json::Parse(text);
+    ASSERT_TRUE(value.IsNumber()) << text;
+    const double expected = std::strtod(text, nullptr);
+    EXPECT_EQ(value.AsNumber(), expected) << text;
+    EXPECT_EQ(std::signbit(value.AsNumber()), std::signbit(expected)) << text;
+  }
+  EXPECT_EQ(Json::Parse("[12,-3]").Dump(-1), "[12,-3]");
+  EXPECT_THROW(Json::Parse("1x"), std::runtime_error);
+  EXPECT_THROW(Json::Parse("-"), std::runtime_error);
 }
