@@ -9,7 +9,7 @@ depth. Messages raise OperatorError unless a handler is set.
 import numpy as np
 
 from . import _ipg
-from ._operator import ROI_VALUE, CLASSES, _deliver, as_image, roi_image
+from ._operator import ROI_VALUE, CLASSES, _deliver, _text, as_image, roi_image
 
 # Output mode that only re-measures the output's extremes.
 _KEEP_VALUES = 302
@@ -52,9 +52,14 @@ def label(a, max_labels=2000):
     code 800): 0 for the background, k for the pixels of the k-th component in
     the library's order. max_labels bounds the provisional labels (NbCompMax)."""
     mask = np.where(np.asarray(a) != 0, ROI_VALUE, 0).astype(np.int32)
-    op, _ = _apply("IPG_CONNEXITY_PROCESSING", mask, 800, Value=ROI_VALUE, NbCompMax=max_labels)
+    CLASSES["IPG_CONNEXITY_PROCESSING"](Value=ROI_VALUE, NbCompMax=max_labels)  # checks the settings
+    # The residents come as arrays: as lists, millions of pixels would take
+    # seconds to build and to read back.
+    outcome = _ipg.run("IPG_CONNEXITY_PROCESSING", as_image(mask), tools=800, mode=_KEEP_VALUES,
+                       values=[("Value", _text(ROI_VALUE)), ("NbCompMax", _text(max_labels))], arrays=True)
+    _deliver("IPG_CONNEXITY_PROCESSING", outcome)
     labels = np.zeros(mask.shape, dtype=np.int32)
-    for number, component in enumerate(op.results["Components"], start=1):
+    for number, component in enumerate(outcome["results"].get("Components", []), start=1):
         residents = np.asarray(component["residents"], dtype=np.intp).reshape(-1, 2)
         labels[residents[:, 1], residents[:, 0]] = number
     return labels

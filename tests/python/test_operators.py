@@ -100,6 +100,13 @@ def test_list_results_are_those_of_ipg_run(ipg_cli, tmp_path, phantom, name, set
     assert op.results[key] == printed[key] and len(printed[key]) > 0
     first = op.results[key][0] if name == "IPG_HISTO" else op.results[key][0]["residents"][0][0]
     assert type(first) is int
+    # The functional API asks for them as arrays: the same numbers.
+    values = [(k, text) for k, _, text in settings]
+    arrays = ipg._ipg.run(name, source.copy(), values=values, arrays=True)["results"][key]
+    if name == "IPG_HISTO":
+        np.testing.assert_array_equal(arrays, printed[key])
+    else:
+        np.testing.assert_array_equal(arrays[0]["residents"], printed[key][0]["residents"])
 
 
 def test_a_kernel_given_as_an_array_is_the_predefined_box(phantom):
