@@ -120,6 +120,15 @@ void DumpTable(std::string& out, const Json::Table& table, int indent, int depth
   out += ']';
 }
 
+int HexDigit(char h)
+{
+  if (h >= '0' && h <= '9')
+    return h - '0';
+  if (h >= 'a' && h <= 'f')
+    return h - 'a' + 10;
+  return h >= 'A' && h <= 'F' ? h - 'A' + 10 : -1;
+}
+
 class Parser {
 public:
   Parser(const std::string& text, bool tables) : Text(text), Tables(tables) {}
@@ -158,10 +167,15 @@ private:
     if (Pos >= Text.size())
       Fail("unexpected end");
     const char c = Text[Pos];
-    if (c == '{')
-      return ParseObject();
-    if (c == '[')
-      return ParseArray();
+    if (c == '{' || c == '[') {
+      // Each level is a call: a hostile file must not reach the stack's end.
+      if (Depth == kDeepest)
+        Fail("values nested more than " + std::to_string(kDeepest) + " deep");
+      ++Depth;
+      Json nested = c == '{' ? ParseObject() : ParseArray();
+      --Depth;
+      return nested;
+    }
     if (c == '"')
       return Json(ParseString());
     if (c == 't' && Consume("true"))
@@ -222,8 +236,13 @@ private:
       case 'u': {
         if (Pos + 4 > Text.size())
           Fail("short \\u escape");
-        const unsigned code = static_cast<unsigned>(std::stoul(Text.substr(Pos, 4), nullptr, 16));
-        Pos += 4;
+        unsigned code = 0;
+        for (int k = 0; k < 4; ++k) {
+          const int digit = HexDigit(Text[Pos++]);
+          if (digit < 0)
+            Fail("\\u escape without four hexadecimal digits");
+          code = code * 16 + static_cast<unsigned>(digit);
+        }
         if (code < 0x80) {
           s += static_cast<char>(code);
         } else if (code < 0x800) {
@@ -342,6 +361,8 @@ private:
   const std::string& Text;
   bool Tables; // arrays that fit a table are read as one
   std::size_t Pos = 0;
+  static constexpr int kDeepest = 256;
+  int Depth = 0;
 };
 
 } // namespace

@@ -85,3 +85,19 @@ TEST(Json, NumbersReadAsStrtodReadsThem)
   EXPECT_THROW(Json::Parse("1x"), std::runtime_error);
   EXPECT_THROW(Json::Parse("-"), std::runtime_error);
 }
+
+TEST(Json, DeepNestingIsAnErrorNotACrash)
+{
+  const auto nested = [](int depth) { return std::string(depth, '[') + std::string(depth, ']'); };
+  EXPECT_NO_THROW(Json::Parse(nested(256)));
+  EXPECT_THROW(Json::Parse(nested(257)), std::runtime_error);
+  EXPECT_THROW(Json::ParseTables(nested(1000000)), std::runtime_error);
+  EXPECT_THROW(Json::Parse(std::string(1000000, '{')), std::runtime_error);
+}
+
+TEST(Json, UnicodeEscapesTakeFourHexadecimalDigits)
+{
+  EXPECT_EQ(Json::Parse("\"\\u00e9\\u0041\\u20AC\"").AsString(), "\u00e9A\u20ac");
+  for (const char* bad : {"\"\\uZZZZ\"", "\"\\u12zz\"", "\"\\u-123\"", "\"\\u12\""})
+    EXPECT_THROW(Json::Parse(bad), std::runtime_error) << bad;
+}
