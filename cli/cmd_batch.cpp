@@ -185,7 +185,8 @@ private:
       const auto found = earlier.find(Work.inputs[i].path);
       if (found == earlier.end())
         continue;
-      const CliFileRecord record = Cli_RecordFromJson(Json::ParseTables(Cli_ReadReportText(Work.reportPath, found->second)));
+      const std::string line = Cli_ReadReportText(Work.reportPath, found->second);
+      const CliFileRecord record = Cli_RecordFromJson(Json::ParseTables(line));
       if (Cli_RecordComplete(record)) {
         Table.Set(i, record);
         kept.push_back(found->second);

@@ -207,7 +207,8 @@ private:
     long long value = 0;
     while (at < Text.size() && at - first < 16 && Text[at] >= '0' && Text[at] <= '9')
       value = value * 10 + (Text[at++] - '0');
-    const bool plain = at > first && at - first <= 15 && (at == Text.size() || std::strchr(".eExX0123456789", Text[at]) == nullptr);
+    const bool ends = at == Text.size() || std::strchr(".eExX0123456789", Text[at]) == nullptr;
+    const bool plain = at > first && at - first <= 15 && ends;
     if (!plain)
       return std::nullopt;
     const bool negative = first > Pos;
