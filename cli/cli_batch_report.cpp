@@ -47,10 +47,6 @@ std::vector<std::pair<std::string, const Json*>> Fields(const CliFileRecord& rec
   return fields;
 }
 
-} // namespace
-
-namespace {
-
 // visit(record, line) for every line of a report that is a record, one line
 // in memory at a time.
 template <typename Visit>

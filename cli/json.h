@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
 #include <iosfwd>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>

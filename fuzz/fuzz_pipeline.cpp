@@ -43,7 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   const std::string printed = values->Dump(-1);
   Require(tables->Dump(-1) == printed);
-  Require(Read(printed, true)->Dump(-1) == printed);
+  const std::optional<Json> reread = Read(printed, true);
+  Require(reread.has_value() && reread->Dump(-1) == printed);
   std::ostringstream written;
   tables->Write(written, 2);
   Require(written.str() == values->Dump(2));

@@ -52,11 +52,12 @@ def label(a, max_labels=2000):
     code 800): 0 for the background, k for the pixels of the k-th component in
     the library's order. max_labels bounds the provisional labels (NbCompMax)."""
     mask = np.where(np.asarray(a) != 0, ROI_VALUE, 0).astype(np.int32)
-    CLASSES["IPG_CONNEXITY_PROCESSING"](Value=ROI_VALUE, NbCompMax=max_labels)  # checks the settings
+    values = [("Value", _text(ROI_VALUE)), ("NbCompMax", _text(max_labels))]
+    _ipg.check_settings("IPG_CONNEXITY_PROCESSING", values)
     # The residents come as arrays: as lists, millions of pixels would take
     # seconds to build and to read back.
-    outcome = _ipg.run("IPG_CONNEXITY_PROCESSING", as_image(mask), tools=800, mode=_KEEP_VALUES,
-                       values=[("Value", _text(ROI_VALUE)), ("NbCompMax", _text(max_labels))], arrays=True)
+    outcome = _ipg.run("IPG_CONNEXITY_PROCESSING", as_image(mask), tools=800, mode=_KEEP_VALUES, values=values,
+                       arrays=True)
     _deliver("IPG_CONNEXITY_PROCESSING", outcome)
     labels = np.zeros(mask.shape, dtype=np.int32)
     for number, component in enumerate(outcome["results"].get("Components", []), start=1):

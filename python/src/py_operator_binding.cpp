@@ -32,46 +32,43 @@ const CliOperator& FindClass(const std::string& name)
 
 // Numbers that are whole print as integers in the program's JSON, and come
 // back as int here too.
+bool IsWhole(double v) { return std::isfinite(v) && v == std::trunc(v) && std::fabs(v) < 9007199254740992.0; }
+
 py::object NumberToPython(double v)
 {
-  if (std::isfinite(v) && v == std::trunc(v) && std::fabs(v) < 9007199254740992.0)
+  if (IsWhole(v))
     return py::int_(static_cast<long long>(v));
   return py::float_(v);
 }
 
-bool AllWhole(const std::vector<double>& values)
-{
-  return std::all_of(values.begin(), values.end(), [](double v) {
-    return std::isfinite(v) && v == std::trunc(v) && std::fabs(v) < 9007199254740992.0;
-  });
-}
-
 // A table as a NumPy array, one row per row (a flat array for Width 1), of
 // integers when every number is whole.
-py::array TableToArray(const Json::Table& table)
+py::array TableToArray(const Json::Table& table, bool whole)
 {
   const std::size_t rows = table.Rows();
   std::vector<py::ssize_t> shape{static_cast<py::ssize_t>(rows)};
   if (table.Width > 1)
     shape.push_back(static_cast<py::ssize_t>(table.Width));
   const auto end = table.Values.begin() + static_cast<std::ptrdiff_t>(rows * table.Width);
-  if (AllWhole(table.Values)) {
-    py::array_t<long long> whole(shape);
-    std::copy(table.Values.begin(), end, whole.mutable_data());
-    return whole;
+  if (whole) {
+    py::array_t<long long> integers(shape);
+    std::copy(table.Values.begin(), end, integers.mutable_data());
+    return integers;
   }
   py::array_t<double> reals(shape);
   std::copy(table.Values.begin(), end, reals.mutable_data());
   return reals;
 }
 
+bool AllWhole(const Json::Table& table) { return std::all_of(table.Values.begin(), table.Values.end(), IsWhole); }
+
 // A table as the lists it prints as: numbers, or lists of Width numbers.
 // Whole numbers (residents, bins) go through NumPy's tolist, which makes the
 // same ints several times faster than one call per number.
 py::list TableToPython(const Json::Table& table)
 {
-  if (AllWhole(table.Values))
-    return TableToArray(table).attr("tolist")();
+  if (AllWhole(table))
+    return TableToArray(table, true).attr("tolist")();
   py::list list;
   for (std::size_t r = 0; r < table.Rows(); ++r) {
     const double* row = table.Values.data() + r * table.Width;
@@ -93,8 +90,10 @@ py::object ToPython(const Json& value, bool arrays)
     return py::bool_(value.AsBool());
   if (value.IsNumber())
     return NumberToPython(value.AsNumber());
+  if (value.IsTable() && arrays)
+    return TableToArray(value.AsTable(), AllWhole(value.AsTable()));
   if (value.IsTable())
-    return arrays ? py::object(TableToArray(value.AsTable())) : py::object(TableToPython(value.AsTable()));
+    return TableToPython(value.AsTable());
   if (value.IsString())
     return py::str(value.AsString());
   if (value.IsArray()) {
