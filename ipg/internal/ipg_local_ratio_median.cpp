@@ -206,40 +206,84 @@ constexpr std::size_t kFewestSampled = 1024;
 constexpr double kMiddleShare = 0.015;
 constexpr double kWideShare = 0.05;
 
-// The ratios of one sampled row, appended to ratios; false at a NaN.
-bool SampleRow(const double* in, int cols, int rows, int half, int power, long row, std::vector<double>& sums,
-               std::vector<double>& squares, std::vector<double>& ratios)
+// A sampled row's window sums over its rows top .. bottom, in sums and
+// squares [0 .. cols], then their running totals from column 0.
+void SampleRowSums(const double* in, std::size_t cols, long top, long bottom, double* __restrict sums,
+                   double* __restrict squares)
 {
-  const std::size_t width = static_cast<std::size_t>(cols);
-  const long top = std::max(0L, row - half), bottom = std::min<long>(rows, row + half + 1);
-  sums.assign(width + 1, 0.0);
-  squares.assign(width + 1, 0.0);
+  std::fill_n(sums, cols + 1, 0.0);
+  std::fill_n(squares, cols + 1, 0.0);
   for (long y = top; y < bottom; ++y) {
-    const double* line = in + static_cast<std::size_t>(y) * width;
-    for (std::size_t c = 0; c < width; ++c) {
+    const double* __restrict line = in + static_cast<std::size_t>(y) * cols;
+    for (std::size_t c = 0; c < cols; ++c) {
       sums[c + 1] += line[c];
       squares[c + 1] += line[c] * line[c];
     }
   }
-  std::partial_sum(sums.begin(), sums.end(), sums.begin());
-  std::partial_sum(squares.begin(), squares.end(), squares.begin());
+  std::partial_sum(sums, sums + cols + 1, sums);
+  std::partial_sum(squares, squares + cols + 1, squares);
+}
+
+// The sampled ratio of the window [left, right) from the running totals, or
+// kNoRatio where its mean is not positive.
+[[gnu::always_inline]] inline double SampledRatio(const double* sums, const double* squares, long left, long right,
+                                                  double inverse, int power)
+{
+  const double mean = (sums[right] - sums[left]) * inverse;
+  const double variance = std::max(0.0, (squares[right] - squares[left]) * inverse - mean * mean);
+  const double ratio = variance / (power == 2 ? mean * mean : mean);
+  return mean > 0.0 ? ratio : kNoRatio;
+}
+
+// The windows that the sides do not clip, columns begin .. end: inlined into
+// a plain and an AVX2 copy, which give the same ratios.
+[[gnu::always_inline]] inline void SampledInnerBody(const double* sums, const double* squares, long begin, long end,
+                                                    long half, double inverse, int power, double* __restrict out)
+{
+  for (long c = begin; c < end; ++c)
+    out[c] = SampledRatio(sums, squares, c - half, c + half + 1, inverse, power);
+}
+
+void SampledInnerPlain(const double* sums, const double* squares, long begin, long end, long half, double inverse,
+                       int power, double* out)
+{
+  SampledInnerBody(sums, squares, begin, end, half, inverse, power, out);
+}
+
+#if defined(__x86_64__)
+[[gnu::target("avx2")]] void SampledInnerAvx2(const double* sums, const double* squares, long begin, long end,
+                                              long half, double inverse, int power, double* out)
+{
+  SampledInnerBody(sums, squares, begin, end, half, inverse, power, out);
+}
+#endif
+
+// The ratios of one sampled row into out[0 .. cols), kNoRatio for a window
+// without a positive mean; sums and squares hold cols + 1 values of scratch.
+void SampleRow(const double* in, int cols, int rows, int half, int power, long row, double* sums, double* squares,
+               double* out)
+{
+  const std::size_t width = static_cast<std::size_t>(cols);
+  const long top = std::max(0L, row - half), bottom = std::min<long>(rows, row + half + 1);
+  SampleRowSums(in, width, top, bottom, sums, squares);
   // A guess needs no exact ratios: products by the reciprocal of the window's
   // size, the same for every window but those the sides clip.
   const long height = bottom - top;
   const double inner = 1.0 / static_cast<double>((2L * half + 1) * height);
-  for (long c = 0; c < cols; ++c) {
+  const long begin = std::min<long>(half, cols), end = std::max(begin, static_cast<long>(cols) - half);
+  const auto clipped = [&](long c) {
     const long left = std::max(0L, c - half), right = std::min<long>(cols, c + half + 1);
-    const double inverse = right - left == 2L * half + 1 ? inner : 1.0 / static_cast<double>((right - left) * height);
-    const double mean = (sums[right] - sums[left]) * inverse;
-    const double variance = std::max(0.0, (squares[right] - squares[left]) * inverse - mean * mean);
-    if (!(mean > 0.0))
-      continue;
-    const double ratio = variance / (power == 2 ? mean * mean : mean);
-    if (!(ratio >= 0.0))
-      return false;
-    ratios.push_back(ratio);
-  }
-  return true;
+    out[c] = SampledRatio(sums, squares, left, right, 1.0 / static_cast<double>((right - left) * height), power);
+  };
+  for (long c = 0; c < begin; ++c)
+    clipped(c);
+  for (long c = end; c < cols; ++c)
+    clipped(c);
+#if defined(__x86_64__)
+  if (Ipg_UseAvx2())
+    return SampledInnerAvx2(sums, squares, begin, end, half, inner, power, out);
+#endif
+  SampledInnerPlain(sums, squares, begin, end, half, inner, power, out);
 }
 
 // Ratios of a few rows spread evenly over the image, from window sums taken
@@ -256,21 +300,26 @@ std::vector<double> SampledRatios(const double* in, int cols, int rows, int half
   const long count = std::min({static_cast<long>(rows), wanted, affordable});
   if (count < 1)
     return {};
-  // The sampled rows in parallel bands; their order does not matter to a quantile.
+  // The sampled rows in parallel bands, each into its own part of the list;
+  // their order does not matter to a quantile.
+  std::vector<double> ratios(static_cast<std::size_t>(count) * width);
   const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(count), width * static_cast<std::size_t>(side));
-  std::vector<std::vector<double>> parts(bands.Count);
-  std::atomic<bool> unordered{false};
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    std::vector<double> sums, squares;
-    for (unsigned k = begin; k < end && !unordered.load(std::memory_order_relaxed); ++k)
-      if (!SampleRow(in, cols, rows, half, power, (2L * k + 1) * rows / (2 * count), sums, squares, parts[band]))
-        unordered = true;
+  Ipg_RunBands(bands, [&](unsigned, unsigned begin, unsigned end) {
+    std::vector<double> sums(width + 1), squares(width + 1);
+    for (unsigned k = begin; k < end; ++k)
+      SampleRow(in, cols, rows, half, power, (2L * k + 1) * rows / (2 * count), sums.data(), squares.data(),
+                ratios.data() + k * width);
   });
-  std::vector<double> ratios;
-  if (unordered)
-    return ratios; // a NaN: no order to guess from
-  for (const std::vector<double>& part : parts)
-    ratios.insert(ratios.end(), part.begin(), part.end());
+  // The windows without a positive mean leave the list; a NaN leaves no
+  // order to guess from.
+  std::size_t kept = 0;
+  for (const double ratio : ratios) {
+    if (ratio >= 0.0)
+      ratios[kept++] = ratio;
+    else if (ratio != kNoRatio)
+      return {};
+  }
+  ratios.resize(kept);
   return ratios;
 }
 
@@ -292,6 +341,30 @@ struct BandPass {
 
 enum class Outcome { Found, Missed, Unordered, Stopped };
 
+// Lists up to this many values stay with their thread for its next pass.
+constexpr std::size_t kKeptList = std::size_t{1} << 18;
+
+// The bands' tallies of the calling thread's last pass. They are kept for its
+// next pass, so that their lists keep their memory: fresh memory is cleared
+// by the system, and freeing it stalls the other threads.
+thread_local std::vector<BandPass> tKeptPasses;
+
+// The kept tallies, emptied, for a pass in bands.
+std::vector<BandPass>& EmptyPasses(unsigned bands)
+{
+  std::vector<BandPass>& kept = tKeptPasses;
+  kept.resize(bands);
+  for (BandPass& pass : kept) {
+    std::vector<double> inside = std::move(pass.Tally.Inside);
+    if (inside.capacity() > kKeptList)
+      std::vector<double>().swap(inside);
+    inside.clear();
+    pass = BandPass{};
+    pass.Tally.Inside = std::move(inside);
+  }
+  return kept;
+}
+
 // One pass: the middle ratio when it lies within range, found among the
 // listed ones by its rank.
 Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int power, Ipg_RatioRange range,
@@ -301,7 +374,7 @@ Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int po
   const unsigned bands = BandsOfRatios(cols, rows);
   // At most an eighth of the ratios (one byte a pixel) are listed.
   const std::size_t bandCap = std::max(kListedCandidates, pixels / 8) / bands + 1;
-  std::vector<BandPass> passes(bands);
+  std::vector<BandPass>& passes = EmptyPasses(bands);
   const bool complete = WindowRows(in, cols, rows, half, [&](unsigned band, unsigned row, Ipg_WindowTables& tables) {
     BandPass& pass = passes[band];
     if (pass.Overflow)
@@ -312,7 +385,8 @@ Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int po
   if (!complete)
     return Outcome::Stopped;
   Ipg_RatioTally all;
-  for (BandPass& pass : passes) {
+  std::vector<const std::vector<double>*> lists;
+  for (const BandPass& pass : passes) {
     const Ipg_RatioTally& t = pass.Tally;
     if (t.Unordered)
       return Outcome::Unordered;
@@ -322,9 +396,10 @@ Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int po
     all.AtLow += t.AtLow;
     all.AtHigh += t.AtHigh;
     all.Seen += t.Seen;
-    all.Inside.insert(all.Inside.end(), t.Inside.begin(), t.Inside.end());
-    std::vector<double>().swap(pass.Tally.Inside);
+    lists.push_back(&t.Inside);
   }
+  const std::size_t inside = std::accumulate(lists.begin(), lists.end(), std::size_t{0},
+                                             [](std::size_t n, const std::vector<double>* list) { return n + list->size(); });
   std::size_t rank = all.Seen / 2;
   if (all.Seen == 0) {
     median = 0.0;
@@ -338,11 +413,11 @@ Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int po
     return Outcome::Found;
   }
   rank -= all.AtLow;
-  if (rank < all.Inside.size()) {
-    median = Ipg_SelectElement(all.Inside.data(), all.Inside.size(), rank);
+  if (rank < inside) {
+    median = Ipg_SelectListedRatio(lists, range, rank);
     return Outcome::Found;
   }
-  rank -= all.Inside.size();
+  rank -= inside;
   if (rank < all.AtHigh) {
     median = range.High;
     return Outcome::Found;
@@ -351,6 +426,8 @@ Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int po
 }
 
 } // namespace
+
+void Ipg_ReleaseRatioLists() { std::vector<BandPass>().swap(tKeptPasses); }
 
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power)
 {

@@ -12,5 +12,9 @@
 // structure that repeats with the sampled rows' spacing), a second pass tries
 // the sample's middle tenth; when that misses too, the ratios are counted by
 // their bit patterns in further passes. Either way the memory used stays
-// small, and the value is the same.
+// small, and the value is the same. The calling thread keeps the lists of
+// its last pass (up to 2 MB each) for its next one.
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power);
+
+// Frees the calling thread's kept lists.
+void Ipg_ReleaseRatioLists();

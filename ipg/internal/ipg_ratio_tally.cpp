@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_ratio_tally.h"
 
+#include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_simd.h"
 #include "ipg/internal/ipg_speckle_windows.h"
 
@@ -167,4 +168,48 @@ void Ipg_TallyRowRatios(Ipg_WindowTables& tables, int row, int cols, int half, i
       flags = WithoutLowestFlag(flags, k);
     }
   }
+}
+
+double Ipg_SelectListedRatio(const std::vector<const std::vector<double>*>& lists, Ipg_RatioRange range,
+                             std::size_t rank)
+{
+  if (lists.empty())
+    return 0.0;
+  constexpr std::size_t kBuckets = 4096;
+  // Monotone in the value, so each bucket holds a run of the sorted values;
+  // a range too narrow or too wide for the scale leaves them in one bucket.
+  const double scale = static_cast<double>(kBuckets) / (range.High - range.Low);
+  const auto bucketOf = [&range, scale](double v) {
+    const double x = (v - range.Low) * scale;
+    return x < static_cast<double>(kBuckets) ? static_cast<std::size_t>(x) : kBuckets - 1;
+  };
+  IPG_ROW_BANDS perList;
+  perList.Count = perList.Rows = static_cast<unsigned>(lists.size());
+  std::vector<std::vector<std::size_t>> counts(lists.size());
+  Ipg_RunBands(perList, [&](unsigned list, unsigned, unsigned) {
+    counts[list].assign(kBuckets, 0);
+    for (const double v : *lists[list])
+      ++counts[list][bucketOf(v)];
+  });
+  std::size_t bucket = 0;
+  for (; bucket < kBuckets; ++bucket) {
+    std::size_t inBucket = 0;
+    for (const std::vector<std::size_t>& count : counts)
+      inBucket += count[bucket];
+    if (rank < inBucket)
+      break;
+    rank -= inBucket;
+  }
+  if (bucket == kBuckets)
+    return 0.0; // fewer values than the rank
+  std::vector<std::vector<double>> held(lists.size());
+  Ipg_RunBands(perList, [&](unsigned list, unsigned, unsigned) {
+    held[list].reserve(counts[list][bucket]);
+    for (const double v : *lists[list])
+      if (bucketOf(v) == bucket)
+        held[list].push_back(v);
+  });
+  for (std::size_t list = 1; list < held.size(); ++list)
+    held[0].insert(held[0].end(), held[list].begin(), held[list].end());
+  return held.empty() ? 0.0 : Ipg_SelectElement(held[0].data(), held[0].size(), rank);
 }

@@ -39,3 +39,10 @@ class Ipg_WindowTables;
 // a cols-wide image, read from its window tables, power 1 or 2.
 void Ipg_TallyRowRatios(Ipg_WindowTables& tables, int row, int cols, int half, int power, Ipg_RatioRange range,
                         Ipg_RatioTally& tally);
+
+// The rank-th smallest of the values in lists, all strictly within range
+// (the tallies' Inside lists): the same value as a selection over the lists
+// joined. The lists are counted by buckets of the range in parallel, and only
+// the bucket holding the rank is listed and selected among.
+double Ipg_SelectListedRatio(const std::vector<const std::vector<double>*>& lists, Ipg_RatioRange range,
+                             std::size_t rank);

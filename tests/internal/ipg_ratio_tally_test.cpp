@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ipg/internal/ipg_ratio_tally.h"
+#include "ipg/framework/ipg_threads.h"
 #include "ipg/internal/ipg_speckle_windows.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
+#include <limits>
 #include <random>
 #include <string>
 #include <vector>
@@ -82,4 +85,43 @@ TEST(RatioTally, PlacesEveryRatioWhereItsDivisionPutsIt)
         }
       }
   }
+}
+
+// Selecting among several lists gives the value a selection over the lists
+// joined gives, at every rank: values spread over the range, crowded into a
+// sliver of it (one bucket holds nearly all) with ties, a range eight doubles
+// wide, one reaching infinity, and an empty list.
+TEST(RatioTally, SelectsAmongListsAsAmongTheirJoin)
+{
+  std::mt19937 random(5);
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  const double low = 0.25, ulp = std::nextafter(low, 1.0) - low;
+  for (const double high : {0.75, low + 8 * ulp, std::numeric_limits<double>::infinity()})
+    for (const int kind : {0, 1, 2}) {
+      const auto draw = [&]() -> double {
+        if (high - low < 1e-12)
+          return low + ulp * static_cast<double>(random() % 7 + 1);
+        if (kind == 1)
+          return low + 1e-9 * static_cast<double>(random() % 50 + 1);
+        return low + (std::min(high, 1.0) - low) * (0.001 + 0.998 * unit(random));
+      };
+      std::vector<std::vector<double>> lists(kind == 2 ? 4 : 3);
+      for (std::size_t list = 0; list < lists.size(); ++list)
+        for (std::size_t k = 0; k < (kind == 2 && list == 1 ? 0 : 500 + 300 * list); ++k)
+          lists[list].push_back(draw());
+      std::vector<double> joined;
+      std::vector<const std::vector<double>*> pointers;
+      for (const std::vector<double>& list : lists) {
+        joined.insert(joined.end(), list.begin(), list.end());
+        pointers.push_back(&list);
+      }
+      std::sort(joined.begin(), joined.end());
+      for (const int threads : {1, 2, 7}) {
+        Ipg_SetNumThreads(threads);
+        for (std::size_t rank = 0; rank < joined.size(); rank += 97)
+          EXPECT_EQ(joined[rank], Ipg_SelectListedRatio(pointers, {low, high}, rank)) << high << " " << kind;
+        EXPECT_EQ(joined.back(), Ipg_SelectListedRatio(pointers, {low, high}, joined.size() - 1));
+      }
+    }
+  Ipg_SetNumThreads(0);
 }
