@@ -6,10 +6,11 @@
 
 #include <complex>
 #else
+#include "mth/internal/mth_fft_plan_text.h"
+
 #include <fftw3.h>
 
 #include <array>
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -50,14 +51,53 @@ bool ValidArguments(MTH_COMPLEX** buf, int cols, int rows, int dir)
 
 // Multiplies by the reciprocal of the count rather than dividing, as the
 // inverse transform always has: the same last bits as before.
+double InverseScale(int cols, int rows) { return 1.0 / static_cast<double>(CountOf(cols, rows)); }
+
 void Normalise(MTH_COMPLEX** buf, int cols, int rows)
 {
-  const double scale = 1.0 / static_cast<double>(CountOf(cols, rows));
+  const double scale = InverseScale(cols, rows);
   for (int c = 0; c < cols; ++c)
     for (int r = 0; r < rows; ++r) {
       buf[c][r].re *= scale;
       buf[c][r].im *= scale;
     }
+}
+
+// Compared as addresses: buf[0] + c * rows may lie outside any array.
+bool ColumnsInOneBlock(MTH_COMPLEX** buf, int cols, int rows)
+{
+  const auto first = reinterpret_cast<std::uintptr_t>(buf[0]);
+  for (int c = 1; c < cols; ++c)
+    if (reinterpret_cast<std::uintptr_t>(buf[c]) != first + CountOf(c, rows) * sizeof(MTH_COMPLEX))
+      return false;
+  return true;
+}
+
+// Columns loaded this many at a time: a group's columns stay in the second
+// level cache until their transforms read them.
+constexpr int kLoadGroup = 16;
+
+// Every column loaded, groups of them on threads.
+void LoadColumns(const MTH_FFT_STREAMS& streams, int cols, int threads)
+{
+  if (!streams.Load)
+    return;
+  const int groups = (cols + kLoadGroup - 1) / kLoadGroup;
+#pragma omp parallel for num_threads(threads) schedule(static)
+  for (int g = 0; g < groups; ++g)
+    streams.Load(g * kLoadGroup, std::min(cols, (g + 1) * kLoadGroup));
+}
+
+// Every row of the finished block taken, a few at a time on threads (the
+// values a tile of them reads lie together).
+void TakeRows(const MTH_FFT_STREAMS& streams, const MTH_COMPLEX* block, int rows, int threads)
+{
+  constexpr int kRowsTaken = 8;
+  const int pieces = (rows + kRowsTaken - 1) / kRowsTaken;
+#pragma omp parallel for num_threads(threads) schedule(static)
+  for (int p = 0; p < pieces; ++p)
+    streams.Take(p * kRowsTaken, std::min(rows, (p + 1) * kRowsTaken), block + p * kRowsTaken,
+                 static_cast<std::size_t>(rows));
 }
 
 #if defined(IPG_FFT_KISSFFT)
@@ -115,6 +155,15 @@ bool Transform(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads)
     }
   }
   return true;
+}
+
+// The columns loaded first, the results taken whole after.
+bool TransformStreamed(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads, const MTH_FFT_STREAMS& streams,
+                       bool& taken)
+{
+  LoadColumns(streams, cols, threads);
+  taken = false;
+  return Transform(buf, cols, rows, dir, threads);
 }
 
 #else
@@ -183,74 +232,15 @@ std::map<PlanKey, PLAN>& Plans()
   return *plans;
 }
 
-// A plan as FFTW prints it, "(solver ... (child) ...)", with every run of
-// white space made one space (the print indents children by depth).
+// A plan as FFTW prints it, in one line (Mth_PlanText).
 std::string Printed(fftw_plan plan)
 {
   char* text = fftw_sprint_plan(plan);
-  std::string printed;
   if (text == nullptr)
-    return printed;
-  for (const char* c = text; *c != '\0'; ++c) {
-    const bool space = std::isspace(static_cast<unsigned char>(*c)) != 0;
-    if (!space)
-      printed += *c;
-    else if (!printed.empty() && printed.back() != ' ')
-      printed += ' ';
-  }
+    return {};
+  std::string printed = Mth_PlanText(text);
   std::free(text);
-  while (!printed.empty() && printed.back() == ' ')
-    printed.pop_back();
   return printed;
-}
-
-// The solver's name of a printed node and its parenthesised children.
-struct PRINTED_NODE {
-  std::string Solver;
-  std::vector<std::string> Children;
-};
-
-PRINTED_NODE ParseNode(const std::string& node)
-{
-  PRINTED_NODE parsed;
-  if (node.size() < 2 || node.front() != '(' || node.back() != ')')
-    return parsed;
-  const std::size_t nameEnd = node.find_first_of(" ()", 1);
-  parsed.Solver = node.substr(1, nameEnd - 1);
-  int depth = 0;
-  std::size_t childStart = 0;
-  for (std::size_t i = nameEnd; i + 1 < node.size(); ++i) {
-    if (node[i] == '(' && depth++ == 0)
-      childStart = i;
-    else if (node[i] == ')' && --depth == 0)
-      parsed.Children.push_back(node.substr(childStart, i - childStart + 1));
-  }
-  return parsed;
-}
-
-// What a printed loop over count lines of length values runs on each line:
-// the body of "(dft-vrank>=1-x<count>/1 (body))", or of a loop that FFTW
-// buffers in full batches, "(dft-buffered-<length>-x<batch>/<count>-<skew>
-// (dft-vrank>=1-x<batch>/1 (body)) (copy) (dft-nop))", whose body transforms
-// each line out of place (throughScratch). "" for any other loop.
-std::string LineBody(const std::string& node, int count, int length, bool& throughScratch)
-{
-  const PRINTED_NODE loop = ParseNode(node);
-  throughScratch = false;
-  const std::string lines = std::to_string(count);
-  if (loop.Solver == "dft-vrank>=1-x" + lines + "/1")
-    return loop.Children.size() == 1 ? loop.Children[0] : std::string();
-  const std::string buffered = "dft-buffered-" + std::to_string(length) + "-x";
-  const std::size_t slash = loop.Solver.find('/');
-  if (loop.Solver.rfind(buffered, 0) != 0 || slash == std::string::npos || loop.Children.size() != 3 ||
-      loop.Children[2] != "(dft-nop)" || loop.Solver.compare(slash, lines.size() + 2, "/" + lines + "-") != 0)
-    return {};
-  const std::string batch = loop.Solver.substr(buffered.size(), slash - buffered.size());
-  const PRINTED_NODE inner = ParseNode(loop.Children[0]);
-  if (inner.Solver != "dft-vrank>=1-x" + batch + "/1" || inner.Children.size() != 1)
-    return {};
-  throughScratch = true;
-  return inner.Children[0];
 }
 
 void DestroyLines(LINE_PASS& pass)
@@ -326,12 +316,12 @@ bool PlanLines(LINE_PASS& pass, LineAt lineAt, fftw_complex* line, int sign, con
 // number of threads.
 void PlanPasses(PLAN& plan, const PlanKey& key, fftw_complex* data)
 {
-  const PRINTED_NODE whole = ParseNode(Printed(plan.Whole));
+  const MTH_PLAN_NODE whole = Mth_ParsePlanNode(Printed(plan.Whole));
   if (whole.Solver != "dft-rank>=2/1" || whole.Children.size() != 2)
     return;
   bool alongThroughScratch = false, acrossThroughScratch = false;
-  const std::string along = LineBody(whole.Children[0], key.Cols, key.Rows, alongThroughScratch);
-  const std::string across = LineBody(whole.Children[1], key.Rows, key.Cols, acrossThroughScratch);
+  const std::string along = Mth_PlanLineBody(whole.Children[0], key.Cols, key.Rows, alongThroughScratch);
+  const std::string across = Mth_PlanLineBody(whole.Children[1], key.Rows, key.Cols, acrossThroughScratch);
   const WORKSPACES workspace(1, key.Cols, key.Rows);
   if (along.empty() || across.empty() || !workspace.Complete)
     return;
@@ -395,14 +385,22 @@ void TransformLine(const LINE_PASS& pass, fftw_plan plan, fftw_complex* in, fftw
   }
 }
 
-// Pass 0: every column of the block, rows values each.
-void TransformColumns(const LINE_PASS& pass, fftw_complex* data, const WORKSPACES& workspaces, int threads)
+// Pass 0: every column of the block, rows values each, loaded a group at a
+// time just before its transforms when there is a Load.
+void TransformColumns(const LINE_PASS& pass, fftw_complex* data, const WORKSPACES& workspaces, int threads,
+                      const MTH_FFT_STREAMS& streams)
 {
+  const int groups = (pass.Lines + kLoadGroup - 1) / kLoadGroup;
 #pragma omp parallel for num_threads(threads) schedule(static)
-  for (int c = 0; c < pass.Lines; ++c)
-    TransformLine(pass, pass.ByPhase[static_cast<std::size_t>(c % kPhases)],
-                  data + static_cast<std::size_t>(c) * static_cast<std::size_t>(pass.Length),
-                  workspaces.Lines[ThreadIndex()]);
+  for (int g = 0; g < groups; ++g) {
+    const int first = g * kLoadGroup, last = std::min(pass.Lines, first + kLoadGroup);
+    if (streams.Load)
+      streams.Load(first, last);
+    for (int c = first; c < last; ++c)
+      TransformLine(pass, pass.ByPhase[static_cast<std::size_t>(c % kPhases)],
+                    data + static_cast<std::size_t>(c) * static_cast<std::size_t>(pass.Length),
+                    workspaces.Lines[ThreadIndex()]);
+  }
 }
 
 // count values (a whole tile row when count is kTile: one fixed-size copy).
@@ -415,8 +413,10 @@ inline void CopyTileRow(const fftw_complex* from, fftw_complex* to, int count)
 }
 
 // Pass 1: every row across the columns (cols of them, rows apart), kTile
-// rows at a time gathered into a tile and put back.
-void TransformRows(const LINE_PASS& pass, fftw_complex* data, int rows, const WORKSPACES& workspaces, int threads)
+// rows at a time gathered into a tile and put back, or given to Take
+// (multiplied by scale first, unless it is 1).
+void TransformRows(const LINE_PASS& pass, fftw_complex* data, int rows, const WORKSPACES& workspaces, int threads,
+                   const MTH_FFT_STREAMS& streams, double scale)
 {
   const int tiles = (pass.Lines + kTile - 1) / kTile;
 #pragma omp parallel for num_threads(threads) schedule(static)
@@ -430,16 +430,29 @@ void TransformRows(const LINE_PASS& pass, fftw_complex* data, int rows, const WO
     for (int r = 0; r < count; ++r)
       TransformLine(pass, pass.ByPhase[static_cast<std::size_t>(r % kPhases)], tile + r,
                     workspaces.Lines[ThreadIndex()]);
-    for (int c = 0; c < pass.Length; ++c)
-      CopyTileRow(tile + static_cast<std::size_t>(c) * kTile,
-                  data + static_cast<std::size_t>(c) * static_cast<std::size_t>(rows) + first, count);
+    if (!streams.Take) {
+      for (int c = 0; c < pass.Length; ++c)
+        CopyTileRow(tile + static_cast<std::size_t>(c) * kTile,
+                    data + static_cast<std::size_t>(c) * static_cast<std::size_t>(rows) + first, count);
+      continue;
+    }
+    if (scale != 1.0)
+      for (int c = 0; c < pass.Length; ++c)
+        for (int r = 0; r < count; ++r) {
+          fftw_complex& value = tile[static_cast<std::size_t>(c) * kTile + static_cast<std::size_t>(r)];
+          value[0] *= scale;
+          value[1] *= scale;
+        }
+    streams.Take(first, first + count, reinterpret_cast<const MTH_COMPLEX*>(tile), kTile);
   }
 }
 
-// Transforms cols x rows values stored column after column, in place. FFTW
-// wants row-major [n0][n1] with n1 fastest: the column index is n0, the row
-// index n1.
-bool TransformBlock(MTH_COMPLEX* block, int cols, int rows, int dir, int threads)
+// Transforms cols x rows values stored column after column, in place, loaded
+// and taken through streams. taken: the results went to Take, normalised.
+// FFTW wants row-major [n0][n1] with n1 fastest: the column index is n0, the
+// row index n1.
+bool TransformBlock(MTH_COMPLEX* block, int cols, int rows, int dir, int threads, const MTH_FFT_STREAMS& streams,
+                    bool& taken)
 {
   auto* data = reinterpret_cast<fftw_complex*>(block);
   const PlanKey key{cols, rows, dir, fftw_alignment_of(reinterpret_cast<double*>(data))};
@@ -448,26 +461,19 @@ bool TransformBlock(MTH_COMPLEX* block, int cols, int rows, int dir, int threads
   if (plan.Whole == nullptr)
     return false;
   const WORKSPACES workspaces(plan.Split ? threads : 0, cols, rows);
+  taken = false;
   if (plan.Split && workspaces.Complete) {
-    TransformColumns(plan.Passes[0], data, workspaces, threads);
-    TransformRows(plan.Passes[1], data, rows, workspaces, threads);
+    TransformColumns(plan.Passes[0], data, workspaces, threads, streams);
+    TransformRows(plan.Passes[1], data, rows, workspaces, threads, streams, dir == -1 ? InverseScale(cols, rows) : 1.0);
+    taken = static_cast<bool>(streams.Take);
   } else {
+    LoadColumns(streams, cols, threads);
     fftw_execute_dft(plan.Whole, data, data);
   }
   if (owned) {
     std::lock_guard lock(Planner());
     DestroyPlan(plan);
   }
-  return true;
-}
-
-// Compared as addresses: buf[0] + c * rows may lie outside any array.
-bool ColumnsInOneBlock(MTH_COMPLEX** buf, int cols, int rows)
-{
-  const auto first = reinterpret_cast<std::uintptr_t>(buf[0]);
-  for (int c = 1; c < cols; ++c)
-    if (reinterpret_cast<std::uintptr_t>(buf[c]) != first + CountOf(c, rows) * sizeof(MTH_COMPLEX))
-      return false;
   return true;
 }
 
@@ -479,7 +485,8 @@ bool TransformThroughCopy(MTH_COMPLEX** buf, int cols, int rows, int dir, int th
     return false;
   for (int c = 0; c < cols; ++c)
     std::copy(buf[c], buf[c] + rows, block.get() + CountOf(c, rows));
-  if (!TransformBlock(block.get(), cols, rows, dir, threads))
+  bool taken = false;
+  if (!TransformBlock(block.get(), cols, rows, dir, threads, MTH_FFT_STREAMS{}, taken))
     return false;
   for (int c = 0; c < cols; ++c)
     std::copy(block.get() + CountOf(c, rows), block.get() + CountOf(c + 1, rows), buf[c]);
@@ -488,9 +495,17 @@ bool TransformThroughCopy(MTH_COMPLEX** buf, int cols, int rows, int dir, int th
 
 bool Transform(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads)
 {
+  bool taken = false;
   if (ColumnsInOneBlock(buf, cols, rows))
-    return TransformBlock(buf[0], cols, rows, dir, threads);
+    return TransformBlock(buf[0], cols, rows, dir, threads, MTH_FFT_STREAMS{}, taken);
   return TransformThroughCopy(buf, cols, rows, dir, threads);
+}
+
+// One block through streams: taken says whether the results went to Take.
+bool TransformStreamed(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads, const MTH_FFT_STREAMS& streams,
+                       bool& taken)
+{
+  return TransformBlock(buf[0], cols, rows, dir, threads, streams, taken);
 }
 
 #endif
@@ -509,6 +524,26 @@ bool Mth_FFT2D(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads)
   }
   if (dir == -1)
     Normalise(buf, cols, rows);
+  return true;
+}
+
+bool Mth_FFT2DStreamed(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads, const MTH_FFT_STREAMS& streams)
+{
+  if (!ValidArguments(buf, cols, rows, dir) || !ColumnsInOneBlock(buf, cols, rows))
+    return false;
+  bool taken = false;
+  try {
+    if (!TransformStreamed(buf, cols, rows, dir, std::max(1, threads), streams, taken))
+      return false;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  if (taken)
+    return true;
+  if (dir == -1)
+    Normalise(buf, cols, rows);
+  if (streams.Take)
+    TakeRows(streams, buf[0], rows, std::max(1, threads));
   return true;
 }
 

@@ -3,6 +3,8 @@
 
 #include "mth/mth_complex.h"
 
+#include <cstddef>
+#include <functional>
 #include <string>
 
 // Two-dimensional discrete Fourier transform in place on buf[column][row], any size.
@@ -17,6 +19,26 @@
 // of line transforms; otherwise it runs on the calling thread): the values
 // are the same for every thread count.
 bool Mth_FFT2D(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads = 1);
+
+// Where Mth_FFT2DStreamed takes its values from and gives its results to.
+// Load(first, last) fills the columns [first, last) of the block. Take(first,
+// last, values, stride) receives the finished rows [first, last): the value of
+// column c and row r lies at values[c * stride + r - first]. Each runs on
+// several threads at once, for disjoint columns or rows, in pieces of any
+// size. An empty Load: the block already holds the values; an empty Take: the
+// results stay in the block.
+struct MTH_FFT_STREAMS {
+  std::function<void(int first, int last)> Load;
+  std::function<void(int first, int last, const MTH_COMPLEX* values, std::size_t stride)> Take;
+};
+
+// Mth_FFT2D of buf, columns end to end in one block, whose values are loaded
+// as the transform first reaches them and whose results are taken as it
+// finishes them: the values never make a separate walk over the block. With
+// a Take, the block is left unspecified. The values taken are those
+// Mth_FFT2D leaves in the block, for every thread count. False, and nothing
+// taken, for arguments Mth_FFT2D refuses or columns not in one block.
+bool Mth_FFT2DStreamed(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads, const MTH_FFT_STREAMS& streams);
 
 // The library that computes the transforms, chosen when the library is built:
 // "FFTW" (FFTW3, GPL) or "KissFFT" (BSD). Results agree to rounding.

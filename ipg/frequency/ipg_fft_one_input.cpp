@@ -23,15 +23,19 @@ bool HasPixels(const DCM_STRUCT* image)
   return image != nullptr && image->Data->GetNbOfCols() > 0 && image->Data->GetNbOfRows() > 0;
 }
 
-// Loads the raw input pixels (imaginary parts 0) and transforms forward.
-bool LoadAndTransform(DCM_STRUCT* in, IPG_FOURIER_BUFFER& buffer)
+// The raw input pixels, imaginary parts 0.
+auto PixelValues(DCM_STRUCT* in, int cols)
 {
-  const int cols = buffer.GetNbOfCols();
   const int* pixels = in->Data->GetIDataAddress();
-  Ipg_FourierLoad(buffer, [pixels, cols](int c, int r) {
+  return [pixels, cols](int c, int r) {
     return MTH_COMPLEX{static_cast<double>(pixels[static_cast<std::size_t>(r) * cols + c]), 0.0};
-  });
-  return buffer.Transform(1);
+  };
+}
+
+// The raw input pixels as buffer values, loaded as the transform reaches them.
+std::function<void(int, int)> PixelsLoad(DCM_STRUCT* in, IPG_FOURIER_BUFFER& buffer)
+{
+  return Ipg_FourierColumnsLoad(buffer, PixelValues(in, buffer.GetNbOfCols()));
 }
 
 } // namespace
@@ -86,12 +90,12 @@ bool IPG_FFT_ONE_INPUT::Filter(Zero zeroBand)
   const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
   IPG_FOURIER_BUFFER buffer(cols, rows);
-  if (!LoadAndTransform(ImaIn, buffer))
+  if (!buffer.Transform(1, MTH_FFT_STREAMS{PixelsLoad(ImaIn, buffer), {}}))
     return false;
   zeroBand(buffer, static_cast<short>(Threshold));
-  buffer.Transform(-1);
-  Ipg_FourierStore(buffer, *ImaOut->Data, 0, 0, [](const MTH_COMPLEX& z) { return z.re; });
-  return true;
+  const short precision = ImaOut->Data->GetPrecision();
+  return Ipg_FourierTransformInto(buffer, -1, {}, *ImaOut->Data, 0, 0,
+                                  [precision](const MTH_COMPLEX& z) { return DCM_DATA::ToRaw(z.re, precision); });
 }
 
 bool IPG_FFT_ONE_INPUT::FourierLowPass()
@@ -133,13 +137,13 @@ bool IPG_FFT_ONE_INPUT::CentredSpectrum(Part part)
   const int cols = static_cast<int>(ImaIn->Data->GetNbOfCols());
   const int rows = static_cast<int>(ImaIn->Data->GetNbOfRows());
   IPG_FOURIER_BUFFER buffer(cols, rows);
-  if (!LoadAndTransform(ImaIn, buffer))
+  constexpr short kTenths = 10;
+  if (!Ipg_FourierTransformInto(buffer, 1, PixelsLoad(ImaIn, buffer), *ImaOut->Data, cols / 2, rows / 2,
+                                [part](const MTH_COMPLEX& z) {
+                                  return DCM_DATA::ToRaw(part == Part::Real ? z.re : z.im, kTenths);
+                                }))
     return false;
-  ImaOut->Data->SetPrecision(10);
-  if (part == Part::Real)
-    Ipg_FourierStore(buffer, *ImaOut->Data, cols / 2, rows / 2, [](const MTH_COMPLEX& z) { return z.re; });
-  else
-    Ipg_FourierStore(buffer, *ImaOut->Data, cols / 2, rows / 2, [](const MTH_COMPLEX& z) { return z.im; });
+  ImaOut->Data->SetPrecision(kTenths);
   return true;
 }
 
@@ -176,12 +180,13 @@ bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
   // an image of its own.
   {
     IPG_FOURIER_BUFFER buffer(cols, rows);
-    if (!LoadAndTransform(ImaIn, buffer))
-      return false;
     constexpr short kTenths = 10;
-    Ipg_FourierStoreRaw(buffer, *ImaOut->Data, cols / 2, rows / 2, [kind](const MTH_COMPLEX& z) {
-      return DerivedValue(DCM_DATA::ToRaw(z.re, kTenths), DCM_DATA::ToRaw(z.im, kTenths), kind);
-    });
+    if (!Ipg_FourierTransformInto(buffer, 1, PixelsLoad(ImaIn, buffer), *ImaOut->Data, cols / 2, rows / 2,
+                                  [kind](const MTH_COMPLEX& z) {
+                                    return DerivedValue(DCM_DATA::ToRaw(z.re, kTenths), DCM_DATA::ToRaw(z.im, kTenths),
+                                                        kind);
+                                  }))
+      return false;
   }
   ImaOut->Data->SetPrecision(kind == Derived::Module ? 10 : 100);
   ImaOut->Data->SetMin();

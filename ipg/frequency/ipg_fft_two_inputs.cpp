@@ -73,18 +73,21 @@ bool IPG_FFT_TWO_INPUTS::Rebuild(Pair pair)
   if (cols == 0 || rows == 0)
     return false;
   IPG_FOURIER_BUFFER buffer(cols, rows);
-  const DCM_DATA& first = *ImaIn->Data;
-  const DCM_DATA& second = *InSecond->Data; // read as 0 where it is smaller than the first
+  const DCM_DATA* first = ImaIn->Data;
+  const DCM_DATA* second = InSecond->Data; // read as 0 where it is smaller than the first
+  std::function<void(int, int)> load;
   if (pair == Pair::RealImag)
-    Ipg_FourierLoad(buffer, [&](int c, int r) { return MTH_COMPLEX{first.GetValueReal(c, r), second.GetValueReal(c, r)}; });
+    load = Ipg_FourierColumnsLoad(buffer, [first, second](int c, int r) {
+      return MTH_COMPLEX{first->GetValueReal(c, r), second->GetValueReal(c, r)};
+    });
   else
-    Ipg_FourierLoad(buffer, [&](int c, int r) {
-      const double phase = first.GetValueReal(c, r), modulus = second.GetValueReal(c, r);
+    load = Ipg_FourierColumnsLoad(buffer, [first, second](int c, int r) {
+      const double phase = first->GetValueReal(c, r), modulus = second->GetValueReal(c, r);
       return MTH_COMPLEX{modulus * std::cos(phase), modulus * std::sin(phase)};
     });
-  buffer.Transform(-1);
-  Ipg_FourierStore(buffer, *ImaOut->Data, 0, 0, [](const MTH_COMPLEX& z) { return z.re; });
-  return true;
+  const short precision = ImaOut->Data->GetPrecision();
+  return Ipg_FourierTransformInto(buffer, -1, std::move(load), *ImaOut->Data, 0, 0,
+                                  [precision](const MTH_COMPLEX& z) { return DCM_DATA::ToRaw(z.re, precision); });
 }
 
 bool IPG_FFT_TWO_INPUTS::GetInverseFromRealImag() { return Rebuild(Pair::RealImag); }

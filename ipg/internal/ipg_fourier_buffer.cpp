@@ -75,8 +75,22 @@ void Ipg_ReleaseFourierBuffer()
     cache.Release();
 }
 
+namespace {
+
+// The library's threads when the transform is large enough to share.
+int TransformThreads(int cols, int rows)
+{
+  return static_cast<int>(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols)).Count);
+}
+
+} // namespace
+
 bool IPG_FOURIER_BUFFER::Transform(int dir)
 {
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(NbRows), static_cast<std::size_t>(NbCols));
-  return Mth_FFT2D(Get(), NbCols, NbRows, dir, static_cast<int>(bands.Count));
+  return Mth_FFT2D(Get(), NbCols, NbRows, dir, TransformThreads(NbCols, NbRows));
+}
+
+bool IPG_FOURIER_BUFFER::Transform(int dir, const MTH_FFT_STREAMS& streams)
+{
+  return Mth_FFT2DStreamed(Get(), NbCols, NbRows, dir, TransformThreads(NbCols, NbRows), streams);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "mth/mth_complex.h"
+#include "mth/mth_fft.h"
 
 #include <cstddef>
 #include <vector>
@@ -34,6 +35,9 @@ public:
   // Mth_FFT2D of the values (dir 1 forward, -1 inverse), on the library's
   // threads when the buffer is large enough to share.
   bool Transform(int dir);
+  // The same transform with its values loaded and its results taken through
+  // streams (Mth_FFT2DStreamed): with a Take, the values are left unspecified.
+  bool Transform(int dir, const MTH_FFT_STREAMS& streams);
 
 private:
   int NbCols;

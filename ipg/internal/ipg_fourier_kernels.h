@@ -3,121 +3,114 @@
 
 #include "dcm/dcm_data.h"
 #include "ipg/internal/ipg_fourier_buffer.h"
-#include "ipg/internal/ipg_row_bands.h"
 
 #include <algorithm>
 #include <climits>
-#include <vector>
+#include <cstddef>
+#include <functional>
+#include <mutex>
 
-// Moves between row-major images and the [column][row] Fourier buffer. Image
-// rows and buffer columns cross each other, and with power-of-two sizes a
-// direct walk strides through memory at distances that fall into the same
-// cache sets. So each tile is first gathered into a small local block along
-// one side's memory order and then written out along the other's. Every
-// coefficient and every pixel is computed on its own, so row bands run in
-// parallel with the same result.
+// Loads the Fourier buffer from row-major images and stores its coefficients
+// into them while the transform runs (Mth_FFT2DStreamed): a group of columns
+// is loaded just before its transforms read it, and rows of coefficients are
+// stored as the transform finishes them, so that neither walks the whole
+// buffer apart. Every coefficient and every pixel is computed on its own, so
+// the pieces run on several threads with the same result.
 
-namespace ipg_fourier_detail {
-
-inline constexpr int kLoadCols = 16;  // buffer columns per tile
-inline constexpr int kLoadRows = 64;  // and their rows
-inline constexpr int kStoreCols = 64; // output columns per tile
-inline constexpr int kStoreRows = 32; // and rows
-
-} // namespace ipg_fourier_detail
-
-// buffer[c][r] = value(c, r) for every coefficient.
+// A Load for IPG_FOURIER_BUFFER::Transform: buffer[c][r] = value(c, r), row
+// after row across each group of columns (a line of each image row).
 template <typename Value>
-void Ipg_FourierLoad(IPG_FOURIER_BUFFER& buffer, Value value)
+std::function<void(int, int)> Ipg_FourierColumnsLoad(IPG_FOURIER_BUFFER& buffer, Value value)
 {
-  using namespace ipg_fourier_detail;
-  const int cols = buffer.GetNbOfCols(), rows = buffer.GetNbOfRows();
   MTH_COMPLEX** columns = buffer.Get();
-  Ipg_RunBands(Ipg_SplitRows(static_cast<unsigned>(rows), static_cast<std::size_t>(cols)),
-               [&](unsigned, unsigned begin, unsigned end) {
-                 MTH_COMPLEX tile[kLoadCols][kLoadRows];
-                 for (int r0 = static_cast<int>(begin); r0 < static_cast<int>(end); r0 += kLoadRows) {
-                   const int height = std::min(static_cast<int>(end) - r0, kLoadRows);
-                   for (int c0 = 0; c0 < cols; c0 += kLoadCols) {
-                     const int width = std::min(cols - c0, kLoadCols);
-                     for (int r = 0; r < height; ++r)
-                       for (int c = 0; c < width; ++c)
-                         tile[c][r] = value(c0 + c, r0 + r);
-                     for (int c = 0; c < width; ++c)
-                       std::copy(tile[c], tile[c] + height, columns[c0 + c] + r0);
-                   }
-                 }
-               });
+  const int rows = buffer.GetNbOfRows();
+  return [columns, rows, value](int first, int last) {
+    for (int r = 0; r < rows; ++r)
+      for (int c = first; c < last; ++c)
+        columns[c][r] = value(c, r);
+  };
 }
 
-namespace ipg_fourier_detail {
-
-// Output pixels [x0, x1) x [y0, y1) from the coefficients [x - dx][y - dy],
-// raw(z) each; widens low/high.
+// A Take for IPG_FOURIER_BUFFER::Transform that stores the results as
+// Ipg_FourierStoreRaw stores them from the buffer; Finish() widens the stored
+// extremes once the transform is done.
 template <typename Raw>
-void StoreRect(MTH_COMPLEX** columns, int* pixels, std::size_t stride, int x0, int x1, int dx, int y0, int y1, int dy,
-               Raw& raw, int& low, int& high)
-{
-  int tile[kStoreRows][kStoreCols];
-  for (int ty = y0; ty < y1; ty += kStoreRows)
-    for (int tx = x0; tx < x1; tx += kStoreCols) {
-      const int height = std::min(y1 - ty, kStoreRows), width = std::min(x1 - tx, kStoreCols);
-      for (int x = 0; x < width; ++x) {
-        const MTH_COMPLEX* source = columns[tx + x - dx] + (ty - dy);
-        for (int y = 0; y < height; ++y)
-          tile[y][x] = raw(source[y]);
-      }
-      for (int y = 0; y < height; ++y) {
-        int* line = pixels + static_cast<std::size_t>(ty + y) * stride + tx;
-        for (int x = 0; x < width; ++x) {
-          line[x] = tile[y][x];
-          low = std::min(low, tile[y][x]);
-          high = std::max(high, tile[y][x]);
+class IPG_FOURIER_TAKE {
+public:
+  IPG_FOURIER_TAKE(const IPG_FOURIER_BUFFER& buffer, DCM_DATA& out, int shiftCols, int shiftRows, Raw raw)
+      : Cols(buffer.GetNbOfCols()), Rows(buffer.GetNbOfRows()),
+        Width(std::min(Cols, static_cast<int>(out.GetNbOfCols()))),
+        Height(std::min(Rows, static_cast<int>(out.GetNbOfRows()))), ShiftCols(shiftCols), ShiftRows(shiftRows),
+        Out(out), ToRaw(raw)
+  {
+  }
+
+  std::function<void(int, int, const MTH_COMPLEX*, std::size_t)> Stream()
+  {
+    return [this](int first, int last, const MTH_COMPLEX* values, std::size_t stride) {
+      Take(first, last, values, stride);
+    };
+  }
+
+  void Finish()
+  {
+    if (Low > High)
+      return; // nothing written
+    Out.SetMin(std::min(Out.GetMin(), Low));
+    Out.SetMax(std::max(Out.GetMax(), High));
+  }
+
+private:
+  // Rows [first, last) of coefficients, [c][r] at values[c * stride + r - first].
+  void Take(int first, int last, const MTH_COMPLEX* values, std::size_t stride)
+  {
+    int low = INT_MAX, high = INT_MIN;
+    int* pixels = Out.GetIDataAddress();
+    const std::size_t outStride = Out.GetNbOfCols();
+    // Along a row, two runs of pixels: x = c + shift up to the last column,
+    // then x = c + shift - cols.
+    const int wrap = Cols - ShiftCols;
+    const int runs[2][3] = {{0, std::min(wrap, Width - ShiftCols), ShiftCols}, {wrap, std::min(Cols, Width + wrap), -wrap}};
+    for (int r = first; r < last; ++r) {
+      const int y = r < Rows - ShiftRows ? r + ShiftRows : r + ShiftRows - Rows;
+      if (y >= Height)
+        continue;
+      int* line = pixels + static_cast<std::size_t>(y) * outStride;
+      const MTH_COMPLEX* column = values + (r - first);
+      for (const auto& run : runs)
+        for (int c = run[0]; c < run[1]; ++c) {
+          const int v = ToRaw(column[static_cast<std::size_t>(c) * stride]);
+          line[c + run[2]] = v;
+          low = std::min(low, v);
+          high = std::max(high, v);
         }
-      }
     }
-}
+    std::lock_guard lock(Merge);
+    Low = std::min(Low, low);
+    High = std::max(High, high);
+  }
 
-} // namespace ipg_fourier_detail
+  int Cols, Rows, Width, Height, ShiftCols, ShiftRows;
+  DCM_DATA& Out;
+  Raw ToRaw;
+  std::mutex Merge;
+  int Low = INT_MAX;
+  int High = INT_MIN;
+};
 
-// The coefficient [c][r] goes to out pixel ((c + shiftCols) mod cols,
-// (r + shiftRows) mod rows) as raw(z), a stored value (shifts 0 to cols - 1
-// and 0 to rows - 1); pixels beyond the smaller of the two sizes are left
-// alone, and the stored extremes widen to the values written.
+// Transforms the buffer (dir 1 forward, -1 inverse), its values loaded through
+// load (empty: the buffer holds them), and stores the coefficients into out
+// as they are finished, the coefficient [c][r] to pixel ((c + shiftCols) mod
+// cols, (r + shiftRows) mod rows) as raw(z), pixels beyond the smaller of the
+// two sizes left alone; the stored extremes widen to the values written. The
+// buffer's values are left unspecified. False when the transform fails.
 template <typename Raw>
-void Ipg_FourierStoreRaw(IPG_FOURIER_BUFFER& buffer, DCM_DATA& out, int shiftCols, int shiftRows, Raw raw)
+bool Ipg_FourierTransformInto(IPG_FOURIER_BUFFER& buffer, int dir, std::function<void(int, int)> load, DCM_DATA& out,
+                              int shiftCols, int shiftRows, Raw raw)
 {
-  const int cols = buffer.GetNbOfCols(), rows = buffer.GetNbOfRows();
-  const int width = std::min(cols, static_cast<int>(out.GetNbOfCols()));
-  const int height = std::min(rows, static_cast<int>(out.GetNbOfRows()));
-  if (width <= 0 || height <= 0)
-    return;
-  // Along each axis two runs of pixels, each fed by a run of coefficients at a
-  // fixed offset: x in [0, shift) from c = x + cols - shift, the rest from c = x - shift.
-  const int colRuns[2][3] = {{0, std::min(shiftCols, width), shiftCols - cols}, {std::min(shiftCols, width), width, shiftCols}};
-  const int rowRuns[2][3] = {{0, std::min(shiftRows, height), shiftRows - rows}, {std::min(shiftRows, height), height, shiftRows}};
-  MTH_COMPLEX** columns = buffer.Get();
-  int* pixels = out.GetIDataAddress();
-  const std::size_t stride = out.GetNbOfCols();
-  const IPG_ROW_BANDS bands = Ipg_SplitRows(static_cast<unsigned>(height), static_cast<std::size_t>(width));
-  std::vector<int> lows(bands.Count, INT_MAX), highs(bands.Count, INT_MIN);
-  Ipg_RunBands(bands, [&](unsigned band, unsigned begin, unsigned end) {
-    for (const auto& rowRun : rowRuns) {
-      const int y0 = std::max(rowRun[0], static_cast<int>(begin)), y1 = std::min(rowRun[1], static_cast<int>(end));
-      for (const auto& colRun : colRuns)
-        ipg_fourier_detail::StoreRect(columns, pixels, stride, colRun[0], colRun[1], colRun[2], y0, y1, rowRun[2], raw,
-                                      lows[band], highs[band]);
-    }
-  });
-  out.SetMin(std::min(out.GetMin(), *std::min_element(lows.begin(), lows.end())));
-  out.SetMax(std::max(out.GetMax(), *std::max_element(highs.begin(), highs.end())));
-}
-
-// Ipg_FourierStoreRaw of part(z), as out.SetValue(col, row, part(z)) would write it.
-template <typename Part>
-void Ipg_FourierStore(IPG_FOURIER_BUFFER& buffer, DCM_DATA& out, int shiftCols, int shiftRows, Part part)
-{
-  const short precision = out.GetPrecision();
-  Ipg_FourierStoreRaw(buffer, out, shiftCols, shiftRows,
-                      [&part, precision](const MTH_COMPLEX& z) { return DCM_DATA::ToRaw(part(z), precision); });
+  IPG_FOURIER_TAKE<Raw> take(buffer, out, shiftCols, shiftRows, raw);
+  if (!buffer.Transform(dir, MTH_FFT_STREAMS{std::move(load), take.Stream()}))
+    return false;
+  take.Finish();
+  return true;
 }

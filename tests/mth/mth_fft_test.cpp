@@ -165,6 +165,10 @@ TEST(MthFft, RefusesBadArguments)
   EXPECT_FALSE(Mth_FFT2D(nullptr, 2, 2, 1));
   EXPECT_FALSE(Mth_FFT2D(s.Columns.data(), 0, 2, 1));
   EXPECT_FALSE(Mth_FFT2D(s.Columns.data(), 2, 2, 0));
+  // Streamed: columns apart from each other are refused too, before any load.
+  bool loaded = false;
+  EXPECT_FALSE(Mth_FFT2DStreamed(s.Columns.data(), 2, 2, 1, 1, {[&](int, int) { loaded = true; }, nullptr}));
+  EXPECT_FALSE(loaded);
   EXPECT_EQ(s.at(0, 0).re, 3.0);
 }
 
@@ -204,7 +208,7 @@ TEST(MthFft, ConcurrentCallsAndMoreSizesThanPlansKeptStayExact)
   EXPECT_EQ(failures, std::vector<int>(4, 0));
 }
 
-TEST(MthFft, GivesFftwsWholePlanBitsOnEveryThreadCount)
+TEST(MthFft, GivesFftwsWholePlanBitsOnEveryThreadCountLoadedAndTakenOrNot)
 {
   // Square and oblong sides, powers of two and others (some of which FFTW
   // buffers, or plans otherwise than line by line), odd row counts whose
@@ -222,17 +226,43 @@ TEST(MthFft, GivesFftwsWholePlanBitsOnEveryThreadCount)
       std::vector<MTH_COMPLEX> expected;
       if (fftw)
         expected = WholePlan(input, cols, rows, dir);
-      for (int threads : {1, 2, 3}) {
-        MTH_COMPLEX_BUFFER buffer(cols, rows);
-        for (int c = 0; c < cols; ++c)
-          std::copy_n(input.data() + c * rows, rows, buffer.Get()[c]);
-        ASSERT_TRUE(Mth_FFT2D(buffer.Get(), cols, rows, dir, threads));
-        const std::vector<MTH_COMPLEX> result(buffer.Get()[0], buffer.Get()[0] + cols * rows);
-        if (expected.empty())
-          expected = result;
-        EXPECT_EQ(std::memcmp(result.data(), expected.data(), input.size() * sizeof(MTH_COMPLEX)), 0)
-            << cols << "x" << rows << " dir " << dir << " threads " << threads;
-      }
+      // Streams: none, a Load and a Take, a Load alone, a Take alone.
+      for (int threads : {1, 2, 3})
+        for (int streamed : {0, 1, 2, 3}) {
+          MTH_COMPLEX_BUFFER buffer(cols, rows);
+          MTH_COMPLEX* block = buffer.Get()[0];
+          const auto load = [&](int first, int last) {
+            std::copy(input.data() + first * rows, input.data() + last * rows, block + first * rows);
+          };
+          if (streamed == 0 || streamed == 3)
+            load(0, cols);
+          std::vector<MTH_COMPLEX> result(input.size());
+          std::vector<int> takes(input.size());
+          const auto take = [&](int first, int last, const MTH_COMPLEX* values, std::size_t stride) {
+            for (int c = 0; c < cols; ++c)
+              for (int r = first; r < last; ++r) {
+                result[c * rows + r] = values[c * stride + (r - first)];
+                ++takes[c * rows + r];
+              }
+          };
+          MTH_FFT_STREAMS streams;
+          if (streamed == 1 || streamed == 2)
+            streams.Load = load;
+          if (streamed == 1 || streamed == 3)
+            streams.Take = take;
+          if (streamed == 0)
+            ASSERT_TRUE(Mth_FFT2D(buffer.Get(), cols, rows, dir, threads));
+          else
+            ASSERT_TRUE(Mth_FFT2DStreamed(buffer.Get(), cols, rows, dir, threads, streams));
+          if (streamed == 0 || streamed == 2)
+            result.assign(block, block + cols * rows);
+          else
+            EXPECT_EQ(takes, std::vector<int>(input.size(), 1)) << cols << "x" << rows;
+          if (expected.empty())
+            expected = result;
+          EXPECT_EQ(std::memcmp(result.data(), expected.data(), input.size() * sizeof(MTH_COMPLEX)), 0)
+              << cols << "x" << rows << " dir " << dir << " threads " << threads << " streams " << streamed;
+        }
     }
 }
 
