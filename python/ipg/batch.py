@@ -15,6 +15,7 @@ workers read the inputs and write the outputs, so every machine must see them
 at the same paths (a shared file system).
 """
 
+import collections.abc
 import concurrent.futures
 import json
 import logging
@@ -27,10 +28,31 @@ from . import _ipg
 _log = logging.getLogger("ipg.batch")
 
 
+class Records(collections.abc.Sequence):
+    """The report record (a dict) of each input of a run, in input order; None
+    for an input left unrun. Each is read from the report when asked for, so
+    that a run of any length, whose records may hold a number per pixel, keeps
+    only where they lie."""
+
+    def __init__(self, report, lines):
+        self._report, self._lines = report, lines
+
+    def __len__(self):
+        return len(self._lines)
+
+    def __getitem__(self, i):
+        if isinstance(i, slice):
+            return [self[k] for k in range(*i.indices(len(self)))]
+        line = self._lines[i]
+        return None if line is None else json.loads(_ipg.batch_report_text(self._report, *line))
+
+    def __repr__(self):
+        return f"<{len(self)} records of {self._report}>"
+
+
 @dataclass
 class Summary:
-    """What a run did. records: the report record (a dict) of each input, in
-    input order; None for an input left unrun (a timeout, an interruption)."""
+    """What a run did. records: the Records of its inputs."""
     inputs: int
     done: int
     failed: int
@@ -39,7 +61,7 @@ class Summary:
     report: str
     csv: str
     seconds: float
-    records: list = field(repr=False, default_factory=list)
+    records: Records = field(repr=False, default=None)
 
 
 def run(pipeline, inputs, output, client=None, resume=False, *, report=None, csv=None, second=None, roi=None,
@@ -62,15 +84,16 @@ def run(pipeline, inputs, output, client=None, resume=False, *, report=None, csv
     """
     start = time.monotonic()
     job = _Job(pipeline, inputs, output, report, csv, _file_options(second, roi, frame, png, colormap, log, threads))
-    kept = job.previous() if resume else []
-    writer = _ipg.BatchReport(job.report, [json.dumps(record) for record in kept])
+    table = _ipg.ResultsTable(job.csv, len(job.inputs))
+    kept = job.previous(table) if resume else []
+    writer = _ipg.BatchReport(job.report, kept)
     try:
-        job.record_problems(writer)
+        job.record_problems(writer, table)
         executor = client if client is not None else _InProcess()
-        _Runner(job, executor, writer, in_flight or _default_in_flight(executor), timeout).run()
+        _Runner(job, executor, writer, table, in_flight or _default_in_flight(executor), timeout).run()
     finally:
         del writer  # the report file closes with its last reference
-        _ipg.batch_write_csv(job.csv, [json.dumps(record) for record in job.records if record is not None])
+        table.write()
     return job.summary(len(kept), time.monotonic() - start)
 
 
@@ -84,7 +107,7 @@ def _file_options(second, roi, frame, png, colormap, log, threads):
 
 
 class _Job:
-    """The inputs of a run, their records as they come, and the counts."""
+    """The inputs of a run, which have finished, and the counts."""
 
     def __init__(self, pipeline, inputs, output, report, csv, options):
         self.options = options
@@ -95,45 +118,56 @@ class _Job:
         os.makedirs(self.output, exist_ok=True)
         arguments = [inputs] if isinstance(inputs, (str, os.PathLike)) else list(inputs)
         self.inputs = _ipg.batch_inputs([os.fspath(a) for a in arguments], self.output)
-        self.records = [None] * len(self.inputs)
+        self.finished = [False] * len(self.inputs)
         self.done = self.failed = 0
         self.cwd = os.getcwd()
 
-    def previous(self):
-        """The complete records of the report, which stay; their inputs do not run."""
-        earlier = _ipg.batch_read_report(self.report)
+    def previous(self, table):
+        """The report's lines, (offset, length), of its complete records, which
+        stay; their inputs do not run."""
+        earlier = _ipg.batch_index_report(self.report)
+        kept = []
         for i, (path, _, _) in enumerate(self.inputs):
-            text = earlier.get(path)
-            if text is not None and _ipg.batch_record_complete(text):
-                self.records[i] = json.loads(text)
-        return [record for record in self.records if record is not None]
+            line = earlier.get(path)
+            if line is None:
+                continue
+            record = _ipg.BatchRecord(_ipg.batch_report_text(self.report, *line))
+            if _ipg.batch_record_complete(record):
+                self.finished[i] = True
+                table.set(i, record)
+                kept.append(line)
+        return kept
 
-    def record_problems(self, writer):
+    def record_problems(self, writer, table):
         """Inputs that cannot run (their output place is taken) get their error line at once."""
         for i, (path, _, problem) in enumerate(self.inputs):
-            if problem and self.records[i] is None:
-                self.finish(i, {"input": path, "outputs": [], "results": [], "messages": [], "error": problem,
-                                "seconds": 0}, writer)
+            if problem and not self.finished[i]:
+                self.finish(i, _error_record(path, problem), writer, table)
 
     def todo(self):
-        return [i for i, record in enumerate(self.records) if record is None]
+        return [i for i, finished in enumerate(self.finished) if not finished]
 
     def task(self, i):
         path, relative, _ = self.inputs[i]
         return (self.pipeline, path, relative, self.output, self.options, self.cwd)
 
-    def finish(self, i, record, writer):
-        writer.append(json.dumps(record))
-        self.records[i] = record
+    def finish(self, i, record, writer, table):
+        """record: the input's BatchRecord, read once from the worker's text."""
+        writer.append(record)
+        table.set(i, record)
+        self.finished[i] = True
         self.done += 1
-        if record["error"] is not None:
+        if record.error is not None:
             self.failed += 1
-            _log.warning("%s: %s", record["input"], record["error"])
+            _log.warning("%s: %s", record.input, record.error)
 
     def summary(self, skipped, seconds):
+        lines = _ipg.batch_index_report(self.report)
+        records = Records(self.report, [lines.get(path) if finished else None
+                                        for (path, _, _), finished in zip(self.inputs, self.finished)])
         return Summary(inputs=len(self.inputs), done=self.done - self.failed, failed=self.failed, skipped=skipped,
                        not_run=len(self.todo()), report=self.report, csv=self.csv, seconds=seconds,
-                       records=list(self.records))
+                       records=records)
 
 
 def _prepare(pipeline, options):
@@ -148,8 +182,8 @@ def _prepare(pipeline, options):
 class _Runner:
     """Keeps in_flight inputs submitted and records each as it finishes."""
 
-    def __init__(self, job, executor, writer, in_flight, timeout):
-        self.job, self.executor, self.writer = job, executor, writer
+    def __init__(self, job, executor, writer, table, in_flight, timeout):
+        self.job, self.executor, self.writer, self.table = job, executor, writer, table
         self.in_flight, self.timeout = max(1, in_flight), timeout
         self.wait = _wait_function(executor)
 
@@ -172,7 +206,7 @@ class _Runner:
                                    "(resume=True goes on)")
             for future in finished:
                 i = running.pop(future)
-                self.job.finish(i, self._record(future, i), self.writer)
+                self.job.finish(i, self._record(future, i), self.writer, self.table)
 
     def _submit(self, task):
         if _is_dask(self.executor):
@@ -183,11 +217,16 @@ class _Runner:
         """The worker's record, or an error record when the task could not give one
         (a worker that died on it, a lost connection)."""
         try:
-            return json.loads(future.result())
+            return _ipg.BatchRecord(future.result())
         except Exception as error:  # the run goes on, as after a dead `ipg batch` worker
-            return {"input": self.job.inputs[i][0], "outputs": [], "results": [], "messages": [],
-                    "error": f"the worker processing it ended abnormally ({type(error).__name__}: {error})",
-                    "seconds": 0}
+            return _error_record(self.job.inputs[i][0], "the worker processing it ended abnormally "
+                                 f"({type(error).__name__}: {error})")
+
+
+def _error_record(path, error):
+    """The record of an input that did not run."""
+    return _ipg.BatchRecord(json.dumps({"input": path, "outputs": [], "results": [], "messages": [], "error": error,
+                                        "seconds": 0}))
 
 
 def _run_task(task):

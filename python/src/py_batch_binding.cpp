@@ -13,6 +13,7 @@
 #include <pybind11/stl.h>
 
 #include <filesystem>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -26,17 +27,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-CliFileRecord RecordOf(const std::string& text) { return Cli_RecordFromJson(Json::Parse(text)); }
+// Lists of numbers held as tables: a record may hold one number per pixel.
+CliFileRecord RecordOf(const std::string& text) { return Cli_RecordFromJson(Json::ParseTables(text)); }
 
 std::string TextOf(const CliFileRecord& record) { return Cli_RecordToJson(record).Dump(-1); }
-
-std::vector<CliFileRecord> RecordsOf(const std::vector<std::string>& texts)
-{
-  std::vector<CliFileRecord> records;
-  for (const std::string& text : texts)
-    records.push_back(RecordOf(text));
-  return records;
-}
 
 CliFileOptions FileOptions(const std::string& second, const std::string& roi, unsigned frame, bool png,
                            const std::optional<std::string>& colormap, bool log)
@@ -126,35 +120,63 @@ std::vector<std::tuple<std::string, std::string, std::string>> GatherInputs(cons
   return inputs;
 }
 
-std::map<std::string, std::string> ReadReport(const std::string& path)
+using ReportLine = std::tuple<std::uint64_t, std::uint64_t>;
+
+ReportLine LineTuple(const CliReportLine& line) { return {line.Offset, line.Length}; }
+CliReportLine LineOf(const ReportLine& line) { return {std::get<0>(line), std::get<1>(line)}; }
+
+std::map<std::string, ReportLine> IndexReport(const std::string& path)
 {
-  std::map<std::string, std::string> texts;
-  for (const auto& [input, record] : Cli_ReadReport(path))
-    texts[input] = TextOf(record);
-  return texts;
+  std::map<std::string, ReportLine> lines;
+  for (const auto& [input, line] : Cli_IndexReport(path))
+    lines[input] = LineTuple(line);
+  return lines;
 }
 
 void BindReport(py::module_& m)
 {
+  py::class_<CliFileRecord>(m, "BatchRecord",
+                            "One input's record, read once from its JSON text (lists of numbers held as tables).")
+      .def(py::init(&RecordOf), py::arg("text"))
+      .def_readonly("input", &CliFileRecord::input)
+      .def_property_readonly(
+          "error",
+          [](const CliFileRecord& record) {
+            return record.Succeeded() ? std::nullopt : std::optional<std::string>(record.error);
+          },
+          "None when every step succeeded and every file was written.");
   py::class_<CliReportWriter>(m, "BatchReport", "The JSON-lines report of a batch, open for appending.")
-      .def(py::init([](const std::string& path, const std::vector<std::string>& kept) {
-             return std::make_unique<CliReportWriter>(path, RecordsOf(kept));
+      .def(py::init([](const std::string& path, const std::vector<ReportLine>& kept) {
+             std::vector<CliReportLine> lines;
+             for (const ReportLine& line : kept)
+               lines.push_back(LineOf(line));
+             return std::make_unique<CliReportWriter>(path, lines);
            }),
-           py::arg("path"), py::arg("kept"), "Starts the file with the kept records, replacing it whole.")
-      .def(
-          "append", [](CliReportWriter& report, const std::string& text) { report.Append(RecordOf(text)); },
-          py::arg("record"), "Appends one record (JSON text) as one line, in one write.");
-  m.def("batch_read_report", &ReadReport, py::arg("path"),
-        "The last record (JSON text) of each input in a report; none for a missing file.");
+           py::arg("path"), py::arg("kept"),
+           "Starts the file with the kept lines, (offset, length) of the report there now, replacing it whole.")
+      .def("append", &CliReportWriter::Append, py::arg("record"), "Appends one record as one line, in one write.");
+  m.def("batch_index_report", &IndexReport, py::arg("path"),
+        "(offset, length) of the last record of each input in a report, read a line at a time; none for a "
+        "missing file.");
   m.def(
-      "batch_record_complete", [](const std::string& text) { return Cli_RecordComplete(RecordOf(text)); },
-      py::arg("record"), "Whether the record succeeded and every output it lists exists.");
-  m.def(
-      "batch_write_csv",
-      [](const std::string& path, const std::vector<std::string>& texts) {
-        Cli_WriteResultsCsv(path, RecordsOf(texts));
+      "batch_report_text",
+      [](const std::string& path, std::uint64_t offset, std::uint64_t length) {
+        return Cli_ReadReportText(path, CliReportLine{offset, length});
       },
-      py::arg("path"), py::arg("records"), "The results table of the records, in their order.");
+      py::arg("path"), py::arg("offset"), py::arg("length"), "The record (JSON text) at that place of a report.");
+  m.def("batch_record_complete", &Cli_RecordComplete, py::arg("record"),
+        "Whether the record succeeded and every output it lists exists.");
+  py::class_<CliResultsTable>(m, "ResultsTable",
+                              "The results table of a batch; each row waits in a scratch file beside it.")
+      .def(py::init<const std::string&, std::size_t>(), py::arg("path"), py::arg("inputs"))
+      .def(
+          "set",
+          [](CliResultsTable& table, std::size_t input, const CliFileRecord& record) {
+            table.Has(input); // IndexError beyond the inputs, before anything is written
+            table.Set(input, record);
+          },
+          py::arg("input"), py::arg("record"), "The row of an input (its index), from its record.")
+      .def("write", &CliResultsTable::Write, "Writes the table of the rows set, in input order.");
 }
 
 } // namespace

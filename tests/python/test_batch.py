@@ -101,6 +101,11 @@ def test_resume_runs_only_what_is_not_complete(archive, client, ipg_cli):
     assert (summary.done, summary.failed, summary.skipped, summary.not_run) == (1, 1, 17, 0)
     assert (out / "p07.dcm").exists() and (out / "p08.dcm").stat().st_mtime_ns == kept
     assert len(open(summary.report, encoding="utf-8").readlines()) == 19
+    # the records, kept ones included, read back from the report
+    lines = [json.loads(line) for line in open(summary.report, encoding="utf-8")]
+    assert len(summary.records) == 19 and summary.records[-1] == summary.records[18]
+    assert {r["input"]: r for r in summary.records} == {r["input"]: r for r in lines}
+    assert [r["input"] for r in summary.records[1:3]] == [summary.records[1]["input"], summary.records[2]["input"]]
     # the program resumes what the cluster wrote
     finished = ipg_cli("batch", archive / "p.json", scans, "-o", out, "--resume")
     assert "0 done, 1 failed, 18 already complete" in finished.stdout
