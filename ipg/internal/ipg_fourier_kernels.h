@@ -31,9 +31,10 @@ std::function<void(int, int)> Ipg_FourierColumnsLoad(IPG_FOURIER_BUFFER& buffer,
   };
 }
 
-// A Take for IPG_FOURIER_BUFFER::Transform that stores the results as
-// Ipg_FourierStoreRaw stores them from the buffer; Finish() widens the stored
-// extremes once the transform is done.
+namespace ipg_fourier_detail {
+
+// The Take of Ipg_FourierTransformInto; Finish() widens the stored extremes
+// once the transform is done.
 template <typename Raw>
 class IPG_FOURIER_TAKE {
 public:
@@ -98,6 +99,8 @@ private:
   int High = INT_MIN;
 };
 
+} // namespace ipg_fourier_detail
+
 // Transforms the buffer (dir 1 forward, -1 inverse), its values loaded through
 // load (empty: the buffer holds them), and stores the coefficients into out
 // as they are finished, the coefficient [c][r] to pixel ((c + shiftCols) mod
@@ -108,7 +111,7 @@ template <typename Raw>
 bool Ipg_FourierTransformInto(IPG_FOURIER_BUFFER& buffer, int dir, std::function<void(int, int)> load, DCM_DATA& out,
                               int shiftCols, int shiftRows, Raw raw)
 {
-  IPG_FOURIER_TAKE<Raw> take(buffer, out, shiftCols, shiftRows, raw);
+  ipg_fourier_detail::IPG_FOURIER_TAKE<Raw> take(buffer, out, shiftCols, shiftRows, raw);
   if (!buffer.Transform(dir, MTH_FFT_STREAMS{std::move(load), take.Stream()}))
     return false;
   take.Finish();
