@@ -25,8 +25,9 @@ bool Mth_FFT2D(MTH_COMPLEX** buf, int cols, int rows, int dir, int threads = 1);
 // last, values, stride) receives the finished rows [first, last): the value of
 // column c and row r lies at values[c * stride + r - first]. Each runs on
 // several threads at once, for disjoint columns or rows, in pieces of any
-// size. An empty Load: the block already holds the values; an empty Take: the
-// results stay in the block.
+// size, and must not throw. Every Load ends before the first Take, so that a
+// Take may write over what the Loads read. An empty Load: the block already
+// holds the values; an empty Take: the results stay in the block.
 struct MTH_FFT_STREAMS {
   std::function<void(int first, int last)> Load;
   std::function<void(int first, int last, const MTH_COMPLEX* values, std::size_t stride)> Take;
