@@ -83,6 +83,11 @@ std::map<std::string, CliReportLine> Cli_IndexReport(const std::string& path)
 
 std::string Cli_ReadReportText(const std::string& path, const CliReportLine& line)
 {
+  // Checked against the file before the text is allocated.
+  std::error_code error;
+  const std::uintmax_t size = fs::file_size(path, error);
+  if (error || line.Offset > size || line.Length > size - line.Offset)
+    throw CliFileError("cannot read the report " + path + ": no such line");
   std::ifstream in(path, std::ios::binary);
   std::string text(line.Length, '\0');
   if (!in.seekg(static_cast<std::streamoff>(line.Offset)) ||

@@ -129,3 +129,21 @@ def test_what_would_fail_everywhere_stops_before_the_run(archive, tmp_path):
     with pytest.raises(ValueError, match="png=True"):
         ipg.batch.run(PIPELINE, [archive / "scans"], tmp_path / "out", colormap="viridis")
     assert not (tmp_path / "out" / "report.jsonl").exists()
+
+
+def test_report_places_and_rows_beyond_the_run_are_errors(tmp_path):
+    from ipg import _ipg
+    report = tmp_path / "report.jsonl"
+    text = json.dumps({"input": "a.dcm", "outputs": [], "results": [], "messages": [], "error": None, "seconds": 0})
+    report.write_text(text + "\n")
+    assert _ipg.batch_index_report(str(report)) == {"a.dcm": (0, len(text))}
+    assert _ipg.batch_report_text(str(report), 0, len(text)) == text
+    for offset, length in ((0, 2**62), (len(text) + 2, 1), (2**63, 1)):  # never allocated, never read
+        with pytest.raises(OSError, match="no such line"):
+            _ipg.batch_report_text(str(report), offset, length)
+    table = _ipg.ResultsTable(str(tmp_path / "results.csv"), 1)
+    with pytest.raises(IndexError):
+        table.set(1, _ipg.BatchRecord(text))
+    table.set(0, _ipg.BatchRecord(text))
+    table.write()
+    assert (tmp_path / "results.csv").read_text().splitlines()[1].startswith("a.dcm,")
