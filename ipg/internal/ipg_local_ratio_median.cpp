@@ -348,22 +348,44 @@ constexpr std::size_t kKeptList = std::size_t{1} << 18;
 // next pass, so that their lists keep their memory: fresh memory is cleared
 // by the system, and freeing it stalls the other threads.
 thread_local std::vector<BandPass> tKeptPasses;
+thread_local bool tKeptPassesLent = false;
 
-// The kept tallies, emptied, for a pass in bands.
-std::vector<BandPass>& EmptyPasses(unsigned bands)
-{
-  std::vector<BandPass>& kept = tKeptPasses;
-  kept.resize(bands);
-  for (BandPass& pass : kept) {
-    std::vector<double> inside = std::move(pass.Tally.Inside);
-    if (inside.capacity() > kKeptList)
-      std::vector<double>().swap(inside);
-    inside.clear();
-    pass = BandPass{};
-    pass.Tally.Inside = std::move(inside);
+// Empty tallies for a pass in bands: the kept ones, or tallies of their own
+// while those are lent (a pass that starts during another on this thread).
+// Lists above kKeptList go once the pass is done.
+class PassTallies {
+public:
+  explicit PassTallies(unsigned bands) : Lent(!tKeptPassesLent), Passes(Lent ? tKeptPasses : Own)
+  {
+    if (Lent)
+      tKeptPassesLent = true;
+    Passes.resize(bands);
+    for (BandPass& pass : Passes) {
+      std::vector<double> inside = std::move(pass.Tally.Inside);
+      inside.clear();
+      pass = BandPass{};
+      pass.Tally.Inside = std::move(inside);
+    }
   }
-  return kept;
-}
+  ~PassTallies()
+  {
+    if (!Lent)
+      return;
+    for (BandPass& pass : Passes)
+      if (pass.Tally.Inside.capacity() > kKeptList)
+        std::vector<double>().swap(pass.Tally.Inside);
+    tKeptPassesLent = false;
+  }
+  PassTallies(const PassTallies&) = delete;
+  PassTallies& operator=(const PassTallies&) = delete;
+
+  std::vector<BandPass>& Get() { return Passes; }
+
+private:
+  bool Lent;
+  std::vector<BandPass> Own;
+  std::vector<BandPass>& Passes;
+};
 
 // One pass: the middle ratio when it lies within range, found among the
 // listed ones by its rank.
@@ -374,7 +396,8 @@ Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int po
   const unsigned bands = BandsOfRatios(cols, rows);
   // At most an eighth of the ratios (one byte a pixel) are listed.
   const std::size_t bandCap = std::max(kListedCandidates, pixels / 8) / bands + 1;
-  std::vector<BandPass>& passes = EmptyPasses(bands);
+  PassTallies tallies(bands);
+  std::vector<BandPass>& passes = tallies.Get();
   const bool complete = WindowRows(in, cols, rows, half, [&](unsigned band, unsigned row, Ipg_WindowTables& tables) {
     BandPass& pass = passes[band];
     if (pass.Overflow)
@@ -427,7 +450,11 @@ Outcome MedianWithinRange(const double* in, int cols, int rows, int half, int po
 
 } // namespace
 
-void Ipg_ReleaseRatioLists() { std::vector<BandPass>().swap(tKeptPasses); }
+void Ipg_ReleaseRatioLists()
+{
+  if (!tKeptPassesLent)
+    std::vector<BandPass>().swap(tKeptPasses);
+}
 
 double Ipg_MedianLocalRatio(const double* in, int cols, int rows, int half, int power)
 {

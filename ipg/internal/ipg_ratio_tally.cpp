@@ -211,5 +211,5 @@ double Ipg_SelectListedRatio(const std::vector<const std::vector<double>*>& list
   });
   for (std::size_t list = 1; list < held.size(); ++list)
     held[0].insert(held[0].end(), held[list].begin(), held[list].end());
-  return held.empty() ? 0.0 : Ipg_SelectElement(held[0].data(), held[0].size(), rank);
+  return Ipg_SelectElement(held[0].data(), held[0].size(), rank);
 }
