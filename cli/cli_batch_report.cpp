@@ -67,13 +67,6 @@ void ForEachRecord(const std::string& path, Visit visit)
 
 } // namespace
 
-std::map<std::string, CliFileRecord> Cli_ReadReport(const std::string& path)
-{
-  std::map<std::string, CliFileRecord> records;
-  ForEachRecord(path, [&](CliFileRecord record, CliReportLine) { records[record.input] = std::move(record); });
-  return records;
-}
-
 std::map<std::string, CliReportLine> Cli_IndexReport(const std::string& path)
 {
   std::map<std::string, CliReportLine> lines;
@@ -201,14 +194,6 @@ void WriteCsv(const std::string& path, const std::vector<std::string>& columns, 
 }
 
 } // namespace
-
-void Cli_WriteResultsCsv(const std::string& path, const std::vector<CliFileRecord>& records)
-{
-  std::vector<std::string> columns;
-  for (const CliFileRecord& record : records)
-    AddColumns(columns, FieldNames(record));
-  WriteCsv(path, columns, records.size(), [&](std::size_t k) -> const CliFileRecord& { return records[k]; });
-}
 
 CliResultsTable::CliResultsTable(const std::string& path, std::size_t inputs) : Path(path), Rows(inputs)
 {

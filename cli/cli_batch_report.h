@@ -24,10 +24,6 @@
 #include <string>
 #include <vector>
 
-// The last record of each input in a report; a missing file gives none, and
-// lines that are not records are skipped.
-std::map<std::string, CliFileRecord> Cli_ReadReport(const std::string& path);
-
 // Where a record's line lies in a report file (its newline left out).
 struct CliReportLine {
   std::uint64_t Offset = 0;
@@ -65,12 +61,6 @@ private:
   int Fd = -1;
 };
 
-// Writes the CSV of records, in their order: columns input, error, seconds,
-// then every result field in order of first appearance (numbers as JSON
-// writes them, lists and objects as compact JSON). Replaces path whole.
-// Throws CliFileError.
-void Cli_WriteResultsCsv(const std::string& path, const std::vector<CliFileRecord>& records);
-
 // The CSV of a batch, its rows set as inputs finish, in any order. Each
 // record goes to a scratch file beside the CSV, nameless from the start so
 // that it goes with the process however that ends; only the names of its
@@ -86,7 +76,10 @@ public:
   // The row of input (below inputs): the last record set for it. Throws CliFileError.
   void Set(std::size_t input, const CliFileRecord& record);
   bool Has(std::size_t input) const { return Rows.at(input).Set; }
-  // Cli_WriteResultsCsv of the records set, in input order. Throws CliFileError.
+  // Writes the CSV of the records set, in input order: columns input, error,
+  // seconds, then every result field in order of first appearance (numbers as
+  // JSON writes them, lists and objects as compact JSON). Replaces the file
+  // whole. Throws CliFileError.
   void Write() const;
 
 private:

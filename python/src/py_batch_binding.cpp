@@ -12,8 +12,8 @@
 
 #include <pybind11/stl.h>
 
-#include <filesystem>
 #include <cstdint>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
