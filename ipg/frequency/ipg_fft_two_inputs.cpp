@@ -32,6 +32,11 @@ std::unique_ptr<DCM_STRUCT> SpectralPart(DCM_STRUCT* source, int code)
   return part;
 }
 
+// Whether GetValueReal gives the raw level itself: at a precision of 1 it
+// divides by 1, at or below 0 not at all. Loading a large spectrum then
+// reads the levels directly instead of spending a division on each.
+bool RawLevelsAreValues(const DCM_DATA& data) { return data.GetPrecision() <= 1; }
+
 } // namespace
 
 IPG_FFT_TWO_INPUTS::IPG_FFT_TWO_INPUTS(DCM_STRUCT* in, DCM_STRUCT* second, DCM_STRUCT* out)
@@ -76,7 +81,16 @@ bool IPG_FFT_TWO_INPUTS::Rebuild(Pair pair)
   const DCM_DATA* first = ImaIn->Data;
   const DCM_DATA* second = InSecond->Data; // read as 0 where it is smaller than the first
   std::function<void(int, int)> load;
-  if (pair == Pair::RealImag)
+  if (pair == Pair::RealImag && RawLevelsAreValues(*first) && RawLevelsAreValues(*second)) {
+    const int* re = first->GetIDataAddress();
+    const int* im = second->GetIDataAddress();
+    const std::size_t imCols = second->GetNbOfCols(), imRows = second->GetNbOfRows();
+    load = Ipg_FourierColumnsLoad(buffer, [re, im, imCols, imRows, cols](int c, int r) {
+      const std::size_t x = static_cast<std::size_t>(c), y = static_cast<std::size_t>(r);
+      const double imaginary = x < imCols && y < imRows ? im[y * imCols + x] : 0.0;
+      return MTH_COMPLEX{static_cast<double>(re[y * static_cast<std::size_t>(cols) + x]), imaginary};
+    });
+  } else if (pair == Pair::RealImag)
     load = Ipg_FourierColumnsLoad(buffer, [first, second](int c, int r) {
       return MTH_COMPLEX{first->GetValueReal(c, r), second->GetValueReal(c, r)};
     });

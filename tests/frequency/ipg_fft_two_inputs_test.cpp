@@ -76,6 +76,30 @@ TEST(FftTwoInputs, RebuildsTheImageFromItsSpectrumEitherWay)
     }
 }
 
+// Levels stored at precision 1 or 0 are read as they are, and at 10 divided
+// by 10: the same spectrum stored either way rebuilds the same image, an
+// imaginary part smaller than the real one reading 0 beyond its edge.
+TEST(FftTwoInputs, PartsAtEveryPrecisionGiveTheSameRebuild)
+{
+  const auto level = [](unsigned c, unsigned r) { return static_cast<int>((c * 7919 + r * 104729) % 2001) - 1000; };
+  const unsigned cols = 37, rows = 23;
+  auto tenthsRe = ImageOf(cols, rows, [&](unsigned c, unsigned r) { return 10 * level(c, r); });
+  auto tenthsIm = ImageOf(cols - 5, rows - 3, [&](unsigned c, unsigned r) { return 10 * level(r, c); });
+  tenthsRe->Data->SetPrecision(10);
+  tenthsIm->Data->SetPrecision(10);
+  DCM_STRUCT expected(cols, rows, nullptr);
+  ASSERT_TRUE(RunTwo(tenthsRe.get(), tenthsIm.get(), &expected, 1301));
+  for (short precision : {1, 0}) {
+    auto re = ImageOf(cols, rows, level);
+    auto im = ImageOf(cols - 5, rows - 3, [&](unsigned c, unsigned r) { return level(r, c); });
+    re->Data->SetPrecision(precision);
+    im->Data->SetPrecision(precision);
+    DCM_STRUCT out(cols, rows, nullptr);
+    ASSERT_TRUE(RunTwo(re.get(), im.get(), &out, 1301));
+    EXPECT_EQ(PixelsOf(out), PixelsOf(expected)) << "precision " << precision;
+  }
+}
+
 TEST(FftTwoInputs, ZeroPhaseEqualsModulusAsRealPart)
 {
   const Spectrum s;
