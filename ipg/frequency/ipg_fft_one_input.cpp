@@ -6,6 +6,7 @@
 #include "ipg/internal/ipg_fourier_kernels.h"
 #include "ipg/internal/ipg_row_bands.h"
 #include "ipg/internal/ipg_pixel_conversion.h"
+#include "ipg/internal/ipg_spectrum_phase.h"
 
 #include <algorithm>
 #include <climits>
@@ -15,8 +16,6 @@
 #include <memory>
 
 namespace {
-
-constexpr long double kPi = 3.141592653589793238462643383279502884L;
 
 bool HasPixels(const DCM_STRUCT* image)
 {
@@ -160,10 +159,8 @@ int IPG_FFT_ONE_INPUT::DerivedValue(int realTenths, int imaginaryTenths, Derived
     const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
     return s == 0 ? 0 : Ipg_TruncateTowardZero(std::sqrt(static_cast<long double>(s)) * 10);
   }
-  const long double angle = realTenths == 0 ? std::atan(0.0L) : std::atan(y / x);
   // Stored in tenths under a precision of 100: phase images are read that way.
-  return kind == Derived::PhaseDeg ? Ipg_TruncateTowardZero(angle * 180 * (1 / kPi) * 10)
-                                   : Ipg_TruncateTowardZero(angle * 10);
+  return Ipg_PhaseTenths(realTenths, imaginaryTenths, kind == Derived::PhaseDeg);
 }
 
 bool IPG_FFT_ONE_INPUT::DerivedSpectrum(Derived kind)
