@@ -84,9 +84,12 @@ void RescaleToBitDepth(DCM_DATA& data, short bitsStored)
 
   // The table covers the stored extremes; a pixel outside them (stale extremes)
   // gets the same formula computed directly instead of a read outside the table.
+  // A range wider than half the pixels computes every pixel directly: filling
+  // the table would cost more than it saves, and take more memory than the image.
   constexpr std::int64_t kLargestTable = std::int64_t{1} << 24;
+  const std::int64_t pixelCount = static_cast<std::int64_t>(data.GetSize());
   std::vector<int> table;
-  if (range >= 0 && range < kLargestTable) {
+  if (range >= 0 && range < kLargestTable && range < pixelCount / 2) {
     table.resize(static_cast<std::size_t>(range) + 1);
     for (std::int64_t v = mn; v <= mx; ++v)
       table[static_cast<std::size_t>(v - mn)] = RescaledLevel(v, mn, range, levels);

@@ -2,6 +2,7 @@
 #include "dcm/dcm_struct.h"
 #include "ipg/framework/ipg_one_input_one_output.h"
 #include "ipg/framework/ipg_two_inputs_one_output.h"
+#include "ipg/internal/ipg_pixel_conversion.h"
 #include "support/images.h"
 #include "support/message_capture.h"
 
@@ -58,6 +59,36 @@ TEST(OutputMode, EachModeMapsThePixelsAndStoresTheExtremes)
       EXPECT_EQ(out->Data->GetMin(), c.Min);
       EXPECT_EQ(out->Data->GetMax(), c.Max);
     }
+  }
+}
+
+// (v - min) / (max - min) x 2^bits, rounded half away from zero, at every
+// pixel but the marks: with the stored extremes narrower than the pixels
+// (some fall outside them), for a range narrow against the pixel count and
+// for one wider than the image.
+TEST(OutputMode, RescaleFollowsItsFormulaAtEveryPixel)
+{
+  for (int spread : {1000, 40000}) {
+    SCOPED_TRACE(spread);
+    auto out = ImageOf(128, 64, [spread](unsigned c, unsigned r) {
+      return (c * 37 + r * 11) % 97 == 0 ? 16777217 : static_cast<int>((c * 7919 + r * 131) % spread) - spread / 5;
+    });
+    const V pixels = PixelsOf(*out);
+    const int low = -spread / 10, high = spread / 2; // stale: narrower than the pixels
+    DCM_HEADER h = out->GetHeader();
+    h.BitsStored = 12;
+    out->SetHeader(h);
+    out->Data->SetMin(low);
+    out->Data->SetMax(high);
+    IPG_ONE_INPUT_ONE_OUTPUT op;
+    op.SetImaOut(out.get());
+    op.SetMode(301);
+    ASSERT_TRUE(op.ApplyModeToOutImage());
+    V expected = pixels;
+    for (int& v : expected)
+      if (v != 16777217)
+        v = Ipg_RoundHalfAwayFromZero(static_cast<long double>(v - low) / (high - low) * 4096);
+    EXPECT_EQ(PixelsOf(*out), expected);
   }
 }
 
