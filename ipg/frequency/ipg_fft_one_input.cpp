@@ -153,9 +153,9 @@ bool IPG_FFT_ONE_INPUT::GetImaginary() { return CentredSpectrum(Part::Imaginary)
 // GetImaginary store them (tenths, under a precision of 10).
 int IPG_FFT_ONE_INPUT::DerivedValue(int realTenths, int imaginaryTenths, Derived kind)
 {
-  const long double x = realTenths * 0.1L;
-  const long double y = imaginaryTenths * 0.1L;
   if (kind == Derived::Module) {
+    const long double x = realTenths * 0.1L;
+    const long double y = imaginaryTenths * 0.1L;
     const std::int64_t s = static_cast<std::int64_t>(x * x + y * y);
     return s == 0 ? 0 : Ipg_TruncateTowardZero(std::sqrt(static_cast<long double>(s)) * 10);
   }
